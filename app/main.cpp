@@ -1,0 +1,88 @@
+// The program's entry: the name it is started under selects an applet.
+#include "app/applet.hpp"
+#include "common/build_stamp.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+using zep::Applet;
+
+// An applet that this build leaves out never pretends to work.
+int missing_main(int, char** argv)
+{
+    fprintf(stderr, "%s: this build of zep has no such applet\n", argv[0]);
+    return 0;
+}
+
+// Kept as a name that succeeds: start-up scripts of older devices call it.
+int nothing_main(int, char**) { return 0; }
+
+constexpr Applet kApplets[] = {     // the order is the order of the listing
+    {"qrn_arp", missing_main},
+    {"load_drv", missing_main},
+    {"get_boot_param", missing_main},
+    {"init_upgrade", nothing_main},
+    {"upgrade", missing_main},
+    {"xupgrade", missing_main},
+    {"xbootenv", nothing_main},
+    {"xgpio", missing_main},
+    {"xi2c", missing_main},
+    {"xgpioi2c", missing_main},
+    {"xkill", missing_main},
+    {"xtime", missing_main},
+    {"test_dio", missing_main},
+    {"test_led", missing_main},
+    {"test_rs485", missing_main},
+    {"test_rs232", missing_main},
+    {"test_sdcard", missing_main},
+    {"test_usb", missing_main},
+    {"test_key", missing_main},
+    {"test_rtc", missing_main},
+    {"test_send_watchdog", missing_main},
+    {"test_audio", missing_main},
+    {"get_cb_cam_info", missing_main},
+    {nullptr, nullptr},
+};
+
+consteval bool names_unique()
+{
+    for (const Applet* a = kApplets; a->name; ++a)
+        for (const Applet* b = a + 1; b->name; ++b)
+            if (__builtin_strcmp(a->name, b->name) == 0) return false;
+    return true;
+}
+static_assert(names_unique(), "the first match wins, so a second row would be dead");
+static_assert(sizeof kApplets / sizeof kApplets[0] == 23 + 1);
+
+void print_usage()
+{
+    printf("ZEP ver. 1.0.0 (%s) multi-call binary\n", ZEP_BUILD_STAMP);
+    puts("usage : [function] [arguments]...");
+    puts("");
+    puts("currently defined functions:");
+    for (const Applet* a = kApplets; a->name; ++a)
+        printf("%s%s", a == kApplets ? "" : ", ", a->name);
+    puts("");
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    // Old kernels start a program with an empty argument vector if asked to.
+    if (argc < 1 || !argv[0]) {
+        print_usage();
+        return 0;
+    }
+    if (char* slash = strrchr(argv[0], '/')) argv[0] = slash + 1;
+    for (const Applet* a = kApplets; a->name; ++a) {
+        if (strcmp(argv[0], a->name) == 0) {
+            a->handler(argc, argv);
+            return 0;       // scripts rely on 0; an applet that must report failure calls exit itself
+        }
+    }
+    print_usage();
+    return 0;
+}

@@ -1,0 +1,38 @@
+# layer(NAME [SOURCES ...] [HEADERS ...] [DEPENDS ...] [ROOT DIR])
+#
+# One folder of the product: a static library zepNAME, its install set, and a check that each public
+# header compiles alone as C11 and as C++20. DEPENDS names the layers below it; a call
+# upwards does not link. HEADERS are the public ones (.h), relative to the folder; ROOT is the
+# folder that includes are spelled from (default: the top of the tree).
+function(layer name)
+    cmake_parse_arguments(L "" "ROOT" "SOURCES;HEADERS;DEPENDS" ${ARGN})
+    if(NOT L_ROOT)
+        set(L_ROOT ${PROJECT_SOURCE_DIR})
+    endif()
+    add_library(zep${name} STATIC ${L_SOURCES})
+    set_target_properties(zep${name} PROPERTIES LINKER_LANGUAGE CXX)
+    target_link_libraries(zep${name} PRIVATE zep_product)
+    target_include_directories(zep${name} PUBLIC $<BUILD_INTERFACE:${L_ROOT}>)
+    foreach(d ${L_DEPENDS})
+        target_link_libraries(zep${name} PUBLIC zep${d})
+    endforeach()
+
+    file(RELATIVE_PATH folder ${L_ROOT} ${CMAKE_CURRENT_SOURCE_DIR})
+    set(checks)
+    foreach(h ${L_HEADERS})
+        string(MAKE_C_IDENTIFIER "${folder}/${h}" id)
+        foreach(lang c cpp)
+            set(tu ${CMAKE_CURRENT_BINARY_DIR}/alone_${id}.${lang})
+            file(CONFIGURE OUTPUT ${tu} CONTENT "#include \"${folder}/${h}\"\nextern int alone_${id};\n")
+            list(APPEND checks ${tu})
+        endforeach()
+        get_filename_component(sub "${folder}/${h}" DIRECTORY)
+        install(FILES ${h} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zep/${sub} COMPONENT development)
+    endforeach()
+    if(checks)
+        add_library(headers_${name} OBJECT ${checks})
+        target_compile_options(headers_${name} PRIVATE -Wall -Wextra -Wpedantic -Werror)
+        target_include_directories(headers_${name} PRIVATE ${L_ROOT})
+    endif()
+    install(TARGETS zep${name} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+endfunction()
