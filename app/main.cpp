@@ -1,6 +1,8 @@
 // The program's entry: the name it is started under selects an applet.
 #include "app/applet.hpp"
+#include "board/applets.h"
 #include "common/build_stamp.h"
+#include "factory/applets.h"
 
 #include <cstdio>
 #include <cstring>
@@ -20,29 +22,29 @@ int missing_main(int, char** argv)
 int nothing_main(int, char**) { return 0; }
 
 constexpr Applet kApplets[] = {     // the order is the order of the listing
-    {"qrn_arp", missing_main},
-    {"load_drv", missing_main},
-    {"get_boot_param", missing_main},
+    {"qrn_arp", qrn_arp_main},
+    {"load_drv", load_drv_main},
+    {"get_boot_param", get_boot_param_main},
     {"init_upgrade", nothing_main},
     {"upgrade", missing_main},
     {"xupgrade", missing_main},
     {"xbootenv", nothing_main},
-    {"xgpio", missing_main},
-    {"xi2c", missing_main},
-    {"xgpioi2c", missing_main},
+    {"xgpio", xgpio_main},
+    {"xi2c", xi2c_main},
+    {"xgpioi2c", xi2c_main},
     {"xkill", missing_main},
-    {"xtime", missing_main},
+    {"xtime", xtime_main},
     {"test_dio", missing_main},
     {"test_led", missing_main},
-    {"test_rs485", missing_main},
-    {"test_rs232", missing_main},
+    {"test_rs485", test_rs485_main},
+    {"test_rs232", test_rs232_main},
     {"test_sdcard", missing_main},
     {"test_usb", missing_main},
     {"test_key", missing_main},
     {"test_rtc", missing_main},
     {"test_send_watchdog", missing_main},
     {"test_audio", missing_main},
-    {"get_cb_cam_info", missing_main},
+    {"get_cb_cam_info", get_cb_cam_info_main},
     {nullptr, nullptr},
 };
 

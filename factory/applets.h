@@ -1,0 +1,17 @@
+#ifndef FACTORY_APPLETS_H
+#define FACTORY_APPLETS_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Handlers of the factory tests; each takes the vector whose first word is the applet's name. */
+int test_rs485_main(int argc, char** argv);
+int test_rs232_main(int argc, char** argv);
+int get_cb_cam_info_main(int argc, char** argv);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
