@@ -1,0 +1,65 @@
+// The marker and version that this device expects, and the whole check of a package against them.
+#include "upgrade/cflash.h"
+
+#include "common/cutil_conf.h"
+#include "common/fd.hpp"
+#include "common/parse_int.hpp"
+#include "upgrade/package.hpp"
+
+#include <cstdio>
+#include <sys/stat.h>
+
+namespace zep {
+namespace {
+
+constexpr char kMarkerFile[] = "/etc/oem_marker.conf";
+constexpr char kUpgradeFile[] = "/usr/upgrade";
+
+struct Value {
+    char text[CUTIL_CONF_VALUE_SIZE];
+};
+
+// A marker file that can be read hides the other one, even if it lacks the key.
+void read_marker(Value& value)
+{
+    if (CUTIL_GetConfValue(kMarkerFile, "MARKER", value.text) == 0) return;
+    if (CUTIL_GetConfValue(kUpgradeFile, "MARKER", value.text) == 0) return;
+    snprintf(value.text, sizeof value.text, "3510");
+}
+
+void read_or(Value& value, const char* key, const char* otherwise)
+{
+    if (CUTIL_GetConfValue(kUpgradeFile, key, value.text) < 0)
+        snprintf(value.text, sizeof value.text, "%s", otherwise);
+}
+
+} // namespace
+
+Expected read_expected()
+{
+    Expected device;
+    Value value;
+    read_marker(value);
+    device.marker = marker_word(value.text);
+    read_or(value, "VERSION", "1");
+    device.version = parse_int(value.text);
+    read_or(value, "MODEL", "0000");
+    snprintf(device.model, sizeof device.model, "%.15s", value.text);
+    return device;
+}
+
+} // namespace zep
+
+int CFlash_CheckPackage(const char* path)
+{
+    using namespace zep;
+    Expected device = read_expected();
+    Fd fd(open_package(path));
+    if (fd.get() <= 0) return -1; // with standard input closed the package would take its place
+    PackageHeader header;
+    if (check_header(fd.get(), device, true, header)) return -1;
+    struct stat info;
+    if (fstat(fd.get(), &info) < 0) return -1;
+    if (check_sizes(header, info.st_size)) return -1;
+    return check_contents(fd.get(), header) ? -1 : 0;
+}

@@ -1,0 +1,84 @@
+// Package header and sizes against the device and the file.
+#include "upgrade/package.hpp"
+
+#include "upgrade/bytes.hpp"
+#include "upgrade/log.hpp"
+#include "upgrade/read_fully.hpp"
+
+#include <fcntl.h>
+
+namespace zep {
+
+uint32_t marker_word(const char* text)
+{
+    uint8_t bytes[4] = {};
+    for (unsigned i = 0; i < 4 && text[i]; ++i) bytes[i] = uint8_t(text[i]);
+    return load_le32(bytes);
+}
+
+int open_package(const char* path) { return open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }
+
+namespace {
+
+Finding check_marker(uint32_t found, uint32_t expected)
+{
+    log_alert("CHECK MAGIC_NUMBER : %08x vs %08x\n", found, expected);
+    if (found == expected) return {};
+    log_alert("MAGIC_NUMBER is not match 1 : %08x vs %08x\n", found, expected);
+    return {Flaw::marker, 0, found, expected};
+}
+
+Finding check_version(int32_t found, int32_t expected)
+{
+    log_alert("CHECK VERSION : %d vs %d\n", found, expected);
+    if (found == expected) return {};
+    log_alert("VERSION is not match 1 : %d vs %d\n", found, expected);
+    return {Flaw::version, 4, found, expected};
+}
+
+} // namespace
+
+Finding check_header(int fd, const Expected& device, bool compare_marker, PackageHeader& header)
+{
+    uint8_t bytes[64];
+    size_t got = read_fully(fd, bytes, kPrefixBytes);
+    if (got < kPrefixBytes) return {Flaw::header, 0, int64_t(got), kPrefixBytes};
+
+    header.marker = load_le32(bytes);
+    header.version = int32_t(load_le32(bytes + 4));
+    if (compare_marker)
+        if (Finding f = check_marker(header.marker, device.marker)) return f;
+    if (Finding f = check_version(header.version, device.version)) return f;
+
+    header.length = header_length(header.version);
+    if (!header.length) return {Flaw::layout, 4, header.version, 1};
+    size_t rest = header.length - kPrefixBytes;
+    got = read_fully(fd, bytes + kPrefixBytes, rest);
+    if (got < rest) return {Flaw::header, 0, int64_t(kPrefixBytes + got), header.length};
+    const uint8_t* sizes = bytes + sizes_offset(header.version);
+    for (unsigned i = 0; i < 3; ++i) header.size[i] = load_le32(sizes + 4 * i);
+    return {};
+}
+
+Finding check_sizes(const PackageHeader& header, int64_t file_size)
+{
+    if (header.total() == file_size) return {};
+    log_alert("Firmware image size : %d vs %d\n", int(header.total()), int(file_size));
+    return {Flaw::sizes, sizes_offset(header.version), file_size, header.total()};
+}
+
+Finding check_contents(int fd, const PackageHeader& header)
+{
+    if (Finding f = check_image(fd, header.offset(0))) {
+        log_alert("flash1 is not correct\n");
+        return f;
+    }
+    if (header.version != 1) return {};
+    if (Finding f = check_jffs2(fd, header.offset(2))) {
+        log_alert("flash2 is not correct\n"); // flash3 in truth; log readers know this text
+        return f;
+    }
+    return {};
+}
+
+} // namespace zep
