@@ -1,0 +1,47 @@
+/** Audio records that the modules of the media platform hand to each other. */
+#ifndef MPP_BASE_MPP_AUDIO_H
+#define MPP_BASE_MPP_AUDIO_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Payload types of the built-in codecs; -1 marks a free registry entry. */
+typedef enum {
+    PT_G711A = 19,
+    PT_G711U = 20,
+    PT_G726 = 21,
+    PT_LPCM = 23,
+    PT_ADPCM = 49,
+} PAYLOAD_TYPE_E;
+
+enum {
+    AUDIO_BIT_WIDTH_8 = 0,
+    AUDIO_BIT_WIDTH_16 = 1,
+    AUDIO_SOUND_MONO = 0,
+    AUDIO_SOUND_STEREO = 1,
+    AUDIO_MAX_POINTS = 2048, /* points of one channel in a frame, at most */
+};
+
+/**
+ * One frame of samples, twelve words on the device. Sample blocks are 16-bit signed, native order, one
+ * block a channel. The frame owns nothing: who filled it says how it is released.
+ */
+typedef struct {
+    uint32_t u32BitWidth;    /*  0  AUDIO_BIT_WIDTH_* */
+    uint32_t u32SoundMode;   /*  4  AUDIO_SOUND_* */
+    uint8_t* pu8VirtAddr[2]; /*  8  left (or only) and right sample block */
+    uint32_t u32PhysAddr[2]; /* 16  their physical addresses */
+    uint32_t au32Pass[3];    /* 24  passed through as the driver gave them */
+    uint32_t u32Len;         /* 36  bytes of one channel's block */
+    int32_t s32PoolId;       /* 40  buffer pool; -1: the library allocated the block itself */
+    uint32_t u32PassLast;    /* 44  passed through */
+} AUDIO_FRAME_S;
+
+#ifdef __cplusplus
+}
+static_assert(sizeof(void*) != 4 || sizeof(AUDIO_FRAME_S) == 48, "the driver's record");
+#endif
+#endif
