@@ -1,0 +1,11 @@
+// The peers behind the measuring interface, one table a family; their libraries are linked into the measuring
+// programs only.
+#pragma once
+
+#include "bench/dsp/vdsp_if.h"
+
+namespace zep::bench {
+
+const vd_impl* peers_codec(); // peers_codec.cpp
+
+} // namespace zep::bench
