@@ -3,6 +3,7 @@
 #include "board/applets.h"
 #include "common/build_stamp.h"
 #include "factory/applets.h"
+#include "service/applets.h"
 
 #include <cstdio>
 #include <cstring>
@@ -32,7 +33,7 @@ constexpr Applet kApplets[] = {     // the order is the order of the listing
     {"xgpio", xgpio_main},
     {"xi2c", xi2c_main},
     {"xgpioi2c", xi2c_main},
-    {"xkill", missing_main},
+    {"xkill", xkill_main},
     {"xtime", xtime_main},
     {"test_dio", missing_main},
     {"test_led", missing_main},
