@@ -9,6 +9,13 @@ extern "C" {
 int test_rs485_main(int argc, char** argv);
 int test_rs232_main(int argc, char** argv);
 int get_cb_cam_info_main(int argc, char** argv);
+int test_dio_main(int argc, char** argv);
+int test_led_main(int argc, char** argv);
+int test_key_main(int argc, char** argv);
+int test_sdcard_main(int argc, char** argv);
+int test_usb_main(int argc, char** argv);
+int test_rtc_main(int argc, char** argv);
+int test_send_watchdog_main(int argc, char** argv);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,65 @@
+// test_send_watchdog: asks the system manager to stop and restart its watchdog feeding.
+#include "factory/applets.h"
+#include "factory/options.hpp"
+#include "factory/wiring.hpp"
+
+#include "common/csysmgr.h"
+
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+
+namespace {
+
+constexpr char kUsage[] =
+    "usage: test_send_watchdog [-v] [-s stop] [-r restart] [-n times] [-i ms] [stop|restart]\n"
+    "    sends both commands, or the named one, to the system manager; the verdict is of the\n"
+    "    sending alone. Commands are numbers (default: the words \"WDSP\" and \"WDRS\").\n";
+
+// Four characters as a command word: they stand in the packet in this order.
+constexpr int64_t word(const char* text)
+{
+    int64_t value = 0;
+    for (int i = 3; i >= 0; --i) value = value << 8 | static_cast<unsigned char>(text[i]);
+    return value;
+}
+
+bool send_command(const char* name, int64_t command, const zep::Steps& steps)
+{
+    bool ok = CSYSMGR_SendPacket(uint32_t(command), nullptr, 0) == 0;
+    steps.say("%s 0x%08X : %s\n", name, unsigned(command), ok ? "successful" : "failed");
+    return ok;
+}
+
+} // namespace
+
+int test_send_watchdog_main(int argc, char** argv)
+{
+    zep::Steps steps;
+    int64_t stop = word("WDSP");
+    int64_t restart = word("WDRS");
+    int64_t times = 1;
+    int64_t interval_ms = 1000;
+    const zep::Option options[] = {
+        {"-v", &steps.verbose},
+        {"-s", nullptr, &stop, 0, UINT32_MAX},
+        {"-r", nullptr, &restart, 0, UINT32_MAX},
+        {"-n", nullptr, &times, 1, 1000},
+        {"-i", nullptr, &interval_ms, 0, 60'000},
+    };
+    const char* words[1] = {""};
+    if (!zep::parse_options(argc, argv, options, words, 1, kUsage)) return zep::print_verdict(false);
+    bool only_stop = strcmp(words[0], "stop") == 0;
+    bool only_restart = strcmp(words[0], "restart") == 0;
+    if (*words[0] && !only_stop && !only_restart) {
+        fprintf(stderr, "test_send_watchdog: no command '%s'\n%s", words[0], kUsage);
+        return zep::print_verdict(false);
+    }
+    bool passed = true;
+    for (int64_t i = 0; i < times; ++i) {
+        if (i > 0) usleep(useconds_t(interval_ms * 1000));
+        if (!only_restart) passed &= send_command("STOP", stop, steps);
+        if (!only_stop) passed &= send_command("RESTART", restart, steps);
+    }
+    return zep::print_verdict(passed);
+}

@@ -1,0 +1,216 @@
+// test_sdcard, test_usb: writes, reads back and removes a file on a storage medium.
+#include "factory/applets.h"
+#include "factory/options.hpp"
+#include "factory/wiring.hpp"
+
+#include "common/fd.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+namespace {
+
+using zep::Steps;
+
+constexpr size_t kBlock = 64 * 1024;
+constexpr size_t kAlign = 4096; // what O_DIRECT wants on every file system in use
+constexpr int64_t kMaxMiB = 1024;
+
+// The file under test; a signal handler must know it, so it is the process's.
+struct State {
+    char path[128] = "";
+};
+constinit State state;
+
+void remove_and_end(int signal_number)
+{
+    unlink(state.path);
+    _exit(128 + signal_number);
+}
+
+// The file goes away on every path, a termination signal included.
+class TestFile {
+public:
+    explicit TestFile(const char* folder)
+    {
+        snprintf(state.path, sizeof state.path, "%s/.factory_test_%d", folder, int(getpid()));
+        struct sigaction action = {};
+        action.sa_handler = remove_and_end;
+        for (int s : {SIGINT, SIGTERM, SIGHUP}) sigaction(s, &action, nullptr);
+    }
+    ~TestFile()
+    {
+        unlink(state.path);
+        for (int s : {SIGINT, SIGTERM, SIGHUP}) signal(s, SIG_DFL);
+    }
+    TestFile(const TestFile&) = delete;
+    TestFile& operator=(const TestFile&) = delete;
+};
+
+// Pseudo-random words (xorshift32, Marsaglia 2003), so that no two blocks are alike.
+class Pattern {
+public:
+    void fill(uint8_t* data, size_t size)
+    {
+        for (size_t i = 0; i < size; i += 4) {
+            word_ ^= word_ << 13;
+            word_ ^= word_ >> 17;
+            word_ ^= word_ << 5;
+            memcpy(data + i, &word_, 4);
+        }
+    }
+
+private:
+    uint32_t word_ = 0x5A4550A5;
+};
+
+class Stopwatch {
+public:
+    Stopwatch() { clock_gettime(CLOCK_MONOTONIC, &start_); }
+    [[nodiscard]] int64_t ms() const
+    {
+        timespec now;
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        return std::max<int64_t>(1, (now.tv_sec - start_.tv_sec) * 1000LL +
+                                        (now.tv_nsec - start_.tv_nsec) / 1'000'000);
+    }
+
+private:
+    timespec start_;
+};
+
+struct Buffers {
+    alignas(kAlign) uint8_t wanted[kBlock];
+    alignas(kAlign) uint8_t seen[kBlock];
+};
+constinit Buffers buffers; // too large for the device's stack
+
+bool refuse(const Steps& steps, const char* what)
+{
+    steps.say("%s : %s : failed\n", what, strerror(errno));
+    return false;
+}
+
+// Another file system than its parent's: something is mounted there.
+bool is_mount_point(const char* folder, const Steps& steps)
+{
+    char parent[64];
+    snprintf(parent, sizeof parent, "%s/..", folder);
+    struct stat own = {};
+    struct stat above = {};
+    if (stat(folder, &own) < 0 || stat(parent, &above) < 0) return refuse(steps, folder);
+    if (own.st_dev != above.st_dev) return true;
+    steps.say("%s : nothing is mounted : failed\n", folder);
+    return false;
+}
+
+bool has_room(const char* folder, int64_t bytes, const Steps& steps)
+{
+    struct statvfs fs = {};
+    if (statvfs(folder, &fs) < 0) return refuse(steps, folder);
+    uint64_t free_bytes = uint64_t(fs.f_bavail) * fs.f_frsize;
+    if (free_bytes >= uint64_t(bytes)) return true;
+    steps.say("%s : %llu bytes free, %lld needed : failed\n", folder,
+              static_cast<unsigned long long>(free_bytes), static_cast<long long>(bytes));
+    return false;
+}
+
+bool write_whole(int fd, const uint8_t* data, size_t size)
+{
+    while (size > 0) {
+        ssize_t written = write(fd, data, size);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        data += written;
+        size -= size_t(written);
+    }
+    return true;
+}
+
+bool read_whole(int fd, uint8_t* data, size_t size)
+{
+    while (size > 0) {
+        ssize_t got = read(fd, data, size);
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) return false;
+        data += got;
+        size -= size_t(got);
+    }
+    return true;
+}
+
+bool write_file(int64_t bytes, const Steps& steps)
+{
+    zep::Fd fd(open(state.path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!fd) return refuse(steps, "create");
+    Stopwatch watch;
+    Pattern pattern;
+    for (int64_t done = 0; done < bytes; done += kBlock) {
+        pattern.fill(buffers.wanted, kBlock);
+        if (!write_whole(fd.get(), buffers.wanted, kBlock)) return refuse(steps, "write");
+    }
+    if (fsync(fd.get()) < 0) return refuse(steps, "sync");
+    // What stays in the page cache would be compared with itself.
+    posix_fadvise(fd.get(), 0, 0, POSIX_FADV_DONTNEED);
+    steps.say("WRITE %lld KiB/s\n", static_cast<long long>(bytes / 1024 * 1000 / watch.ms()));
+    return true;
+}
+
+// Past the page cache where the file system can.
+zep::Fd open_for_reading()
+{
+    zep::Fd fd(open(state.path, O_RDONLY | O_CLOEXEC | O_DIRECT));
+    if (!fd) fd.reset(open(state.path, O_RDONLY | O_CLOEXEC));
+    return fd;
+}
+
+bool compare_file(int64_t bytes, const Steps& steps)
+{
+    zep::Fd fd = open_for_reading();
+    if (!fd) return refuse(steps, "open");
+    Stopwatch watch;
+    Pattern pattern;
+    for (int64_t done = 0; done < bytes; done += kBlock) {
+        pattern.fill(buffers.wanted, kBlock);
+        if (!read_whole(fd.get(), buffers.seen, kBlock)) return refuse(steps, "read");
+        if (memcmp(buffers.wanted, buffers.seen, kBlock) == 0) continue;
+        steps.say("compare : difference in the 64 KiB at %lld : failed\n", static_cast<long long>(done));
+        return false;
+    }
+    steps.say("READ %lld KiB/s\n", static_cast<long long>(bytes / 1024 * 1000 / watch.ms()));
+    return true;
+}
+
+bool test_medium(const char* folder, int64_t bytes, const Steps& steps)
+{
+    if (!is_mount_point(folder, steps) || !has_room(folder, bytes, steps)) return false;
+    TestFile file(folder);
+    return write_file(bytes, steps) && compare_file(bytes, steps);
+}
+
+int run(int argc, char** argv, const char* folder)
+{
+    char usage[160];
+    snprintf(usage, sizeof usage,
+             "usage: %s [-v] [-m MiB]\n    tests the medium mounted on %s with a file of 4 MiB\n", argv[0],
+             folder);
+    Steps steps;
+    int64_t mib = 4;
+    const zep::Option options[] = {{"-v", &steps.verbose}, {"-m", nullptr, &mib, 1, kMaxMiB}};
+    if (!zep::parse_options(argc, argv, options, nullptr, 0, usage)) return zep::print_verdict(false);
+    return zep::print_verdict(test_medium(folder, mib * 1024 * 1024, steps));
+}
+
+} // namespace
+
+int test_sdcard_main(int argc, char** argv) { return run(argc, argv, "/mnt/sd"); }
+int test_usb_main(int argc, char** argv) { return run(argc, argv, "/mnt/usb"); }
