@@ -1,0 +1,13 @@
+// Whether any thread could run, as the kernel's process files tell it.
+#pragma once
+
+#include <span>
+
+namespace vcam::quiet {
+
+bool alive(int tid); // exists and is no zombie
+// True when every thread but the asking one is blocked.
+bool whole_space();                        // every process that /proc shows
+bool processes(std::span<const int> pids); // these; 0 and ended ones are passed over
+
+} // namespace vcam::quiet
