@@ -1,0 +1,189 @@
+// fwpkg on images of mkimage and mkfs.jffs2: what it builds, shows, refuses and takes apart.
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+struct Outcome {
+    int status;
+    std::string output; // both streams
+};
+
+Outcome run(const std::string& command)
+{
+    Outcome outcome{-1, ""};
+    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
+    char piece[4096];
+    while (size_t n = fread(piece, 1, sizeof piece, pipe)) outcome.output.append(piece, n);
+    int status = pclose(pipe);
+    if (WIFEXITED(status)) outcome.status = WEXITSTATUS(status);
+    return outcome;
+}
+
+std::string read_file(const fs::path& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void write_file(const fs::path& path, const std::string& bytes)
+{
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+class Fwpkg : public testing::Test {
+protected:
+    // A folder with the images of a small camera.
+    Fwpkg()
+    {
+        char name[] = "/tmp/fwpkg-test.XXXXXX";
+        dir = mkdtemp(name);
+        fs::create_directories(dir / "etc/network");
+        write_file(dir / "etc/system.conf", "name=camera\n");
+        write_file(dir / "vmlinux", std::string(70001, 'k'));
+        write_file(dir / "rootfs", std::string(5000, 'r'));
+        EXPECT_EQ(
+            shell("mkimage -A arm -O linux -T kernel -C none -n 'test \"kernel\"' -d vmlinux uImage").status,
+            0);
+        EXPECT_EQ(shell("PATH=$PATH:/usr/sbin mkfs.jffs2 -q -e 0x10000 -p -d etc -o jffs2").status, 0);
+    }
+    ~Fwpkg() override { fs::remove_all(dir); }
+
+    [[nodiscard]] Outcome shell(const std::string& line) const
+    {
+        return run("cd " + dir.string() + " && " + line);
+    }
+    [[nodiscard]] Outcome fwpkg(const std::string& arguments) const { return shell(FWPKG " " + arguments); }
+
+    fs::path dir;
+};
+
+} // namespace
+
+TEST_F(Fwpkg, BuildsTheSamePackageEveryTimeAndTakesItApartAgain)
+{
+    for (std::string version : {"1", "3"}) {
+        std::string build = " --version " + version + " uImage rootfs jffs2";
+        ASSERT_EQ(fwpkg("build -o one" + build).output, "");
+        ASSERT_EQ(fwpkg("build -o two" + build).status, 0);
+        EXPECT_EQ(read_file(dir / "one"), read_file(dir / "two"));
+        EXPECT_EQ(fs::file_size(dir / "one"), (version == "1" ? 20 : 64) + 70065 + 5000 + 65536);
+        EXPECT_EQ(fwpkg("check --version " + version + " one").status, 0);
+
+        ASSERT_EQ(fwpkg("extract --force -d out one").status, 0);
+        EXPECT_EQ(read_file(dir / "out/flash1.img"), read_file(dir / "uImage"));
+        EXPECT_EQ(read_file(dir / "out/flash2.img"), read_file(dir / "rootfs"));
+        EXPECT_EQ(read_file(dir / "out/flash3.img"), read_file(dir / "jffs2"));
+    }
+}
+
+TEST_F(Fwpkg, PadsEachImageWithErasedBytesToWholePages)
+{
+    ASSERT_EQ(fwpkg("build -o nand --page-size 2048 uImage rootfs jffs2").status, 0);
+    EXPECT_EQ(fwpkg("check nand").status, 0);
+    ASSERT_EQ(fwpkg("extract -d out nand").status, 0);
+    EXPECT_EQ(read_file(dir / "out/flash2.img"),
+              std::string(5000, 'r') + std::string(3 * 2048 - 5000, '\xFF'));
+    EXPECT_EQ(fs::file_size(dir / "out/flash1.img") % 2048, 0u);
+    EXPECT_EQ(fwpkg("build -o x --page-size 1000 uImage rootfs jffs2").status, 2);
+}
+
+TEST_F(Fwpkg, RefusalsNamePlaceFoundAndExpected)
+{
+    ASSERT_EQ(fwpkg("build -o good uImage rootfs jffs2").status, 0);
+    std::string good = read_file(dir / "good");
+    auto refusal = [&](size_t at, const std::string& bytes, const std::string& options = "") {
+        write_file(dir / "bad", std::string(good).replace(at, bytes.size(), bytes));
+        Outcome outcome = fwpkg("check " + options + " bad");
+        EXPECT_EQ(outcome.status, 1) << outcome.output;
+        return outcome.output;
+    };
+    EXPECT_EQ(refusal(0, "OEM1"),
+              "bad: refused: marker at offset 0 (0x0): found \"OEM1\" (0x314d454f), expected \"3510\" "
+              "(0x30313533)\n");
+    EXPECT_EQ(refusal(4, "\x03"), "bad: refused: version at offset 4 (0x4): found 3, expected 1\n");
+    EXPECT_EQ(refusal(8, "\x01", "--any-marker"),
+              "bad: refused: file size against header and image sizes at offset 8 (0x8): found 140621 bytes, "
+              "expected 140445 bytes\n");
+    EXPECT_THAT(refusal(20, "X"),
+                HasSubstr("kernel image magic at offset 20 (0x14): found 0x58051956, expected 0x27051956"));
+    EXPECT_THAT(refusal(20 + 33, "X"), HasSubstr("kernel image header CRC at offset 24 (0x18): found 0x"));
+    EXPECT_THAT(refusal(20 + 64 + 9, "X"), HasSubstr("kernel data CRC at offset 44 (0x2c): found 0x"));
+    EXPECT_THAT(
+        refusal(20 + 70065 + 5000, "X"),
+        HasSubstr(
+            "JFFS2 node magic at an erase block at offset 75085 (0x1254d): found 0x1958, expected 0x1985"));
+}
+
+TEST_F(Fwpkg, ShowsTheDevicesOwnLogLinesWhenAsked)
+{
+    ASSERT_EQ(fwpkg("build -o good --marker OEM1 uImage rootfs jffs2").status, 0);
+    EXPECT_EQ(fwpkg("check --log --marker OEM1-and-more good").output,
+              "device log: CHECK MAGIC_NUMBER : 314d454f vs 314d454f\n"
+              "device log: CHECK VERSION : 1 vs 1\n"
+              "good: good: version 1, marker \"OEM1\", 140621 bytes\n");
+}
+
+TEST_F(Fwpkg, BuildsNothingThatADeviceWouldRefuseUnlessForced)
+{
+    Outcome outcome = fwpkg("build -o bad rootfs rootfs jffs2");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.output, HasSubstr("a device would refuse it: kernel image magic at offset 20"));
+    EXPECT_FALSE(fs::exists(dir / "bad"));
+    EXPECT_EQ(fwpkg("build --force -o bad rootfs rootfs jffs2").status, 0);
+    EXPECT_EQ(fs::file_size(dir / "bad"), 20u + 5000 + 5000 + 65536);
+    for (auto& entry : fs::directory_iterator(dir))
+        EXPECT_THAT(entry.path().filename().string(), testing::Not(StartsWith("bad."))) << "left behind";
+}
+
+// Python's parser is the judge of the JSON; the image name holds quotes on purpose.
+TEST_F(Fwpkg, InfoAsJsonCanBeReadByOthers)
+{
+    ASSERT_EQ(fwpkg("build -o good uImage rootfs jffs2").status, 0);
+    Outcome outcome =
+        shell(FWPKG " info --json good | python3 -c '"
+                    "import json, sys, zlib; p = json.load(sys.stdin); raw = open(\"good\", \"rb\").read()\n"
+                    "print(p[\"marker\"], p[\"version\"], p[\"kernel\"][\"name\"], p[\"sizes_good\"])\n"
+                    "for i in p[\"images\"]:\n"
+                    "  part = raw[i[\"offset\"]:i[\"offset\"] + i[\"bytes\"]]\n"
+                    "  print(i[\"partition\"], len(part), int(i[\"crc32\"], 16) == zlib.crc32(part))'");
+    EXPECT_EQ(outcome.output, "3510 1 test \"kernel\" True\n"
+                              "/dev/mtd1 70065 True\n/dev/mtd2 5000 True\n/dev/mtd3 65536 True\n");
+    EXPECT_THAT(fwpkg("info good").output, HasSubstr("architecture  2 (ARM)"));
+}
+
+TEST_F(Fwpkg, WrongUsageAndUnreadableFilesEndWithTwo)
+{
+    for (const char* arguments :
+         {"", "dig", "build -o x uImage rootfs", "build uImage rootfs jffs2",
+          "build -o x --marker OEM uImage rootfs jffs2", "build -o x --version 2 uImage rootfs jffs2",
+          "build -o no/such/x uImage rootfs jffs2", "check", "check missing", "check etc",
+          "info --xml uImage", "extract missing", "check /dev/null"})
+        EXPECT_EQ(fwpkg(arguments).status, 2) << arguments;
+    write_file(dir / "empty", "");
+    EXPECT_EQ(fwpkg("check empty").status, 1);
+    EXPECT_EQ(fwpkg("info empty").status, 1);
+    EXPECT_EQ(fwpkg("extract uImage").status, 1);
+}
+
+TEST_F(Fwpkg, ExtractReplacesNothingUnlessForced)
+{
+    ASSERT_EQ(fwpkg("build -o good uImage rootfs jffs2").status, 0);
+    write_file(dir / "flash2.img", "mine");
+    EXPECT_EQ(fwpkg("extract good").status, 2);
+    EXPECT_EQ(read_file(dir / "flash2.img"), "mine");
+    EXPECT_EQ(fwpkg("extract --force good").status, 0);
+    EXPECT_EQ(read_file(dir / "flash2.img"), read_file(dir / "rootfs"));
+}
