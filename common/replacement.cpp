@@ -23,7 +23,8 @@ bool clear_way(const char* temp_path, int source)
     struct stat old, from;
     if (lstat(temp_path, &old) < 0) return true;
     bool removable = S_ISREG(old.st_mode) || S_ISLNK(old.st_mode);
-    if (!removable || fstat(source, &from) < 0 || same_file(old, from)) {
+    bool in_use = source >= 0 && (fstat(source, &from) < 0 || same_file(old, from));
+    if (!removable || in_use) {
         errno = EEXIST;
         return false;
     }
@@ -92,13 +93,18 @@ bool Replacement::finish(int source)
         errno = error_;
         return false;
     }
+    return take_over(source) && fsync(file_.get()) == 0;
+}
+
+bool Replacement::take_over(int source)
+{
+    if (source < 0) return true;
     struct stat from, own;
     if (fstat(source, &from) < 0 || fstat(file_.get(), &own) < 0) return false;
     bool owned = own.st_uid == from.st_uid && own.st_gid == from.st_gid;
     if (!owned && fchown(file_.get(), from.st_uid, from.st_gid) < 0) return false;
     // After the owner: a change of owner drops the set-id bits.
-    if (fchmod(file_.get(), from.st_mode & 07777) < 0) return false;
-    return fsync(file_.get()) == 0;
+    return fchmod(file_.get(), from.st_mode & 07777) == 0;
 }
 
 // Another writer that ignores the lock may have put its own file there; renaming that would put half of

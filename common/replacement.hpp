@@ -19,7 +19,8 @@ public:
 
     enum class Existing { refuse, replace };
 
-    // Makes the temporary file, for its owner only until commit(). `source` is the open file to be replaced.
+    // Makes the temporary file, for its owner only until commit(). `source` is the open file to be replaced, or
+    // -1 for a new one, which stays its owner's only.
     // False with errno: EEXIST when there is one to be refused, or what stands there is neither a
     // file nor a link, or is the source itself. `temp_path` must outlive the object.
     bool create(const char* temp_path, Existing existing, int source);
@@ -34,6 +35,7 @@ public:
 private:
     bool flush();
     bool finish(int source);
+    bool take_over(int source);
     bool still_ours() const;
     void discard();
 

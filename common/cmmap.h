@@ -1,0 +1,82 @@
+#ifndef COMMON_CMMAP_H
+#define COMMON_CMMAP_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/*
+ * Memory shared between processes through a mapped file. Two locks guard every copy: an fcntl record lock on
+ * the file's first byte, then a System V semaphore. Both are released when a holder dies. The record lock
+ * excludes other processes, the semaphore also other threads of this one.
+ */
+
+#define CMMAP_CREATE 1u /* make the file anew (mode 0644) and zero-fill it to the size */
+#define CMMAP_ATTACH 2u /* open an existing file; with both, this descriptor is the one used */
+
+typedef struct CMMAP CMMAP_S;
+
+struct CMMAP {
+    int32_t fd;     /* -1 when closed */
+    void* address;  /* MAP_FAILED when mapping failed, null after the end */
+    uint32_t size;  /* of the region, bytes */
+    int32_t owner;  /* 1: this object made the semaphore and removes it */
+    int32_t key;    /* System V key of the semaphore */
+    int32_t sem_id; /* -1 when no semaphore could be had */
+    int32_t (*Deinit)(CMMAP_S* region);
+    int32_t (*Read)(CMMAP_S* region, void* to, uint32_t length);
+    int32_t (*Write)(CMMAP_S* region, const void* from, uint32_t length);
+    int32_t (*Lock)(CMMAP_S* region);
+    int32_t (*Unlock)(CMMAP_S* region);
+};
+
+/**
+ * Open and map a region and get its semaphore. Without a semaphore the region still works, guarded by the
+ * record lock alone. Creating truncates and zeroes a region that others have mapped.
+ *
+ * @param region  the caller's; ended with CMMAP_DeinitLock, also after a failure
+ * @param path    the file; every user of the region names the same one
+ * @param key     System V key that the users agree on
+ * @param flags   CMMAP_CREATE, CMMAP_ATTACH or both
+ * @param size    bytes; attaching to a shorter file fails
+ * @return 0; -1 when the file cannot be opened or mapped, after one line on standard output
+ */
+int32_t CMMAP_Init(CMMAP_S* region, const char* path, int32_t key, uint32_t flags, uint32_t size);
+
+/**
+ * Copy from or to the start of the region under both locks. A lock that fails is reported and the copy is
+ * made all the same. Waits for other holders.
+ *
+ * @param length  bytes, at most the region's size
+ * @return 0; -1 without a mapping, or for a length beyond the region
+ */
+int32_t CMMAP_Read(CMMAP_S* region, void* to, uint32_t length);
+int32_t CMMAP_Write(CMMAP_S* region, const void* from, uint32_t length);
+
+/** Take both locks: the record lock, then the semaphore. Waits. @return 0 whatever happens */
+int32_t CMMAP_Lock(CMMAP_S* region);
+
+/** Release both locks in the reverse order. @return 0 whatever happens */
+int32_t CMMAP_Unlock(CMMAP_S* region);
+
+/** The single locks, in the order in which CMMAP_Lock and CMMAP_Unlock use them. */
+void CMMAP_FileLock(CMMAP_S* region);
+void CMMAP_SemLock(CMMAP_S* region);
+void CMMAP_SemUnlock(CMMAP_S* region);
+void CMMAP_FileUnlock(CMMAP_S* region);
+
+/**
+ * End a region: the owner removes the semaphore (others may still be using it), then the mapping and the
+ * descriptor go. The file stays. Ending twice does nothing.
+ *
+ * @return close's result; the descriptor when it was negative already
+ */
+int32_t CMMAP_DeinitLock(CMMAP_S* region);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
