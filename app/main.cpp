@@ -4,6 +4,7 @@
 #include "common/build_stamp.h"
 #include "factory/applets.h"
 #include "service/applets.h"
+#include "upgrade/applets.h"
 
 #include <cstdio>
 #include <cstring>
@@ -27,7 +28,7 @@ constexpr Applet kApplets[] = {     // the order is the order of the listing
     {"load_drv", load_drv_main},
     {"get_boot_param", get_boot_param_main},
     {"init_upgrade", nothing_main},
-    {"upgrade", missing_main},
+    {"upgrade", upgrade_main},
     {"xupgrade", missing_main},
     {"xbootenv", nothing_main},
     {"xgpio", xgpio_main},

@@ -2,7 +2,6 @@
 #include "upgrade/cflash.h"
 
 #include "common/cutil_conf.h"
-#include "common/fd.hpp"
 #include "common/parse_int.hpp"
 #include "upgrade/package.hpp"
 
@@ -48,18 +47,24 @@ Expected read_expected()
     return device;
 }
 
+bool read_package(const char* path, bool compare_marker, Package& package)
+{
+    Expected device = read_expected();
+    package.fd.reset(open_package(path));
+    if (package.fd.get() <= 0) return false; // 0: with standard input closed nothing may take its place
+    if (check_header(package.fd.get(), device, compare_marker, package.header)) return false;
+    struct stat info;
+    if (fstat(package.fd.get(), &info) < 0) return false;
+    package.file_size = info.st_size;
+    return true;
+}
+
 } // namespace zep
 
 int CFlash_CheckPackage(const char* path)
 {
-    using namespace zep;
-    Expected device = read_expected();
-    Fd fd(open_package(path));
-    if (fd.get() <= 0) return -1; // with standard input closed the package would take its place
-    PackageHeader header;
-    if (check_header(fd.get(), device, true, header)) return -1;
-    struct stat info;
-    if (fstat(fd.get(), &info) < 0) return -1;
-    if (check_sizes(header, info.st_size)) return -1;
-    return check_contents(fd.get(), header) ? -1 : 0;
+    zep::Package package;
+    if (!zep::read_package(path, true, package)) return -1;
+    if (zep::check_sizes(package.header, package.file_size)) return -1;
+    return zep::check_contents(package.fd.get(), package.header) ? -1 : 0;
 }

@@ -1,6 +1,8 @@
 // The layout of a firmware package and what its checks find.
 #pragma once
 
+#include "common/fd.hpp"
+
 #include <array>
 #include <cstdint>
 #include <span>
@@ -112,5 +114,14 @@ Finding check_contents(int fd, const PackageHeader& header); // kernel image, th
 
 // Opens a package for reading; -1 when it cannot be. Never waits on a FIFO or terminal in its place.
 int open_package(const char* path);
+
+struct Package {
+    Fd fd;
+    PackageHeader header;
+    int64_t file_size = 0;
+};
+
+// Opens a package, checks its header against this device and measures the file.
+bool read_package(const char* path, bool compare_marker, Package& package);
 
 } // namespace zep
