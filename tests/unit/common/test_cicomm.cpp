@@ -1,0 +1,186 @@
+#include "common/cicomm.h"
+#include "common/csysmgr.h"
+#include "common/cutil_command.h"
+#include "common/qrn_udp.h"
+#include "tests/unit/common/socket_helpers.hpp"
+
+#include <cstddef>
+#include <cstring>
+#include <fcntl.h>
+#include <memory>
+#include <sys/wait.h>
+#include <vector>
+
+namespace {
+
+using std::string;
+using zep::Fd;
+
+// The header as a peer that knows only the wire format writes it.
+string header(uint32_t version, uint32_t command, uint32_t port, uint32_t length)
+{
+    uint32_t words[] = {version, command, port, length, 0, 0, 0};
+    return "ICOM" + string(reinterpret_cast<char*>(words), sizeof words);
+}
+
+struct Cicomm : testing::Test {
+    std::unique_ptr<CICOMM> server = std::make_unique<CICOMM>(), client = std::make_unique<CICOMM>();
+    int port = 0;
+
+    void SetUp() override
+    {
+        Fd free_port(QRN_OpenLocalUDPSSocket(0));
+        port = port_of(free_port.get());
+        ASSERT_EQ(CICOMM_Init(server.get(), uint32_t(port)), 0); // shares the port, then owns it
+        ASSERT_EQ(CICOMM_Init(client.get(), 0), 0);
+    }
+    void TearDown() override
+    {
+        CICOMM_Close(server.get());
+        CICOMM_Close(client.get());
+    }
+    void raw(const string& bytes)
+    {
+        ASSERT_EQ(QRN_SendLocalUDPData(client->fd, port, bytes.data(), int(bytes.size())), int(bytes.size()));
+    }
+};
+
+} // namespace
+
+TEST_F(Cicomm, MessagesAreHeaderAndPayloadInOneDatagram)
+{
+    Fd peer(QRN_OpenLocalUDPSSocket(0));
+    char wire[64];
+    memset(client->send_message, 0xEE, CICOMM_HEADER_SIZE);
+    EXPECT_EQ(client->Send(client.get(), 0x01020304, port_of(peer.get()), "hello", 5), 37);
+    EXPECT_EQ(QRN_RecvUDPTimeout(peer.get(), wire, sizeof wire, nullptr, 5, 0), 37);
+    EXPECT_EQ(string(wire, 37), header(1, 0x01020304, 0, 5) + "hello") << "a client's own port is 0";
+    EXPECT_EQ(server->Send(server.get(), 7, port_of(peer.get()), nullptr, 0), 32);
+    EXPECT_EQ(QRN_RecvUDPTimeout(peer.get(), wire, sizeof wire, nullptr, 5, 0), 32);
+    EXPECT_EQ(string(wire, 32), header(1, 7, uint32_t(port), 0));
+
+    uint32_t command = 0;
+    raw(header(1, 9, 0, 3) + "abc");
+    EXPECT_EQ(server->Recv(server.get(), &command), 3);
+    EXPECT_EQ(command, 9u);
+    EXPECT_EQ(memcmp(server->GetRecvHeader(server.get()), "ICOM", 4), 0);
+    EXPECT_EQ(memcmp(server->GetRecvData(server.get()), "abc", 3), 0);
+    EXPECT_EQ(server->GetSocket(server.get()), server->fd);
+}
+
+TEST_F(Cicomm, RefusedLengthsSendNothing)
+{
+    auto refused = [&](const void* payload, int length, int result, const string& reason) {
+        EXPECT_EQ(printed([&] { EXPECT_EQ(CICOMM_Send(client.get(), 1, port, payload, length), result); }),
+                  "[CICOMM_Send] error, reason(" + reason + ")\n");
+    };
+    std::vector<char> large(102369);
+    refused(nullptr, 5, -1, "size[5], buff[0]");
+    refused(nullptr, -5, -1, "size[-5], buff[0]");
+    refused(large.data(), -1, -2, "size over -1 vs 102368");
+    refused(large.data(), 102369, -2, "size over 102369 vs 102368");
+    char byte;
+    EXPECT_EQ(QRN_RecvLocalUDPData(server->fd, port, &byte, 1), 0);
+
+    EXPECT_EQ(CICOMM_Send(client.get(), 1, port, large.data(), 65475), 65507) << "the largest datagram";
+    EXPECT_EQ(CICOMM_RecvChecked(server.get(), nullptr), 65475);
+    string reason = "[CICOMM_Send] error, reason(SendTo -1 vs 65508)\n";
+    EXPECT_EQ(printed([&] { EXPECT_EQ(CICOMM_Send(client.get(), 1, port, large.data(), 65476), -4); }),
+              "[SendTo] Error Number : 90, Error String Message too long\n" + reason);
+    EXPECT_EQ(CICOMM_Close(client.get()), 0);
+    EXPECT_EQ(printed([&] { EXPECT_EQ(CICOMM_Send(client.get(), 1, port, large.data(), 65476), -4); }),
+              reason);
+}
+
+TEST_F(Cicomm, ReceiveReturnsTheClaimedLengthTheCheckedOneOnlyWhatArrived)
+{
+    const struct {
+        string bytes;
+        int claimed, checked;
+    } cases[] = {
+        {header(1, 5, 0, 2) + "ab", 2, 2},
+        {header(1, 5, 0, 1) + "ab", 1, 1},
+        {header(1, 5, 0, 0), 0, 0},
+        {header(1, 5, 0, 3) + "ab", 3, -1},
+        {header(1, 5, 0, 0x7FFFFFFF), 0x7FFFFFFF, -1},
+        {header(1, 5, 0, 0xFFFFFFFE) + "ab", -2, -1},
+        {header(2, 5, 0, 2) + "ab", 2, -1},
+        {"ICON" + header(1, 5, 0, 2).substr(4) + "ab", 2, -1},
+        {"short", 2, -1}, // the length is that of the message before
+    };
+    for (const auto& c : cases) {
+        raw(c.bytes);
+        EXPECT_EQ(CICOMM_Recv(server.get(), nullptr), c.claimed) << c.bytes;
+        EXPECT_EQ(CICOMM_CheckMessage(c.bytes.data(), int32_t(c.bytes.size())), c.checked) << c.bytes;
+        raw(c.bytes);
+        uint32_t command = 77;
+        printed([&] { EXPECT_EQ(CICOMM_RecvChecked(server.get(), &command), c.checked) << c.bytes; });
+        EXPECT_EQ(command, c.checked < 0 ? 77u : 5u);
+    }
+}
+
+TEST_F(Cicomm, ClosedAndEmptyReceivesAreMinusOne)
+{
+    raw("");
+    EXPECT_EQ(printed([&] { EXPECT_EQ(CICOMM_Recv(server.get(), nullptr), -1); }),
+              "[CICOMM_Recv] error, reason(recvfrom)\n");
+    EXPECT_EQ(server->Close(server.get()), 0);
+    EXPECT_EQ(server->Close(server.get()), -1);
+    EXPECT_EQ(server->GetSocket(server.get()), -1);
+    EXPECT_EQ(printed([&] { EXPECT_EQ(CICOMM_Recv(server.get(), nullptr), -1); }), "");
+    Fd taken(openUDPSSocket(0));
+    EXPECT_EQ(printed([&] { EXPECT_EQ(CICOMM_Init(server.get(), uint32_t(port_of(taken.get()))), -1); }),
+              "[QRN_OpenLocalUDPSSocket] local bind error. exit\n"
+              "[CICOMM_Init] error, reason(QRN_OpenLocalUDPSSocket)\n");
+    EXPECT_EQ(server->fd, -1);
+}
+
+TEST(Sysmgr, BadArgumentsAndDescriptorZeroAreRefused)
+{
+    char data[257] = {};
+    EXPECT_EQ(CSYSMGR_SendPacket(1, data, 257), -1);
+    EXPECT_EQ(CSYSMGR_SendPacket(1, data, -12), -1);
+    EXPECT_EQ(CSYSMGR_SendPacket(1, nullptr, 1), -1);
+    pid_t child = fork();
+    if (child == 0) {
+        close(0);
+        close(1);
+        if (open("/dev/null", O_WRONLY) != 0 || dup(0) != 1) _exit(2);
+        close(0);
+        bool refused = CSYSMGR_SendPacket(1, nullptr, 0) == -1 && fcntl(0, F_GETFD) >= 0;
+        _exit(refused ? 0 : 1);
+    }
+    int status;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+TEST(SendCommand, WritesHeaderAndDataAndCallsAShortWriteAFailure)
+{
+    SocketPair pair(SOCK_DGRAM); // keeps the writes apart
+    EXPECT_EQ(CUTIL_SendCommand(pair.near.get(), 0x11223344, 3, "abc"), 0);
+    EXPECT_EQ(CUTIL_SendCommand(pair.near.get(), 5, 0, nullptr), 0);
+    const uint32_t first[] = {0x11223344, 3}, second[] = {5, 0};
+    char wire[16];
+    EXPECT_EQ(read(pair.far.get(), wire, sizeof wire), 8);
+    EXPECT_EQ(memcmp(wire, first, 8), 0);
+    EXPECT_EQ(read(pair.far.get(), wire, sizeof wire), 3);
+    EXPECT_EQ(read(pair.far.get(), wire, sizeof wire), 8);
+    EXPECT_EQ(memcmp(wire, second, 8), 0);
+
+    auto line = [](int fd, int length) {
+        return printed([&] {
+            EXPECT_EQ(CUTIL_SendCommand(fd, 1, length, string(size_t(abs(length)), 'x').data()), -1);
+        });
+    };
+    EXPECT_EQ(line(-1, 1), "ERROR ! CUTIL_SendCommand() invalid param => fd is (-1)\n");
+    EXPECT_EQ(line(-2, 1), "ERROR ! CUTIL_SendCommand() => header write return is (-1 != 8)\n");
+    EXPECT_EQ(line(pair.near.get(), -7), "ERROR ! CUTIL_SendCommand() => data write return is (-1 != -7)\n");
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+    Fd out(ends[0]), in(ends[1]);
+    string partial = line(in.get(), 1000000);
+    EXPECT_EQ(partial.rfind("ERROR ! CUTIL_SendCommand() => data write return is (", 0), 0u) << partial;
+    EXPECT_NE(partial.find(" != 1000000)\n"), string::npos) << partial;
+    EXPECT_EQ(partial.find("(-1"), string::npos) << "a part was written";
+}
