@@ -44,7 +44,7 @@ constexpr Applet kApplets[] = {     // the order is the order of the listing
     {"test_usb", test_usb_main},
     {"test_key", test_key_main},
     {"test_rtc", test_rtc_main},
-    {"test_send_watchdog", missing_main},
+    {"test_send_watchdog", test_send_watchdog_main},
     {"test_audio", missing_main},
     {"get_cb_cam_info", get_cb_cam_info_main},
     {nullptr, nullptr},
