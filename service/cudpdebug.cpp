@@ -1,0 +1,76 @@
+// Debug lines to a remote console.
+#include "service/cudpdebug.h"
+
+#include <arpa/inet.h>
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+int print_nothing(CUDPDEBUG*, const char*, ...) { return 0; }
+
+template<size_t N> void copy_cut(char (&to)[N], const char* from)
+{
+    memset(to, 0, N);
+    if (from) memcpy(to, from, strnlen(from, N - 1));
+}
+
+// Formats into the message; its length, cut to what fits, or vsnprintf's negative result.
+[[gnu::format(printf, 2, 0)]] int format_message(CUDPDEBUG* log, const char* format, va_list args)
+{
+    char* message = log->message;
+    constexpr int kSize = sizeof log->message;
+    // The tag is text: a percent sign in it is none of the caller's conversions.
+    int prefix = log->tag[0] ? snprintf(message, kSize, "[%s] ", log->tag) : 0;
+    int length = vsnprintf(message + prefix, size_t(kSize - prefix), format, args);
+    return length < 0 ? length : std::min(prefix + length, kSize - 1);
+}
+
+} // namespace
+
+int CUDPDEBUG_Init(CUDPDEBUG* log, int enable, const char* ip, uint16_t port, const char* tag)
+{
+    log->Close = CUDPDEBUG_Close;
+    log->sock = -1;
+    if (enable < 1) {
+        log->Printf = print_nothing;
+        return 0;
+    }
+    log->Printf = CUDPDEBUG_Printf;
+    copy_cut(log->ip, ip);
+    log->port = port;
+    copy_cut(log->tag, tag);
+    log->addr = {};
+    log->addr.sin_family = AF_INET;
+    log->addr.sin_port = htons(port);
+    log->addr.sin_addr.s_addr = inet_addr(log->ip);
+    log->sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (log->sock >= 0) return 0;
+    perror("[CUDPDEBUG_Init]");
+    return -1;
+}
+
+int CUDPDEBUG_Printf(CUDPDEBUG* log, const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    int length = format_message(log, format, args);
+    va_end(args);
+    if (length <= 0) return length;
+    const auto* to = reinterpret_cast<const sockaddr*>(&log->addr);
+    int sent = int(sendto(log->sock, log->message, strlen(log->message), 0, to, sizeof log->addr));
+    if (sent < 0) perror("[CUDPDEBUG_Printf]");
+    return sent;
+}
+
+int CUDPDEBUG_Close(CUDPDEBUG* log)
+{
+    if (log->sock <= 0) return log->sock;
+    int result = close(log->sock);
+    log->sock = -1;
+    return result;
+}
