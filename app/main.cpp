@@ -29,7 +29,7 @@ constexpr Applet kApplets[] = {     // the order is the order of the listing
     {"get_boot_param", get_boot_param_main},
     {"init_upgrade", nothing_main},
     {"upgrade", upgrade_main},
-    {"xupgrade", missing_main},
+    {"xupgrade", xupgrade_main},
     {"xbootenv", nothing_main},
     {"xgpio", xgpio_main},
     {"xi2c", xi2c_main},

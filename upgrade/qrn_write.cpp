@@ -4,13 +4,13 @@
 #include "common/shell.hpp"
 #include "upgrade/log.hpp"
 #include "upgrade/package.hpp"
+#include "upgrade/pin_program.hpp"
 #include "upgrade/settings.hpp"
 #include "upgrade/stretch.hpp"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -85,8 +85,7 @@ void write_partition(const Stretch& image, const char* device)
 
 void write_partitions(const char* path, const Package& package, const char* const (&devices)[3], bool verbose)
 {
-    // The program's own pages come from the root file system that is about to be overwritten.
-    mlockall(MCL_CURRENT);
+    pin_program();
     for (unsigned i = 0; i < 3; ++i) {
         write_partition({path, package.fd.get(), package.header.offset(i), package.header.size[i]},
                         devices[i]);
