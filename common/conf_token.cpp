@@ -10,6 +10,8 @@ namespace {
 
 constexpr bool is_blank(char c) { return c == ' ' || c == '\t'; }
 
+constexpr bool ends_token(char c) { return c == '=' || c == '\n' || c == '\r' || c == '\0'; }
+
 } // namespace
 
 ConfToken conf_token(const char* cursor)
@@ -18,7 +20,8 @@ ConfToken conf_token(const char* cursor)
     if (conf_ends_line(cursor)) return {.next = cursor};
     if (*cursor == '=') return {.next = cursor + 1, .text = cursor, .length = 0};
     const char* begin = cursor;
-    const char* end = begin + strcspn(begin, "=\n\r");
+    const char* end = begin;
+    while (!ends_token(*end)) ++end;
     if (begin == end) return {.next = nullptr};
 
     const char* next = *end == '=' ? end + 1 : end;
