@@ -2,6 +2,7 @@
 #include "sim/drv/quiet.hpp"
 #include "sim/drv/raw.hpp"
 #include "sim/drv/state.hpp"
+#include "sim/drv/watchdog_timer.hpp"
 
 #include <algorithm>
 #include <array>
@@ -20,7 +21,8 @@ namespace {
 constexpr uint32_t kPageMagic = 0x314B4356; // "VCK1"
 constexpr int64_t kNever = INT64_MAX;
 constexpr int kSleepers = 256, kMembers = 64;
-constexpr int64_t kFirstPause = 50'000, kLongestPause = 2'000'000;
+constexpr int64_t kWatchdogLook = 50'000'000; // in real time, sleepers wake to look at the watchdog
+constexpr int64_t kFirstPause = 50'000, kLongestPause = 2'000'000, kSignalPause = 500'000;
 
 struct Slot {
     std::atomic<int32_t> tid; // 0: free
@@ -34,9 +36,9 @@ struct Page {
     std::atomic<uint32_t> magic;
     std::atomic<uint32_t> realtime;
     std::atomic<uint32_t> owns_pids;
-    std::atomic<uint32_t> generation; // counts skips; sleepers wait on it
-    std::atomic<int32_t> skipper;     // thread that decides about a skip
-    std::atomic<int32_t> reserved;
+    std::atomic<uint32_t> generation;          // counts skips; sleepers wait on it
+    std::atomic<int32_t> skipper;              // thread that decides about a skip
+    std::atomic<uint32_t> dark;                // the power is lost
     alignas(8) std::atomic<int64_t> offset_ns; // camera time - host monotonic time
     alignas(8) std::atomic<int64_t> wall_base_ns;
     alignas(8) std::atomic<int64_t> stopped_ns; // camera time at power_off; -1 while running
@@ -49,7 +51,6 @@ static_assert(std::atomic<int64_t>::is_always_lock_free && sizeof(Slot) == 24);
 static_assert(sizeof(Page) == 56 + 40 + 4 * kMembers + 24 * kSleepers);
 
 std::atomic<Page*> mapped{nullptr};
-std::atomic<void (*)()> watchdog_action{nullptr};
 
 int64_t host_ns() { return raw::clock_ns(CLOCK_MONOTONIC); }
 
@@ -89,13 +90,6 @@ void join(Page& p)
     }
 }
 
-void fire_watchdog(Page& p)
-{
-    int32_t running = 1;
-    if (!p.watchdog.armed.compare_exchange_strong(running, 2)) return;
-    if (auto action = watchdog_action.load()) action();
-}
-
 bool watchdog_due(Page& p, int64_t t) { return p.watchdog.armed == 1 && t >= p.watchdog.deadline_ns; }
 
 // The earliest time somebody waits for; kNever when the camera must not skip yet.
@@ -126,7 +120,7 @@ bool nothing_runs(const Page& p)
     std::array<int, kMembers> members;
     std::transform(p.members.begin(), p.members.end(), members.begin(),
                    [](const auto& m) { return m.load(); });
-    return quiet::processes(members);
+    return quiet::families(members);
 }
 
 bool lock_skipper(Page& p)
@@ -169,6 +163,7 @@ std::string power_on(const PowerOn& options)
     for (auto& m : p->members) m = 0;
     memset(static_cast<void*>(&p->watchdog), 0, sizeof p->watchdog);
     p->skipper = 0;
+    p->dark = 0;
     p->realtime = options.realtime;
     p->owns_pids = options.owns_pids;
     p->offset_ns = start - host_ns();
@@ -204,6 +199,11 @@ bool attach()
     return true;
 }
 
+void joined_by_fork()
+{
+    if (Page* p = mapped.load(); p && !p->owns_pids) join(*p);
+}
+
 void detach()
 {
     if (Page* p = mapped.exchange(nullptr)) ::munmap(static_cast<void*>(p), sizeof *p);
@@ -232,6 +232,24 @@ bool realtime()
 {
     const Page* p = page();
     return !p || p->realtime;
+}
+
+bool owns_pids()
+{
+    const Page* p = page();
+    return p && p->owns_pids;
+}
+
+bool has_power()
+{
+    const Page* p = page();
+    return !p || !p->dark;
+}
+
+bool mark_power_off()
+{
+    Page* p = page();
+    return p && p->dark.exchange(1) == 0;
 }
 
 Sleeper::Sleeper(int64_t deadline_ns, Wait kind) : deadline_(deadline_ns), pause_(kFirstPause)
@@ -268,33 +286,78 @@ int64_t Sleeper::try_skip()
     Page* p = page();
     if (!p) return kTick;
     generation_ = p->generation;
-    if (watchdog_due(*p, now(*p))) fire_watchdog(*p);
+    if (watchdog_due(*p, now(*p))) watchdog::expire();
     const int64_t left = deadline_ - now(*p);
     if (left <= 0) return 0;
     if (skip(*p)) {
-        if (watchdog_due(*p, now(*p))) fire_watchdog(*p);
+        if (watchdog_due(*p, now(*p))) watchdog::expire();
         pause_ = kFirstPause;
         return 0;
     }
-    const int64_t pause = std::min(pause_, left);
+    const int64_t pause = std::min(p->realtime ? kWatchdogLook : pause_, left);
     pause_ = std::min(pause_ * 2, kLongestPause);
     return pause;
 }
 
-bool Sleeper::nap(int64_t host_ns)
+void Sleeper::nap(int64_t host_ns)
 {
-    Page* p = page();
-    return !p || host_ns <= 0 || raw::futex_wait(&p->generation, generation_, host_ns);
+    if (Page* p = page(); p && host_ns > 0) raw::futex_wait(&p->generation, generation_, host_ns);
 }
+
+SignalHold::SignalHold()
+{
+    sigset_t all;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before_);
+}
+
+SignalHold::~SignalHold() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+namespace {
+
+// Whether a signal could run a handler in this thread. Those that report faults of the program itself
+// do not come from outside.
+bool handlers_wait()
+{
+    constexpr int kOwnFaults[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS};
+    sigset_t mask;
+    ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    for (int s = 1; s <= SIGRTMAX; ++s) {
+        if (std::find(std::begin(kOwnFaults), std::end(kOwnFaults), s) != std::end(kOwnFaults)) continue;
+        struct sigaction action;
+        if (!::sigismember(&mask, s) && ::sigaction(s, nullptr, &action) == 0 &&
+            action.sa_handler != SIG_DFL && action.sa_handler != SIG_IGN)
+            return true;
+    }
+    return false;
+}
+
+// A handler must end the sleep, also one that runs while the skip is considered: signals come in only
+// where the kernel waits. Another thread's skip is noticed at the end of a pause.
+bool sleep_with_signals(Sleeper& sleeper, bool restart)
+{
+    const SignalHold hold;
+    while (!sleeper.over()) {
+        const int64_t pause = std::min(sleeper.try_skip(), kSignalPause);
+        if (raw::poll(nullptr, 0, pause, &hold.before()) < 0 && !restart) return false;
+    }
+    return true;
+}
+
+} // namespace
 
 bool sleep_until(int64_t deadline_ns, bool restart)
 {
+    if (!page()) return true;
+    const int e = errno;
     Sleeper sleeper(deadline_ns, Wait::plain);
-    while (!sleeper.over()) {
-        const int64_t pause = sleeper.try_skip();
-        if (pause > 0 && !sleeper.nap(pause) && !restart) return false;
-    }
-    return true;
+    bool whole = true;
+    if (handlers_wait())
+        whole = sleep_with_signals(sleeper, restart);
+    else
+        while (!sleeper.over()) sleeper.nap(sleeper.try_skip());
+    errno = e;
+    return whole;
 }
 
 WatchdogState* watchdog()
@@ -303,11 +366,9 @@ WatchdogState* watchdog()
     return p ? &p->watchdog : nullptr;
 }
 
-void set_watchdog_action(void (*action)()) { watchdog_action = action; }
-
 void check_watchdog()
 {
-    if (Page* p = page(); p && p->stopped_ns < 0 && watchdog_due(*p, now(*p))) fire_watchdog(*p);
+    if (Page* p = page(); p && p->stopped_ns < 0 && watchdog_due(*p, now(*p))) watchdog::expire();
 }
 
 } // namespace vcam::clock

@@ -12,6 +12,7 @@
 #pragma once
 
 #include <atomic>
+#include <csignal>
 #include <cstdint>
 #include <string>
 
@@ -33,12 +34,17 @@ std::string power_on(const PowerOn& options);
 void power_off();
 // Maps the clock of the state folder if there is one; called by now_ns and the others as needed.
 bool attach();
+void joined_by_fork(); // in the child
 void detach();
 
 int64_t now_ns();            // camera time; 0 without a camera
 int64_t wall_ns();           // the camera's calendar clock, since 1970
 void set_wall_ns(int64_t t); // moves the calendar clock and nothing else
 bool realtime();
+bool owns_pids();
+// The camera's power, until the next power_on. mark_power_off is true for the one caller who cut it.
+bool has_power();
+bool mark_power_off();
 
 enum class Wait : uint8_t { plain, descriptor };
 
@@ -52,14 +58,27 @@ public:
     [[nodiscard]] bool over() const;
     // Skips if the camera allows it; else says how long, in host ns, to wait before asking again.
     int64_t try_skip();
-    // Waits so long, or until another thread skips. False when a signal's handler ran.
-    bool nap(int64_t host_ns);
+    // Waits so long, or until another thread skips, or a signal's handler has run.
+    void nap(int64_t host_ns);
 
 private:
     int slot_ = -1;
     int64_t deadline_;
     uint32_t generation_ = 0;
     int64_t pause_;
+};
+
+// Holds signals back while it lives.
+class SignalHold {
+public:
+    SignalHold();
+    ~SignalHold();
+    SignalHold(const SignalHold&) = delete;
+    SignalHold& operator=(const SignalHold&) = delete;
+    [[nodiscard]] const sigset_t& before() const { return before_; }
+
+private:
+    sigset_t before_;
 };
 
 // Sleeps until camera time `deadline_ns`. False when a signal's handler ran meanwhile, unless `restart`
@@ -77,8 +96,6 @@ struct WatchdogState {
     std::atomic<int32_t> magic; // 'V' was the last thing written
 };
 WatchdogState* watchdog(); // null without a camera
-// What happens when the watchdog's time is over; called once, by the thread that notices.
-void set_watchdog_action(void (*action)());
 // Fires the watchdog if its time is over; whoever lives long without waiting calls this now and then.
 void check_watchdog();
 

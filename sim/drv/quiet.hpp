@@ -7,7 +7,7 @@ namespace vcam::quiet {
 
 bool alive(int tid); // exists and is no zombie
 // True when every thread but the asking one is blocked.
-bool whole_space();                        // every process that /proc shows
-bool processes(std::span<const int> pids); // these; 0 and ended ones are passed over
+bool whole_space();                       // every process that /proc shows
+bool families(std::span<const int> pids); // these and what descends from them; 0 is passed over
 
 } // namespace vcam::quiet

@@ -75,10 +75,10 @@ int64_t seek(int fd, int64_t offset, int whence)
 
 int flock(int fd, int operation) { return int(::syscall(SYS_flock, fd, operation)); }
 
-int poll(pollfd* fds, size_t count, int64_t timeout_ns)
+int poll(pollfd* fds, size_t count, int64_t timeout_ns, const sigset_t* mask)
 {
     const Timespec64 limit = split(timeout_ns);
-    return int(::syscall(kPpoll, fds, count, timeout_ns < 0 ? nullptr : &limit, nullptr, 8));
+    return int(::syscall(kPpoll, fds, count, timeout_ns < 0 ? nullptr : &limit, mask, 8));
 }
 
 int64_t clock_ns(int clock_id)
@@ -96,14 +96,12 @@ void sleep_ns(int64_t ns)
     errno = e;
 }
 
-bool futex_wait(const void* word, uint32_t expected, int64_t timeout_ns)
+void futex_wait(const void* word, uint32_t expected, int64_t timeout_ns)
 {
     const int e = errno;
     const Timespec64 limit = split(timeout_ns);
-    const bool interrupted =
-        ::syscall(kFutex, word, FUTEX_WAIT, expected, &limit, nullptr, 0) != 0 && errno == EINTR;
+    ::syscall(kFutex, word, FUTEX_WAIT, expected, &limit, nullptr, 0);
     errno = e;
-    return !interrupted;
 }
 
 void futex_wake(const void* word)

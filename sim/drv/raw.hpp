@@ -3,6 +3,7 @@
 // All set errno and return as the calls they are named after.
 #pragma once
 
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -22,11 +23,12 @@ ssize_t pread(int fd, void* data, size_t size, int64_t offset);
 ssize_t pwrite(int fd, const void* data, size_t size, int64_t offset);
 int64_t seek(int fd, int64_t offset, int whence);
 int flock(int fd, int operation);
-int poll(pollfd* fds, size_t count, int64_t timeout_ns); // timeout below 0: no limit
-int64_t clock_ns(int clock_id);                          // of the host
-void sleep_ns(int64_t ns);                               // on the host
-// Waits until *word differs from expected, is woken, or the time is over. False when a signal's handler ran.
-bool futex_wait(const void* word, uint32_t expected, int64_t timeout_ns);
+// timeout below 0: no limit. The mask, if any, holds while it waits.
+int poll(pollfd* fds, size_t count, int64_t timeout_ns, const sigset_t* mask = nullptr);
+int64_t clock_ns(int clock_id); // of the host
+void sleep_ns(int64_t ns);      // on the host
+// Waits until *word differs from expected, is woken, or the time is over.
+void futex_wait(const void* word, uint32_t expected, int64_t timeout_ns);
 void futex_wake(const void* word);
 int pid();
 int tid();

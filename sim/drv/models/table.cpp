@@ -1,0 +1,13 @@
+#include "sim/drv/models/table.hpp"
+
+namespace vcam::models {
+
+std::span<Model* const> all()
+{
+    static Model* const table[] = {
+        &mtd(0), &mtd(1), &mtd(2), &mtd(3), &mtd_block(3), &watchdog(),
+    };
+    return table;
+}
+
+} // namespace vcam::models

@@ -1,0 +1,16 @@
+// The simulated devices. A new one is a file of its own, a declaration and a row here.
+#pragma once
+
+#include "sim/drv/models/model.hpp"
+
+#include <span>
+
+namespace vcam::models {
+
+Model& mtd(unsigned number);       // mtd.cpp
+Model& mtd_block(unsigned number); // mtd.cpp
+Model& watchdog();                 // watchdog.cpp
+
+std::span<Model* const> all();
+
+} // namespace vcam::models
