@@ -75,25 +75,38 @@ def to_gain(x, total):
     return c
 
 
-def fraction(name, k, delay, q, points=260):
-    """Interpolator at a fraction of a sample with 2k taps; twice as exact to 0.39 low as from there to 0.45."""
+def fraction(name, k, delay, q, half=None, points=260):
+    """
+    Interpolator at a fraction of a sample with 2k taps; twice as exact to 0.39 low as from there to 0.45.
+    From there to 0.5 low the other fractions follow the gain that the half one has, or else the phases would
+    disagree and what lies there would come back around 1.5 and 2.5 low.
+    """
     w = np.linspace(0, .9 * np.pi, points)
     W = np.where(w <= .78 * np.pi, 2, 1)
+    T = np.ones(points, complex)
+    if half is not None:
+        soft = np.linspace(.9 * np.pi, np.pi, 40)[1:]
+        gain = (1 + 2 * np.cos(np.outer(soft, np.arange(k) + .5)) @ half / 2**q) / 2
+        w, W = np.r_[w, soft], np.r_[W, np.full(39, .3)]
+        T = np.r_[T, gain + (1 - gain) * np.exp(-2j * np.pi * delay)]   # the input and its image about low
     C = np.exp(1j * np.outer(w, np.arange(1 - k, k + 1) - delay))
     turns = np.exp(-1j * np.pi * np.arange(8) / 8)          # |z| from its projections
     S = np.vstack([(C * t).real for t in turns]) * np.tile(W, 8)[:, None]
-    D = np.concatenate([W * t.real for t in turns])
+    D = np.concatenate([W * (T * t).real for t in turns])
     x = best_rest(S, D, np.ones(2 * k), np.zeros(2 * k), list(range(2 * k)), 1) * 2**q
-    if delay == .5:
-        half = to_gain((x[k:] + x[k - 1::-1]) / 2, 2**(q - 1))
-        c = np.r_[half[::-1], half]
+    if half is None:
+        kept = to_gain((x[k:] + x[k - 1::-1]) / 2, 2**(q - 1))
+        c = np.r_[kept[::-1], kept]
     else:
-        half = c = to_gain(x, 2**q)
-    show(name, q, np.max(abs(C @ (c / 2**q) - 1)), half)
+        kept = c = to_gain(x, 2**q)
+    e = abs(C @ (c / 2**q) - T)
+    show(name, q, np.max(e[:points]), kept)
+    return kept
 
 
-for d in (1 / 2, 1 / 4, 1 / 3, 1 / 6):
-    fraction(f"up, {d:.3f} of a sample", 32, d, 20)
-half_band("down by 2, pass to 0.45 low", 29, .9, 20, 3, 500)
+half = fraction("up, 1/2 of a sample", 32, 1 / 2, 20)
+for n in (4, 3, 6):
+    fraction(f"up, 1/{n} of a sample", 32, 1 / n, 20, half)
+half_band("down from 2 low, pass to 0.45 low", 30, .9, 20, 3, 500)
 half_band("down by 2 to 2 low", 7, .55, 17, 6, 300)
 decimate3("down by 3 to 2 low", 37, 18, 2)

@@ -1,7 +1,7 @@
 // Fixed-ratio resamplers, linear phase.
 //
 // Up: one polyphase filter whose last phase is the input itself. Two stages would multiply less, but within
-// the same delay their images are 10 dB louder. Down: the transition at low/2 is made by a half-band filter
+// the same delay their images are up to 10 dB louder. Down: the transition at low/2 is made by a half-band filter
 // between 2 low and low, where it costs least; a short filter comes before it for 4 and 6. The samples
 // between the two are rounded to 16 bits, and the second filter halves that noise.
 #include "mpi/audio/resampler.h"
@@ -36,12 +36,18 @@ template<class F, int Points> struct HalfBandDown {
     Line<F::kTaps / 2 - 1, Points, 0> even;
 };
 
-struct Down {
-    HalfBandDown<Sharp, kBlock> sharp;
-    union {
-        HalfBandDown<Short, kMid> by2;
-        FilterLine<By3, 3 * kMid, 3> by3;
-    } first;
+struct Down2 {
+    HalfBandDown<Fraction, kBlock> only;
+};
+
+struct Down4 {
+    HalfBandDown<Short, kMid> first;
+    HalfBandDown<Sharp, kBlock> second;
+};
+
+struct Down6 {
+    FilterLine<By3, 3 * kMid, 3> first;
+    HalfBandDown<Sharp, kBlock> second;
 };
 
 inline int16_t limited(int32_t v)
@@ -90,8 +96,8 @@ void up6(Up& s, const int16_t* in, int n, int16_t* out)
     up(s, in, n, out, kSixth, kThird, kHalf, kTwoThirds, kFiveSixths);
 }
 
-template<class F, int Points, class Emit>
-inline void half_band_down(const F& f, HalfBandDown<F, Points>& s, const int16_t* in, int n, Emit emit)
+template<class F, int Points>
+inline void half_band_down(const F& f, HalfBandDown<F, Points>& s, const int16_t* in, int n, int16_t* out)
 {
     int16_t *odd = s.odd.fresh(), *even = s.even.fresh();
     for (int i = 0; i < n; ++i) {
@@ -100,31 +106,28 @@ inline void half_band_down(const F& f, HalfBandDown<F, Points>& s, const int16_t
     }
     sweep(f, s.odd.at, n, [&](int i, int32_t sum) {
         const int32_t twice = sum + s.even.at[i] * (1 << kOne);
-        emit(i, limited((twice + (1 << kOne)) >> (kOne + 1)));
+        out[i] = limited((twice + (1 << kOne)) >> (kOne + 1));
     });
     s.odd.forget(n);
     s.even.forget(n);
 }
 
-void down2(Down& s, const int16_t* in, int n, int16_t* out)
-{
-    half_band_down(kSharp, s.sharp, in, n, [&](int i, int16_t v) { out[i] = v; });
-}
+void down2(Down2& s, const int16_t* in, int n, int16_t* out) { half_band_down(kHalf, s.only, in, n, out); }
 
-void down4(Down& s, const int16_t* in, int n, int16_t* out)
+void down4(Down4& s, const int16_t* in, int n, int16_t* out)
 {
     int16_t mid[kMid];
-    half_band_down(kShort, s.first.by2, in, 2 * n, [&](int i, int16_t v) { mid[i] = v; });
-    down2(s, mid, n, out);
+    half_band_down(kShort, s.first, in, 2 * n, mid);
+    half_band_down(kSharp, s.second, mid, n, out);
 }
 
-void down6(Down& s, const int16_t* in, int n, int16_t* out)
+void down6(Down6& s, const int16_t* in, int n, int16_t* out)
 {
     int16_t mid[kMid];
-    memcpy(s.first.by3.fresh(), in, size_t(6 * n) * sizeof *in);
-    sweep<3>(kBy3, s.first.by3.at, 2 * n, [&](int i, int32_t sum) { mid[i] = sample(sum); });
-    s.first.by3.forget(6 * n);
-    down2(s, mid, n, out);
+    memcpy(s.first.fresh(), in, size_t(6 * n) * sizeof *in);
+    sweep<3>(kBy3, s.first.at, 2 * n, [&](int i, int32_t sum) { mid[i] = sample(sum); });
+    s.first.forget(6 * n);
+    half_band_down(kSharp, s.second, mid, n, out);
 }
 
 struct Ratio {
@@ -143,7 +146,9 @@ struct RESAMPLER_S {
     int kind;
     union {
         Up up;
-        Down down;
+        Down2 down2;
+        Down4 down4;
+        Down6 down6;
     };
 };
 
@@ -200,7 +205,7 @@ int ResamplerMono1X2Process(RESAMPLER_S* resampler, const int16_t* in, int point
 
 int ResamplerMono2X1Process(RESAMPLER_S* resampler, const int16_t* in, int points, int16_t* out)
 {
-    return convert(resampler, RESAMPLER_2X1, &RESAMPLER_S::down, down2, in, points, out);
+    return convert(resampler, RESAMPLER_2X1, &RESAMPLER_S::down2, down2, in, points, out);
 }
 
 int ResamplerMono1X4Process(RESAMPLER_S* resampler, const int16_t* in, int points, int16_t* out)
@@ -210,7 +215,7 @@ int ResamplerMono1X4Process(RESAMPLER_S* resampler, const int16_t* in, int point
 
 int ResamplerMono4X1Process(RESAMPLER_S* resampler, const int16_t* in, int points, int16_t* out)
 {
-    return convert(resampler, RESAMPLER_4X1, &RESAMPLER_S::down, down4, in, points, out);
+    return convert(resampler, RESAMPLER_4X1, &RESAMPLER_S::down4, down4, in, points, out);
 }
 
 int ResamplerMono1X6Process(RESAMPLER_S* resampler, const int16_t* in, int points, int16_t* out)
@@ -220,5 +225,5 @@ int ResamplerMono1X6Process(RESAMPLER_S* resampler, const int16_t* in, int point
 
 int ResamplerMono6X1Process(RESAMPLER_S* resampler, const int16_t* in, int points, int16_t* out)
 {
-    return convert(resampler, RESAMPLER_6X1, &RESAMPLER_S::down, down6, in, points, out);
+    return convert(resampler, RESAMPLER_6X1, &RESAMPLER_S::down6, down6, in, points, out);
 }

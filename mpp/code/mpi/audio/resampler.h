@@ -2,7 +2,7 @@
  * Fixed-ratio resamplers: up and down by 2, 4 and 6, mono, 16 bits.
  *
  * `low` below is the lower of the two rates. For what lies between 0 and 0.45 low: gain 1 within 0.0005 dB
- * and exactly 1 at 0 Hz, linear phase, images at least 100 dB and aliases 94 dB down, to which a 16-bit
+ * and exactly 1 at 0 Hz, linear phase, images and aliases at least 97 dB down, to which a 16-bit
  * output adds its rounding noise. The gain at low/2 is one half. Samples that exceed 16 bits are limited.
  * Going up, the last of every 2, 4 or 6 output points is an input point unchanged.
  *
@@ -10,9 +10,9 @@
  *   up by 2     31.5                        3.94 ms
  *   up by 4     31.75                       3.97 ms
  *   up by 6     31.83                       3.98 ms
- *   down by 2   28                          3.50 ms
- *   down by 4   31                          3.88 ms
- *   down by 6   30.67                       3.83 ms
+ *   down by 2   31                          3.88 ms
+ *   down by 4   32                          4 ms
+ *   down by 6   31.67                       3.96 ms
  *
  * A signal gives the same output however it is cut into frames, as long as frames that go down are whole
  * multiples of the ratio. Of any other frame the last points, too few for an output point, are left out.

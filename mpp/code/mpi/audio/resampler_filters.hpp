@@ -1,6 +1,6 @@
 // Filters of the fixed-ratio resamplers, and the sum of products they share.
 //
-// 16-bit coefficients are too coarse for images 94 dB down and 32-bit ones too slow for a processor that
+// 16-bit coefficients are too coarse for images 97 dB down and 32-bit ones too slow for a processor that
 // multiplies 16 by 16 bits. So a coefficient of Q bits is split: the few large ones in the middle have a
 // coarse part in Q14, and a fine row in Q holds what is left of them and the small ones whole. Both sums fit
 // 32 bits for any input, which is checked here at compile time.
@@ -98,23 +98,23 @@ template<size_t N> constexpr std::array<int32_t, N> reversed(const std::array<in
 // Up: interpolators at a fraction of a sample after the centre, 0.45 of the input rate wide.
 using Fraction = Filter<64, 16, 32, 20>;
 inline constexpr std::array<int32_t, 64> kQuarterTaps = {
-    -7,     16,    -32,    59,     -99,     158,    -241,   355,     -510,  714,    -980,  1319,   -1747,
-    2281,   -2938, 3743,   -4719,  5898,    -7314,  9015,   -11057,  13521, -16513, 20197, -24818, 30783,
-    -38807, 50283, -68326, 101606, -186562, 942867, 314790, -133898, 83798, -59882, 45642, -36063, 29105,
-    -23785, 19574, -16157, 13341,  -10993,  9025,   -7371,  5980,    -4813, 3840,   -3031, 2365,   -1822,
-    1383,   -1033, 757,    -544,   381,     -260,   171,    -108,    65,    -36,    18,    -8};
+    -9,     20,    -39,    69,     -115,    182,    -275,   402,     -572,  795,    -1083, 1448,   -1906,
+    2473,   -3169, 4015,   -5036,  6262,    -7728,  9480,   -11575,  14092, -17137, 20871, -25540, 31549,
+    -39613, 51123, -69195, 102497, -187468, 943780, 313878, -132993, 82909, -59015, 44805, -35260, 28343,
+    -23068, 18905, -15539, 12775,  -10481,  8565,   -6962,  5621,    -4502, 3572,   -2805, 2177,   -1666,
+    1257,   -932,  679,    -483,   336,     -227,   148,    -92,     55,    -30,    15,    -7};
 inline constexpr std::array<int32_t, 64> kThirdTaps = {
-    -10,    22,    -45,    82,     -136,    216,    -327,   481,     -685,   955,    -1302, 1744,   -2298,
-    2985,   -3828, 4853,   -6090,  7576,    -9353,  11476,  -14012,  17055,  -20733, 25235, -30851, 38056,
-    -47680, 61330, -82549, 120970, -215174, 866862, 432568, -171113, 104798, -74001, 55932, -43895, 35218,
-    -28628, 23441, -19257, 15825,  -12980,  10608,  -8624,  6964,    -5580,  4430,   -3480, 2703,   -2071,
-    1564,   -1161, 847,    -604,   421,     -285,   186,    -116,    69,     -38,    19,    -9};
+    -11,    23,    -46,    82,     -136,    215,    -326,   478,     -681,   949,    -1293, 1732,   -2283,
+    2965,   -3803, 4823,   -6054,  7532,    -9302,  11416,  -13944,  16979,  -20648, 25142, -30749, 37946,
+    -47563, 61208, -82421, 120839, -215040, 866726, 432705, -171248, 104931, -74131, 56057, -44013, 35330,
+    -28733, 23538, -19345, 15905,  -13052,  10671,  -8678,  7011,    -5619,  4463,   -3507, 2724,   -2088,
+    1577,   -1171, 854,    -609,   424,     -287,   187,    -117,    69,     -37,    19,    -9};
 inline constexpr std::array<int32_t, 64> kSixthTaps = {
-    -6,     13,    -25,    46,    -77,     122,     -185,   272,    -389,  542,    -741,  994,    -1312,
-    1707,   -2192, 2784,   -3500, 4363,    -5396,   6635,   -8119,  9907,  -12077, 14747, -18097, 22428,
-    -28272, 36675, -50013, 75057, -141821, 1000849, 199970, -89979, 57110, -41026, 31331, -24764, 19975,
-    -16306, 13398, -11040, 9097,  -7479,   6126,    -4990,  4038,   -3241, 2578,   -2029, 1578,   -1211,
-    916,    -682,  498,    -356,  248,     -168,    110,    -69,    41,    -23,    11,    -5};
+    -7,     15,    -29,    51,    -84,     133,     -201,   293,    -416,  577,    -785,  1048,   -1378,
+    1787,   -2286, 2894,   -3627, 4507,    -5560,   6817,   -8321,  10128, -12317, 15005, -18373, 22719,
+    -28577, 36992, -50339, 75391, -142159, 1001189, 199630, -89643, 56780, -40705, 31021, -24467, 19693,
+    -16040, 13150, -10810, 8886,  -7288,   5954,    -4837,  3903,   -3124, 2477,   -1943, 1506,   -1151,
+    868,    -642,  467,    -332,  230,     -155,    101,    -63,    37,    -20,    10,    -4};
 inline constexpr Fraction kHalf(
     even_symmetric<32>({666784, -220242, 129752, -90168, 67600, -52816, 42272, -34320, 28090, -23079, 18977,
                         -15580, 12747,   -10377, 8394,   -6737, 5359,   -4219, 3284,   -2522, 1910,   -1422,
@@ -126,12 +126,13 @@ inline constexpr Fraction kThird(kThirdTaps);
 inline constexpr Fraction kTwoThirds(reversed(kThirdTaps));
 inline constexpr Fraction kFiveSixths(reversed(kSixthTaps));
 
-// Down from 2 low to low: the taps of a half-band filter that meet odd samples; the transition is at low/2.
-using Sharp = Filter<58, 13, 32, 20>;
+// Down from 2 low to low after another stage: the taps of a half-band filter that meet odd samples. Alone,
+// down by 2 has time for the longer kHalf.
+using Sharp = Filter<60, 14, 32, 20>;
 inline constexpr Sharp
-    kSharp(even_symmetric<29>({666725, -220070, 129469, -89782, 67118, -52251, 41635, -33626, 27352, -22315,
-                               18198,  -14803,  11983,  -9640,  7690,  -6079,  4751,  -3667,  2789,  -2088,
-                               1532,   -1102,   771,    -525,   344,   -216,   127,   -70,    38}));
+    kSharp(even_symmetric<30>({666750, -220141, 129587, -89942, 67319, -52485, 41899, -33913, 27658, -22629,
+                               18520,  -15122,  12297,  -9941,  7978,  -6346,  4998,  -3889,  2988,  -2261,
+                               1683,   -1227,   877,    -609,   412,   -267,   166,   -97,    52,    -27}));
 
 // Down from 4 low to 2 low, likewise half-band.
 using Short = Filter<14, 3, 8, 17>;
@@ -142,9 +143,9 @@ using By3 = Filter<37, 10, 16, 18>;
 inline constexpr By3 kBy3(odd_symmetric<19>({83928, 69640, 36060, 3116, -13338, -11868, -2274, 4546, 4774,
                                              1315, -1413, -1679, -576, 326, 438, 174, -41, -64, -28}));
 
-static_assert(sound(kHalf, 0) && sound(kQuarter, 0) && sound(kSixth, 0) && sound(kThird, 0));
-static_assert(sound(kSharp, 1) && sound(kShort, 1) &&
-              sound(kBy3, 0)); // half-band: the centre sample is added
+static_assert(sound(kQuarter, 0) && sound(kSixth, 0) && sound(kThird, 0) && sound(kBy3, 0));
+static_assert(sound(kHalf, 1) && sound(kSharp, 1) &&
+              sound(kShort, 1)); // half-band: the centre sample is added
 
 // Sums of N products for kOutputs windows, Step samples apart.
 template<int N, int Step> inline void products(const int16_t* c, const int16_t* x, int32_t (&sum)[kOutputs])
@@ -173,7 +174,7 @@ template<int N, int Step> inline void products(const int16_t* c, const int16_t* 
             tap(c[i + 3], x3, x0, x1, x2 = x[i + 6]);
         }
     } else {
-        for (int i = 0; i < N; ++i) tap(c[i], x[i], x[i + Step], x[i + 2 * Step], x[i + 3 * Step]);
+        for (const int16_t* end = c + N; c != end; ++c, ++x) tap(*c, x[0], x[Step], x[2 * Step], x[3 * Step]);
     }
     const int32_t all[] = {s0, s1, s2, s3};
     for (int k = 0; k < kOutputs; ++k) sum[k] = all[k];
