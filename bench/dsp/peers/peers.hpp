@@ -7,5 +7,6 @@
 namespace zep::bench {
 
 const vd_impl* peers_codec(); // peers_codec.cpp
+const vd_impl* peers_rs();    // peers_rs.cpp
 
 } // namespace zep::bench
