@@ -44,7 +44,7 @@ TEST(SetFileValue, ALineLongerThanItsBufferIsSeenInPieces)
               "k=v\n" + string(300001 - 262143, 'y') + "\n");
 }
 
-TEST(SetFileValue, TheModeOfTheOldFileStays)
+TEST(SetFileValue, ModeAndOwnerOfTheOldFileStay)
 {
     TempFolder folder;
     string path = folder.write("a.conf", "a=1\n");
@@ -54,6 +54,14 @@ TEST(SetFileValue, TheModeOfTheOldFileStays)
     struct stat info;
     ASSERT_EQ(stat(path.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0640u);
+    // Root may give the file away, with the set-id bits that a change of owner drops.
+    if (chown(path.c_str(), 12, 34) == 0 && chmod(path.c_str(), 06751) == 0) {
+        ASSERT_EQ(CUTIL_SetFileValue(path.c_str(), (folder / "tmp").c_str(), "a", "2"), 0);
+        ASSERT_EQ(stat(path.c_str(), &info), 0);
+        EXPECT_EQ(info.st_uid, 12u);
+        EXPECT_EQ(info.st_gid, 34u);
+        EXPECT_EQ(info.st_mode & 07777, 06751u);
+    }
     EXPECT_EQ(folder.read("a.conf"), "a=2\n");
 }
 
