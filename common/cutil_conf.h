@@ -82,7 +82,7 @@ int CUTIL_SetFileValue(const char* path, const char* temp_path, const char* key,
  *
  * @return 0; -1 when the lock exists or `path` cannot be opened; -2 when the temporary file cannot be created
  *         (each with a line on standard output); -3 when the file cannot be read to its end,
- *         written in full or renamed
+ *         written in full, renamed or brought to the storage
  */
 int CUTIL_SetConfValue(const char* path, const char* key, const char* value);
 

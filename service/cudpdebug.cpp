@@ -2,7 +2,6 @@
 #include "service/cudpdebug.h"
 
 #include <arpa/inet.h>
-#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -19,15 +18,10 @@ template<size_t N> void copy_cut(char (&to)[N], const char* from)
     if (from) memcpy(to, from, strnlen(from, N - 1));
 }
 
-// Formats into the message; its length, cut to what fits, or vsnprintf's negative result.
-[[gnu::format(printf, 2, 0)]] int format_message(CUDPDEBUG* log, const char* format, va_list args)
+// Begins the message with the tag; its length. The tag is text: a percent sign in it is no conversion.
+int put_tag(CUDPDEBUG* log)
 {
-    char* message = log->message;
-    constexpr int kSize = sizeof log->message;
-    // The tag is text: a percent sign in it is none of the caller's conversions.
-    int prefix = log->tag[0] ? snprintf(message, kSize, "[%s] ", log->tag) : 0;
-    int length = vsnprintf(message + prefix, size_t(kSize - prefix), format, args);
-    return length < 0 ? length : std::min(prefix + length, kSize - 1);
+    return log->tag[0] ? snprintf(log->message, sizeof log->message, "[%s] ", log->tag) : 0;
 }
 
 } // namespace
@@ -56,11 +50,12 @@ int CUDPDEBUG_Init(CUDPDEBUG* log, int enable, const char* ip, uint16_t port, co
 
 int CUDPDEBUG_Printf(CUDPDEBUG* log, const char* format, ...)
 {
+    const int tag = put_tag(log);
     va_list args;
     va_start(args, format);
-    int length = format_message(log, format, args);
+    int length = vsnprintf(log->message + tag, sizeof log->message - size_t(tag), format, args);
     va_end(args);
-    if (length <= 0) return length;
+    if (length < 0 || tag + length == 0) return length;
     const auto* to = reinterpret_cast<const sockaddr*>(&log->addr);
     int sent = int(sendto(log->sock, log->message, strlen(log->message), 0, to, sizeof log->addr));
     if (sent < 0) perror("[CUDPDEBUG_Printf]");
