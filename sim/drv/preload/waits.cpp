@@ -120,7 +120,6 @@ class Sets {
 public:
     Sets(int count, fd_set* in, fd_set* out, fd_set* odd) : in_(in), out_(out), odd_(odd)
     {
-        count_ = 0;
         for (int fd = 0; fd < count && fd < FD_SETSIZE; ++fd) {
             const short events = short((has(in, fd) ? POLLIN : 0) | (has(out, fd) ? POLLOUT : 0) |
                                        (has(odd, fd) ? POLLPRI : 0));
@@ -157,8 +156,8 @@ private:
         return 1;
     }
     fd_set *in_, *out_, *odd_;
-    pollfd fds_[FD_SETSIZE];
-    nfds_t count_;
+    pollfd fds_[FD_SETSIZE] = {};
+    nfds_t count_ = 0;
 };
 
 int select_any(int count, fd_set* in, fd_set* out, fd_set* odd, int64_t limit_ns, const sigset_t* mask)
