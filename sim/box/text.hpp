@@ -1,0 +1,36 @@
+// Text helpers, and the error that a person gets as one line.
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vcam {
+
+// What went wrong, where, and what to do: one line, printed once by main.
+struct Error : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+[[gnu::format(printf, 1, 2)]] std::string text(const char* format, ...);
+// Throws an Error of that text. errno, where it matters, is already in the arguments.
+[[noreturn, gnu::format(printf, 1, 2)]] void fail(const char* format, ...);
+
+std::vector<std::string> split(std::string_view line, char separator);
+std::string trim(std::string_view line);
+std::string join(const std::vector<std::string>& words, std::string_view separator);
+bool starts_with(std::string_view text, std::string_view head);
+
+// "64K", "16M", "0x10000" or plain decimal. Throws an Error that names `what`.
+uint64_t parse_size(const std::string& number, const char* what);
+// A number of seconds of zero or more, fractions allowed.
+double parse_seconds(const std::string& number, const char* what);
+
+std::string human_size(uint64_t bytes); // "512K", "12M", "1234"
+std::string json_quote(std::string_view value);
+// Control characters as \n, \t, \xNN, so that one message is one line.
+std::string one_line(std::string_view message);
+
+} // namespace vcam
