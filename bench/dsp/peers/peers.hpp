@@ -8,5 +8,6 @@ namespace zep::bench {
 
 const vd_impl* peers_codec(); // peers_codec.cpp
 const vd_impl* peers_rs();    // peers_rs.cpp
+const vd_impl* peers_ns();    // peers_ns.cpp
 
 } // namespace zep::bench
