@@ -1,0 +1,12 @@
+# The executable needs the C library's own objects and nothing else.
+execute_process(COMMAND ${READELF} -d ${PROGRAM} OUTPUT_VARIABLE dynamic COMMAND_ERROR_IS_FATAL ANY)
+string(REGEX MATCHALL "NEEDED[^\n]*\\[[^]\n]*" needed "${dynamic}")
+if(NOT needed)
+    message(FATAL_ERROR "${PROGRAM} names no library at all: not the dynamic executable this rule is about")
+endif()
+foreach(line ${needed})
+    string(REGEX REPLACE ".*\\[" "" library "${line}")
+    if(NOT library MATCHES "^(libc|libm|libcrypt|libpthread|ld-linux[-a-z0-9]*)\\.so")
+        message(SEND_ERROR "${PROGRAM} needs ${library}")
+    endif()
+endforeach()
