@@ -89,3 +89,18 @@ void G711_EncodeA(const int16_t* pcm, uint8_t* octets, size_t points) { encode<A
 void G711_EncodeU(const int16_t* pcm, uint8_t* octets, size_t points) { encode<MuLaw>(pcm, octets, points); }
 void G711_DecodeA(const uint8_t* octets, int16_t* pcm, size_t points) { decode<ALaw>(octets, pcm, points); }
 void G711_DecodeU(const uint8_t* octets, int16_t* pcm, size_t points) { decode<MuLaw>(octets, pcm, points); }
+
+void G711_Init(G711_STATE_S* state, uint32_t law)
+{
+    *state = {law == G711_MU_LAW ? G711_MU_LAW : G711_A_LAW, 0};
+}
+
+void G711_Encode(const G711_STATE_S* state, const int16_t* pcm, uint8_t* octets, size_t points)
+{
+    (state->u32Law == G711_MU_LAW ? G711_EncodeU : G711_EncodeA)(pcm, octets, points);
+}
+
+void G711_Decode(const G711_STATE_S* state, const uint8_t* octets, int16_t* pcm, size_t points)
+{
+    (state->u32Law == G711_MU_LAW ? G711_DecodeU : G711_DecodeA)(octets, pcm, points);
+}

@@ -41,6 +41,20 @@ void G711_EncodeU(const int16_t* pcm, uint8_t* octets, size_t points);
 void G711_DecodeA(const uint8_t* octets, int16_t* pcm, size_t points);
 void G711_DecodeU(const uint8_t* octets, int16_t* pcm, size_t points);
 
+enum { G711_A_LAW = 0, G711_MU_LAW = 1 };
+
+/** A stream of one law; two words, as the media platform's handles carry them. */
+typedef struct {
+    uint32_t u32Law;      /* G711_A_LAW or G711_MU_LAW */
+    uint32_t u32Reserved; /* 0 */
+} G711_STATE_S;
+
+void G711_Init(G711_STATE_S* state, uint32_t law);
+
+/** The functions above, by the state's law. */
+void G711_Encode(const G711_STATE_S* state, const int16_t* pcm, uint8_t* octets, size_t points);
+void G711_Decode(const G711_STATE_S* state, const uint8_t* octets, int16_t* pcm, size_t points);
+
 #ifdef __cplusplus
 }
 #endif
