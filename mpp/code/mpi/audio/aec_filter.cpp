@@ -93,8 +93,8 @@ void estimate(const AecFilter& f, int age, Estimate& to)
     }
 }
 
-// error = near - echo over one block, and its spectrum behind a block of zeros; so the echo's.
-void subtract(const AecFilter& f, Estimate& of, const int16_t* near, int32_t* error, AecComplex* spectrum)
+// error = near - echo over one block, and its spectrum behind a block of zeros.
+void subtract(const AecFilter& f, const Estimate& of, const int16_t* near, int32_t* error, AecComplex* spectrum)
 {
     int32_t frame[kAecMaxSize];
     aec_fft_inverse(2 * f.block, of.echo, frame);
@@ -224,18 +224,14 @@ void restart(AecFilter& f)
 AecVerdict judge(AecFilter& f, const Estimate& now, const int16_t* near, const AecComplex* error)
 {
     AecEnergies energy = {};
-    int32_t frame[kAecMaxSize] = {};
     for (int i = 0; i < f.block; ++i) {
         int32_t d = near[i] * (1 << kSampleShift);
-        frame[f.block + i] = d - f.error[i];
         energy.near += square(d);
         energy.error += square(f.error[i]);
-        energy.echo += square(frame[f.block + i]);
+        energy.echo += square(d - f.error[i]);
     }
     for (int k = 0; k < f.bins; ++k) energy.expected += now.uncertainty[k] >> 1;
-    AecComplex echo[kAecMaxBins];
-    aec_fft_forward(2 * f.block, frame, echo);
-    return aec_watch_run(f.watch, f.bins, energy, error, echo);
+    return aec_watch_run(f.watch, f.bins, energy, error, now.echo);
 }
 
 void replay(AecFilter& f)

@@ -33,7 +33,7 @@ int64_t leak(AecWatch& w, int bins, const AecEnergies& now, const AecComplex* er
     int64_t both = 0, own = 0;
     for (int k = 1; k < bins; ++k) {
         int64_t e = (power(error[k]) >> 24) - w.error_mean[k];
-        int64_t y = (power(echo[k]) >> 24) - w.echo_mean[k];
+        int64_t y = (power(echo[k]) >> 25) - w.echo_mean[k]; // of two blocks, the error of one
         w.error_mean[k] += e / 10;
         w.echo_mean[k] += y / 10;
         int64_t held = clamp_to(y, kMostDeviation);
