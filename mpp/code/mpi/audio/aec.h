@@ -23,7 +23,7 @@ extern "C" {
 typedef struct AEC_S AEC_S;
 
 /**
- * Make a canceller, with its one piece of memory (about 130 KiB).
+ * Make a canceller, with its one piece of memory (about 95 KiB).
  *
  * @param s32Rate    samples a second: 8000 or 16000
  * @param s32Points  samples a frame: 80 or 160
