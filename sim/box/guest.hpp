@@ -11,9 +11,10 @@ struct GuestLink {
     const char* folder;
 };
 inline constexpr GuestLink kGuestLinks[] = {
-    {"init", "/sbin"},  {"mount", "/bin"},     {"umount", "/bin"}, {"insmod", "/sbin"}, {"rmmod", "/sbin"},
-    {"lsmod", "/sbin"}, {"ifconfig", "/sbin"}, {"reg", "/bin"},    {"reboot", "/sbin"}, {"poweroff", "/sbin"},
-    {"halt", "/sbin"},  {"sleep", "/bin"},     {"usleep", "/bin"}, {"date", "/bin"},    {"fuser", "/bin"},
+    {"init", "/sbin"},   {"mount", "/bin"},     {"umount", "/bin"},    {"insmod", "/sbin"},
+    {"rmmod", "/sbin"},  {"lsmod", "/sbin"},    {"ifconfig", "/sbin"}, {"reg", "/bin"},
+    {"reboot", "/sbin"}, {"poweroff", "/sbin"}, {"halt", "/sbin"},     {"sleep", "/bin"},
+    {"usleep", "/bin"},  {"date", "/bin"},      {"fuser", "/bin"},     {"udpcat", "/bin"},
 };
 
 int mount_main(int argc, char** argv);
@@ -29,6 +30,7 @@ int sleep_main(int argc, char** argv);
 int usleep_main(int argc, char** argv);
 int date_main(int argc, char** argv);
 int fuser_main(int argc, char** argv);
+int udpcat_main(int argc, char** argv);
 
 // A daemon that does nothing but be there: options --ready FD, --ignore-term, --hold FILE.
 int daemon_main(int argc, char** argv);

@@ -21,6 +21,7 @@ constexpr Tool kTools[] = {
     {"ifconfig", ifconfig_main}, {"reg", reg_main},       {"reboot", reboot_main},
     {"poweroff", poweroff_main}, {"halt", poweroff_main}, {"sleep", sleep_main},
     {"usleep", usleep_main},     {"date", date_main},     {"fuser", fuser_main},
+    {"udpcat", udpcat_main},
 };
 static_assert(std::size(kTools) == std::size(kGuestLinks), "each tool has a link and each link a tool");
 
