@@ -1,0 +1,177 @@
+// Audio input: devices and channels.
+#include "mpi/src/mpi_ai.hpp"
+
+#include "base/mpp_report.hpp"
+#include "mpi/src/mpi_modules.hpp"
+#include "mpi/src/mpi_vb.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace zep {
+
+constinit AiState ai;
+
+int32_t ai_check(const char* function, int line, int32_t device, int32_t channel)
+{
+    if (!valid_device(device)) {
+        mpp_log(function, line, "aidev%d is not supported\n", device);
+        return ai_error(MPP_ERR_DEVICE);
+    }
+    if (valid_channel(channel)) return 0;
+    mpp_log(function, line, "ai chnid %d is invalid\n", channel);
+    return ai_error(MPP_ERR_CHANNEL);
+}
+
+int ai_descriptor(size_t slot)
+{
+    int fd = ai.slots.get(slot);
+    if (fd >= 0) return fd;
+    fd = open_slot(AI_DEVICE, AI_REQ_BIND_SLOT, uint32_t(slot));
+    if (fd >= 0) ai.slots.set(slot, fd);
+    return fd;
+}
+
+int32_t ai_request(size_t slot, uint32_t code, void* argument)
+{
+    int fd = ai_descriptor(slot);
+    return fd < 0 ? ai_error(MPP_ERR_REFUSED) : ioctl(fd, static_cast<unsigned long>(code), argument);
+}
+
+} // namespace zep
+
+using namespace zep;
+
+namespace {
+
+int32_t device_request(int32_t device, uint32_t code, void* argument = nullptr)
+{
+    return ai_request(slot_of(device, 0), code, argument);
+}
+
+// Stages go, descriptors stay: the device files are open for the life of the process.
+void clear_channels()
+{
+    for (AiChannel& channel : ai.channels) {
+        MutexLock locked(channel.lock);
+        channel.resample.disable();
+        ANR_Destroy(channel.anr);
+        channel.anr = nullptr;
+    }
+}
+
+int32_t open_slot_request(size_t slot, uint32_t code, void* argument)
+{
+    int fd = ai.slots.get(slot);
+    return fd < 0 ? ai_error(MPP_ERR_REFUSED) : ioctl(fd, static_cast<unsigned long>(code), argument);
+}
+
+} // namespace
+
+int32_t MPI_AI_Init(void)
+{
+    if (!ai.initialised.exchange(true)) clear_channels();
+    return 0;
+}
+
+int32_t MPI_AI_DeInit(void)
+{
+    if (ai.initialised.exchange(false)) clear_channels();
+    return 0;
+}
+
+int32_t HI_MPI_AI_SetPubAttr(int32_t s32Dev, const AIO_ATTR_S* pstAttr)
+{
+    AI_CHECK(s32Dev);
+    if (!pstAttr) return ai_error(MPP_ERR_NULL);
+    AIO_ATTR_S attr = *pstAttr;
+    return device_request(s32Dev, AI_REQ_SET_PUB_ATTR, &attr);
+}
+
+int32_t HI_MPI_AI_GetPubAttr(int32_t s32Dev, AIO_ATTR_S* pstAttr)
+{
+    AI_CHECK(s32Dev);
+    if (!pstAttr) return ai_error(MPP_ERR_NULL);
+    return device_request(s32Dev, AI_REQ_GET_PUB_ATTR, pstAttr);
+}
+
+int32_t HI_MPI_AI_Enable(int32_t s32Dev)
+{
+    AI_CHECK(s32Dev);
+    if (int32_t failed = device_request(s32Dev, AI_REQ_ENABLE)) return failed;
+    uint32_t pool = 0;
+    if (int32_t failed = device_request(s32Dev, AI_REQ_GET_POOL, &pool)) return failed;
+    ai.pools[s32Dev] = pool;
+    return HI_MPI_VB_MmapPool(pool);
+}
+
+int32_t HI_MPI_AI_Disable(int32_t s32Dev)
+{
+    AI_CHECK(s32Dev);
+    // Unmapped first: the driver gives the pool's memory back when the device stops.
+    if (int32_t failed = HI_MPI_VB_MunmapPool(ai.pools[s32Dev])) return failed;
+    return device_request(s32Dev, AI_REQ_DISABLE);
+}
+
+int32_t HI_MPI_AI_EnableChn(int32_t s32Dev, int32_t s32Chn)
+{
+    AI_CHECK(s32Dev, s32Chn);
+    return ai_request(slot_of(s32Dev, s32Chn), AI_REQ_ENABLE_CHN);
+}
+
+int32_t HI_MPI_AI_DisableChn(int32_t s32Dev, int32_t s32Chn)
+{
+    AI_CHECK(s32Dev, s32Chn);
+    HI_MPI_AI_DisableReSmp(s32Dev, s32Chn);
+    return ai_request(slot_of(s32Dev, s32Chn), AI_REQ_DISABLE_CHN);
+}
+
+int32_t HI_MPI_AI_EnableAec(int32_t s32AiDev, int32_t s32AiChn, int32_t s32AoDev, int32_t s32AoChn)
+{
+    AI_CHECK(s32AiDev, s32AiChn);
+    if (!valid_device(s32AoDev)) {
+        MPP_LOG("aodev%d is not supported\n", s32AoDev);
+        return MPP_ERROR(HI_ID_AO, MPP_ERR_DEVICE);
+    }
+    if (!valid_channel(s32AoChn)) {
+        MPP_LOG("ao chnid %d is invalid\n", s32AoChn);
+        return MPP_ERROR(HI_ID_AO, MPP_ERR_CHANNEL);
+    }
+    AI_AEC_SOURCE_S source = {s32AoDev, s32AoChn};
+    return ai_request(slot_of(s32AiDev, s32AiChn), AI_REQ_ENABLE_AEC, &source);
+}
+
+int32_t HI_MPI_AI_DisableAec(int32_t s32Dev, int32_t s32Chn)
+{
+    AI_CHECK(s32Dev, s32Chn);
+    return ai_request(slot_of(s32Dev, s32Chn), AI_REQ_DISABLE_AEC);
+}
+
+int32_t HI_MPI_AI_SetChnParam(int32_t s32Dev, int32_t s32Chn, const AI_CHN_PARAM_S* pstParam)
+{
+    AI_CHECK(s32Dev, s32Chn);
+    if (!pstParam) return ai_error(MPP_ERR_NULL);
+    AI_CHN_PARAM_S param = *pstParam;
+    return open_slot_request(slot_of(s32Dev, s32Chn), AI_REQ_SET_CHN_PARAM, &param);
+}
+
+int32_t HI_MPI_AI_GetChnParam(int32_t s32Dev, int32_t s32Chn, AI_CHN_PARAM_S* pstParam)
+{
+    AI_CHECK(s32Dev, s32Chn);
+    if (!pstParam) return ai_error(MPP_ERR_NULL);
+    return open_slot_request(slot_of(s32Dev, s32Chn), AI_REQ_GET_CHN_PARAM, pstParam);
+}
+
+int32_t HI_MPI_AI_GetFd(int32_t s32Dev, int32_t s32Chn)
+{
+    AI_CHECK(s32Dev, s32Chn);
+    int fd = ai_descriptor(slot_of(s32Dev, s32Chn));
+    return fd < 0 ? ai_error(MPP_ERR_REFUSED) : fd;
+}
+
+int32_t HI_MPI_AI_GetFileHandle(int32_t s32Slot)
+{
+    AI_CHECK(0, s32Slot);
+    int fd = ai_descriptor(size_t(s32Slot));
+    return fd < 0 ? ai_error(MPP_ERR_REFUSED) : fd;
+}

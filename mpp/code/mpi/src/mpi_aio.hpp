@@ -1,0 +1,68 @@
+// What audio input and output share: slots with their descriptors, resampling by kind.
+#pragma once
+
+#include "base/mpp_error.h"
+#include "mpi/audio/resampler.h"
+#include "mpi/src/mpi_aio.h"
+
+#include <atomic>
+#include <cstdint>
+#include <pthread.h>
+
+namespace zep {
+
+constexpr uint32_t kAioMaxPoints = AUDIO_MAX_POINTS;
+constexpr uint32_t kAioMinRate = 8000, kAioMaxRate = 48000;
+
+class MutexLock {
+public:
+    explicit MutexLock(pthread_mutex_t& lock) : lock_(lock) { pthread_mutex_lock(&lock_); }
+    ~MutexLock() { pthread_mutex_unlock(&lock_); }
+    MutexLock(const MutexLock&) = delete;
+    MutexLock& operator=(const MutexLock&) = delete;
+
+private:
+    pthread_mutex_t& lock_;
+};
+
+inline bool valid_device(int32_t device) { return uint32_t(device) < AIO_MAX_DEVICES; }
+inline bool valid_channel(int32_t channel) { return uint32_t(channel) < AIO_MAX_CHANNELS; }
+inline size_t slot_of(int32_t device, int32_t channel) { return size_t(device * AIO_MAX_CHANNELS + channel); }
+
+// A kind's effect on a number of points or a rate, by integer division downwards.
+inline bool valid_kind(uint32_t kind) { return kind >= RESAMPLER_1X2 && kind <= RESAMPLER_6X1; }
+uint32_t scale_by_kind(uint32_t kind, uint32_t value);
+
+// Runs the process function of a kind. Output points, or -1.
+int resample(uint32_t kind, RESAMPLER_S* resampler, const int16_t* in, uint32_t points, int16_t* out);
+
+// Resampling of one channel; under the channel's lock.
+struct ResampleStage {
+    bool enabled = false;
+    AIO_RESAMPLE_ATTR_S attr = {};
+    RESAMPLER_S* handle = nullptr;
+
+    [[nodiscard]] bool same(const AIO_RESAMPLE_ATTR_S& other) const;
+    // False when memory is short.
+    bool enable(const AIO_RESAMPLE_ATTR_S& wanted);
+    void disable();
+};
+
+// The driver's descriptor of each slot, opened when first asked for. Not locked: a race opens twice, and the
+// loser's descriptor stays open unused until the process ends.
+class SlotDescriptors {
+public:
+    [[nodiscard]] int get(size_t slot) const { return above_[slot] - 1; }
+    void set(size_t slot, int fd) { above_[slot] = fd + 1; }
+
+private:
+    std::atomic<int> above_[AIO_SLOTS] = {}; // one more than the descriptor, so that all start closed
+};
+
+// Opens `device` and hands the slot's number to the driver; -1 when either fails.
+int open_slot(const char* device, uint32_t request, uint32_t slot);
+
+// Whether a descriptor is ready for the event now.
+bool ready_now(int fd, short event);
+
+} // namespace zep

@@ -1,0 +1,12 @@
+// What the modules of this library ask of the buffer pools.
+#pragma once
+
+#include <cstdint>
+
+namespace zep {
+
+// HI_MPI_VB_GetBlkVirAddr for `length` bytes that must lie within the pool: an address that came from a
+// driver is checked before it is used. MPP_ERR_PARAM when they do not.
+int32_t vb_translate(uint32_t pool, uint32_t physical, uint32_t length, uint8_t** address);
+
+} // namespace zep
