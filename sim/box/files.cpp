@@ -122,6 +122,7 @@ ScratchFolder::ScratchFolder()
     const char* base = getenv("TMPDIR");
     path_ = text("%s/vcam.XXXXXX", base && *base ? base : "/tmp");
     if (!mkdtemp(path_.data())) fail("cannot make a temporary folder %s: %s", path_.c_str(), strerror(errno));
+    chmod(path_.c_str(), 0755); // it stands for a file system's top, whose mode is kept
 }
 
 ScratchFolder::~ScratchFolder()

@@ -29,6 +29,7 @@ Words parse_options(const std::vector<std::string>& arguments, const std::vector
             out.plain.push_back(word);
             continue;
         }
+        if (word == "--help") throw HelpWanted{describe(options)};
         size_t equal = word.find('=');
         const Option* o = find(options, word.substr(0, equal));
         if (!o) fail("unknown option %s", word.c_str());

@@ -20,6 +20,11 @@ struct Words {
     std::vector<std::string> command;
 };
 
+// "--help" was asked for; no error, so no Error.
+struct HelpWanted {
+    std::string options; // as describe() puts them
+};
+
 // Throws an Error for an unknown option or a missing argument. The first plain word after `stop_at`
 // plain ones begins the command even without "--" (0: never).
 Words parse_options(const std::vector<std::string>& arguments, const std::vector<Option>& options,

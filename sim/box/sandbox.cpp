@@ -125,9 +125,10 @@ pid_t start_sandbox(const Camera& camera, const Pieces& pieces, const SandboxPla
         child = fork_into(kNamespaces);
     }
     if (child < 0)
-        fail("the sandbox does not start: no user namespace for uid %u: %s; run as root, or set "
-             "user.max_user_namespaces and kernel.unprivileged_userns_clone with sysctl",
-             geteuid(), strerror(reason));
+        fail("the sandbox does not start: no namespaces for uid %u: %s; %s", geteuid(), strerror(reason),
+             geteuid() == 0 ? "root here lacks CAP_SYS_ADMIN, as in a container without privileges"
+                            : "run as root, or allow user.max_user_namespaces and "
+                              "kernel.unprivileged_userns_clone with sysctl");
     if (child == 0) {
         close(go_write.release());
         child_main(camera, pieces, plan, user_namespace, go_read.get());

@@ -77,13 +77,13 @@ public:
         umask(022);
         try_mount("none", "/", nullptr, MS_REC | MS_PRIVATE);
         make_folders(root_);
+        place(camera_.folder(), "/run/vcam", true); // first: later mounts do not show below it again
         try_mount(root_, root_, nullptr, MS_BIND | MS_REC);
         host_libraries();
         place(pieces_.busybox, "/bin/busybox");
         place(pieces_.zep, "/bin/zep");
         place(pieces_.guest, "/sbin/vcam-guest");
         place(pieces_.preload, "/run/sim");
-        place(camera_.folder(), "/run/vcam", true);
         for (const auto& b : plan_.binds) place(b.host, b.inside, b.writable);
         devices();
         process_files();

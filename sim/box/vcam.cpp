@@ -1,9 +1,11 @@
 // vcam: the virtual camera's command.
 #include "sim/box/commands.hpp"
+#include "sim/box/options.hpp"
 #include "sim/box/text.hpp"
 
 #include <cstdio>
-#include <cstring>
+#include <exception>
+#include <string>
 
 namespace vcam {
 
@@ -15,20 +17,57 @@ const Command kCommands[] = {
     {"status", "DIR [--json]", "what the camera is and how it stands", status_main},
     {"put", "DIR FILE [/PATH]", "copy a host file into the camera (into /tmp)", put_main},
     {"get", "DIR /PATH [FILE]", "copy a file out of the camera", get_main},
-    {"journal", "DIR [--last] [--source NAME]", "what was asked of the outside world, in order", journal_main},
+    {"journal", "DIR [--last] [--source NAME]", "what was asked of the outside world, in order",
+     journal_main},
     {"log", "DIR [--last]", "the system log", log_main},
     {"diff", "DIR", "what the last run changed", diff_main},
-    {"fault", "DIR [--clear] [LINE ...]", "plan faults, as \"mtd1 write 3 1 EIO\"; without a line, show the plan",
-     fault_main},
+    {"fault", "DIR [--clear] [LINE ...]",
+     "plan faults, as \"mtd1 write 3 1 EIO\"; without a line, show the plan", fault_main},
     {"help", "[COMMAND]", "this list, or a command's options", help_main},
     {nullptr, nullptr, nullptr, nullptr},
 };
 
-int help_main(const Arguments&)
+namespace {
+
+const Command* find_command(const std::string& name)
 {
-    puts("usage: vcam COMMAND DIR ...\n");
-    for (const auto* c = kCommands; c->name; ++c) printf("  %-8s %-40s %s\n", c->name, c->usage, c->help);
-    return 0;
+    for (const auto* c = kCommands; c->name; ++c)
+        if (name == c->name) return c;
+    fprintf(stderr, "vcam: there is no command '%s'; see: vcam help\n", name.c_str());
+    return nullptr;
+}
+
+void list_commands(FILE* to)
+{
+    fputs("usage: vcam COMMAND DIR ...\n\n", to);
+    for (const auto* c = kCommands; c->name; ++c)
+        fprintf(to, "  %-8s %-40s %s\n", c->name, c->usage, c->help);
+    fputs("\nvcam COMMAND --help shows a command's options.\n", to);
+}
+
+int run_command(const Command& command, const Arguments& arguments)
+{
+    try {
+        return command.main(arguments);
+    } catch (const HelpWanted& help) {
+        printf("usage: vcam %s %s\n%s\n%s", command.name, command.usage, command.help, help.options.c_str());
+        return 0;
+    } catch (const std::exception& e) {
+        fprintf(stderr, "vcam: %s\n", e.what());
+        return 1;
+    }
+}
+
+} // namespace
+
+int help_main(const Arguments& arguments)
+{
+    if (arguments.empty()) {
+        list_commands(stdout);
+        return 0;
+    }
+    const Command* command = find_command(arguments[0]);
+    return command && command->main != help_main ? run_command(*command, {"--help"}) : kUsageStatus;
 }
 
 } // namespace vcam
@@ -37,19 +76,9 @@ int main(int argc, char** argv)
 {
     using namespace vcam;
     if (argc < 2) {
-        help_main({});
+        list_commands(stderr);
         return kUsageStatus;
     }
-    Arguments arguments(argv + 2, argv + argc);
-    for (const auto* c = kCommands; c->name; ++c) {
-        if (strcmp(argv[1], c->name) != 0) continue;
-        try {
-            return c->main(arguments);
-        } catch (const std::exception& e) {
-            fprintf(stderr, "vcam: %s\n", e.what());
-            return 1;
-        }
-    }
-    fprintf(stderr, "vcam: there is no command '%s'; see: vcam help\n", argv[1]);
-    return kUsageStatus;
+    const Command* command = find_command(argv[1]);
+    return command ? run_command(*command, Arguments(argv + 2, argv + argc)) : kUsageStatus;
 }
