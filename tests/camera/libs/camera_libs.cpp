@@ -1,0 +1,88 @@
+// Library functions in the camera: what they leave in the system log and the journal.
+#include "tests/camera/camera.hpp"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::MatchesRegex;
+
+const std::string kInside = "/run/bin/inside_libs";
+
+struct Libs : testing::Test {
+    Camera camera;
+
+    Outcome inside(const std::string& filter)
+    {
+        Outcome run = camera.run({kInside, "--gtest_filter=" + filter}, {"--bind", INSIDE_LIBS});
+        EXPECT_EQ(run.status, 0) << run.out << run.err;
+        return run;
+    }
+
+    // Starts daemons, gives them time to come up and ends the camera.
+    Outcome down(const std::string& set_up, const std::string& way)
+    {
+        Outcome run = camera.run({"sh", "-c", set_up + " sleep 1; exec " + kInside + " " + way},
+                                 {"--bind", INSIDE_LIBS});
+        EXPECT_EQ(run.ending, "reboot");
+        return run;
+    }
+};
+
+const Lines kSteps = {"umount /mnt/sd/", "umount /mnt/usb/", "ifconfig rausb0 down", "rmmod rt73",
+                      "/sbin/reboot"};
+
+} // namespace
+
+TEST_F(Libs, FixedPathsPortsAndProcessNumbers)
+{
+    Outcome run = inside("-WatchdogMissing.*:Proc.ListMessages");
+    EXPECT_THAT(run.of("watchdog"),
+                ElementsAre("open, timeout 30", "timeout 15 -> 15", "timeout 20 -> 20", "close"));
+}
+
+TEST_F(Libs, AWatchdogThatCannotBeOpenedStaysClosed)
+{
+    camera.faults("watchdog open 0 1 ENOENT\n");
+    inside("WatchdogMissing.*");
+}
+
+// Priority 14: user facility, information.
+TEST_F(Libs, SignalsOfAListAreLoggedOnceForEachEntryThatMatches)
+{
+    Outcome run = inside("Proc.ListMessages");
+    auto kill = MatchesRegex(R"(14 inside_libs: \[CUTIL_KillProcAll\] - kill\[/bin/listed\], [0-9]+\\n)");
+    EXPECT_THAT(run.log, ElementsAre(R"(14 inside_libs: [CUTIL_KillProcAll]\n)", kill, kill,
+                                     R"(14 inside_libs: [CUTIL_KillProcAll]\n)",
+                                     R"(14 inside_libs: [CUTIL_KillProcAll] - list open err[/tmp/none]\n)"));
+}
+
+TEST_F(Libs, ARebootEndsTheListedProcessesThenRunsItsStepsInOrder)
+{
+    Outcome run = down("echo /bin/confd > /etc/killList; printf '/bin/webs\\n/bin/AVS\\n' > /etc/termList;"
+                       "/bin/AVServer & /bin/webs & /bin/confd &",
+                       "reboot");
+    EXPECT_EQ(run.out, "before the reboot");
+    Lines kills = run.of("kill");
+    ASSERT_GE(kills.size(), 3u);
+    EXPECT_THAT(kills[0], MatchesRegex("SIGKILL [0-9]+ /bin/confd"));
+    EXPECT_THAT(kills[1], MatchesRegex("SIGTERM [0-9]+ /bin/AVServer"));
+    EXPECT_THAT(kills[2], MatchesRegex("SIGTERM [0-9]+ /bin/webs"));
+    EXPECT_EQ(run.of("system"), kSteps);
+}
+
+TEST_F(Libs, ANetworkRebootEndsItsServicesAndShellsInsteadOfTheKillList)
+{
+    Outcome run = down("echo /bin/confd > /etc/killList; rm -f /etc/termList;"
+                       "/bin/sh -c 'while :; do sleep 1; done' & /bin/QRNNetManager & /bin/confd &",
+                       "reboot_net");
+    Lines kills = run.of("kill");
+    ASSERT_GE(kills.size(), 2u);
+    EXPECT_THAT(kills[0], MatchesRegex("SIGKILL [0-9]+ /bin/QRNNetManager"));
+    EXPECT_THAT(kills[1], MatchesRegex("SIGKILL [0-9]+ /bin/sh"));
+    EXPECT_THAT(run.log,
+                ElementsAre(R"(14 inside_libs: [CUTIL_KillProcAll]\n)",
+                            R"(14 inside_libs: [CUTIL_KillProcAll] - list open err[/etc/termList]\n)"));
+    EXPECT_EQ(run.of("system"), kSteps);
+}
