@@ -179,6 +179,17 @@ TEST(Aec, AnotherRoomIsLearntWithinThreeSeconds)
     EXPECT_GE(erle(mic, out, rate, 6.5, 7.5), 30);
 }
 
+// Someone walks about: half of the reflections are new, and nothing adds up to more than before.
+TEST(Aec, HalfAnotherRoomIsLearntWithinTwoSeconds)
+{
+    const int rate = 8000;
+    Signal far = babble(8 * rate, rate, 1500, 45);
+    Signal mic = through(room(rate, 64, 46), far), other = through(room(rate, 64, 47), far);
+    for (size_t i = 4 * rate; i < mic.size(); ++i) mic[i] = int16_t((mic[i] + other[i]) * 7 / 10);
+    mic = mix(mic, white(8 * rate, 12, 48));
+    EXPECT_GE(erle(mic, cancel(rate, 80, mic, far), rate, 6, 7), 25);
+}
+
 // An echo that grows to twice its height is wrong by half of what is heard: no reason to start anew.
 TEST(Aec, LouderLoudspeakerIsFollowed)
 {
@@ -240,7 +251,7 @@ TEST(Aec, UnrelatedLoudspeakerDoesNotGateTheNearTalker)
         Signal far = babble(5 * rate, rate, 2000, 900 + s), mic = babble(5 * rate, rate, 1500, 950 + s);
         Signal out = run(aec.get(), 80, mic, far);
         if (s == 0) continue;
-        EXPECT_NEAR(erle(mic, out, rate, 0, 5), 0, 3.5) << s;
+        EXPECT_NEAR(erle(mic, out, rate, 0, 5), 0, 1) << s;
     }
 }
 
@@ -288,5 +299,5 @@ TEST(Aec, EveryTargetGivesTheSameSamples)
             mic = mix(mix(mic, white(4 * rate, 20, 114)), babble(rate, rate, 2000, 115), size_t(rate));
             for (int16_t v : cancel(rate, points, mic, far)) hash = (hash ^ uint16_t(v)) * 16777619u;
         }
-    EXPECT_EQ(hash, 4242206364u);
+    EXPECT_EQ(hash, 1246790329u);
 }

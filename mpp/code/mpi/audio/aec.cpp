@@ -51,8 +51,8 @@ int AEC_Process(AEC_S* pstAec, const int16_t* ps16Near, const int16_t* ps16Far, 
     if (!pstAec || !ps16Near || !ps16Far || !ps16Out) return -1;
     for (int i = 0; i < pstAec->points; i += pstAec->block) {
         zep::aec_filter_run(pstAec->filter, ps16Near + i, ps16Far + i);
-        zep::aec_suppressor_run(pstAec->suppressor, pstAec->filter.error, pstAec->filter.uncertainty,
-                                ps16Out + i);
+        zep::aec_suppressor_run(pstAec->suppressor, pstAec->filter.error, pstAec->filter.residual,
+                                pstAec->filter.echo, ps16Out + i);
     }
     return 0;
 }

@@ -94,7 +94,8 @@ void estimate(const AecFilter& f, int age, Estimate& to)
 }
 
 // error = near - echo over one block, and its spectrum behind a block of zeros.
-void subtract(const AecFilter& f, const Estimate& of, const int16_t* near, int32_t* error, AecComplex* spectrum)
+void subtract(const AecFilter& f, const Estimate& of, const int16_t* near, int32_t* error,
+              AecComplex* spectrum)
 {
     int32_t frame[kAecMaxSize];
     aec_fft_inverse(2 * f.block, of.echo, frame);
@@ -214,11 +215,21 @@ void doubt(AecFilter& f, int shift)
     }
 }
 
+// A filter that has failed before is trusted with less: the loudspeaker may not be heard at all.
 void restart(AecFilter& f)
 {
     memset(f.weight, 0, sizeof f.weight);
     memset(f.noise, 0, sizeof f.noise);
-    doubt(f, 0);
+    memset(f.variance, 0, sizeof f.variance);
+    doubt(f, 2 * (f.watch.failures - 1));
+}
+
+void shrink(AecFilter& f)
+{
+    for (int i = 0; i < f.parts * f.bins; ++i) {
+        f.weight[i] = {f.weight[i].re / 2, f.weight[i].im / 2};
+        f.variance[i] /= 4;
+    }
 }
 
 AecVerdict judge(AecFilter& f, const Estimate& now, const int16_t* near, const AecComplex* error)
@@ -249,7 +260,8 @@ void replay(AecFilter& f)
 void pass_through(AecFilter& f, const int16_t* near)
 {
     for (int i = 0; i < f.block; ++i) f.error[i] = near[i] * (1 << kSampleShift);
-    memset(f.uncertainty, 0, sizeof f.uncertainty);
+    memset(f.residual, 0, sizeof f.residual);
+    memset(f.echo, 0, sizeof f.echo);
 }
 
 bool any_sound(const int16_t* far, int n)
@@ -261,7 +273,8 @@ void learn(AecFilter& f, const Estimate& now, const AecComplex* error)
 {
     track_noise(f, error);
     adapt(f, 0, now, error, true);
-    if (aec_watch_learning(f.watch, f.block)) replay(f);
+    // Right after a change the earlier blocks are from another room.
+    if (f.watch.since > kAecHistory && aec_watch_learning(f.watch, f.block)) replay(f);
     for (int i = 0; i < kTrims; ++i) {
         trim(f, f.turn);
         let_drift(f, f.turn);
@@ -302,14 +315,18 @@ void aec_filter_run(AecFilter& f, const int16_t* near, const int16_t* far)
     AecComplex error[kAecMaxBins];
     estimate(f, 0, now);
     subtract(f, now, near, f.error, error);
-    memcpy(f.uncertainty, now.uncertainty, sizeof f.uncertainty);
+    for (int k = 0; k < f.bins; ++k) {
+        f.residual[k] = now.uncertainty[k] >> 1; // the transform spans two blocks, the error one
+        f.echo[k] = (square(now.echo[k].re) + square(now.echo[k].im)) >> 1;
+    }
     AecVerdict verdict = judge(f, now, near, error);
     if (verdict == AecVerdict::restart) {
         restart(f);
         pass_through(f, near);
         return;
     }
-    if (verdict == AecVerdict::relearn) doubt(f, 1);
+    if (verdict == AecVerdict::relearn) doubt(f, 3);
+    if (verdict == AecVerdict::shrink) shrink(f);
     learn(f, now, error);
 }
 

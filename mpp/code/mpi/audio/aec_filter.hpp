@@ -39,14 +39,15 @@ struct AecFilter {
     int64_t noise[kAecMaxBins]; // what the error holds that the filter cannot learn
     AecWatch watch;
 
-    int32_t error[kAecMaxBlock];      // near less the estimated echo
-    int64_t uncertainty[kAecMaxBins]; // power that the residual echo is expected to have
+    int32_t error[kAecMaxBlock];   // near less the estimated echo
+    int64_t residual[kAecMaxBins]; // power that the residual echo is expected to have
+    int64_t echo[kAecMaxBins];     // power of the estimated echo
 };
 
 // parts at most kAecMaxParts for blocks of 80, half of that for blocks of 160; `f` is all zeros.
 void aec_filter_init(AecFilter& f, int block, int parts, bool short_blocks);
 
-// One block: sets error and uncertainty.
+// One block: sets error, residual and echo.
 void aec_filter_run(AecFilter& f, const int16_t* near, const int16_t* far);
 
 } // namespace zep

@@ -11,13 +11,17 @@
 namespace zep {
 namespace {
 
-constexpr int32_t kOne = 32768;      // Q15
-constexpr int32_t kLeastGain = 983;  // Q15, -30 dB
-constexpr int32_t kOpenGain = 32735; // Q15, 0.999
-constexpr int32_t kAlone = 1024;     // Q8: echo taken for 4 times the expected when alone,
-constexpr int32_t kTogether = 77;    // and for 0.3 times under the near talker
-constexpr int kNoiseWindow = 50;     // blocks
-constexpr int kFade = 40;            // samples from one filter to the next
+constexpr int32_t kOne = 32768;           // Q15
+constexpr int32_t kLeastGain = 983;       // Q15, -30 dB
+constexpr int32_t kOpenGain = 32735;      // Q15, 0.999
+constexpr int32_t kAlone = 1024;          // Q8: echo taken for 4 times the expected when alone,
+constexpr int32_t kTogether = 77;         // and for 0.3 times under the near talker
+constexpr int kNoiseWindow = 50;          // blocks
+constexpr int kFade = 40;                 // samples from one filter to the next
+constexpr int64_t kAudible = 1 << 24;     // power in a bin
+constexpr int32_t kFirstDistortion = 256; // Q20, -36 dB
+constexpr int32_t kMostDistortion = 1 << 16;
+constexpr int kDistortionScale = 8; // of what is usual to the least
 constexpr int64_t kNone = INT64_MAX;
 
 // sin(pi i / 640): the root of a Hann window for both sizes.
@@ -47,6 +51,20 @@ void analyse(AecSuppressor& s, const int32_t* error, int64_t* power)
     for (int k = 0; k < s.bins; ++k) power[k] = square(spectrum[k].re) + square(spectrum[k].im);
 }
 
+// Power of what a linear filter cannot take away, as the loudspeaker distorts: in proportion to the echo.
+// The proportion is the lowest in a while, so the near talker's pauses show it.
+int64_t distorted(AecSuppressor& s, int k, int64_t power, int64_t taken)
+{
+    s.smooth[k] += (power - s.smooth[k]) >> 1;
+    s.echo_smooth[k] += (taken - s.echo_smooth[k]) >> 1;
+    int32_t& q20 = s.distortion_q20[k];
+    if (s.echo_smooth[k] > kAudible) {
+        bool below = s.smooth[k] < (s.echo_smooth[k] >> 20) * q20;
+        q20 = below ? q20 - (q20 >> 5) : std::min(q20 + (q20 >> 8) + 1, kMostDistortion);
+    }
+    return (s.echo_smooth[k] >> 20) * q20 * kDistortionScale;
+}
+
 // Rises at once, falls in about ten blocks.
 void find_near(AecSuppressor& s, const int64_t* power, const int64_t* echo)
 {
@@ -62,12 +80,11 @@ void find_near(AecSuppressor& s, const int64_t* power, const int64_t* echo)
 }
 
 // Least power in the last one to two windows, bin by bin, where it is not echo.
-void track_noise(AecSuppressor& s, const int64_t* power, const int64_t* echo)
+void track_noise(AecSuppressor& s, const int64_t* echo)
 {
     bool roll = ++s.count == kNoiseWindow;
     if (roll) s.count = 0;
     for (int k = 0; k < s.bins; ++k) {
-        s.smooth[k] += (power[k] - s.smooth[k]) >> 1;
         if (echo[k] < s.smooth[k] / 4) s.least[0][k] = std::min(s.least[0][k], s.smooth[k]);
         s.noise[k] = std::min(s.noise[k], 3 * s.smooth[k]);
         if (!roll) continue;
@@ -124,17 +141,19 @@ void aec_suppressor_init(AecSuppressor& s, int block)
     s.bins = block + 1;
     s.open = true;
     s.taps[kAecTaps - 1] = 1 << 14;
+    std::fill_n(s.distortion_q20, kAecMaxBins, kFirstDistortion);
     std::fill_n(s.gain_q15, kAecMaxBins, kOne);
     std::fill_n(s.least[0], 2 * kAecMaxBins, kNone);
 }
 
-void aec_suppressor_run(AecSuppressor& s, const int32_t* error, const int64_t* uncertainty, int16_t* out)
+void aec_suppressor_run(AecSuppressor& s, const int32_t* error, const int64_t* residual, const int64_t* taken,
+                        int16_t* out)
 {
     int64_t power[kAecMaxBins], echo[kAecMaxBins];
-    for (int k = 0; k < s.bins; ++k) echo[k] = uncertainty[k] >> 1;
     analyse(s, error, power);
+    for (int k = 0; k < s.bins; ++k) echo[k] = std::max(residual[k], distorted(s, k, power[k], taken[k]));
     find_near(s, power, echo);
-    track_noise(s, power, echo);
+    track_noise(s, echo);
     int32_t scale_q8 = kAlone + int32_t(int64_t(kTogether - kAlone) * s.near_q15 >> 15);
     for (int k = 0; k < s.bins; ++k) set_gain(s, k, power[k], (echo[k] >> 8) * scale_q8);
 

@@ -10,40 +10,49 @@ namespace {
 
 constexpr int64_t kAudible = 100000 * 256; // energy of a block, about -60 dBov
 constexpr int kHoldOff = 20;               // blocks
-constexpr int kLeakRun = 25;               // blocks; a near talker's syllable is shorter
-constexpr int32_t kLeakMost = 9830;        // Q15, 0.3
-constexpr int32_t kFollow = 1638;          // Q15, 0.05
-constexpr int32_t kMostDeviation = 1 << 27;
+constexpr int32_t kAlike = 9830;           // Q15, 0.3; a near talker's stays below nearly always
+constexpr int kAlikeRun = 25;              // blocks
+constexpr int kMostFailures = 4;
+constexpr int64_t kMostPower = 1 << 26;
 
-void smooth(int64_t& mean, int64_t now) { mean += (now - mean) / 10; }
-
-int64_t power(AecComplex v) { return square(v.re) + square(v.im); }
-
-// Q15: how fast the regression follows; slow while the estimated echo is faint.
-int64_t pace(const AecEnergies& now)
+void smooth(AecEnergies& mean, const AecEnergies& now, int blocks)
 {
-    int64_t by_error = ratio(2 * now.echo, now.error + 256, 15, 32768) * kFollow >> 15;
-    int64_t by_level = ratio(now.echo, kAudible, 15, 32768) * kFollow >> 15;
-    return std::min({int64_t(kFollow), by_error, by_level});
+    mean.near += (now.near - mean.near) / blocks;
+    mean.error += (now.error - mean.error) / blocks;
+    mean.echo += (now.echo - mean.echo) / blocks;
+    mean.expected += (now.expected - mean.expected) / blocks;
 }
 
-// Q15 share of the estimated echo's power that comes through in the error.
-int64_t leak(AecWatch& w, int bins, const AecEnergies& now, const AecComplex* error, const AecComplex* echo)
+// Follows a cross or own power over some 16 blocks; its square must fit with others into a sum.
+int64_t follow(int64_t& mean, int64_t now)
+{
+    mean += ((now >> 24) - mean) / 16;
+    return clamp_to(mean, kMostPower);
+}
+
+// Q15 coherence of the error with the echo that was taken away.
+int32_t coherence(AecWatch& w, int bins, const AecComplex* error, const AecComplex* echo)
 {
     int64_t both = 0, own = 0;
     for (int k = 1; k < bins; ++k) {
-        int64_t e = (power(error[k]) >> 24) - w.error_mean[k];
-        int64_t y = (power(echo[k]) >> 25) - w.echo_mean[k]; // of two blocks, the error of one
-        w.error_mean[k] += e / 10;
-        w.echo_mean[k] += y / 10;
-        int64_t held = clamp_to(y, kMostDeviation);
-        both += clamp_to(e, kMostDeviation) * held;
-        own += held * held;
+        AecComplex e = error[k], y = echo[k];
+        both += square(follow(w.cross_re[k], int64_t(e.re) * y.re + int64_t(e.im) * y.im));
+        both += square(follow(w.cross_im[k], int64_t(e.im) * y.re - int64_t(e.re) * y.im));
+        own += follow(w.error_power[k], square(e.re) + square(e.im)) *
+               follow(w.echo_power[k], square(y.re) + square(y.im));
     }
-    int64_t step = pace(now);
-    w.covariance += ((both - w.covariance) >> 15) * step;
-    w.variance += ((own - w.variance) >> 15) * step;
-    return ratio(std::max<int64_t>(w.covariance, 0), std::max<int64_t>(w.variance, 0) + 1, 15, 32768);
+    return int32_t(ratio(both, own + 1, 15, 32768));
+}
+
+AecVerdict verdict(const AecWatch& w, int block, bool audible)
+{
+    const AecEnergies& r = w.recent;
+    const AecEnergies& l = w.lasting;
+    if (r.near > kAudible && r.error > r.near + r.echo / 8 && r.echo > r.near / 2) return AecVerdict::restart;
+    if (!audible) return AecVerdict::keep;
+    if (w.alike > kAlikeRun && r.error > r.near / 8 && r.expected < r.error * block / 4)
+        return AecVerdict::relearn;
+    return l.error > l.near && l.echo > l.near / 16 ? AecVerdict::shrink : AecVerdict::keep;
 }
 
 } // namespace
@@ -51,25 +60,21 @@ int64_t leak(AecWatch& w, int bins, const AecEnergies& now, const AecComplex* er
 AecVerdict aec_watch_run(AecWatch& w, int bins, const AecEnergies& now, const AecComplex* error,
                          const AecComplex* echo)
 {
-    smooth(w.near, now.near);
-    smooth(w.error, now.error);
-    smooth(w.echo, now.echo);
-    smooth(w.expected, now.expected);
-    w.leaking = leak(w, bins, now, error, echo) > kLeakMost ? w.leaking + 1 : 0;
+    smooth(w.recent, now, 10);
+    smooth(w.lasting, now, 128);
+    if (w.recent.near > kAudible && w.recent.error < w.recent.near / 8) w.failures = 0;
+    w.alike = coherence(w, bins, error, echo) > kAlike ? w.alike + 1 : 0;
     if (++w.since <= kHoldOff) return AecVerdict::keep;
-    AecVerdict verdict = AecVerdict::keep;
-    const int block = bins - 1;
-    bool adds = w.error > w.near + w.echo / 2 && w.echo > w.near / 2 && w.near > kAudible;
-    bool leaks = w.leaking > kLeakRun && w.expected < w.error * block / 4 && now.near > kAudible;
-    if (leaks) verdict = AecVerdict::relearn;
-    if (adds) verdict = AecVerdict::restart;
-    if (verdict != AecVerdict::keep) w.since = 0;
-    return verdict;
+    AecVerdict found = verdict(w, bins - 1, now.near > kAudible);
+    if (found != AecVerdict::keep) w.since = 0;
+    if (found == AecVerdict::restart) w.failures = std::min(w.failures + 1, kMostFailures);
+    return found;
 }
 
 bool aec_watch_learning(const AecWatch& w, int block)
 {
-    return w.expected / 3 > w.echo * block / 1000 && w.expected > w.error * block / 4;
+    const AecEnergies& r = w.recent;
+    return r.expected / 3 > r.echo * block / 1000 && r.expected > r.error * block / 4;
 }
 
 } // namespace zep

@@ -1,8 +1,8 @@
 // Tells a change of the echo path from a near talker.
 //
 // Both raise the error. But after a change the filter adds its outdated echo to the microphone's
-// instead of removing one, and the error's spectrum follows the estimated echo's in time (the
-// regression of one's power on the other's, Valin 2007), which a near talker's does not.
+// instead of removing one, and what is left is coherent with the estimated echo, since both come from
+// the far signal; a near talker's is not.
 #ifndef MPI_AUDIO_AEC_WATCH_HPP
 #define MPI_AUDIO_AEC_WATCH_HPP
 
@@ -10,26 +10,30 @@
 
 namespace zep {
 
-struct AecWatch {
-    int64_t near; // energies of a block, smoothed, Q8
+struct AecEnergies {
+    int64_t near; // Q8, of a block
     int64_t error;
-    int64_t echo;
-    int64_t expected; // energy of the error that the filter expects, as error * block
-    int64_t error_mean[kAecMaxBins];
-    int64_t echo_mean[kAecMaxBins];
-    int64_t covariance;
-    int64_t variance;
-    int leaking; // blocks in which much of the echo came through
-    int since;   // blocks since the last verdict
+    int64_t echo;     // the estimated one
+    int64_t expected; // of the error as the filter expects it, times the block's length
 };
 
-enum class AecVerdict { keep, relearn, restart };
+struct AecWatch {
+    AecEnergies recent;            // smoothed over a tenth of a second
+    AecEnergies lasting;           // over more than one
+    int64_t cross_re[kAecMaxBins]; // of error and echo
+    int64_t cross_im[kAecMaxBins];
+    int64_t error_power[kAecMaxBins];
+    int64_t echo_power[kAecMaxBins];
+    int alike;    // blocks in which the error was coherent with the echo
+    int failures; // restarts since the filter last took most of the echo away
+    int since;    // blocks since the last verdict
+};
 
-struct AecEnergies {
-    int64_t near;
-    int64_t error;
-    int64_t echo;
-    int64_t expected;
+enum class AecVerdict {
+    keep,
+    shrink,  // for a second and more the filter has taken nothing away: less of it
+    relearn, // some of the echo path is new
+    restart, // nothing of it is left
 };
 
 AecVerdict aec_watch_run(AecWatch& w, int bins, const AecEnergies& now, const AecComplex* error,
