@@ -9,7 +9,8 @@ namespace zep::bench {
 namespace {
 
 constexpr double kWidth = 380, kHeight = 220, kLeft = 52, kTop = 34, kGapX = 40, kGapY = 66;
-constexpr const char* kColours[] = {"#8a8a8a", "#3a78b5", "#3f9b4f", "#c8452f", "#8a5bb0", "#c29a1c"};
+constexpr const char* kColours[] = {"#8a8a8a", "#3a78b5", "#3f9b4f", "#c8452f",
+                                    "#8a5bb0", "#c29a1c", "#111111"};
 
 class Drawing {
 public:
@@ -61,7 +62,9 @@ private:
             snprintf(label, sizeof label, "%g", y);
             text(left_ - 6, at_y(y) + 4, "end", label);
         }
-        for (double x = 0; x <= right_ * 1.001; x += .5) {
+        double step = .5; // so that no more than a dozen labels stand side by side
+        while (right_ > 11 * step) step *= 2;
+        for (double x = 0; x <= right_ * 1.001; x += step) {
             char label[24];
             snprintf(label, sizeof label, "%g", x);
             text(at_x(std::min(x, right_)), top_ + kHeight + 16, "middle", label);
