@@ -8,37 +8,38 @@ namespace {
 using zep::g726::Coder;
 
 // Codes to octets and back, least significant or most significant bits first.
-template<int kBits, bool kMsbFirst> class Packer {
+template<int kBits> class Packer {
 public:
-    explicit Packer(uint8_t* out) : out_(out) {}
+    Packer(uint8_t* out, bool msb_first) : out_(out), msb_first_(msb_first) {}
     void put(uint32_t code)
     {
-        held_ = kMsbFirst ? held_ << kBits | code : held_ | code << count_;
+        held_ = msb_first_ ? held_ << kBits | code : held_ | code << count_;
         count_ += kBits;
         if (count_ < 8) return;
         count_ -= 8;
-        *out_++ = uint8_t(kMsbFirst ? held_ >> count_ : held_);
-        if (!kMsbFirst) held_ >>= 8;
+        *out_++ = uint8_t(msb_first_ ? held_ >> count_ : held_);
+        if (!msb_first_) held_ >>= 8;
     }
 
 private:
     uint8_t* out_;
+    const bool msb_first_;
     uint32_t held_ = 0;
     int count_ = 0;
 };
 
-template<int kBits, bool kMsbFirst> class Unpacker {
+template<int kBits> class Unpacker {
 public:
-    explicit Unpacker(const uint8_t* in) : in_(in) {}
+    Unpacker(const uint8_t* in, bool msb_first) : in_(in), msb_first_(msb_first) {}
     uint32_t get()
     {
         if (count_ < kBits) {
-            held_ = kMsbFirst ? held_ << 8 | *in_++ : held_ | uint32_t(*in_++) << count_;
+            held_ = msb_first_ ? held_ << 8 | *in_++ : held_ | uint32_t(*in_++) << count_;
             count_ += 8;
         }
         count_ -= kBits;
         constexpr uint32_t kMask = (1u << kBits) - 1;
-        if (kMsbFirst) return held_ >> count_ & kMask;
+        if (msb_first_) return held_ >> count_ & kMask;
         const uint32_t code = held_ & kMask;
         held_ >>= kBits;
         return code;
@@ -46,24 +47,23 @@ public:
 
 private:
     const uint8_t* in_;
+    const bool msb_first_;
     uint32_t held_ = 0;
     int count_ = 0;
 };
 
-template<int kBits, bool kMsbFirst>
-void encode(G726_STATE_S* state, const int16_t* pcm, size_t points, uint8_t* octets)
+template<int kBits> void encode(G726_STATE_S* state, const int16_t* pcm, size_t points, uint8_t* octets)
 {
     Coder<kBits> coder(*state);
-    Packer<kBits, kMsbFirst> packer(octets);
+    Packer<kBits> packer(octets, state->u8Packing == G726_PACK_AAL2);
     for (size_t i = 0; i < points; ++i) packer.put(coder.encode(pcm[i] >> 2));
     coder.save(*state);
 }
 
-template<int kBits, bool kMsbFirst>
-void decode(G726_STATE_S* state, const uint8_t* octets, size_t points, int16_t* pcm)
+template<int kBits> void decode(G726_STATE_S* state, const uint8_t* octets, size_t points, int16_t* pcm)
 {
     Coder<kBits> coder(*state);
-    Unpacker<kBits, kMsbFirst> unpacker(octets);
+    Unpacker<kBits> unpacker(octets, state->u8Packing == G726_PACK_AAL2);
     for (size_t i = 0; i < points; ++i) pcm[i] = int16_t(coder.decode(unpacker.get()) * 4);
     coder.save(*state);
 }
@@ -71,15 +71,9 @@ void decode(G726_STATE_S* state, const uint8_t* octets, size_t points, int16_t* 
 using EncodeFn = void (*)(G726_STATE_S*, const int16_t*, size_t, uint8_t*);
 using DecodeFn = void (*)(G726_STATE_S*, const uint8_t*, size_t, int16_t*);
 
-// By bits - 2 and packing.
-constexpr EncodeFn kEncode[4][2] = {{encode<2, false>, encode<2, true>},
-                                    {encode<3, false>, encode<3, true>},
-                                    {encode<4, false>, encode<4, true>},
-                                    {encode<5, false>, encode<5, true>}};
-constexpr DecodeFn kDecode[4][2] = {{decode<2, false>, decode<2, true>},
-                                    {decode<3, false>, decode<3, true>},
-                                    {decode<4, false>, decode<4, true>},
-                                    {decode<5, false>, decode<5, true>}};
+// By bits - 2.
+constexpr EncodeFn kEncode[4] = {encode<2>, encode<3>, encode<4>, encode<5>};
+constexpr DecodeFn kDecode[4] = {decode<2>, decode<3>, decode<4>, decode<5>};
 constexpr uint8_t kGroup[4] = {1, 3, 1, 5}; // octets of the smallest number of whole codes
 
 } // namespace
@@ -101,7 +95,7 @@ size_t G726_Encode(G726_STATE_S* state, const int16_t* pcm, size_t points, uint8
 {
     const size_t bits = state->u8Bits;
     if (points * bits % 8 != 0) return 0;
-    kEncode[bits - 2][state->u8Packing](state, pcm, points, octets);
+    kEncode[bits - 2](state, pcm, points, octets);
     return points * bits / 8;
 }
 
@@ -109,6 +103,6 @@ size_t G726_Decode(G726_STATE_S* state, const uint8_t* octets, size_t bytes, int
 {
     const size_t bits = state->u8Bits;
     const size_t points = bytes / kGroup[bits - 2] * kGroup[bits - 2] * 8 / bits;
-    kDecode[bits - 2][state->u8Packing](state, octets, points, pcm);
+    kDecode[bits - 2](state, octets, points, pcm);
     return points;
 }
