@@ -114,8 +114,9 @@ def room(x):
     return fftconvolve(x, h)[:len(x)]
 
 def shaped(w, power):
-    F = np.fft.rfft(w)
-    return np.fft.irfft(F * (np.arange(len(F)) + 8.) ** -power, len(w))
+    F = np.fft.rfft(w)                                               # flat below a corner of 1 to 60 Hz
+    f = np.arange(len(F)) * RATE / 2 / len(F) + 10 ** rng.uniform(0, 1.8)
+    return np.fft.irfft(F * f ** -power, len(w))
 
 def resonant(w):
     for _ in range(rng.integers(1, 4)):
@@ -148,9 +149,10 @@ def babble(corpus, n):
         y += s / (s.std() + 1) * rng.uniform(.6, 1.2)
     return coloured(room(y) if rng.random() < .4 else y)
 
-KINDS = [(.12, lambda c, w: w), (.07, lambda c, w: shaped(w, rng.uniform(.3, .7))), (.05, lambda c, w: shaped(w, rng.uniform(.7, 1.3))),
-         (.16, lambda c, w: resonant(w)), (.14, lambda c, w: machine(w, 1)), (.05, lambda c, w: machine(w, 2)),
-         (.28, lambda c, w: babble(c, len(w))), (.08, lambda c, w: modulated(resonant(w))),
+KINDS = [(.11, lambda c, w: w), (.08, lambda c, w: shaped(w, rng.uniform(.3, .7))),
+         (.11, lambda c, w: shaped(w, rng.uniform(.7, 1.3))), (.14, lambda c, w: resonant(w)),
+         (.14, lambda c, w: machine(w, 1)), (.05, lambda c, w: machine(w, 2)), (.26, lambda c, w: babble(c, len(w))),
+         (.06, lambda c, w: modulated(resonant(w))),
          (.05, lambda c, w: noise(c, len(w)) + rng.uniform(.2, 1) * noise(c, len(w)))]
 
 def noise(corpus, n):
@@ -260,7 +262,8 @@ def main():
         l, scores = loss(stateless.functional_call(net, quantised(net), (log_power(Y), nb)), S, Y)
         opt.zero_grad()
         l.backward()
-        torch.nn.utils.clip_grad_norm_(net.parameters(), 1.)
+        if not torch.isfinite(torch.nn.utils.clip_grad_norm_(net.parameters(), 1.)):
+            continue
         opt.step()
         with torch.no_grad():
             for p in net.parameters():
