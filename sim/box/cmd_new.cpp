@@ -74,6 +74,13 @@ std::vector<Option> option_table(NewOptions& o)
     };
 }
 
+const Partition& named(const std::vector<Partition>& parts, const std::string& name, const char* option)
+{
+    for (const auto& p : parts)
+        if (p.name == name) return p;
+    fail("%s %s: there are mtd0 to mtd%zu", option, name.c_str(), parts.size() - 1);
+}
+
 std::vector<Partition> partitions(const NewOptions& o)
 {
     for (const auto& g : kGeometries) {
@@ -88,6 +95,7 @@ std::vector<Partition> partitions(const NewOptions& o)
                         ",");
             out.push_back(parse_partition(name, geometry));
         }
+        for (const auto& [which, size] : o.sizes) named(out, which, "--size");
         return out;
     }
     fail("--flash %s: there are nor and nand", o.flash.c_str());
@@ -133,19 +141,25 @@ void write_flash(const Camera& camera, const NewOptions& o)
     sync_image(camera.image(parts[3]), parts[3], etc.path());
 }
 
-void write_bad_blocks(const Camera& camera, const NewOptions& o)
+struct BadBlock {
+    std::string partition;
+    uint64_t block;
+};
+
+std::vector<BadBlock> bad_blocks(const NewOptions& o, const std::vector<Partition>& parts)
 {
+    std::vector<BadBlock> out;
     for (const auto& bad : o.bad) {
         auto words = split(bad, ':');
         if (words.size() != 2) fail("--bad %s: write it as mtd2:17", bad.c_str());
-        const auto& p = camera.partition(words[0]);
-        uint64_t block = parse_size(words[1], "--bad");
+        const auto& p = named(parts, words[0], "--bad");
+        out.push_back({p.name, parse_size(words[1], "--bad")});
         if (p.type != "nand") fail("--bad %s: only NAND flash has bad blocks", bad.c_str());
-        if (block >= p.size / p.erase_size)
+        if (out.back().block >= p.size / p.erase_size)
             fail("--bad %s: %s has %llu blocks", bad.c_str(), p.name.c_str(),
                  (unsigned long long)(p.size / p.erase_size));
-        append_file(camera.image(p) + ".bad", text("%llu\n", (unsigned long long)block));
     }
+    return out;
 }
 
 void link_program(const Camera& camera, const std::string& name, const std::string& target)
@@ -212,11 +226,14 @@ int new_main(const Arguments& arguments)
     if (words.plain.size() != 1) fail("new: name one folder for the camera");
     const auto& folder = words.plain[0];
     auto parts = partitions(o);
+    auto bad = bad_blocks(o, parts);
     prepare_folder(folder, o.force);
     write_file(folder + "/camera.conf", configuration(o, parts));
     Camera camera(folder);
     write_flash(camera, o);
-    write_bad_blocks(camera, o);
+    for (const auto& b : bad)
+        append_file(camera.path("flash/" + b.partition + ".bad"),
+                    text("%llu\n", (unsigned long long)b.block));
     write_root(camera, o);
     for (const char* name : {"journal", "syslog", "faults", "mounts", "modules"})
         write_file(camera.path(name), "");

@@ -33,14 +33,22 @@ struct RunOptions {
 
 std::vector<Option> option_table(RunOptions& o)
 {
-    auto to_init = [&o](const char* name) {
-        return [&o, name](const std::string& value) { o.init.emplace_back(name, value); };
+    // Checked here, where a wrong one costs nothing; pid 1 takes them.
+    auto seconds = [&o](const char* name) {
+        return [&o, name](const std::string& value) {
+            parse_seconds(value, name);
+            o.init.emplace_back(name, value);
+        };
+    };
+    auto daemon = [&o](const std::string& value) {
+        parse_daemon(value);
+        o.init.emplace_back("--daemon", value);
     };
     return {
         {"--timeout", "SECONDS", "end the camera after so long on the wall: status 124",
-         to_init("--timeout")},
-        {"--linger", "SECONDS", "camera time that goes on after the command's end", to_init("--linger")},
-        {"--daemon", "PATH[:OPTIONS]", "a daemon more; OPTIONS ignore-term, hold=FILE", to_init("--daemon")},
+         seconds("--timeout")},
+        {"--linger", "SECONDS", "camera time that goes on after the command's end", seconds("--linger")},
+        {"--daemon", "PATH[:OPTIONS]", "a daemon more; OPTIONS ignore-term, hold=FILE", daemon},
         {"--bind", "HOST[:INSIDE]", "show a host file or folder, read-only (in /run/bin)",
          [&](auto& v) { o.binds.push_back(parse_bind(v, false)); }},
         {"--bind-rw", "HOST[:INSIDE]", "the same, writable",
