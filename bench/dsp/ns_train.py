@@ -214,7 +214,7 @@ def loss(G, S, Y):
     x, z = unit(x, 2), unit(z, 2)
     estoi = 1 - ((x * z).sum(2).mean(1) * ok).sum() / (ok.sum() + 1e-3)
     pause = (10 * torch.log10(o2.sum(2) / (y2.sum(2) + 1e-3) + 1e-3) * (1 - act)).sum() / ((1 - act).sum() + 1)
-    return .6 * seg + .3 * sdr + 1.5 * lsd + 85 * stoi + 50 * estoi + .03 * pause, (seg, sdr, lsd, stoi, estoi, pause)
+    return .6 * seg + .3 * sdr + 2.3 * lsd + 85 * stoi + 50 * estoi + .03 * pause, (seg, sdr, lsd, stoi, estoi, pause)
 
 # ---- the table
 
