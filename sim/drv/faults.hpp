@@ -3,11 +3,11 @@
 // One line a fault in the file `faults`:  <device or call> [<operation>[@<block>]] <skip> <times> <effect>
 //   mtd1 write 3 1 EIO          the fourth write fails
 //   mtd2 erase@5 0 -1 EIO       erase block 5 never erases
-//   mtd1 read 0 1 flip          one bit of one read is wrong
+//   mtd1 read 0 1 flip          one bit of one read is wrong; of a write: does not come out
 //   mtd3 write 100 1 powercut   the camera loses power inside the 101st write
 //   umount 0 1 EBUSY            the next umount is refused
 // times -1 is for ever. Effects: an errno name or number; `short` (half of it is done);
-// `flip`; `powercut` (inside the operation), `powercut-before`, `powercut-after`. '#' begins a comment.
+// `flip` (one bit); `powercut` (inside the operation), `powercut-before`, `powercut-after`. '#' begins a comment.
 // How often each line has matched is kept in `faults.state`, so that a count spans processes.
 #pragma once
 

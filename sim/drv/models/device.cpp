@@ -5,6 +5,7 @@
 #include "sim/drv/raw.hpp"
 #include "sim/drv/state.hpp"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -15,6 +16,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <vector>
 
 namespace vcam {
 
@@ -173,6 +175,26 @@ void damage(const Operation& op, void* data, ssize_t n)
     if (op.effect.kind == faults::Kind::flip && n > 0) static_cast<uint8_t*>(data)[n / 2] ^= 0x10;
 }
 
+// What is written when a flip is planned for it: one bit that should stay set is cleared, as a weak cell
+// does it. Only reading back finds it.
+class Weakened {
+public:
+    Weakened(const Operation& op, const void* data, size_t size) : data_(static_cast<const uint8_t*>(data))
+    {
+        if (op.effect.kind != faults::Kind::flip) return;
+        copy_.assign(data_, data_ + size);
+        const auto byte =
+            std::find_if(copy_.begin() + long(size / 2), copy_.end(), [](uint8_t b) { return b != 0; });
+        if (byte != copy_.end()) *byte &= uint8_t(*byte - 1);
+        data_ = copy_.data();
+    }
+    [[nodiscard]] const void* data() const { return data_; }
+
+private:
+    const uint8_t* data_;
+    std::vector<uint8_t> copy_;
+};
+
 template<class Transfer>
 ssize_t transfer(Model& model, const char* name, int64_t block, size_t size, Transfer run)
 {
@@ -259,8 +281,10 @@ ssize_t read(Model& model, int fd, void* data, size_t size)
 
 ssize_t write(Model& model, int fd, const void* data, size_t size)
 {
-    return transfer(model, "write", block_here(model, fd), size,
-                    [&](const Operation&, size_t allowed) { return model.write(fd, data, allowed); });
+    return transfer(model, "write", block_here(model, fd), size, [&](const Operation& op, size_t allowed) {
+        const Weakened bytes(op, data, allowed);
+        return model.write(fd, bytes.data(), allowed);
+    });
 }
 
 ssize_t pread(Model& model, int fd, void* data, size_t size, int64_t offset)
@@ -275,9 +299,11 @@ ssize_t pread(Model& model, int fd, void* data, size_t size, int64_t offset)
 
 ssize_t pwrite(Model& model, int fd, const void* data, size_t size, int64_t offset)
 {
-    return transfer(model, "write", model.offset_block(offset), size, [&](const Operation&, size_t allowed) {
-        return model.pwrite(fd, data, allowed, offset);
-    });
+    return transfer(model, "write", model.offset_block(offset), size,
+                    [&](const Operation& op, size_t allowed) {
+                        const Weakened bytes(op, data, allowed);
+                        return model.pwrite(fd, bytes.data(), allowed, offset);
+                    });
 }
 
 int64_t seek(Model& model, int fd, int64_t offset, int whence)

@@ -106,7 +106,9 @@ VCAM_EXPORT int mount(const char* source, const char* target, const char* type, 
 
 VCAM_EXPORT int kill(pid_t pid, int number) noexcept
 {
-    if (active() && number != 0) {
+    // How the camera's own tools tell its first process to end is no event of the camera.
+    const bool to_first = pid == 1 && number >= SIGRTMIN;
+    if (active() && number != 0 && !to_first) {
         const std::string name = pid > 0 ? " " + name_of(pid) : "";
         journal::add("kill", signal_name(number) + " " + std::to_string(pid) + name);
     }

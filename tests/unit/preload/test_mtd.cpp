@@ -131,7 +131,10 @@ TEST_F(Mtd, FaultsComeWhenThePlanSaysAndLeaveWhatItSays)
     vcamsim_clear_faults();
     ASSERT_EQ(vcamsim_fault("mtd1 write 0 1 short"), 0);
     EXPECT_EQ(put(fd, "dddd"), 2);
-    EXPECT_EQ(vcamsim_count("mtd1", "write"), 4); // refused ones included
+    ASSERT_EQ(vcamsim_fault("mtd1 write 0 1 flip"), 0);
+    EXPECT_EQ(put(fd, "dddd"), 4); // nobody notices before reading back
+    EXPECT_EQ(image(1).substr(8, 6), "dddd`d");
+    EXPECT_EQ(vcamsim_count("mtd1", "write"), 5); // refused ones included
     ::close(fd);
     for (const char* nonsense : {"mtd1 write 1 EIO extra words", "mtd1 write x 1 EIO", "mtd1 write 0 1 EWHAT",
                                  "mtd1 erase@ 0 1 EIO"})

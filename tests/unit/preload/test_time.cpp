@@ -30,7 +30,8 @@ protected:
     double start = seconds(), host = host_seconds();
     // Camera time since the case began.
     [[nodiscard]] double passed() const { return seconds() - start; }
-    void expect_quick() const { EXPECT_LT(host_seconds() - host, 5.0); }
+    // A loaded machine may need a while for its part, but not as long as the pauses themselves.
+    void expect_quick() const { EXPECT_LT(host_seconds() - host, passed() / 2); }
 };
 
 TEST_F(Time, EverySleepTakesCameraTimeOnly)
