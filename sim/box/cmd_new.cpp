@@ -11,8 +11,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <memory>
+#include <sys/stat.h>
 
 namespace vcam {
 namespace {
@@ -29,6 +31,7 @@ constexpr Geometry kGeometries[] = {
     {"nand", {"nand,1M,128K,2048", "nand,8M,128K,2048", "nand,48M,128K,2048", "nand,7M,128K,2048"}},
 };
 constexpr size_t kKernelBytes = 0x180000, kRootBytes = 0x600000; // what the factory's images fill
+constexpr time_t kFirmwareTime = 1348028640; // 2012-09-19 04:24:00 UTC
 
 struct NewOptions {
     FactoryOptions factory;
@@ -138,6 +141,10 @@ void write_flash(const Camera& camera, const NewOptions& o)
         make_folders(fs::path(path).parent_path().string());
         write_file(path, f.content, f.mode);
     }
+    // Whenever it is made, the same camera has the same flash: its files are as old as the firmware.
+    const timespec made[2] = {{kFirmwareTime, 0}, {kFirmwareTime, 0}};
+    for (const auto& entry : fs::recursive_directory_iterator(etc.path()))
+        utimensat(AT_FDCWD, entry.path().c_str(), made, AT_SYMLINK_NOFOLLOW);
     sync_image(camera.image(parts[3]), parts[3], etc.path());
 }
 
