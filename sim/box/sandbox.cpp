@@ -108,6 +108,43 @@ void become_init(const Camera& camera, const Pieces& pieces, const SandboxPlan& 
     _exit(kSandboxFailure);
 }
 
+int wait_for(pid_t child)
+{
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+void enter_namespaces(pid_t pid)
+{
+    Fd target(int(syscall(SYS_pidfd_open, pid, 0)));
+    Fd root(open(text("/proc/%d/root", pid).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!target || !root) fail("cannot join the camera, process %d: %s", pid, strerror(errno));
+    // Without a user namespace of its own the camera shares ours, and joining that is refused.
+    if (setns(target.get(), CLONE_NEWUSER) < 0 && errno != EINVAL)
+        fail("cannot join the camera, process %d: %s", pid, strerror(errno));
+    if (setns(target.get(), int(kNamespaces)) < 0 || fchdir(root.get()) < 0 || chroot(".") < 0)
+        fail("cannot join the camera, process %d: %s", pid, strerror(errno));
+}
+
+// The command's parent, which itself stays outside the camera's process space.
+[[noreturn]] void joiner_main(pid_t pid, const std::vector<std::string>& arguments,
+                              const std::vector<std::string>& environment)
+{
+    try {
+        enter_namespaces(pid);
+    } catch (const Error& e) {
+        fprintf(stderr, "vcam: %s\n", e.what());
+        _exit(kSandboxFailure);
+    }
+    pid_t child = fork(); // the first process inside: setns moves only children
+    if (child > 0) _exit(wait_for(child));
+    if (child == 0) execvpe(arguments[0].c_str(), pointers(arguments).data(), pointers(environment).data());
+    fprintf(stderr, "vcam: exec: cannot start %s in the camera: %s\n", arguments[0].c_str(), strerror(errno));
+    _exit(errno == ENOENT ? 127 : 126);
+}
+
 } // namespace
 
 pid_t start_sandbox(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan)
@@ -147,26 +184,11 @@ pid_t start_sandbox(const Camera& camera, const Pieces& pieces, const SandboxPla
 int join_sandbox(pid_t pid, const std::vector<std::string>& arguments,
                  const std::vector<std::string>& environment)
 {
-    Fd target(int(syscall(SYS_pidfd_open, pid, 0)));
-    Fd root(open(text("/proc/%d/root", pid).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!target || !root) fail("cannot join the camera, process %d: %s", pid, strerror(errno));
-    // Without a user namespace of its own the camera shares ours, and joining that is refused.
-    if (setns(target.get(), CLONE_NEWUSER) < 0 && errno != EINVAL)
-        fail("cannot join the camera, process %d: %s", pid, strerror(errno));
-    if (setns(target.get(), int(kNamespaces)) < 0 || fchdir(root.get()) < 0 || chroot(".") < 0)
-        fail("cannot join the camera, process %d: %s", pid, strerror(errno));
     fflush(nullptr);
-    pid_t child = fork();
-    if (child < 0) fail("no process: %s", strerror(errno));
-    if (child == 0) {
-        execvpe(arguments[0].c_str(), pointers(arguments).data(), pointers(environment).data());
-        fprintf(stderr, "vcam: exec: %s: %s\n", arguments[0].c_str(), strerror(errno));
-        _exit(errno == ENOENT ? 127 : 126);
-    }
-    int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    pid_t joiner = fork();
+    if (joiner < 0) fail("no process: %s", strerror(errno));
+    if (joiner == 0) joiner_main(pid, arguments, environment);
+    return wait_for(joiner);
 }
 
 } // namespace vcam
