@@ -198,9 +198,8 @@ std::vector<std::string> applets(const std::string& zep)
     return out;
 }
 
-void write_root(const Camera& camera, const NewOptions& o)
+void write_root(const Camera& camera, const NewOptions& o, const Pieces& pieces)
 {
-    const Pieces pieces = find_pieces();
     for (const char* folder :
          {"/bin", "/sbin", "/dvs/extdrv", "/usr", "/tmp", "/var", "/mnt/sd", "/mnt/usb", "/root"})
         make_folders(camera.root(folder));
@@ -234,6 +233,7 @@ int new_main(const Arguments& arguments)
     const auto& folder = words.plain[0];
     auto parts = partitions(o);
     auto bad = bad_blocks(o, parts);
+    const Pieces pieces = find_pieces();
     prepare_folder(folder, o.force);
     write_file(folder + "/camera.conf", configuration(o, parts));
     Camera camera(folder);
@@ -241,7 +241,7 @@ int new_main(const Arguments& arguments)
     for (const auto& b : bad)
         append_file(camera.path("flash/" + b.partition + ".bad"),
                     text("%llu\n", (unsigned long long)b.block));
-    write_root(camera, o);
+    write_root(camera, o, pieces);
     for (const char* name : {"journal", "syslog", "faults", "mounts", "modules"})
         write_file(camera.path(name), "");
     return 0;
