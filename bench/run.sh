@@ -1,0 +1,14 @@
+#!/bin/bash
+# Every benchmark in one run: run.sh BUILD_FOLDER [--quick]. The codecs' tables take some minutes.
+set -eu
+build=$(realpath "$1")
+here=$(cd "$(dirname "$0")" && pwd)
+for program in bench_start bench_conf bench_proc_scan; do
+    echo "== $program"
+    "$build/bench/common/$program"
+done
+echo "== bench_upgrade"
+"$build/bench/upgrade/bench_upgrade"
+echo "== whole upgrades on the virtual camera"
+"$here/upgrade/whole_upgrade.sh" "$build"
+"$here/dsp/run" "$build" "${@:2}"
