@@ -23,7 +23,8 @@ int missing_main(int, char** argv)
 // Kept as a name that succeeds: start-up scripts of older devices call it.
 int nothing_main(int, char**) { return 0; }
 
-constexpr Applet kApplets[] = {     // the order is the order of the listing
+constexpr Applet kApplets[] = {
+    // the order is the order of the listing
     {"qrn_arp", qrn_arp_main},
     {"load_drv", load_drv_main},
     {"get_boot_param", get_boot_param_main},
@@ -66,8 +67,7 @@ void print_usage()
     puts("usage : [function] [arguments]...");
     puts("");
     puts("currently defined functions:");
-    for (const Applet* a = kApplets; a->name; ++a)
-        printf("%s%s", a == kApplets ? "" : ", ", a->name);
+    for (const Applet* a = kApplets; a->name; ++a) printf("%s%s", a == kApplets ? "" : ", ", a->name);
     puts("");
 }
 
@@ -84,7 +84,7 @@ int main(int argc, char** argv)
     for (const Applet* a = kApplets; a->name; ++a) {
         if (strcmp(argv[0], a->name) == 0) {
             a->handler(argc, argv);
-            return 0;       // scripts rely on 0; an applet that must report failure calls exit itself
+            return 0; // scripts rely on 0; an applet that must report failure calls exit itself
         }
     }
     print_usage();

@@ -5,9 +5,12 @@
 #include "common/qrn_socket.h"
 #include "common/report.hpp"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <netdb.h>
 #include <optional>
 #include <sys/socket.h>
@@ -18,6 +21,7 @@ using namespace zep;
 
 constexpr int kBacklog = 10;
 constexpr int kServerSendBuffer = 0x400000;
+constexpr size_t kLookUpBuffer = 4096, kLargestLookUp = 1 << 20;
 
 Fd tcp_socket() { return Fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)); }
 
@@ -36,10 +40,20 @@ std::optional<in_addr_t> look_up(const char* host)
 {
     hostent record;
     hostent* found = nullptr;
-    char buffer[4096];
+    struct FreeMemory {
+        void operator()(char* memory) const { free(memory); }
+    };
+    std::unique_ptr<char, FreeMemory> buffer;
+    int failed = ERANGE;
     int host_error;
-    // The plain gethostbyname answers in one buffer for all threads.
-    if (gethostbyname_r(host, &record, buffer, sizeof buffer, &found, &host_error) != 0 || !found) return {};
+    // The plain gethostbyname answers in one buffer for all threads; like it, this grows until the answer
+    // fits.
+    for (size_t size = kLookUpBuffer; failed == ERANGE && size <= kLargestLookUp; size *= 4) {
+        buffer.reset(static_cast<char*>(malloc(size)));
+        if (!buffer) return {};
+        failed = gethostbyname_r(host, &record, buffer.get(), size, &found, &host_error);
+    }
+    if (failed != 0 || !found) return {};
     in_addr_t address;
     if (found->h_addrtype != AF_INET || found->h_length != int(sizeof address) || !found->h_addr_list[0])
         return {};

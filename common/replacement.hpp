@@ -19,10 +19,10 @@ public:
 
     enum class Existing { refuse, replace };
 
-    // Makes the temporary file, for its owner only until commit(). `source` is the open file to be replaced, or
-    // -1 for a new one, which stays its owner's only.
-    // False with errno: EEXIST when there is one to be refused, or what stands there is neither a
-    // file nor a link, or is the source itself. `temp_path` must outlive the object.
+    // Makes the temporary file, for its owner only until commit(). `source` is the open file to be replaced,
+    // or -1 for a new one, which stays its owner's only. False with errno: EEXIST when there is one to be
+    // refused, or what stands there is neither a file nor a link, or is the source itself. `temp_path` must
+    // outlive the object.
     bool create(const char* temp_path, Existing existing, int source);
 
     void put(const char* data, size_t length);

@@ -8,9 +8,10 @@ namespace zep {
 
 namespace {
 
-void add_name(KillList& list, char* line)
+void add_name(KillList& list, char* line, size_t length)
 {
-    if (strlen(line) >= CUTIL_KILL_LIST_NAME_SIZE) return;
+    // A block of zero bytes, as a lost write leaves it, must not pass for the empty name that matches all.
+    if (length >= CUTIL_KILL_LIST_NAME_SIZE || strlen(line) != length) return;
     line[strcspn(line, "\r\n")] = '\0';
     strcpy(list.names[list.count++], line);
 }
@@ -26,7 +27,7 @@ void read_kill_list(int fd, KillList& list)
     ssize_t length;
     while (list.count < CUTIL_KILL_LIST_NAMES && (length = reader.next(line)) > 0) {
         bool whole = line[length - 1] == '\n' || length < ssize_t(sizeof line) - 1;
-        if (!tail && whole) add_name(list, line);
+        if (!tail && whole) add_name(list, line, size_t(length));
         tail = !whole;
     }
 }

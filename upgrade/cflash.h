@@ -9,7 +9,7 @@
  * partition that is mounted on /etc. All messages go to the system log at LOG_ALERT; what else
  * is written where stands with each function. None of these functions is meant to run in two
  * threads at once. Offsets are bytes from the start of the file; a negative one is refused like
- * any other position that cannot be reached.
+ * any other position that cannot be reached (CFlash_CheckJffs2 takes it for the end of the image).
  */
 #include <stdint.h>
 

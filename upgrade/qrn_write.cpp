@@ -96,6 +96,14 @@ void write_partitions(const char* path, const Package& package, const char* cons
 }
 
 } // namespace
+// What now stands at the path is measured anew: another file may have been underneath the mount.
+void reopen(const char* path, Package& package)
+{
+    package.fd.reset(open_package(path));
+    struct stat info;
+    if (package.fd && fstat(package.fd.get(), &info) == 0) package.file_size = info.st_size;
+}
+
 } // namespace zep
 
 int CFlash_QRNWrite(const char* path, const char* dev1, const char* dev2, const char* dev3, int flags)
@@ -110,7 +118,7 @@ int CFlash_QRNWrite(const char* path, const char* dev1, const char* dev2, const 
 
     let_go_of_settings(package);
     if (!unmount_settings()) return -1;
-    if (!package.fd) package.fd.reset(open_package(path));
+    if (!package.fd) reopen(path, package);
     if (!check_images(package)) return -1;
 
     write_partitions(path, package, {dev1, dev2, dev3}, flags & CFLASH_VERBOSE);

@@ -33,8 +33,7 @@ template<Encode711 E, Decode711 D> constexpr vd_codec g711(const char* kind)
         decode_711<D>, close_stateless};
 }
 
-template <uint32_t kBits, uint32_t kPacking>
-void* open_726(int)
+template<uint32_t kBits, uint32_t kPacking> void* open_726(int)
 {
     auto* state = new G726_STATE_S;
     G726_Init(state, kBits, kPacking);
@@ -53,14 +52,21 @@ int decode_726(void* state, const uint8_t* in, int bytes, int16_t* pcm)
 
 void close_726(void* state) { delete static_cast<G726_STATE_S*>(state); }
 
-template <uint32_t kBits, uint32_t kPacking>
-constexpr vd_codec g726(const char* kind)
+template<uint32_t kBits, uint32_t kPacking> constexpr vd_codec g726(const char* kind)
 {
-    return {"zep", kind, 0, 0, open_726<kBits, kPacking>, encode_726, close_726, open_726<kBits, kPacking>, decode_726, close_726};
+    return {"zep",
+            kind,
+            0,
+            0,
+            open_726<kBits, kPacking>,
+            encode_726,
+            close_726,
+            open_726<kBits, kPacking>,
+            decode_726,
+            close_726};
 }
 
-template <uint32_t kFormat>
-void* open_adpcm(int)
+template<uint32_t kFormat> void* open_adpcm(int)
 {
     auto* state = new ADPCM_STATE_S;
     ADPCM_Init(state, kFormat);
@@ -79,10 +85,18 @@ int decode_adpcm(void* state, const uint8_t* in, int bytes, int16_t* pcm)
 
 void close_adpcm(void* state) { delete static_cast<ADPCM_STATE_S*>(state); }
 
-template <uint32_t kFormat>
-constexpr vd_codec adpcm(const char* kind, int frame)
+template<uint32_t kFormat> constexpr vd_codec adpcm(const char* kind, int frame)
 {
-    return {"zep", kind, 0, frame, open_adpcm<kFormat>, encode_adpcm, close_adpcm, open_adpcm<kFormat>, decode_adpcm, close_adpcm};
+    return {"zep",
+            kind,
+            0,
+            frame,
+            open_adpcm<kFormat>,
+            encode_adpcm,
+            close_adpcm,
+            open_adpcm<kFormat>,
+            decode_adpcm,
+            close_adpcm};
 }
 
 const vd_codec kCodecs[] = {

@@ -97,8 +97,7 @@ void draw(const char* path, const std::vector<const vd_impl*>& impls, const std:
 int main(int argc, char** argv)
 {
     const Options options(argc, argv);
-    const std::string signals = options.text("--signals", "signals/aec"),
-                      out = options.text("--out", "aec");
+    const std::string signals = options.text("--signals", "signals/aec"), out = options.text("--out", "aec");
     const int tail_ms = options.number("--tail", 128);
     const std::string only = options.text("--only", "");
     auto impls = options.impls();

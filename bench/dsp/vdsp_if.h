@@ -1,8 +1,8 @@
 /**
  * What the measuring programs measure: everything works on frames of 16-bit mono samples.
  *
- * An implementation is a shared object that exports `const vd_impl* vd_impl_get(void)`; each program takes any
- * number of them with --impl and prints their rows beside those of the peers it is built with.
+ * An implementation is a shared object that exports `const vd_impl* vd_impl_get(void)`; each program takes
+ * any number of them with --impl and prints their rows beside those of the peers it is built with.
  */
 #ifndef BENCH_DSP_VDSP_IF_H
 #define BENCH_DSP_VDSP_IF_H
@@ -14,9 +14,9 @@ extern "C" {
 #endif
 
 /**
- * Speech codec. Kinds: "alaw" "ulaw" "g726-16" "g726-24" "g726-32" "g726-40" (most significant bit first) and the
- * same with "r" (codes packed from the least significant bit), "dvi4" "ima4" "ima-wav" "ima-raw".
- * A state is opened for a frame: the samples that a call will carry (0: any number).
+ * Speech codec. Kinds: "alaw" "ulaw" "g726-16" "g726-24" "g726-32" "g726-40" (most significant bit first) and
+ * the same with "r" (codes packed from the least significant bit), "dvi4" "ima4" "ima-wav" "ima-raw". A state
+ * is opened for a frame: the samples that a call will carry (0: any number).
  */
 typedef struct vd_codec {
     const char* name; /* who */

@@ -31,7 +31,7 @@ constexpr Geometry kGeometries[] = {
     {"nand", {"nand,1M,128K,2048", "nand,8M,128K,2048", "nand,48M,128K,2048", "nand,7M,128K,2048"}},
 };
 constexpr size_t kKernelBytes = 0x180000, kRootBytes = 0x600000; // what the factory's images fill
-constexpr time_t kFirmwareTime = 1348028640; // 2012-09-19 04:24:00 UTC
+constexpr time_t kFirmwareTime = 1348028640;                     // 2012-09-19 04:24:00 UTC
 
 struct NewOptions {
     FactoryOptions factory;

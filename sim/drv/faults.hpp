@@ -7,8 +7,8 @@
 //   mtd3 write 100 1 powercut   the camera loses power inside the 101st write
 //   umount 0 1 EBUSY            the next umount is refused
 // times -1 is for ever. Effects: an errno name or number; `short` (half of it is done);
-// `flip` (one bit); `powercut` (inside the operation), `powercut-before`, `powercut-after`. '#' begins a comment.
-// How often each line has matched is kept in `faults.state`, so that a count spans processes.
+// `flip` (one bit); `powercut` (inside the operation), `powercut-before`, `powercut-after`. '#' begins a
+// comment. How often each line has matched is kept in `faults.state`, so that a count spans processes.
 #pragma once
 
 #include <cstdint>

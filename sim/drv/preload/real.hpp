@@ -13,11 +13,11 @@ void* next_symbol(const char* name);
 
 // The next definition of a C library function, looked up once a place.
 #define VCAM_NEXT(type, name)                                                                                \
-    ([]() -> std::add_pointer_t<type> {                                                                                         \
+    ([]() -> std::add_pointer_t<type> {                                                                      \
         static std::atomic<void*> cache{nullptr};                                                            \
         void* found = cache.load(std::memory_order_relaxed);                                                 \
         if (!found) cache.store(found = ::vcam::next_symbol(name), std::memory_order_relaxed);               \
-        return reinterpret_cast<std::add_pointer_t<type>>(found);                                                               \
+        return reinterpret_cast<std::add_pointer_t<type>>(found);                                            \
     }())
 
 #define VCAM_EXPORT extern "C" __attribute__((visibility("default")))

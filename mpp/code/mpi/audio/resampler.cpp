@@ -1,8 +1,8 @@
 // Fixed-ratio resamplers, linear phase.
 //
 // Up: one polyphase filter whose last phase is the input itself. Two stages would multiply less, but within
-// the same delay their images are up to 10 dB louder. Down: the transition at low/2 is made by a half-band filter
-// between 2 low and low, where it costs least; a short filter comes before it for 4 and 6. The samples
+// the same delay their images are up to 10 dB louder. Down: the transition at low/2 is made by a half-band
+// filter between 2 low and low, where it costs least; a short filter comes before it for 4 and 6. The samples
 // between the two are rounded to 16 bits, and the second filter halves that noise.
 #include "mpi/audio/resampler.h"
 #include "mpi/audio/resampler_filters.hpp"
