@@ -45,16 +45,17 @@ int32_t EncodeADPCMFrm(void* pEncoder, const AUDIO_FRAME_S* pstData, uint8_t* pu
 {
     ADP_ASSERT_ENCODE();
     auto& encoder = *static_cast<AdpcmEncoder*>(pEncoder);
-    Pcm pcm;
-    if (const uint32_t number = look_at(*pstData, Channels::one, pcm))
-        return ADP_REFUSE(encoder_error(number));
     const bool block = encoder.state.u8Format == ADPCM_IMA_BLOCK;
-    const size_t bytes = ADPCM_FrameBytes(encoder.state.u8Format, pcm.points);
+    const size_t points = pstData->u32Len / sizeof(int16_t);
+    const size_t bytes = ADPCM_FrameBytes(encoder.state.u8Format, points);
     if (bytes == 0 || bytes > AUDIO_ADP_MAX_ADPCM) {
-        MPP_LOG("the u32PtNumPerFrm(%u) of adpcm must be %s and at most %u!\n", unsigned(pcm.points),
+        MPP_LOG("the u32PtNumPerFrm(%u) of adpcm must be %s and at most %u!\n", unsigned(points),
                 block ? "odd" : "even", block ? 953u : 952u);
         return encoder_error(MPP_ERR_PARAM);
     }
+    Pcm pcm;
+    if (const uint32_t number = look_at(*pstData, Channels::one, pcm))
+        return ADP_REFUSE(encoder_error(number));
     if (bytes > *pu32OutLen) return ADP_REFUSE(encoder_error(MPP_ERR_FULL));
     *pu32OutLen = uint32_t(ADPCM_Encode(&encoder.state, pcm.left, pcm.points, pu8Outbuf));
     return 0;
