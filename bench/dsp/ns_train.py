@@ -6,7 +6,8 @@ usage: ns_train.py CORPUS_DIR MINUTES WEIGHTS.cpp [STATE.pt]
 Needs python3-torch and python3-scipy. CORPUS_DIR holds speech as *.s16 (16 kHz, mono, 16 bits), any amount of it; the
 weights in the tree came from some 1.5 h of espeak-ng voices speaking random words in forty languages and from recorded
 prompts and dialogues of Debian packages (asterisk-core-sounds-en-g722, -fr-g722, fillets-ng-data, -nl), with the
-voices that mk_signals.py uses for its talkers left out. Every minute of training mixes new speech with new noise.
+voices that mk_signals.py uses for its talkers left out (some of those behind its babble are in, with other text).
+Every minute of training mixes new speech with new noise.
 STATE.pt is read if it exists, and written.
 
 8 kHz uses the lower 20 bands of the same network: half of the batches see nothing above 4 kHz.
