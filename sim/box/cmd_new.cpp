@@ -39,6 +39,8 @@ struct NewOptions {
     std::vector<std::pair<std::string, std::string>> sizes; // mtdN, size
     std::vector<std::string> bad;                           // mtdN:BLOCK
     std::vector<std::string> daemons;
+    std::vector<std::string> drivers; // DEVICE=MODULE
+    std::vector<unsigned> i2c;        // addresses
     bool all_daemons = false, realtime = false, force = false;
 };
 
@@ -71,6 +73,17 @@ std::vector<Option> option_table(NewOptions& o)
          [&](auto& v) { o.daemons.push_back(v); }},
         {"--daemons", nullptr, "every run starts all of the firmware's daemons",
          [&](auto&) { o.all_daemons = true; }},
+        {"--driver", "DEVICE=MODULE",
+         "a device that opens only while the module is loaded, as ds1339=ds_1339",
+         [&](auto& v) {
+             if (split(v, '=').size() != 2) fail("--driver %s: write it as ds1339=ds_1339", v.c_str());
+             o.drivers.push_back(v);
+         }},
+        {"--i2c", "ADDRESS", "a device on the I2C bus",
+         [&](auto& v) {
+             o.i2c.push_back(unsigned(parse_size(v, "--i2c")));
+             if (o.i2c.back() > 0xFF) fail("--i2c %s: an address has eight bits", v.c_str());
+         }},
         {"--realtime", nullptr, "camera time runs like the clock on the wall",
          [&](auto&) { o.realtime = true; }},
         {"--force", nullptr, "replace a camera that is there", [&](auto&) { o.force = true; }},
@@ -122,6 +135,7 @@ std::string configuration(const NewOptions& o, const std::vector<Partition>& par
         text("model=%s\nflash=%s\nrealtime=%d\n", o.factory.model.c_str(), o.flash.c_str(), o.realtime);
     for (const auto& p : parts) out += text("%s=%s\n", p.name.c_str(), format_geometry(p).c_str());
     for (const auto& d : o.daemons) out += text("daemon=%s\n", (parse_daemon(d), d.c_str()));
+    for (const auto& d : o.drivers) out += text("driver.%s\n", d.c_str());
     if (o.all_daemons)
         for (const auto& name : factory_daemons(o.factory)) out += text("daemon=/bin/%s\n", name.c_str());
     return out;
@@ -223,6 +237,14 @@ void write_root(const Camera& camera, const NewOptions& o, const Pieces& pieces)
     for (const auto& f : factory_files(o.factory)) write_file(camera.root(f.path), f.content, f.mode);
 }
 
+// The reset key pulls its line down. What else hangs on the board is up to its user.
+void write_board(const Camera& camera, const NewOptions& o)
+{
+    write_file(camera.path("pins"), "8.1 level 1\n");
+    if (!o.i2c.empty()) make_folders(camera.path("i2c"));
+    for (unsigned device : o.i2c) write_file(camera.path(text("i2c/%02X", device)), std::string(256, '\0'));
+}
+
 } // namespace
 
 int new_main(const Arguments& arguments)
@@ -242,6 +264,7 @@ int new_main(const Arguments& arguments)
         append_file(camera.path("flash/" + b.partition + ".bad"),
                     text("%llu\n", (unsigned long long)b.block));
     write_root(camera, o, pieces);
+    write_board(camera, o);
     for (const char* name : {"journal", "syslog", "faults", "mounts", "modules"})
         write_file(camera.path(name), "");
     return 0;

@@ -3,6 +3,7 @@
 #include "sim/box/commands.hpp"
 #include "sim/box/options.hpp"
 #include "sim/box/settings.hpp"
+#include "sim/box/status_board.hpp"
 #include "sim/box/text.hpp"
 #include "sim/drv/clock.hpp"
 #include "sim/drv/state.hpp"
@@ -31,6 +32,7 @@ struct Status {
     int timeout_s = 0, feeds = 0;
     double longest_gap = 0;
     std::vector<std::string> modules, faults;
+    BoardStatus board;
     size_t journal_lines = 0, syslog_lines = 0;
 };
 
@@ -80,6 +82,7 @@ Status read_status(const Camera& camera)
     add_clock(s);
     s.modules = lines_of(camera.path("modules"));
     s.faults = lines_of(camera.path("faults"));
+    s.board = read_board(camera);
     s.journal_lines = lines_of(camera.path("journal")).size();
     s.syslog_lines = lines_of(camera.path("syslog")).size();
     return s;
@@ -105,15 +108,9 @@ void print_text(const Camera& camera, const Status& s)
     else
         puts("watchdog  not used");
     printf("drivers   %s\n", s.modules.empty() ? "none loaded" : join(s.modules, " ").c_str());
+    print_board(s.board);
     printf("logs      %zu journal lines, %zu system log lines\n", s.journal_lines, s.syslog_lines);
     for (const auto& f : s.faults) printf("fault     %s\n", f.c_str());
-}
-
-std::string json_list(const std::vector<std::string>& words)
-{
-    std::vector<std::string> quoted;
-    for (const auto& w : words) quoted.push_back(json_quote(w));
-    return "[" + join(quoted, ",") + "]";
 }
 
 void print_json(const Camera& camera, const Status& s)
@@ -132,6 +129,7 @@ void print_json(const Camera& camera, const Status& s)
            json_quote(s.ending).c_str(), s.seconds, json_quote(s.wall).c_str(), join(flash, ",").c_str());
     printf("\"watchdog\":{\"armed\":%s,\"fired\":%s,\"timeout\":%d,\"feeds\":%d,\"longest_gap\":%.6f},",
            s.armed ? "true" : "false", s.fired ? "true" : "false", s.timeout_s, s.feeds, s.longest_gap);
+    fputs(board_json(s.board).c_str(), stdout);
     printf("\"drivers\":%s,\"faults\":%s,\"journal_lines\":%zu,\"syslog_lines\":%zu}\n",
            json_list(s.modules).c_str(), json_list(s.faults).c_str(), s.journal_lines, s.syslog_lines);
 }

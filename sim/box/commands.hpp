@@ -28,6 +28,8 @@ int journal_main(const Arguments& arguments);
 int log_main(const Arguments& arguments);
 int diff_main(const Arguments& arguments);
 int fault_main(const Arguments& arguments);
+int pin_main(const Arguments& arguments);
+int rtc_main(const Arguments& arguments);
 int help_main(const Arguments& arguments);
 
 // Wrong use of the command line: exit status 2, and where help is to be had.

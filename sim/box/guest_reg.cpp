@@ -1,33 +1,16 @@
-// reg: sets and clears bits of the chip's registers, one sparse file that is indexed by address.
+// reg: sets and clears bits of the chip's registers and shows them.
 #include "sim/box/guest.hpp"
 #include "sim/box/simlog.hpp"
 #include "sim/box/text.hpp"
+#include "sim/drv/registers.hpp"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace vcam {
 namespace {
 
 constexpr auto kUsage = "usage: reg -s ADDRESS MASK | reg -c ADDRESS MASK | reg -r ADDRESS\n";
-
-// The chip's words are little-endian, like every machine that this runs on.
-uint32_t load(int fd, uint32_t address)
-{
-    uint32_t value = 0;
-    if (pread(fd, &value, sizeof value, off_t(address)) < 0)
-        fail("cannot read register 0x%08X: %s", address, strerror(errno));
-    return value;
-}
-
-void store(int fd, uint32_t address, uint32_t value)
-{
-    if (pwrite(fd, &value, sizeof value, off_t(address)) != ssize_t(sizeof value))
-        fail("cannot write register 0x%08X: %s", address, strerror(errno));
-}
 
 } // namespace
 
@@ -39,17 +22,18 @@ int reg_main(int argc, char** argv)
         fputs(kUsage, stderr);
         return 1;
     }
-    auto address = uint32_t(parse_size(argv[2], "reg"));
-    Fd fd(open((std::string(kStateInside) + "/registers").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
-    if (!fd) fail("no register file: %s", strerror(errno));
-    uint32_t value = load(fd.get(), address);
+    const auto address = uint32_t(parse_size(argv[2], "reg"));
+    int result = 0;
     if (read_only) {
-        printf("0x%08X: 0x%08X\n", address, value);
-        return 0;
+        uint32_t value = 0;
+        result = registers::read(address, value);
+        if (result == 0) printf("0x%08X: 0x%08X\n", address, value);
+    } else {
+        const auto mask = uint32_t(parse_size(argv[3], "reg"));
+        note_event("reg", join({argv + 1, argv + argc}, " "));
+        result = action == "-s" ? registers::set_bits(address, mask) : registers::clear_bits(address, mask);
     }
-    auto mask = uint32_t(parse_size(argv[3], "reg"));
-    note_event("reg", join({argv + 1, argv + argc}, " "));
-    store(fd.get(), address, action == "-s" ? value | mask : value & ~mask);
+    if (result < 0) fail("no access to register 0x%08X: %s", address, strerror(-result));
     return 0;
 }
 

@@ -8,6 +8,7 @@
 #include "sim/box/syslog_server.hpp"
 #include "sim/box/text.hpp"
 #include "sim/drv/clock.hpp"
+#include "sim/drv/rtc_chip.hpp"
 #include "sim/drv/state.hpp"
 
 #include <cerrno>
@@ -111,6 +112,7 @@ private:
         const bool realtime = getenv("VCAM_REALTIME") != nullptr;
         auto problem = clock::power_on({.realtime = realtime, .owns_pids = true});
         if (!problem.empty()) fail("the camera's clock does not start: %s", problem.c_str());
+        rtc::load(); // from now on it counts, whether anybody looks or not
     }
 
     void mount_settings()

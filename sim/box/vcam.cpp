@@ -23,6 +23,9 @@ const Command kCommands[] = {
     {"diff", "DIR", "what the last run changed", diff_main},
     {"fault", "DIR [--clear] [LINE ...]",
      "plan faults, as \"mtd1 write 3 1 EIO\"; without a line, show the plan", fault_main},
+    {"pin", "DIR [--clear] [LINE ...]",
+     "wire GPIO lines, as \"4.0 wire 5.0\", or press a key; without a line, show the wiring", pin_main},
+    {"rtc", "DIR [--set TIME] [--fault NAME]", "the real-time clock", rtc_main},
     {"help", "[COMMAND]", "this list, or a command's options", help_main},
     {nullptr, nullptr, nullptr, nullptr},
 };

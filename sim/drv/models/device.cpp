@@ -195,6 +195,15 @@ private:
     std::vector<uint8_t> copy_;
 };
 
+// camera.conf may say which module makes a device: driver.ds1339=ds_1339. Without that line the driver is
+// always there.
+bool driver_loaded(const Model& model)
+{
+    const std::string module = state::setting(std::string("driver.") + model.name);
+    if (module.empty()) return true;
+    return ("\n" + raw::read_text(state::path("modules"))).find("\n" + module + "\n") != std::string::npos;
+}
+
 template<class Transfer>
 ssize_t transfer(Model& model, const char* name, int64_t block, size_t size, Transfer run)
 {
@@ -251,6 +260,7 @@ int open(Model& model, int flags)
 {
     const Operation op(model, "open", -1);
     if (op.error) return answer(-op.error);
+    if (!driver_loaded(model)) return answer(-ENXIO);
     const int fd = model.open(flags);
     if (fd >= 0) note(fd, model);
     return answer(fd);

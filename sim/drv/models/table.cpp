@@ -5,7 +5,7 @@ namespace vcam::models {
 std::span<Model* const> all()
 {
     static Model* const table[] = {
-        &mtd(0), &mtd(1), &mtd(2), &mtd(3), &mtd_block(3), &watchdog(),
+        &mtd(0), &mtd(1), &mtd(2), &mtd(3), &mtd_block(3), &watchdog(), &ds1339(), &hi3516_reg(), &gpioi2c(),
     };
     return table;
 }

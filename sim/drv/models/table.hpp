@@ -10,6 +10,9 @@ namespace vcam::models {
 Model& mtd(unsigned number);       // mtd.cpp
 Model& mtd_block(unsigned number); // mtd.cpp
 Model& watchdog();                 // watchdog.cpp
+Model& ds1339();                   // ds1339.cpp
+Model& hi3516_reg();               // hi3516_reg.cpp
+Model& gpioi2c();                  // gpioi2c.cpp
 
 std::span<Model* const> all();
 

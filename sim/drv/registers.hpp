@@ -1,0 +1,25 @@
+// The chip's registers: 32-bit words in the sparse file `registers`, each at its own address. The register
+// tool and the drivers of all processes see the same words.
+//
+// In a GPIO bank the address says which lines an access to the data register means: bits 2 to 9 are the mask.
+// Lines that the direction register (bank + 0x400) makes outputs read as they were written, inputs as
+// their pins are. The file keeps what was written to the data register at bank + 0x3FC.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace vcam::registers {
+
+// 0 or a negative errno number; -EINVAL for an address that is no multiple of four.
+int read(uint32_t address, uint32_t& value);
+int set_bits(uint32_t address, uint32_t bits);
+int clear_bits(uint32_t address, uint32_t bits);
+
+struct Word {
+    uint32_t address, value;
+};
+// Every word of the file that is not zero, in the order of addresses.
+std::vector<Word> all();
+
+} // namespace vcam::registers
