@@ -27,8 +27,9 @@ ALLOWED = {
     "sim/box": ["sim/drv/"],
     "tools": ["upgrade/", "common/"],
 }
-# Inside the modules of the platform: a file's rank by its prefix; equals do not know each other.
-RANKS = {"mpi_sys": 0, "mpi_vb": 1, "mpi_ai": 2, "mpi_ao": 2, "mpi_aenc": 2, "mpi_adec": 2}
+# Inside the modules of the platform: a file's rank by its prefix; equals do not know each other. Encoder
+# channels fetch the frames of a bound input, so they stand above it.
+RANKS = {"mpi_sys": 0, "mpi_vb": 1, "mpi_ai": 2, "mpi_ao": 2, "mpi_adec": 2, "mpi_aenc": 3}
 # The codecs are arithmetic: no descriptors, no clock, no threads.
 NOT_IN_AUDIO = re.compile(r"(fcntl|unistd|c?time|pthread|c?signal|poll|mutex|thread|chrono|sys/.*|linux/.*|atomic)(\.h)?")
 

@@ -58,7 +58,8 @@ typedef int32_t (*ADEC_OPEN_FN)(void* pDecoderAttr, void** ppDecoder);
  * Decode what is there, whole frames only.
  * @param pu8Inbuf     in-out: read position, moved behind what was used
  * @param ps32LeftByte in-out: bytes left from there; a tail too short for a frame is left, that is no error
- * @param pu16Outbuf   samples; room for AUDIO_MAX_POINTS of two channels, never exceeded
+ * @param pu16Outbuf   samples; room for AUDIO_MAX_POINTS of two channels, never exceeded; the right channel's
+ *                     block follows the left one's
  * @param pu32OutLen   bytes of one channel written; 0 when no whole frame was there
  * @param pu32Chns     channels written
  */

@@ -4,26 +4,15 @@
 #include "base/mpp_error.h"
 #include "mpi/audio/resampler.h"
 #include "mpi/src/mpi_aio.h"
+#include "mpi/src/mpi_lock.hpp"
 
 #include <atomic>
 #include <cstdint>
-#include <pthread.h>
 
 namespace zep {
 
 constexpr uint32_t kAioMaxPoints = AUDIO_MAX_POINTS;
 constexpr uint32_t kAioMinRate = 8000, kAioMaxRate = 48000;
-
-class MutexLock {
-public:
-    explicit MutexLock(pthread_mutex_t& lock) : lock_(lock) { pthread_mutex_lock(&lock_); }
-    ~MutexLock() { pthread_mutex_unlock(&lock_); }
-    MutexLock(const MutexLock&) = delete;
-    MutexLock& operator=(const MutexLock&) = delete;
-
-private:
-    pthread_mutex_t& lock_;
-};
 
 inline bool valid_device(int32_t device) { return uint32_t(device) < AIO_MAX_DEVICES; }
 inline bool valid_channel(int32_t channel) { return uint32_t(channel) < AIO_MAX_CHANNELS; }

@@ -4,23 +4,11 @@
 #include "base/mpp_error.h"
 #include "base/mpp_report.hpp"
 #include "mpi/audio/audio_voice_adp.h"
-
-#include <pthread.h>
+#include "mpi/src/mpi_lock.hpp"
 
 namespace {
 
 constexpr int32_t kFree = -1;
-
-class Guard {
-public:
-    explicit Guard(pthread_mutex_t& lock) : lock_(lock) { pthread_mutex_lock(&lock_); }
-    ~Guard() { pthread_mutex_unlock(&lock_); }
-    Guard(const Guard&) = delete;
-    Guard& operator=(const Guard&) = delete;
-
-private:
-    pthread_mutex_t& lock_;
-};
 
 template<class Descriptor, MOD_ID kModule> class Registry {
 public:
@@ -28,7 +16,7 @@ public:
 
     int32_t add(int32_t* handle, const Descriptor& descriptor)
     {
-        Guard guard(lock_);
+        zep::MutexLock guard(lock_);
         if (count_ >= CODEC_REGISTRY_SIZE) return MPP_ERROR(kModule, MPP_ERR_FULL);
         // A type of -1 would leave the entry free while it counts.
         if (descriptor.enType == kFree) return MPP_ERROR(kModule, MPP_ERR_PARAM);
@@ -45,7 +33,7 @@ public:
 
     int32_t find(int32_t type, Descriptor* descriptor)
     {
-        Guard guard(lock_);
+        zep::MutexLock guard(lock_);
         for (const Descriptor& entry : entries_)
             if (type != kFree && entry.enType == type) {
                 *descriptor = entry;
@@ -56,7 +44,7 @@ public:
 
     int32_t get(int32_t handle, Descriptor* descriptor)
     {
-        Guard guard(lock_);
+        zep::MutexLock guard(lock_);
         if (handle < 0 || handle >= CODEC_REGISTRY_SIZE || entries_[handle].enType == kFree)
             return MPP_ERROR(kModule, MPP_ERR_PARAM);
         *descriptor = entries_[handle];
@@ -65,7 +53,7 @@ public:
 
     void clear()
     {
-        Guard guard(lock_);
+        zep::MutexLock guard(lock_);
         clear_entries();
     }
 

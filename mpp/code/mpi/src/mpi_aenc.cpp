@@ -1,0 +1,288 @@
+// Audio encoder channels.
+#include "mpi/src/mpi_aenc.h"
+
+#include "base/mpp_codec.h"
+#include "base/mpp_error.h"
+#include "base/mpp_report.hpp"
+#include "mpi/src/mpi_aenc_queue.hpp"
+#include "mpi/src/mpi_ai.h"
+#include "mpi/src/mpi_codec_registry.h"
+#include "mpi/src/mpi_driver.hpp"
+#include "mpi/src/mpi_lock.hpp"
+#include "mpi/src/mpi_modules.hpp"
+#include "mpi/src/mpi_sys.h"
+
+namespace {
+
+using zep::MutexLock;
+
+// A registered encoder may name any length; a queue of such frames must stay within reason.
+constexpr uint32_t kLongestFrame = 0x10000;
+
+struct Channel {
+    pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t changed = PTHREAD_COND_INITIALIZER;
+    bool exists = false;
+    bool handed = false;     // the oldest frame is with the caller
+    uint32_t generation = 0; // tells a channel from one that was made again in its place
+    uint32_t next_number = 0;
+    AENC_ENCODER_S codec = {};
+    void* encoder = nullptr;
+    zep::EncodedQueue queue;
+    AENC_CHN_STAT_S stat = {};
+
+    // Whether a caller that let go of the lock finds the channel it left.
+    [[nodiscard]] bool is(uint32_t left) const { return exists && generation == left; }
+};
+
+struct State {
+    std::atomic<bool> initialised = false;
+    Channel channels[AENC_MAX_CHN_NUM];
+    zep::Driver driver{AENC_DEVICE, "open aenc"};
+};
+constinit State state;
+
+constexpr int32_t coded(uint32_t number) { return MPP_ERROR(HI_ID_AENC, number); }
+
+int32_t check_channel(const char* function, int line, int32_t channel)
+{
+    if (uint32_t(channel) < AENC_MAX_CHN_NUM) return 0;
+    zep::mpp_log(function, line, "aenc chnid %d is invalid\n", channel);
+    return coded(MPP_ERR_CHANNEL);
+}
+#define AENC_CHECK(CHANNEL)                                                                                  \
+    if (int32_t refused = check_channel(__func__, __LINE__, (CHANNEL))) return refused
+
+int32_t check_block(const char* function, int line, uint32_t block)
+{
+    if (block <= 1) return 0;
+    zep::mpp_log(function, line, "illegal param: bBlock(%d)!\n", int(block));
+    return coded(MPP_ERR_PARAM);
+}
+
+// Under the channel's lock: 0 when it is there.
+int32_t check_exists(const Channel& channel)
+{
+    if (!state.initialised) return coded(MPP_ERR_REFUSED);
+    return channel.exists ? 0 : coded(MPP_ERR_MISSING);
+}
+
+int32_t find_codec(const char* function, int line, const AENC_CHN_ATTR_S& attr, AENC_ENCODER_S& codec)
+{
+    if (attr.u32BufSize < AENC_MIN_BUF_SIZE || attr.u32BufSize > AENC_MAX_BUF_SIZE) {
+        zep::mpp_log(function, line, "u32BufSize:%u is invalid\n", attr.u32BufSize);
+        return coded(MPP_ERR_PARAM);
+    }
+    int32_t failed = MPI_AENC_FindEncoder(attr.enType, &codec);
+    if (!failed && codec.u32MaxFrmLen > 0 && codec.u32MaxFrmLen <= kLongestFrame) return 0;
+    zep::mpp_log(function, line, "payload type:%d is invalid\n", attr.enType);
+    return coded(MPP_ERR_PARAM);
+}
+
+int32_t open_channel(Channel& channel, const AENC_ENCODER_S& codec, const AENC_CHN_ATTR_S& attr)
+{
+    void* encoder = nullptr;
+    if (int32_t failed = codec.pfnOpenEncoder(attr.pValue, &encoder)) return failed;
+    if (!channel.queue.create(attr.u32BufSize, codec.u32MaxFrmLen)) {
+        codec.pfnCloseEncoder(encoder);
+        return coded(MPP_ERR_NO_MEMORY);
+    }
+    channel.codec = codec;
+    channel.encoder = encoder;
+    channel.exists = true;
+    channel.handed = false;
+    channel.next_number = 0;
+    channel.stat = {};
+    ++channel.generation;
+    return 0;
+}
+
+void close_channel(Channel& channel)
+{
+    channel.exists = false;
+    channel.codec.pfnCloseEncoder(channel.encoder);
+    channel.queue.destroy();
+    pthread_cond_broadcast(&channel.changed);
+}
+
+uint64_t stamp_of(const AUDIO_FRAME_S& frame)
+{
+    return uint64_t(frame.au32Pass[1]) << 32 | frame.au32Pass[0];
+}
+
+int32_t encode(Channel& channel, const AUDIO_FRAME_S& frame)
+{
+    if (channel.queue.full()) {
+        ++channel.stat.u32Refused;
+        return coded(MPP_ERR_FULL);
+    }
+    const uint32_t room = channel.queue.frame_bytes();
+    uint32_t length = room;
+    int32_t failed = channel.codec.pfnEncodeFrm(channel.encoder, &frame, channel.queue.room(), &length);
+    if (!failed && length > room) failed = coded(MPP_ERR_PARAM); // of a registered codec, which may be wrong
+    if (failed) {
+        ++channel.stat.u32Failed;
+        return failed;
+    }
+    channel.queue.push(length, channel.next_number++, stamp_of(frame));
+    ++channel.stat.u32Encoded;
+    pthread_cond_broadcast(&channel.changed);
+    return 0;
+}
+
+// The input channel that is bound to an encoder channel. The system driver owns that binding and gives its
+// frames to nobody, so the encoder fetches them.
+bool bound_input(int32_t channel, MPP_CHN_S& source)
+{
+    MPP_CHN_S self = {HI_ID_AENC, 0, channel};
+    source = {};
+    return HI_MPI_SYS_GetBindByDest(&self, &source) == 0 && source.s32ModId == HI_ID_AI;
+}
+
+// One frame of the input, encoded. The input waits in its driver, so the lock is not held meanwhile.
+int32_t pull(Channel& channel, uint32_t generation, const MPP_CHN_S& source, uint32_t block)
+{
+    AUDIO_FRAME_S frame = {};
+    const int32_t device = source.s32DevId, input = source.s32ChnId;
+    int32_t failed = HI_MPI_AI_GetFrame(device, input, &frame, nullptr, block);
+    if (failed == MPP_ERROR(HI_ID_AI, MPP_ERR_EMPTY)) return coded(MPP_ERR_EMPTY);
+    if (failed) return failed;
+    int32_t encoded = coded(MPP_ERR_MISSING);
+    {
+        MutexLock locked(channel.lock);
+        if (channel.is(generation)) encoded = encode(channel, frame);
+    }
+    failed = HI_MPI_AI_ReleaseFrame(device, input, &frame, nullptr);
+    return encoded ? encoded : failed;
+}
+
+int32_t wait_for_frame(Channel& channel, uint32_t generation, uint32_t block)
+{
+    MutexLock locked(channel.lock);
+    while (block && channel.is(generation) && channel.queue.size() == 0) locked.wait(channel.changed);
+    return channel.is(generation) && channel.queue.size() == 0 ? coded(MPP_ERR_EMPTY) : 0;
+}
+
+// Under the channel's lock; MPP_ERR_EMPTY while there is nothing.
+int32_t hand_out(Channel& channel, AENC_STREAM_HEADER_S& stream)
+{
+    if (int32_t failed = check_exists(channel)) return failed;
+    if (channel.handed) return coded(MPP_ERR_NOT_PERM);
+    if (channel.queue.size() == 0) return coded(MPP_ERR_EMPTY);
+    stream = channel.queue.front();
+    channel.handed = true;
+    ++channel.stat.u32Handed;
+    return 0;
+}
+
+} // namespace
+
+int32_t MPI_AENC_Init(void)
+{
+    if (state.initialised.exchange(true)) return 0;
+    int32_t failed = MPI_AENC_RegisterBuiltIn();
+    if (failed) MPI_AENC_DeInit();
+    return failed;
+}
+
+int32_t MPI_AENC_DeInit(void)
+{
+    if (!state.initialised.exchange(false)) return 0;
+    for (Channel& channel : state.channels) {
+        MutexLock locked(channel.lock);
+        if (channel.exists) close_channel(channel);
+    }
+    MPI_AENC_ClearRegistry(); // or the next start could not register the built-in codecs again
+    return 0;
+}
+
+int32_t HI_MPI_AENC_CreateChn(int32_t s32Chn, const AENC_CHN_ATTR_S* pstAttr)
+{
+    AENC_CHECK(s32Chn);
+    if (!pstAttr || !pstAttr->pValue) return coded(MPP_ERR_NULL);
+    Channel& channel = state.channels[s32Chn];
+    MutexLock locked(channel.lock);
+    if (!state.initialised) return coded(MPP_ERR_REFUSED);
+    if (channel.exists) return coded(MPP_ERR_EXISTS);
+    AENC_ENCODER_S codec;
+    if (int32_t failed = find_codec(__func__, __LINE__, *pstAttr, codec)) return failed;
+    return open_channel(channel, codec, *pstAttr);
+}
+
+int32_t HI_MPI_AENC_DestroyChn(int32_t s32Chn)
+{
+    AENC_CHECK(s32Chn);
+    Channel& channel = state.channels[s32Chn];
+    MutexLock locked(channel.lock);
+    if (int32_t failed = check_exists(channel)) return failed;
+    close_channel(channel);
+    return 0;
+}
+
+int32_t HI_MPI_AENC_SendFrame(int32_t s32Chn, const AUDIO_FRAME_S* pstFrm)
+{
+    AENC_CHECK(s32Chn);
+    if (!pstFrm) return coded(MPP_ERR_NULL);
+    Channel& channel = state.channels[s32Chn];
+    MutexLock locked(channel.lock);
+    if (int32_t failed = check_exists(channel)) return failed;
+    return encode(channel, *pstFrm);
+}
+
+int32_t HI_MPI_AENC_GetStream(int32_t s32Chn, AENC_STREAM_HEADER_S* pstStream, uint32_t bBlock)
+{
+    AENC_CHECK(s32Chn);
+    if (!pstStream) return coded(MPP_ERR_NULL);
+    if (int32_t refused = check_block(__func__, __LINE__, bBlock)) return refused;
+    Channel& channel = state.channels[s32Chn];
+    uint32_t generation;
+    {
+        MutexLock locked(channel.lock);
+        int32_t result = hand_out(channel, *pstStream);
+        if (result != coded(MPP_ERR_EMPTY)) return result;
+        generation = channel.generation;
+    }
+    MPP_CHN_S source;
+    int32_t failed = bound_input(s32Chn, source) ? pull(channel, generation, source, bBlock)
+                                                 : wait_for_frame(channel, generation, bBlock);
+    if (failed) return failed;
+    MutexLock locked(channel.lock);
+    return channel.is(generation) ? hand_out(channel, *pstStream) : coded(MPP_ERR_MISSING);
+}
+
+int32_t HI_MPI_AENC_ReleaseStream(int32_t s32Chn, const AENC_STREAM_HEADER_S* pstStream)
+{
+    AENC_CHECK(s32Chn);
+    if (!pstStream) return coded(MPP_ERR_NULL);
+    Channel& channel = state.channels[s32Chn];
+    MutexLock locked(channel.lock);
+    if (int32_t failed = check_exists(channel)) return failed;
+    if (!channel.handed) return coded(MPP_ERR_NOT_PERM);
+    const AENC_STREAM_HEADER_S oldest = channel.queue.front();
+    if (pstStream->pu8Data != oldest.pu8Data || pstStream->u32Seq != oldest.u32Seq)
+        return coded(MPP_ERR_PARAM);
+    channel.queue.pop();
+    channel.handed = false;
+    return 0;
+}
+
+int32_t HI_MPI_AENC_GetChnStat(int32_t s32Chn, AENC_CHN_STAT_S* pstStat)
+{
+    AENC_CHECK(s32Chn);
+    if (!pstStat) return coded(MPP_ERR_NULL);
+    Channel& channel = state.channels[s32Chn];
+    MutexLock locked(channel.lock);
+    if (int32_t failed = check_exists(channel)) return failed;
+    *pstStat = channel.stat;
+    pstStat->u32Waiting = channel.queue.size();
+    return 0;
+}
+
+int32_t HI_MPI_AENC_GetFd(int32_t s32Chn)
+{
+    AENC_CHECK(s32Chn);
+    Channel& channel = state.channels[s32Chn];
+    MutexLock locked(channel.lock);
+    if (int32_t failed = check_exists(channel)) return failed;
+    return state.driver.open() == 0 ? state.driver.fd() : coded(MPP_ERR_REFUSED);
+}
