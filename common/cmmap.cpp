@@ -1,12 +1,10 @@
 // Memory shared between processes, guarded by a record lock and a semaphore.
 #include "common/cmmap.h"
 
-#include "common/fd.hpp"
-
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -29,20 +27,27 @@ union SemArgument {
     void* pointer;
 };
 
-bool grow_zeroed(int fd, uint32_t size)
+// Zeroes what is there and cuts the file afterwards: emptied first (O_TRUNC), a region that others have
+// mapped would be a bus error in the middle of their copies. A full disk leaves the file short and so
+// unmapped.
+void fill_with_zeros(int fd, uint32_t size)
 {
-    if (size == 0) return true;
-    void* zeros = calloc(1, size);
-    bool ok = zeros && write(fd, zeros, size) == ssize_t(size);
-    free(zeros);
-    return ok || ftruncate(fd, size) == 0;
+    static constexpr char kZeros[4096] = {};
+    uint32_t done = 0;
+    while (done < size) {
+        ssize_t out = write(fd, kZeros, std::min<size_t>(size - done, sizeof kZeros));
+        if (out < 0 && errno == EINTR) continue;
+        if (out <= 0) break;
+        done += uint32_t(out);
+    }
+    [[maybe_unused]] int cut = ftruncate(fd, done); // what cannot be cut stays too long, which does no harm
 }
 
 // The create descriptor stays open beside the attach one: closing any descriptor of the file would
 // release this process's record locks on it.
 void open_file(CMMAP_S* region, const char* path, uint32_t flags)
 {
-    if (flags & CMMAP_CREATE) region->fd = open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (flags & CMMAP_CREATE) region->fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
     if (flags & CMMAP_ATTACH) region->fd = open(path, O_RDWR | O_CLOEXEC);
 }
 
@@ -51,22 +56,32 @@ void init_semaphore(CMMAP_S* region)
     int set = 0;
     region->sem_id = semget(region->key, 1, kSemFlags);
     if (region->sem_id >= 0) {
-        region->owner = 1;
         set = semctl(region->sem_id, 0, SETVAL, SemArgument{.value = 1});
+        region->owner = set >= 0;
     } else if (errno == EEXIST) {
         region->sem_id = semget(region->key, 1, 0);
     }
     if (region->sem_id >= 0 && set >= 0) return;
     printf("[%s] error, reason(%s,%d,%d)\n", "CMMAP_InitLock", strerror(errno), region->sem_id, set);
+    // At its first value, 0, whoever attaches to it would wait for ever.
+    if (set < 0) semctl(region->sem_id, 0, IPC_RMID);
     region->sem_id = -1;
+}
+
+// Bytes of the region that the file holds; another creator may have made it shorter since it was mapped. What
+// is no plain file has no size to go by.
+uint64_t held(const CMMAP_S* region)
+{
+    struct stat file;
+    if (fstat(region->fd, &file) < 0 || !S_ISREG(file.st_mode)) return region->size;
+    return std::min(uint64_t(file.st_size), uint64_t(region->size));
 }
 
 // A mapping beyond the file's end would be a bus error at the first copy.
 bool map_file(CMMAP_S* region)
 {
-    struct stat file = {};
     region->address = MAP_FAILED;
-    if (region->size > 0 && fstat(region->fd, &file) == 0 && file.st_size < off_t(region->size))
+    if (held(region) < region->size)
         errno = ENXIO;
     else
         region->address = mmap(nullptr, region->size, PROT_READ | PROT_WRITE, MAP_SHARED, region->fd, 0);
@@ -94,9 +109,22 @@ void change_semaphore(CMMAP_S* region, short by, const char* function)
     if (result < 0) printf("[%s] error semop, reason(%s, %d)\n", function, strerror(errno), region->sem_id);
 }
 
-bool can_copy(const CMMAP_S* region, uint32_t length)
+// Up to the end of the last page: a length is not held against the size, and programs that share a record
+// a little longer than the size they name work by that.
+bool within_pages(uint64_t bytes, uint32_t length)
 {
-    return region->address && region->address != MAP_FAILED && length <= region->size;
+    const uint64_t page = uint64_t(sysconf(_SC_PAGESIZE));
+    return length <= (bytes + page - 1) / page * page;
+}
+
+int32_t copy_locked(CMMAP_S* region, void* to, const void* from, uint32_t length)
+{
+    if (!region->address || region->address == MAP_FAILED || !within_pages(region->size, length)) return -1;
+    region->Lock(region);
+    const bool fits = within_pages(held(region), length);
+    if (fits) memcpy(to, from, length);
+    region->Unlock(region);
+    return fits ? 0 : -1;
 }
 
 } // namespace
@@ -110,7 +138,7 @@ int32_t CMMAP_Init(CMMAP_S* region, const char* path, int32_t key, uint32_t flag
         printf("[%s] error open, reason(%s)\n", __func__, strerror(errno));
         return -1;
     }
-    if (flags & CMMAP_CREATE) grow_zeroed(region->fd, size);
+    if (flags & CMMAP_CREATE) fill_with_zeros(region->fd, size);
     init_semaphore(region);
     if (map_file(region)) return 0;
     printf("[%s] error mmap, reason(%s)\n", __func__, strerror(errno));
@@ -119,20 +147,12 @@ int32_t CMMAP_Init(CMMAP_S* region, const char* path, int32_t key, uint32_t flag
 
 int32_t CMMAP_Read(CMMAP_S* region, void* to, uint32_t length)
 {
-    if (!can_copy(region, length)) return -1;
-    region->Lock(region);
-    memcpy(to, region->address, length);
-    region->Unlock(region);
-    return 0;
+    return copy_locked(region, to, region->address, length);
 }
 
 int32_t CMMAP_Write(CMMAP_S* region, const void* from, uint32_t length)
 {
-    if (!can_copy(region, length)) return -1;
-    region->Lock(region);
-    memcpy(region->address, from, length);
-    region->Unlock(region);
-    return 0;
+    return copy_locked(region, region->address, from, length);
 }
 
 int32_t CMMAP_Lock(CMMAP_S* region)

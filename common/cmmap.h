@@ -34,7 +34,7 @@ struct CMMAP {
 
 /**
  * Open and map a region and get its semaphore. Without a semaphore the region still works, guarded by the
- * record lock alone. Creating truncates and zeroes a region that others have mapped.
+ * record lock alone. Creating zeroes a region that others have mapped, and gives the file the new size.
  *
  * @param region  the caller's; ended with CMMAP_DeinitLock, also after a failure
  * @param path    the file; every user of the region names the same one
@@ -49,8 +49,8 @@ int32_t CMMAP_Init(CMMAP_S* region, const char* path, int32_t key, uint32_t flag
  * Copy from or to the start of the region under both locks. A lock that fails is reported and the copy is
  * made all the same. Waits for other holders.
  *
- * @param length  bytes, at most the region's size
- * @return 0; -1 without a mapping, or for a length beyond the region
+ * @param length  bytes; not held against the size, only against the pages that are mapped and the file as it is
+ * @return 0; -1 without a mapping, or for a length beyond the mapped pages or a file made shorter since
  */
 int32_t CMMAP_Read(CMMAP_S* region, void* to, uint32_t length);
 int32_t CMMAP_Write(CMMAP_S* region, const void* from, uint32_t length);

@@ -36,4 +36,15 @@ ssize_t LineReader::next(std::span<char> line)
     return failed_ ? -1 : ssize_t(length);
 }
 
+ssize_t LineReader::next_whole(std::span<char> line)
+{
+    for (bool inside = false;;) {
+        ssize_t length = next(line);
+        if (length <= 0) return length;
+        const bool ended = line[size_t(length) - 1] == '\n';
+        if (!inside && (ended || size_t(length) + 1 < line.size())) return length;
+        inside = !ended;
+    }
+}
+
 } // namespace zep

@@ -19,6 +19,10 @@ public:
     // end of the file, -1 with errno on a read error. `line` holds two bytes or more.
     ssize_t next(std::span<char> line);
 
+    // As next(), but a line that does not fit is passed over whole: none of its pieces can be taken for a
+    // line.
+    ssize_t next_whole(std::span<char> line);
+
 private:
     bool refill();
 

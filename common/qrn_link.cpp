@@ -3,11 +3,14 @@
 
 #include "common/fd.hpp"
 #include "common/line_reader.hpp"
+#include "common/qrn_status_files.hpp"
 
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <linux/ethtool.h>
+#include <linux/sockios.h>
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <sys/ioctl.h>
@@ -20,14 +23,33 @@ bool valid_name(const char* interface)
     return interface && *interface && strlen(interface) < IFNAMSIZ && !strchr(interface, '/');
 }
 
+zep::Fd any_socket() { return zep::Fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)); }
+
+ifreq request_on(const char* interface)
+{
+    ifreq request = {};
+    strcpy(request.ifr_name, interface);
+    return request;
+}
+
 // One request on an interface; false when there is no such interface.
 bool query(const char* interface, unsigned long code, ifreq& request)
 {
     if (!valid_name(interface)) return false;
-    zep::Fd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    request = {};
-    strcpy(request.ifr_name, interface);
+    zep::Fd fd = any_socket();
+    request = request_on(interface);
     return fd && ioctl(fd.get(), code, &request) == 0;
+}
+
+// The driver's own word; -1 when it has none.
+int driver_link(const char* interface)
+{
+    ethtool_value link = {};
+    link.cmd = ETHTOOL_GLINK;
+    ifreq request = request_on(interface);
+    request.ifr_data = reinterpret_cast<char*>(&link);
+    zep::Fd fd = any_socket();
+    return fd && ioctl(fd.get(), SIOCETHTOOL, &request) == 0 ? link.data != 0 : -1;
 }
 
 // "  eth0: 1 2 ..." or "eth0:12 ...", where name and first number may touch. Null for another interface.
@@ -52,29 +74,36 @@ bool parse_counters(const char* numbers, QRN_IF_COUNTERS_S& c)
 
 } // namespace
 
+bool zep::read_counters(int fd, const char* interface, QRN_IF_COUNTERS_S& counters)
+{
+    LineReader lines(fd);
+    char line[512];
+    while (lines.next_whole(line) > 0) {
+        const char* numbers = counters_of(line, interface);
+        if (!numbers) continue;
+        QRN_IF_COUNTERS_S read = {};
+        if (!parse_counters(numbers, read)) return false;
+        counters = read;
+        return true;
+    }
+    return false;
+}
+
 int32_t QRN_GetLinkCarrier(const char* interface)
 {
     ifreq request;
     if (!query(interface, SIOCGIFFLAGS, request)) return -1;
-    return (request.ifr_flags & IFF_UP) && (request.ifr_flags & IFF_RUNNING);
+    if (!(request.ifr_flags & IFF_UP)) return 0;
+    // The running flag follows the link up to a second late, so it comes second.
+    int link = driver_link(interface);
+    return link >= 0 ? link : (request.ifr_flags & IFF_RUNNING) != 0;
 }
 
 int32_t QRN_GetIfCounters(const char* interface, QRN_IF_COUNTERS_S* counters)
 {
     if (!counters || !valid_name(interface)) return -1;
     zep::Fd file(open("/proc/net/dev", O_RDONLY | O_CLOEXEC));
-    if (!file) return -1;
-    zep::LineReader lines(file.get());
-    char line[512];
-    while (lines.next(line) > 0) {
-        const char* numbers = counters_of(line, interface);
-        if (!numbers) continue;
-        QRN_IF_COUNTERS_S read = {};
-        if (!parse_counters(numbers, read)) return -1;
-        *counters = read;
-        return 0;
-    }
-    return -1;
+    return file && zep::read_counters(file.get(), interface, *counters) ? 0 : -1;
 }
 
 uint64_t QRN_CounterDifference(uint64_t earlier, uint64_t later)

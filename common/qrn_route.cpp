@@ -3,6 +3,7 @@
 
 #include "common/fd.hpp"
 #include "common/line_reader.hpp"
+#include "common/qrn_status_files.hpp"
 
 #include <arpa/inet.h>
 #include <cstdio>
@@ -58,9 +59,8 @@ bool parse_hex_address(const char* text, in6_addr& address)
 void take_route6(const char* line, const char* interface, Gateway& best)
 {
     char name[16], hop[33];
-    unsigned length, source_length, metric, flags;
-    if (sscanf(line, "%*s %x %*s %x %32s %x %*s %*s %x %15s", &length, &source_length, hop, &metric, &flags,
-               name) != 6)
+    unsigned length, metric, flags;
+    if (sscanf(line, "%*s %x %*s %*s %32s %x %*s %*s %x %15s", &length, hop, &metric, &flags, name) != 5)
         return;
     in6_addr address;
     if (length != 0 || !is_wanted(interface, name, flags) || !best.better(metric)) return;
@@ -70,26 +70,31 @@ void take_route6(const char* line, const char* interface, Gateway& best)
     best.found = true;
 }
 
-int32_t find_gateway(const char* table, const char* interface, char* text,
-                     void (*take)(const char* line, const char* interface, Gateway& best))
+bool find_gateway(int fd, const char* interface, char* text,
+                  void (*take)(const char* line, const char* interface, Gateway& best))
+{
+    Gateway best;
+    zep::LineReader lines(fd);
+    char line[512];
+    while (lines.next_whole(line) > 0) take(line, interface, best);
+    if (best.found) memcpy(text, best.address, sizeof best.address);
+    return best.found;
+}
+
+int32_t ask_table(const char* path, const char* interface, char* text, bool (*read)(int, const char*, char*))
 {
     if (!text) return -1;
-    zep::Fd file(open(table, O_RDONLY | O_CLOEXEC));
-    if (!file) return -1;
-    Gateway best;
-    zep::LineReader lines(file.get());
-    char line[512];
-    while (lines.next(line) > 0) take(line, interface, best);
-    if (!best.found) return -1;
-    memcpy(text, best.address, sizeof best.address);
-    return 0;
+    zep::Fd file(open(path, O_RDONLY | O_CLOEXEC));
+    return file && read(file.get(), interface, text) ? 0 : -1;
 }
 
 // "nameserver ADDRESS": the address in normal form; false for any other line.
 bool parse_server(const char* line, char (&address)[QRN_ADDRESS_SIZE])
 {
+    constexpr char kKeyword[] = "nameserver";
     char text[64];
-    if (sscanf(line, "nameserver %63s", text) != 1) return false;
+    line += strncmp(line, kKeyword, strlen(kKeyword)) == 0 ? strlen(kKeyword) : strlen(line);
+    if ((*line != ' ' && *line != '\t') || sscanf(line, "%63s", text) != 1) return false;
     text[strcspn(text, "%")] = '\0';
     in6_addr binary;
     for (int family : {AF_INET, AF_INET6}) {
@@ -101,25 +106,39 @@ bool parse_server(const char* line, char (&address)[QRN_ADDRESS_SIZE])
 
 } // namespace
 
+bool zep::read_gateway(int fd, const char* interface, char* address)
+{
+    return find_gateway(fd, interface, address, take_route);
+}
+
+bool zep::read_gateway6(int fd, const char* interface, char* address)
+{
+    return find_gateway(fd, interface, address, take_route6);
+}
+
+int32_t zep::read_resolvers(int fd, char (*list)[QRN_ADDRESS_SIZE], int32_t max)
+{
+    LineReader lines(fd);
+    char line[512];
+    int32_t count = 0;
+    while (count < max && count < QRN_RESOLVERS && lines.next_whole(line) > 0)
+        if (parse_server(line, list[count])) ++count;
+    return count;
+}
+
 int32_t QRN_GetDefaultGateway(const char* interface, char* address)
 {
-    return find_gateway("/proc/net/route", interface, address, take_route);
+    return ask_table("/proc/net/route", interface, address, zep::read_gateway);
 }
 
 int32_t QRN_GetDefaultGateway6(const char* interface, char* address)
 {
-    return find_gateway("/proc/net/ipv6_route", interface, address, take_route6);
+    return ask_table("/proc/net/ipv6_route", interface, address, zep::read_gateway6);
 }
 
 int32_t QRN_GetResolvers(char (*list)[QRN_ADDRESS_SIZE], int32_t max)
 {
     if (!list) return -1;
     zep::Fd file(open("/etc/resolv.conf", O_RDONLY | O_CLOEXEC));
-    if (!file) return -1;
-    zep::LineReader lines(file.get());
-    char line[512];
-    int32_t count = 0;
-    while (count < max && count < QRN_RESOLVERS && lines.next(line) > 0)
-        if (parse_server(line, list[count])) ++count;
-    return count;
+    return file ? zep::read_resolvers(file.get(), list, max) : -1;
 }

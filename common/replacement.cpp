@@ -87,18 +87,18 @@ bool Replacement::flush()
     return error_ == 0;
 }
 
-bool Replacement::finish(int source)
+bool Replacement::finish(int source, mode_t mode)
 {
     if (!flush()) {
         errno = error_;
         return false;
     }
-    return take_over(source) && fsync(file_.get()) == 0;
+    return take_over(source, mode) && fsync(file_.get()) == 0;
 }
 
-bool Replacement::take_over(int source)
+bool Replacement::take_over(int source, mode_t mode)
 {
-    if (source < 0) return true;
+    if (source < 0) return fchmod(file_.get(), mode) == 0;
     struct stat from, own;
     if (fstat(source, &from) < 0 || fstat(file_.get(), &own) < 0) return false;
     bool owned = own.st_uid == from.st_uid && own.st_gid == from.st_gid;
@@ -115,9 +115,9 @@ bool Replacement::still_ours() const
     return lstat(temp_path_, &there) == 0 && there.st_dev == device_ && there.st_ino == inode_;
 }
 
-bool Replacement::commit(const char* path, int source)
+bool Replacement::commit(const char* path, int source, mode_t mode)
 {
-    if (!finish(source)) return false;
+    if (!finish(source, mode)) return false;
     if (close(file_.release()) < 0) return false;
     if (!still_ours()) {
         errno = ESTALE;

@@ -20,22 +20,21 @@ public:
     enum class Existing { refuse, replace };
 
     // Makes the temporary file, for its owner only until commit(). `source` is the open file to be replaced,
-    // or -1 for a new one, which stays its owner's only. False with errno: EEXIST when there is one to be
-    // refused, or what stands there is neither a file nor a link, or is the source itself. `temp_path` must
-    // outlive the object.
+    // or -1 for a new one. False with errno: EEXIST when there is one to be refused, or what stands there is
+    // neither a file nor a link, or is the source itself. `temp_path` must outlive the object.
     bool create(const char* temp_path, Existing existing, int source);
 
     void put(const char* data, size_t length);
 
-    // Gives the file the mode and owner of `source`, brings it to the storage and renames it over `path`.
-    // False with errno. A directory entry that the storage refuses is a failure too, though the new file
-    // is in place then.
-    bool commit(const char* path, int source);
+    // Gives the file the mode and owner of `source`, or `mode` without a source (-1), brings it to the
+    // storage and renames it over `path`. False with errno. A directory entry that the storage refuses is a
+    // failure too, though the new file is in place then.
+    bool commit(const char* path, int source, mode_t mode = 0600);
 
 private:
     bool flush();
-    bool finish(int source);
-    bool take_over(int source);
+    bool finish(int source, mode_t mode);
+    bool take_over(int source, mode_t mode);
     bool still_ours() const;
     void discard();
 

@@ -43,7 +43,8 @@ struct USERTABLE {
  * Clear the table and load the file. Lines without six fields, with a name above 15 characters, a right above
  * three characters or a password block that is not 64 hexadecimal digits are skipped; the rest load.
  *
- * @return 0; -1 when the file cannot be opened, after one line on standard output
+ * @return 0; -1 when the file cannot be opened or read, after one line on standard output, the table is empty
+ *         then
  */
 int32_t USERTABLE_Init(USERTABLE_S* table);
 
@@ -59,7 +60,7 @@ int32_t USERTABLE_Save(USERTABLE_S* table);
  * Reload, append a user and save.
  *
  * @return the result of the save; -1 when five users are there, the name is above 15 or the password above
- *         31 characters, or the name is "root", taken or not allowed
+ *         31 characters, the name is "root", taken or not allowed, or a file that is there cannot be loaded
  */
 int32_t USERTABLE_AddUser(USERTABLE_S* table, const char* name, const char* password, uint8_t right1,
                           uint8_t right2, uint8_t right3, uint8_t right4);

@@ -3,10 +3,14 @@
 
 #include <arpa/inet.h>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <sys/socket.h>
 #include <unistd.h>
+
+static_assert(sizeof(CUDPDEBUG) == (sizeof(void*) == 4 ? 102720 : 102728) &&
+              offsetof(CUDPDEBUG, message) == 294 && offsetof(CUDPDEBUG, addr) == 102696);
 
 namespace {
 
