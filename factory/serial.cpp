@@ -2,6 +2,7 @@
 #include "factory/serial.hpp"
 
 #include "common/ctime.h"
+#include "common/shell.hpp"
 
 #include <cerrno>
 #include <cstdio>
@@ -21,6 +22,9 @@ namespace {
 
 // A clock that steps back would hold the window open: this ends it all the same.
 constexpr int64_t kWindowCapMs = 10'000;
+
+// Ten bytes leave a 9600 baud port in about 10 ms; a port that never reports empty must not hang.
+constexpr int64_t kSentCapMs = 1000;
 
 int64_t monotonic_ms()
 {
@@ -78,16 +82,16 @@ void SerialPort::write_all(const uint8_t* data, size_t size)
 
 void SerialPort::wait_sent()
 {
-    // Ten bytes leave a 9600 baud port in about 10 ms; a port that never reports empty must not hang.
-    for (int i = 0; i < 1000; ++i) {
+    // Without a pause: a sleep lasts a tick of 10 ms, in which the other side may have answered already.
+    const int64_t start = monotonic_ms();
+    do {
         int state = 0;
         if (ioctl(fd_.get(), TIOCSERGETLSR, &state) < 0) {
             tcdrain(fd_.get()); // the driver cannot tell: the queue at least has left
             return;
         }
         if (state & TIOCSER_TEMT) return;
-        usleep(100);
-    }
+    } while (monotonic_ms() - start < kSentCapMs);
 }
 
 void SerialPort::set_rts(bool on)
@@ -140,8 +144,7 @@ void set_pin(const char* address)
 {
     char line[64];
     snprintf(line, sizeof line, "%s -s %s 0x1", "/bin/reg", address);
-    fflush(stdout);
-    [[maybe_unused]] int status = system(line);
+    run_shell(line);
 }
 
 } // namespace zep

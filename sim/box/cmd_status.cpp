@@ -6,11 +6,13 @@
 #include "sim/box/status_board.hpp"
 #include "sim/box/text.hpp"
 #include "sim/drv/clock.hpp"
+#include "sim/drv/serial_line.hpp"
 #include "sim/drv/state.hpp"
 
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace vcam {
@@ -31,7 +33,7 @@ struct Status {
     bool has_watchdog = false, armed = false, fired = false;
     int timeout_s = 0, feeds = 0;
     double longest_gap = 0;
-    std::vector<std::string> modules, faults;
+    std::vector<std::string> modules, faults, serial;
     BoardStatus board;
     size_t journal_lines = 0, syslog_lines = 0;
 };
@@ -70,6 +72,25 @@ void add_clock(Status& s)
     s.longest_gap = double(w->longest_gap_ns) / 1e9;
 }
 
+// The port, what is plugged into it and how it stands; only of a port that was opened.
+std::vector<std::string> serial_ports(const Camera& camera)
+{
+    std::vector<std::string> out;
+    for (const char* port : serial::kPorts) {
+        const std::string plug = serial::plugged(port);
+        if (!exists(camera.path(std::string("dev/") + port))) {
+            if (plug != "nothing") out.push_back(text("%s %s", port, plug.c_str()));
+            continue;
+        }
+        serial::Held held(port);
+        const auto& r = *held;
+        out.push_back(text("%s %s, %s, RTS %s, %u bytes sent, %u received, %u lost", port, plug.c_str(),
+                           serial::describe(r.settings).c_str(), r.lines & TIOCM_RTS ? "set" : "clear",
+                           r.sent, r.received, r.lost));
+    }
+    return out;
+}
+
 Status read_status(const Camera& camera)
 {
     state::set_dir(camera.folder());
@@ -83,6 +104,7 @@ Status read_status(const Camera& camera)
     s.modules = lines_of(camera.path("modules"));
     s.faults = lines_of(camera.path("faults"));
     s.board = read_board(camera);
+    s.serial = serial_ports(camera);
     s.journal_lines = lines_of(camera.path("journal")).size();
     s.syslog_lines = lines_of(camera.path("syslog")).size();
     return s;
@@ -109,6 +131,7 @@ void print_text(const Camera& camera, const Status& s)
         puts("watchdog  not used");
     printf("drivers   %s\n", s.modules.empty() ? "none loaded" : join(s.modules, " ").c_str());
     print_board(s.board);
+    for (const auto& line : s.serial) printf("serial    %s\n", line.c_str());
     printf("logs      %zu journal lines, %zu system log lines\n", s.journal_lines, s.syslog_lines);
     for (const auto& f : s.faults) printf("fault     %s\n", f.c_str());
 }
@@ -130,8 +153,9 @@ void print_json(const Camera& camera, const Status& s)
     printf("\"watchdog\":{\"armed\":%s,\"fired\":%s,\"timeout\":%d,\"feeds\":%d,\"longest_gap\":%.6f},",
            s.armed ? "true" : "false", s.fired ? "true" : "false", s.timeout_s, s.feeds, s.longest_gap);
     fputs(board_json(s.board).c_str(), stdout);
-    printf("\"drivers\":%s,\"faults\":%s,\"journal_lines\":%zu,\"syslog_lines\":%zu}\n",
-           json_list(s.modules).c_str(), json_list(s.faults).c_str(), s.journal_lines, s.syslog_lines);
+    printf("\"drivers\":%s,\"serial\":%s,\"faults\":%s,\"journal_lines\":%zu,\"syslog_lines\":%zu}\n",
+           json_list(s.modules).c_str(), json_list(s.serial).c_str(), json_list(s.faults).c_str(),
+           s.journal_lines, s.syslog_lines);
 }
 
 } // namespace

@@ -30,6 +30,7 @@ int diff_main(const Arguments& arguments);
 int fault_main(const Arguments& arguments);
 int pin_main(const Arguments& arguments);
 int rtc_main(const Arguments& arguments);
+int plug_main(const Arguments& arguments);
 int help_main(const Arguments& arguments);
 
 // Wrong use of the command line: exit status 2, and where help is to be had.

@@ -9,6 +9,7 @@
 #include "sim/box/text.hpp"
 #include "sim/drv/clock.hpp"
 #include "sim/drv/rtc_chip.hpp"
+#include "sim/drv/serial_line.hpp"
 #include "sim/drv/state.hpp"
 
 #include <cerrno>
@@ -113,6 +114,7 @@ private:
         auto problem = clock::power_on({.realtime = realtime, .owns_pids = true});
         if (!problem.empty()) fail("the camera's clock does not start: %s", problem.c_str());
         rtc::load(); // from now on it counts, whether anybody looks or not
+        serial::power_on();
     }
 
     void mount_settings()

@@ -26,6 +26,8 @@ const Command kCommands[] = {
     {"pin", "DIR [--clear] [LINE ...]",
      "wire GPIO lines, as \"4.0 wire 5.0\", or press a key; without a line, show the wiring", pin_main},
     {"rtc", "DIR [--set TIME] [--fault NAME]", "the real-time clock", rtc_main},
+    {"plug", "DIR [PORT FAR-END ...]",
+     "what a serial port meets: nothing, loopback, block; without one, show", plug_main},
     {"help", "[COMMAND]", "this list, or a command's options", help_main},
     {nullptr, nullptr, nullptr, nullptr},
 };

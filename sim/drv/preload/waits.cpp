@@ -52,13 +52,13 @@ ModelLook look_at_models(pollfd* fds, nfds_t count)
     return look;
 }
 
-bool any_model(const pollfd* fds, nfds_t count)
+bool has_model(const pollfd& f)
 {
-    return std::any_of(fds, fds + count, [](const pollfd& f) {
-        Model* model = f.fd >= 0 ? device::of(f.fd) : nullptr;
-        return model && model->has_readiness();
-    });
+    Model* model = f.fd >= 0 ? device::of(f.fd) : nullptr;
+    return model && model->has_readiness();
 }
+
+bool any_model(const pollfd* fds, nfds_t count) { return std::any_of(fds, fds + count, has_model); }
 
 // One look at everything, waiting at most so long in host time for the kernel's part.
 int look_at_all(pollfd* fds, nfds_t count, int64_t host_ns, const sigset_t* mask, int64_t* changes_ns)
@@ -91,13 +91,17 @@ int wait_for(pollfd* fds, nfds_t count, int64_t limit_ns, const sigset_t* wanted
     const clock::SignalHold hold; // signals come in while the kernel waits, where they end the wait
     const sigset_t* mask = wanted ? wanted : &hold.before();
     const int64_t deadline = limit_ns == kNoLimit ? kNoLimit : clock::now_ns() + limit_ns;
+    // Who stands outside the camera makes no model ready.
+    const auto alone =
+        std::all_of(fds, fds + count, has_model) ? clock::Wait::plain : clock::Wait::descriptor;
     int64_t changes = kNoLimit;
     int n = look_at_all(fds, count, 0, mask, &changes);
     while (n == 0 && clock::now_ns() < deadline) {
         const int64_t until = std::min(deadline, changes);
-        clock::Sleeper sleeper(until, until == changes ? clock::Wait::plain : clock::Wait::descriptor);
+        const clock::Wait kind = until == changes ? clock::Wait::plain : alone;
+        clock::Sleeper sleeper(until, kind);
         // Peers outside the camera get their time before the first skip.
-        int64_t pause = until == changes ? sleeper.try_skip() : clock::kPeerGrace;
+        int64_t pause = kind == clock::Wait::plain ? sleeper.try_skip() : clock::kPeerGrace;
         while (n == 0 && !sleeper.over() && std::min(deadline, changes) == until) {
             n = look_at_all(fds, count, std::clamp<int64_t>(pause, 0, until - clock::now_ns()), mask,
                             &changes);
