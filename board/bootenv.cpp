@@ -3,6 +3,7 @@
 
 #include "common/fd.hpp"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -45,7 +46,10 @@ void expand_template(const char* text, char* out, size_t size)
 // The search, one byte at a time so that blocks of any size give the same result.
 class Search {
 public:
-    Search(const char* key, uint32_t limit) : key_(key), key_length_(strlen(key)), limit_(limit) {}
+    Search(const char* key, uint32_t limit)
+        : key_(key), key_length_(strlen(key)), limit_(std::min<size_t>(limit, kScratch - 1))
+    {
+    }
 
     // True when the value is complete.
     bool take(char byte) { return collecting_ ? collect(byte) : match(byte); }
@@ -68,14 +72,13 @@ private:
 
     bool collect(char byte)
     {
-        if (length_ < kScratch - 1) scratch_[length_] = byte;
-        ++length_;
+        scratch_[length_++] = byte;
         return byte == '\0' || length_ >= limit_;
     }
 
     const char* key_;
     size_t key_length_;
-    uint32_t limit_;
+    size_t limit_;
     bool collecting_ = false;
     size_t length_ = 0;
     char scratch_[kScratch] = {};
@@ -97,6 +100,8 @@ int BOOTENV_GetValue(const char* key, uint32_t limit, char* out, size_t size)
     char block[4096];
     for (size_t done = 0; done < kSearched;) {
         ssize_t got = read(fd.get(), block, sizeof block);
+        // A block that cannot be read whole still has good bytes in front of the bad one.
+        if (got < 0) got = read(fd.get(), block, 1);
         if (got <= 0) {
             printf("read err!");
             return -1;

@@ -2,8 +2,9 @@
 #include "board/applets.h"
 #include "board/bootenv.h"
 
+#include "common/shell.hpp"
+
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -32,11 +33,13 @@ bool plain_path(const char* path)
 }
 
 // Runs: echo "NAME=value" > path. Plain values and paths stand as they are; what the shell would
-// interpret is escaped, so that the file receives the bytes of the environment and nothing runs.
+// interpret is escaped, so that the file receives the bytes of the environment and nothing runs. Some
+// shells' echo interprets backslashes once more: a value that has some is printed instead.
 void write_line(const char* name, const char* value, const char* redirection, const char* path)
 {
     char line[2 * 1024 + 2 * 4096 + 64];
-    snprintf(line, sizeof line, "echo \"%s=", name);
+    const char* command = strchr(value, '\\') ? "printf '%s\\n'" : "echo";
+    snprintf(line, sizeof line, "%s \"%s=", command, name);
     append_escaped(line, sizeof line, value, "\"$`\\");
     append_escaped(line, sizeof line, "\" ", "");
     append_escaped(line, sizeof line, redirection, "");
@@ -48,8 +51,7 @@ void write_line(const char* name, const char* value, const char* redirection, co
         append_escaped(line, sizeof line, path, "\"$`\\");
         append_escaped(line, sizeof line, "\"", "");
     }
-    fflush(stdout);
-    [[maybe_unused]] int status = system(line);
+    zep::run_shell(line);
 }
 
 } // namespace

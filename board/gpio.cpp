@@ -48,20 +48,35 @@ constexpr Pin kPins[] = {
 };
 // clang-format on
 
-HI3516_REG_S request(int fd, uint32_t code, uint32_t address, uint32_t value)
+// One request; `value` receives what the driver leaves there. False when it refuses.
+bool request(int fd, uint32_t code, uint32_t address, uint32_t& value)
 {
     HI3516_REG_S record = {address, value};
-    ioctl(fd, code, &record);
-    return record;
+    bool done = ioctl(fd, code, &record) >= 0;
+    value = record.value;
+    return done;
+}
+
+bool change(int fd, uint32_t code, uint32_t address, uint32_t bits)
+{
+    return request(fd, code, address, bits);
+}
+
+const Pin* find_pin(int32_t group, int32_t bit)
+{
+    for (const Pin& pin : kPins)
+        if (pin.group == group && pin.bit == bit) return &pin;
+    return nullptr;
 }
 
 void switch_pin(int fd, int32_t group, int32_t bit)
 {
-    for (const Pin& pin : kPins)
-        if (pin.group == group && pin.bit == bit) request(fd, pin.request, pin.address, pin.value);
+    if (const Pin* pin = find_pin(group, bit)) change(fd, pin->request, pin->address, pin->value);
 }
 
 bool valid_group(int32_t group) { return group >= 1 && group < kGroups; }
+
+bool valid_line(int32_t group, int32_t bit) { return valid_group(group) && bit >= 0 && bit < 8; }
 
 uint32_t mask_of(int32_t bit) { return bit >= 0 && bit < 32 ? uint32_t(1) << bit : 0; }
 
@@ -90,8 +105,8 @@ void set_gpio(int fd, int32_t group, int32_t bit, int32_t value)
     switch_pin(fd, group, bit);
     if (!valid_group(group)) return;
     uint32_t mask = mask_of(bit);
-    request(fd, HI3516_REG_SET, kBanks[group] + kDirection, mask);
-    request(fd, value ? HI3516_REG_SET : HI3516_REG_CLEAR, data_register(group, mask), mask);
+    change(fd, HI3516_REG_SET, kBanks[group] + kDirection, mask);
+    change(fd, value ? HI3516_REG_SET : HI3516_REG_CLEAR, data_register(group, mask), mask);
 }
 
 int32_t get_gpio(int fd, int32_t group, int32_t bit)
@@ -100,8 +115,42 @@ int32_t get_gpio(int fd, int32_t group, int32_t bit)
     switch_pin(fd, group, bit);
     if (!valid_group(group)) return -1;
     uint32_t mask = mask_of(bit);
-    request(fd, HI3516_REG_CLEAR, kBanks[group] + kDirection, mask);
-    return int32_t(request(fd, HI3516_REG_READ, data_register(group, mask), 0).value);
+    change(fd, HI3516_REG_CLEAR, kBanks[group] + kDirection, mask);
+    uint32_t data = 0;
+    return request(fd, HI3516_REG_READ, data_register(group, mask), data) ? int32_t(data) : -1;
+}
+
+int32_t save_gpio(int fd, int32_t group, int32_t bit, GPIO_STATE_S* state)
+{
+    if (invalid(__func__, fd) || !valid_line(group, bit)) return -1;
+    uint32_t mask = mask_of(bit);
+    uint32_t direction = 0, data = 0, multiplex = 0;
+    const Pin* pin = find_pin(group, bit);
+    if (!request(fd, HI3516_REG_READ, kBanks[group] + kDirection, direction) ||
+        !request(fd, HI3516_REG_READ, data_register(group, mask), data) ||
+        (pin && !request(fd, HI3516_REG_READ, pin->address, multiplex)))
+        return -1;
+    *state = {group, bit, (direction & mask) != 0, (data & mask) != 0, pin ? multiplex & pin->value : 0};
+    return 0;
+}
+
+int32_t restore_gpio(int fd, const GPIO_STATE_S* state)
+{
+    if (invalid(__func__, fd) || !valid_line(state->group, state->bit)) return -1;
+    uint32_t mask = mask_of(state->bit);
+    bool done = true;
+    // The level first: an output must not show another one for a moment.
+    if (state->output)
+        done = change(fd, state->level ? HI3516_REG_SET : HI3516_REG_CLEAR, data_register(state->group, mask),
+                      mask);
+    done &= change(fd, state->output ? HI3516_REG_SET : HI3516_REG_CLEAR, kBanks[state->group] + kDirection,
+                   mask);
+    const Pin* pin = find_pin(state->group, state->bit);
+    if (!pin) return done ? 0 : -1;
+    uint32_t zeros = pin->value & ~state->multiplex;
+    if (state->multiplex) done &= change(fd, HI3516_REG_SET, pin->address, state->multiplex);
+    if (zeros) done &= change(fd, HI3516_REG_CLEAR, pin->address, zeros);
+    return done ? 0 : -1;
 }
 
 int close_gpio(int fd)

@@ -30,9 +30,34 @@ void set_gpio(int fd, int32_t group, int32_t bit, int32_t value);
  * Make a line an input and read it.
  *
  * @return the line's mask (1 << bit) when it is high, 0 when it is low, so bit 31 reads as a negative
- *         number; -1 for a negative descriptor (one line on standard output) or another group
+ *         number; -1 for a negative descriptor (one line on standard output), another group, or when the
+ *         driver refuses to read
  */
 int32_t get_gpio(int fd, int32_t group, int32_t bit);
+
+/** How a line stands: what a test changes and puts back. */
+typedef struct {
+    int32_t group;
+    int32_t bit;
+    int32_t output;     /* 1 output, 0 input */
+    int32_t level;      /* 0 or 1; of an input: what its pin has */
+    uint32_t multiplex; /* of the pin's multiplexing register the bits that an access to the line changes */
+} GPIO_STATE_S;
+
+/**
+ * Look at a line without changing anything.
+ *
+ * @return 0; -1 for a negative descriptor (one line on standard output), a line that does not exist
+ *         (groups 1 to 10, bits 0 to 7), or when the driver refuses
+ */
+int32_t save_gpio(int fd, int32_t group, int32_t bit, GPIO_STATE_S* state);
+
+/**
+ * Make a line again what save_gpio found: level and direction, then the pin's multiplexing.
+ *
+ * @return 0; -1 as save_gpio, what can be restored is
+ */
+int32_t restore_gpio(int fd, const GPIO_STATE_S* state);
 
 /** Close a descriptor of open_gpio; a negative one is ignored. @return 0 */
 int close_gpio(int fd);

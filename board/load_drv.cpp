@@ -2,8 +2,9 @@
 #include "board/applets.h"
 #include "board/cmodel.h"
 
+#include "common/shell.hpp"
+
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -76,13 +77,6 @@ template<size_t N> Steps find(const Row (&rows)[N], const char* model, Steps oth
     return otherwise;
 }
 
-// A command that fails is ignored: the next one still runs.
-void run(const char* line)
-{
-    fflush(stdout);
-    [[maybe_unused]] int status = system(line);
-}
-
 void run_steps(Steps steps)
 {
     for (; *steps; ++steps) {
@@ -91,13 +85,13 @@ void run_steps(Steps steps)
             snprintf(line, sizeof line, "%s %s", kRegTool, *steps);
         else
             snprintf(line, sizeof line, "/sbin/insmod %s/%s.ko", kDrivers, *steps);
-        run(line);
+        zep::run_shell(line);
     }
 }
 
 void load_first_generation(const char* model)
 {
-    run("/sbin/insmod /dvs/Hi3512reg.ko");
+    zep::run_shell("/sbin/insmod /dvs/Hi3512reg.ko");
     if (CMODEL_GetChannelCount(model) == 4)
         run_steps(find(kFourRows, model, kFourChannels));
     else

@@ -2,13 +2,19 @@
 #include "board/applets.h"
 #include "board/gpioi2c.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
 namespace {
 
-// 0x for hexadecimal, a leading 0 for octal.
-uint32_t number(const char* text) { return uint32_t(strtoul(text, nullptr, 0)); }
+// 0x for hexadecimal, a leading 0 for octal. The nearest number of 32 bits, whatever the width of long is.
+uint32_t number(const char* text)
+{
+    long long value = strtoll(text, nullptr, 0);
+    return uint32_t(std::clamp<long long>(value, INT32_MIN, UINT32_MAX));
+}
 
 } // namespace
 

@@ -2,9 +2,9 @@
 #include "board/applets.h"
 
 #include "common/ctime.h"
+#include "common/shell.hpp"
 
 #include <cstdio>
-#include <cstdlib>
 
 int xtime_main(int, char**)
 {
@@ -19,7 +19,6 @@ int xtime_main(int, char**)
     char line[96];
     snprintf(line, sizeof line, "date %02d%02d%02d%02d%04d.%02d", now.month, now.day, now.hour, now.minute,
              now.year, now.second);
-    fflush(stdout);
-    [[maybe_unused]] int status = system(line);
+    zep::run_shell(line);
     return 0;
 }

@@ -1,31 +1,47 @@
 // test_dio: digital outputs and inputs, with a loop-back plug or read out.
 #include "factory/applets.h"
 #include "factory/options.hpp"
+#include "factory/saved_lines.hpp"
+#include "factory/waiting.hpp"
 #include "factory/wiring.hpp"
 
 #include "board/gpio.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <unistd.h>
 
 namespace {
 
+using zep::Interruptible;
 using zep::Line;
 using zep::Steps;
 using zep::Wiring;
 
 constexpr char kUsage[] = "usage: test_dio [-v] [-r] [-n rounds]\n"
                           "    outputs wired to inputs pair by pair; -r only reads the inputs\n";
-constexpr useconds_t kSettleUs = 20'000;
+constexpr int64_t kSettleMs = 20;
 
-bool high(int fd, const Line& line) { return get_gpio(fd, line.group, line.bit) != 0; }
-
-int read_out(int fd, const Wiring& wiring)
+// False when the driver refuses.
+bool read_line(int fd, const Line& line, bool& high)
 {
-    for (const Line& line : wiring.inputs.all()) printf("%d.%d=%d\n", line.group, line.bit, high(fd, line));
-    return zep::print_verdict(wiring.inputs.count > 0);
+    int32_t value = get_gpio(fd, line.group, line.bit);
+    high = value > 0;
+    return value >= 0;
+}
+
+bool read_out(int fd, const Wiring& wiring)
+{
+    bool passed = wiring.inputs.count > 0;
+    for (const Line& line : wiring.inputs.all()) {
+        bool high = false;
+        bool ok = read_line(fd, line, high);
+        passed &= ok;
+        if (ok)
+            printf("%d.%d=%d\n", line.group, line.bit, high);
+        else
+            printf("%d.%d=?\n", line.group, line.bit);
+    }
+    return passed;
 }
 
 // Drives the outputs with a pattern, one bit an output, and expects it on the inputs.
@@ -35,11 +51,17 @@ bool pattern_arrives(int fd, const Wiring& wiring, uint32_t pattern, const Steps
         const Line& line = wiring.outputs.lines[i];
         set_gpio(fd, line.group, line.bit, int32_t(pattern >> i & 1));
     }
-    usleep(kSettleUs);
+    if (!Interruptible::pause_ms(kSettleMs)) return false;
     uint32_t seen = 0;
-    for (size_t i = 0; i < wiring.inputs.count; ++i) seen |= uint32_t(high(fd, wiring.inputs.lines[i])) << i;
-    steps.say("OUT 0x%04X => IN 0x%04X : %s\n", pattern, seen, seen == pattern ? "successful" : "failed");
-    return seen == pattern;
+    bool passed = true;
+    for (size_t i = 0; i < wiring.inputs.count; ++i) {
+        bool high = false;
+        passed &= read_line(fd, wiring.inputs.lines[i], high);
+        seen |= uint32_t(high) << i;
+    }
+    passed &= seen == pattern;
+    steps.say("OUT 0x%04X => IN 0x%04X : %s\n", pattern, seen, passed ? "successful" : "failed");
+    return passed;
 }
 
 // All low, all high, then a one and a zero walking, so that stuck, swapped and bridged lines all show.
@@ -56,13 +78,17 @@ bool round_passes(int fd, const Wiring& wiring, const Steps& steps)
 
 bool loop_back(int fd, const Wiring& wiring, int64_t rounds, const Steps& steps)
 {
-    bool before[zep::kMaxLines];
-    for (size_t i = 0; i < wiring.outputs.count; ++i) before[i] = high(fd, wiring.outputs.lines[i]);
     bool passed = true;
     for (int64_t i = 0; i < rounds && passed; ++i) passed = round_passes(fd, wiring, steps);
-    for (size_t i = 0; i < wiring.outputs.count; ++i)
-        set_gpio(fd, wiring.outputs.lines[i].group, wiring.outputs.lines[i].bit, before[i]);
     return passed;
+}
+
+bool pairs_known(const Wiring& wiring)
+{
+    if (wiring.outputs.count > 0 && wiring.outputs.count == wiring.inputs.count) return true;
+    fprintf(stderr, "test_dio: %zu outputs and %zu inputs are known; name pairs in /etc/factory_io.conf\n",
+            wiring.outputs.count, wiring.inputs.count);
+    return false;
 }
 
 } // namespace
@@ -77,18 +103,14 @@ int test_dio_main(int argc, char** argv)
     Wiring wiring;
     if (!zep::parse_options(argc, argv, options, nullptr, 0, kUsage) || !zep::load_wiring(wiring))
         return zep::print_verdict(false);
+    if (!read_only && !pairs_known(wiring)) return zep::print_verdict(false);
     int fd = open_gpio();
     if (fd < 0) exit(-1);
-    if (read_only) {
-        read_out(fd, wiring);
-    } else if (wiring.outputs.count == 0 || wiring.outputs.count != wiring.inputs.count) {
-        fprintf(stderr,
-                "test_dio: %zu outputs and %zu inputs are known; name pairs in /etc/factory_io.conf\n",
-                wiring.outputs.count, wiring.inputs.count);
-        zep::print_verdict(false);
-    } else {
-        zep::print_verdict(loop_back(fd, wiring, rounds, steps));
-    }
+    Interruptible interruptible;
+    zep::SavedLines lines(fd);
+    bool passed = lines.save(wiring.outputs.all()) && lines.save(wiring.inputs.all()) &&
+                  (read_only ? read_out(fd, wiring) : loop_back(fd, wiring, rounds, steps));
+    passed &= lines.restore();
     close_gpio(fd);
-    return 0;
+    return zep::print_verdict(passed);
 }

@@ -1,57 +1,50 @@
 // test_key: waits until the key has been pressed and released.
 #include "factory/applets.h"
 #include "factory/options.hpp"
+#include "factory/saved_lines.hpp"
+#include "factory/waiting.hpp"
 #include "factory/wiring.hpp"
 
 #include "board/gpio.h"
 
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
-#include <unistd.h>
 
 namespace {
 
+using zep::Interruptible;
 using zep::Line;
+using zep::monotonic_ms;
 
 constexpr char kUsage[] = "usage: test_key [-v] [-t seconds]\n"
                           "    press and release the key within the limit (10 s unless given)\n";
-constexpr useconds_t kPollUs = 10'000;
+constexpr int64_t kPollMs = 10;
 constexpr int64_t kStableMs = 30; // contacts bounce for less
-
-int64_t now_ms()
-{
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
-}
 
 class Key {
 public:
     Key(int fd, const Line& line, int32_t active) : fd_(fd), line_(line), active_(active) {}
 
-    // Waits until the key has kept the state for kStableMs; when that began, or -1 after the deadline.
-    int64_t wait(bool pressed, int64_t deadline) const
+    // Waits until the key has kept the state for kStableMs; when that began, or -1 after the deadline, when
+    // the driver refuses or a signal came.
+    [[nodiscard]] int64_t wait(bool pressed, int64_t deadline) const
     {
         int64_t since = -1;
-        for (int64_t now = now_ms(); now < deadline; now = now_ms()) {
-            if (is_pressed() != pressed)
+        for (int64_t now = monotonic_ms(); now < deadline; now = monotonic_ms()) {
+            int32_t level = get_gpio(fd_, line_.group, line_.bit);
+            if (level < 0) return -1;
+            if (((level != 0) == (active_ != 0)) != pressed)
                 since = -1;
             else if (since < 0)
                 since = now;
             else if (now - since >= kStableMs)
                 return since;
-            usleep(kPollUs);
+            if (!Interruptible::pause_ms(kPollMs)) return -1;
         }
         return -1;
     }
 
 private:
-    [[nodiscard]] bool is_pressed() const
-    {
-        return (get_gpio(fd_, line_.group, line_.bit) != 0) == (active_ != 0);
-    }
-
     int fd_;
     Line line_;
     int32_t active_;
@@ -60,7 +53,7 @@ private:
 // Released, pressed, released again: a key that hangs from the start does not pass.
 bool pressed_and_released(const Key& key, int64_t limit_s)
 {
-    int64_t deadline = now_ms() + limit_s * 1000;
+    int64_t deadline = monotonic_ms() + limit_s * 1000;
     if (key.wait(false, deadline) < 0) return false;
     int64_t pressed = key.wait(true, deadline);
     if (pressed < 0) return false;
@@ -88,7 +81,11 @@ int test_key_main(int argc, char** argv)
     if (fd < 0) exit(-1);
     const Line& line = wiring.key.lines[0];
     steps.say("KEY %d.%d: press and release within %d s\n", line.group, line.bit, int(limit_s));
-    bool passed = pressed_and_released(Key(fd, line, wiring.key_active), limit_s);
+    Interruptible interruptible;
+    zep::SavedLines lines(fd);
+    bool passed =
+        lines.save(wiring.key.all()) && pressed_and_released(Key(fd, line, wiring.key_active), limit_s);
+    passed &= lines.restore();
     close_gpio(fd);
     return zep::print_verdict(passed);
 }

@@ -1,15 +1,15 @@
 // test_led: switches the LEDs for an operator to judge.
 #include "factory/applets.h"
 #include "factory/options.hpp"
+#include "factory/saved_lines.hpp"
+#include "factory/waiting.hpp"
 #include "factory/wiring.hpp"
 
 #include "board/gpio.h"
-#include "common/fd.hpp"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <unistd.h>
 
 namespace {
 
@@ -27,21 +27,37 @@ struct Show {
     int64_t hold_ms;
 };
 
-void show_level(int fd, const Line& line, int level, const Show& show, const Steps& steps)
+// Drives the LED and holds it. False when the driver does not give back what was asked for, or a signal came.
+bool show_level(int fd, const Line& line, int level, const Show& show, const Steps& steps)
 {
-    steps.say("LED %d.%d %s %s\n", line.group, line.bit, line.name, level ? "on" : "off");
     set_gpio(fd, line.group, line.bit, level);
-    usleep(useconds_t(show.hold_ms * 1000));
+    GPIO_STATE_S now = {};
+    bool ok = save_gpio(fd, line.group, line.bit, &now) == 0 && now.output && now.level == level;
+    steps.say("LED %d.%d %s %s : %s\n", line.group, line.bit, line.name, level ? "on" : "off",
+              ok ? "successful" : "failed");
+    return ok && zep::Interruptible::pause_ms(show.hold_ms);
 }
 
-void show_led(int fd, const Line& line, const Show& show, const Steps& steps)
+bool show_led(int fd, const Line& line, const Show& show, const Steps& steps)
 {
-    bool before = get_gpio(fd, line.group, line.bit) != 0;
-    for (int64_t i = 0; i < show.times; ++i) {
-        if (strcmp(show.action, "off") != 0) show_level(fd, line, 1, show, steps);
-        if (strcmp(show.action, "on") != 0) show_level(fd, line, 0, show, steps);
+    const bool on = strcmp(show.action, "off") != 0;
+    const bool off = strcmp(show.action, "on") != 0;
+    for (int64_t i = 0; i < show.times; ++i)
+        if ((on && !show_level(fd, line, 1, show, steps)) || (off && !show_level(fd, line, 0, show, steps)))
+            return false;
+    return true;
+}
+
+// Each LED as it was before the next one's turn.
+bool show_leds(int fd, std::span<const Line> leds, const Show& show, const Steps& steps)
+{
+    for (const Line& led : leds) {
+        zep::SavedLines before(fd);
+        bool passed = before.save({&led, 1}) && show_led(fd, led, show, steps);
+        passed &= before.restore();
+        if (!passed) return false;
     }
-    set_gpio(fd, line.group, line.bit, before);
+    return true;
 }
 
 // "all", a name, or a number from 1 on. False when there is no such LED.
@@ -87,7 +103,8 @@ int test_led_main(int argc, char** argv)
     int fd = open_gpio();
     if (fd < 0) exit(-1);
     show.action = words[1];
-    for (size_t i = first; i < last; ++i) show_led(fd, wiring.leds.lines[i], show, steps);
+    zep::Interruptible interruptible;
+    bool passed = show_leds(fd, wiring.leds.all().subspan(first, last - first), show, steps);
     close_gpio(fd);
-    return zep::print_verdict(true);
+    return zep::print_verdict(passed);
 }
