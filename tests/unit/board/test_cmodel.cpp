@@ -22,13 +22,12 @@ struct Expectation {
 
 uint32_t gpio_spi(const char* model) { return CMODEL_UsesGpioSpi(model, nullptr); }
 
+// clang-format off
 constexpr Expectation kExpectations[] = {
     {"line",
      CMODEL_GetLine,
      0,
-     "....122222344555555"
-     "67"
-     ".................................",
+     "....12222234455555567.................................",
      {0, 1, 2, 3, 4, 5, 6, 7}},
     {"one", CMODEL_InSetOne, 0, ".....................1111.............................", {0, 1}},
     {"two", CMODEL_InSetTwo, 0, ".........................11...........................", {0, 1}},
@@ -39,17 +38,13 @@ constexpr Expectation kExpectations[] = {
     {"outside seven",
      CMODEL_OutsideSetSeven,
      1,
-     "...0.............00............0000000000"
-     "00"
-     "...........",
+     "...0.............00............000000000000...........",
      {0, 1}},
     {"platform", CMODEL_GetPlatform, 0, ".............................222222...................", {0, 1, 2}},
     {"eight",
      CMODEL_GetSetEightCode,
      0,
-     "...1.............11............2333"
-     "1111"
-     "..11...........",
+     "...1.............11............23331111..11...........",
      {0, 1, 2, 3}},
     {"channels",
      CMODEL_GetChannelCount,
@@ -58,6 +53,7 @@ constexpr Expectation kExpectations[] = {
      {0, 1, 2, 3, 4}},
     {"gpio spi", gpio_spi, 0, "..................................1..................1", {0, 1}},
 };
+// clang-format on
 
 std::string code(int i) { return "ZM" + std::to_string(101 + i); }
 
