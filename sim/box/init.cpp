@@ -10,6 +10,7 @@
 #include "sim/drv/clock.hpp"
 #include "sim/drv/rtc_chip.hpp"
 #include "sim/drv/serial_line.hpp"
+#include "sim/drv/media/page.hpp"
 #include "sim/drv/state.hpp"
 
 #include <cerrno>
@@ -111,6 +112,7 @@ private:
     {
         state::set_dir(kStateInside);
         const bool realtime = getenv("VCAM_REALTIME") != nullptr;
+        media::power_on();
         auto problem = clock::power_on({.realtime = realtime, .owns_pids = true});
         if (!problem.empty()) fail("the camera's clock does not start: %s", problem.c_str());
         rtc::load(); // from now on it counts, whether anybody looks or not

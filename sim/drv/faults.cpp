@@ -40,14 +40,37 @@ bool parse_number(const std::string& text, int64_t& value)
     return e == std::errc() && end == text.data() + text.size();
 }
 
+bool parse_hex(const std::string& text, int64_t& value)
+{
+    if (!text.starts_with("0x")) return false;
+    const auto [end, e] = std::from_chars(text.data() + 2, text.data() + text.size(), value, 16);
+    return e == std::errc() && end == text.data() + text.size() && value <= 0xFFFFFFFF;
+}
+
+// "N=VALUE"; the value decimal or with 0x.
+bool parse_word(const std::string& text, Effect& effect)
+{
+    const size_t equal = text.find('=');
+    int64_t word = 0, value = 0;
+    if (equal == std::string::npos || !parse_number(text.substr(0, equal), word) || word < 0 || word > 1023)
+        return false;
+    const std::string rest = text.substr(equal + 1);
+    if (!parse_hex(rest, value) && !parse_number(rest, value)) return false;
+    effect = {Kind::word, 0, uint32_t(word), uint32_t(value)};
+    return true;
+}
+
 bool parse_effect(const std::string& text, Effect& effect)
 {
     for (const auto& row : kEffects)
-        if (text == row.name) return effect = {row.kind, 0}, true;
+        if (text == row.name) return effect = {row.kind}, true;
     for (int e = 1; e < 134; ++e)
         if (const char* name = ::strerrorname_np(e); name && text == name)
             return effect = {Kind::error, e}, true;
+    if (text.starts_with("word")) return parse_word(text.substr(4), effect);
     int64_t number = 0;
+    if (parse_hex(text, number) && number > 0x7FFFFFFF)
+        return effect = {Kind::error, -int(uint32_t(number))}, true;
     if (!parse_number(text, number) || number < 1 || number > 4095) return false;
     effect = {Kind::error, int(number)};
     return true;

@@ -73,6 +73,16 @@ int64_t seek(int fd, int64_t offset, int whence)
 }
 #endif
 
+void* map(void* address, size_t length, int protection, int flags, int fd, int64_t offset)
+{
+#ifdef __LP64__
+    const long at = ::syscall(SYS_mmap, address, length, protection, flags, fd, offset);
+#else
+    const long at = ::syscall(SYS_mmap2, address, length, protection, flags, fd, uint32_t(offset >> 12));
+#endif
+    return reinterpret_cast<void*>(at);
+}
+
 int flock(int fd, int operation) { return int(::syscall(SYS_flock, fd, operation)); }
 
 int poll(pollfd* fds, size_t count, int64_t timeout_ns, const sigset_t* mask)

@@ -23,6 +23,7 @@ ssize_t pread(int fd, void* data, size_t size, int64_t offset);
 ssize_t pwrite(int fd, const void* data, size_t size, int64_t offset);
 int64_t seek(int fd, int64_t offset, int whence);
 int flock(int fd, int operation);
+void* map(void* address, size_t length, int protection, int flags, int fd, int64_t offset);
 // timeout below 0: no limit. The mask, if any, holds while it waits.
 int poll(pollfd* fds, size_t count, int64_t timeout_ns, const sigset_t* mask = nullptr);
 int64_t clock_ns(int clock_id); // of the host

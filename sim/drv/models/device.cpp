@@ -13,6 +13,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <mutex>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -61,8 +62,13 @@ int64_t Model::seek(int fd, int64_t offset, int whence)
 }
 
 int Model::ioctl(int, uint32_t, void*) { return -ENOTTY; }
+void* Model::map(int fd, void* address, size_t length, int protection, int flags, int64_t offset)
+{
+    return raw::map(address, length, protection, flags, fd, offset);
+}
 const char* Model::request_name(uint32_t) const { return "ioctl"; }
 int64_t Model::request_block(uint32_t, const void*) const { return -1; }
+size_t Model::record_size(uint32_t request) const { return request >> 16 & 0x3FFF; }
 int64_t Model::offset_block(int64_t) const { return -1; }
 void Model::half_ioctl(int, uint32_t, void*) {}
 void Model::closed() {}
@@ -104,7 +110,7 @@ struct Counter {
     char operation[16];
     int count;
 };
-std::array<Counter, 64> counters;
+std::array<Counter, 256> counters;
 std::mutex counters_lock;
 
 void count_one(const Model& model, const char* operation)
@@ -157,9 +163,11 @@ struct Operation {
     int error = 0;
 };
 
+constexpr int kLastErrno = 4095; // as the kernel draws the line
+
 template<class Result> Result answer(Result result)
 {
-    if (result >= 0) return result;
+    if (result >= 0 || result < -kLastErrno) return result;
     errno = int(-result);
     return -1;
 }
@@ -202,6 +210,14 @@ bool driver_loaded(const Model& model)
     const std::string module = state::setting(std::string("driver.") + model.name);
     if (module.empty()) return true;
     return ("\n" + raw::read_text(state::path("modules"))).find("\n" + module + "\n") != std::string::npos;
+}
+
+// What a faulty driver answers: one word of its record is something else.
+void lie(const Model& model, const faults::Effect& effect, uint32_t request, void* argument)
+{
+    const size_t at = sizeof effect.value * effect.word;
+    if (argument && at + sizeof effect.value <= model.record_size(request))
+        memcpy(static_cast<uint8_t*>(argument) + at, &effect.value, sizeof effect.value);
 }
 
 template<class Transfer>
@@ -327,7 +343,16 @@ int ioctl(Model& model, int fd, uint32_t request, void* argument)
     if (op.error) return answer(-op.error);
     if (op.effect.kind == faults::Kind::cut_inside) model.half_ioctl(fd, request, argument);
     const int result = op.effect.kind == faults::Kind::cut_inside ? 0 : model.ioctl(fd, request, argument);
+    if (result == 0 && op.effect.kind == faults::Kind::word) lie(model, op.effect, request, argument);
     return answer(int(op.finish(model, result)));
+}
+
+void* map(Model& model, int fd, void* address, size_t length, int protection, int flags, int64_t offset)
+{
+    const Operation op(model, "mmap", -1);
+    if (!op.error) return model.map(fd, address, length, protection, flags, offset);
+    errno = op.error;
+    return MAP_FAILED;
 }
 
 void forget_counts()

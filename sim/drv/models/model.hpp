@@ -41,10 +41,15 @@ public:
     virtual ssize_t pread(int fd, void* data, size_t size, int64_t offset);
     virtual ssize_t pwrite(int fd, const void* data, size_t size, int64_t offset);
     virtual int64_t seek(int fd, int64_t offset, int whence);
+    // A result below -4095 is a driver's own code: the request returns it, and errno stays.
     virtual int ioctl(int fd, uint32_t request, void* argument);
+    // As mmap would: MAP_FAILED with errno.
+    virtual void* map(int fd, void* address, size_t length, int protection, int flags, int64_t offset);
     // How a request is called in the fault plan, and the erase block it is about (-1: none).
     virtual const char* request_name(uint32_t request) const;
     virtual int64_t request_block(uint32_t request, const void* argument) const;
+    // Bytes of the record that a request's argument points to, for a plan that changes what comes back.
+    virtual size_t record_size(uint32_t request) const;
     virtual int64_t offset_block(int64_t offset) const;
     // Power fails in the middle of the request: what has happened by then.
     virtual void half_ioctl(int fd, uint32_t request, void* argument);
@@ -79,6 +84,7 @@ ssize_t pread(Model& model, int fd, void* data, size_t size, int64_t offset);
 ssize_t pwrite(Model& model, int fd, const void* data, size_t size, int64_t offset);
 int64_t seek(Model& model, int fd, int64_t offset, int whence);
 int ioctl(Model& model, int fd, uint32_t request, void* argument);
+void* map(Model& model, int fd, void* address, size_t length, int protection, int flags, int64_t offset);
 void flush_all();
 
 // How often this process has asked the device (by its name) for the operation.

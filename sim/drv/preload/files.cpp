@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -22,6 +23,12 @@ namespace {
 mode_t mode_of(int flags, va_list arguments)
 {
     return (flags & O_CREAT) || (flags & O_TMPFILE) == O_TMPFILE ? va_arg(arguments, mode_t) : 0;
+}
+
+// A 32-bit offset reaches the upper half of the address space as well.
+int64_t off_t_bits(off_t offset)
+{
+    return sizeof(off_t) == sizeof(uint32_t) ? int64_t(uint32_t(offset)) : int64_t(offset);
 }
 
 // The device a path names, when this process is in a camera.
@@ -211,6 +218,19 @@ IOCTL(ioctl)
 #ifndef __LP64__
 IOCTL(__ioctl_time64)
 #endif
+
+// Of a device, the model maps what stands for it; the mapping is then the kernel's.
+#define MMAP(name, offset_type, wide)                                                                        \
+    VCAM_EXPORT void* name(void* address, size_t length, int protection, int flags, int fd,                  \
+                           offset_type offset) noexcept                                                      \
+    {                                                                                                        \
+        if (Model* model = flags & MAP_ANONYMOUS ? nullptr : device_of(fd))                                  \
+            return device::map(*model, fd, address, length, protection, flags, wide(offset));                \
+        using Type = void*(void*, size_t, int, int, int, offset_type);                                       \
+        return VCAM_NEXT(Type, #name)(address, length, protection, flags, fd, offset);                       \
+    }
+MMAP(mmap, off_t, off_t_bits)
+MMAP(mmap64, off64_t, int64_t)
 
 #define DUP(name)                                                                                            \
     VCAM_EXPORT int name(int fd) noexcept                                                                    \

@@ -1,6 +1,7 @@
 // The preload library's beginning and end, and the calls for test programs that link it.
 #include "sim/drv/clock.hpp"
 #include "sim/drv/faults.hpp"
+#include "sim/drv/media/page.hpp"
 #include "sim/drv/models/model.hpp"
 #include "sim/drv/power.hpp"
 #include "sim/drv/preload/real.hpp"
@@ -71,6 +72,7 @@ VCAM_EXPORT int vcamsim_start(const char* state_folder, int realtime)
 {
     vcamsim_stop();
     state::set_dir(state_folder);
+    media::power_on();
     if (const std::string error = clock::power_on({.realtime = realtime != 0, .owns_pids = false});
         !error.empty()) {
         fprintf(stderr, "vcamsim_start: %s\n", error.c_str());

@@ -1,0 +1,175 @@
+// The audio input driver.
+#include "sim/drv/clock.hpp"
+#include "sim/drv/media/audio.hpp"
+#include "sim/drv/models/media.hpp"
+#include "sim/drv/models/table.hpp"
+
+#include <poll.h>
+
+namespace vcam::models {
+namespace {
+
+using namespace media;
+
+enum Request : uint32_t {
+    kBindSlot = 0x40045A00,
+    kSetAttributes = 0x40245A01,
+    kGetAttributes = 0x80245A02,
+    kEnable = 0x5A03,
+    kDisable = 0x5A04,
+    kGetPool = 0x80045A05,
+    kGetParameter = 0x80085A06,
+    kSetParameter = 0x40085A07,
+    kGetFrame = 0x80685A08,
+    kReleaseFrame = 0x40685A09,
+    kEnableAec = 0x40085A0A,
+    kDisableAec = 0x5A0B,
+    kEnableChannel = 0x5A0C,
+    kDisableChannel = 0x5A0D,
+};
+constexpr RequestName kNames[] = {
+    {kBindSlot, "bindslot"},       {kSetAttributes, "setattr"},     {kGetAttributes, "getattr"},
+    {kEnable, "enable"},           {kDisable, "disable"},           {kGetPool, "getpool"},
+    {kGetParameter, "getparam"},   {kSetParameter, "setparam"},     {kGetFrame, "getframe"},
+    {kReleaseFrame, "release"},    {kEnableAec, "enableaec"},       {kDisableAec, "disableaec"},
+    {kEnableChannel, "enablechn"}, {kDisableChannel, "disablechn"},
+};
+
+constexpr int refused(uint32_t number) { return coded(kModAi, number); }
+
+struct AecSource {
+    uint32_t device, channel;
+};
+
+class AiDriver final : public MediaModel {
+public:
+    AiDriver() : MediaModel("/dev/ai", "ai", kNames) {}
+    bool has_readiness() const override { return true; }
+    Readiness readiness(int fd) override
+    {
+        const uint32_t slot = slot_of(fd);
+        if (slot == kNoSlot) return {};
+        Locked page;
+        Readiness r;
+        if (frames_waiting(*page, slot, clock::now_ns(), &r.changes_ns)) r.events = POLLIN | POLLRDNORM;
+        return r;
+    }
+    size_t record_size(uint32_t request) const override
+    {
+        return request == kGetFrame || request == kReleaseFrame ? sizeof(Exchange) : size_of(request);
+    }
+
+private:
+    int answer(int fd, uint32_t request, void* argument) override
+    {
+        if (request == kBindSlot) return bind_slot(fd, load<uint32_t>(argument));
+        const uint32_t slot = slot_of(fd);
+        if (slot == kNoSlot) return refused(kNotReady);
+        if (request == kGetFrame) return get_frame(slot, argument);
+        const int result = on_slot(slot, request, argument);
+        const bool told = request == kEnable || request == kDisable || request == kEnableChannel ||
+                          request == kDisableChannel;
+        if (told && result == 0)
+            note("ai", "%s %u %u", request_name(request), slot / kChannels, slot % kChannels);
+        return result;
+    }
+
+    static int bind_slot(int fd, uint32_t slot)
+    {
+        if (slot >= kSlots) return refused(kBadChannel);
+        set_slot(fd, slot);
+        return 0;
+    }
+
+    static int on_slot(uint32_t slot, uint32_t request, void* argument)
+    {
+        Locked page;
+        AiDevice& d = page->ai_device[slot / kChannels];
+        switch (request) {
+        case kSetAttributes:
+            return set_attributes(*page, d, load<Attributes>(argument));
+        case kGetAttributes:
+            return d.configured ? store(argument, d.attributes) : refused(kNotConfigured);
+        case kEnable:
+            return start_input(*page, slot / kChannels);
+        case kDisable:
+            return stop_input(*page, slot / kChannels, false);
+        case kGetPool:
+            return d.enabled ? store(argument, d.pool) : refused(kNotPermitted);
+        case kEnableChannel:
+            return start_capture(*page, slot, clock::now_ns());
+        case kDisableChannel:
+            stop_capture(*page, slot);
+            return 0;
+        case kReleaseFrame:
+            return give_back(*page, slot, load<Exchange>(argument).frame);
+        default:
+            return on_channel(page->ai[slot], request, argument);
+        }
+    }
+
+    static int set_attributes(Page& page, AiDevice& d, const Attributes& wanted)
+    {
+        if (!page.sys.ready) return refused(kNotReady);
+        if (!valid(wanted)) return refused(kIllegal);
+        if (d.enabled && wanted != d.attributes) return refused(kNotPermitted);
+        d.attributes = wanted;
+        d.configured = 1;
+        return 0;
+    }
+
+    static int on_channel(AiChannel& c, uint32_t request, void* argument)
+    {
+        switch (request) {
+        case kGetParameter:
+            memcpy(argument, c.parameter, sizeof c.parameter);
+            return 0;
+        case kSetParameter:
+            memcpy(c.parameter, argument, sizeof c.parameter);
+            return 0;
+        case kDisableAec:
+            c.aec = 0;
+            return 0;
+        default:
+            return enable_aec(c, load<AecSource>(argument));
+        }
+    }
+
+    static int enable_aec(AiChannel& c, const AecSource& from)
+    {
+        if (from.device >= kDevices) return refused(kBadDevice);
+        if (from.channel >= kChannels) return refused(kBadChannel);
+        c.aec = 1;
+        c.aec_device = from.device;
+        c.aec_channel = from.channel;
+        return 0;
+    }
+
+    // Waits for the next frame.
+    static int get_frame(uint32_t slot, void* argument)
+    {
+        while (true) {
+            Ns next = kNever;
+            uint32_t generation = 0;
+            {
+                Locked page;
+                Exchange exchange;
+                const int result = take_frame(*page, slot, clock::now_ns(), exchange, &next);
+                if (result == 0) return store(argument, exchange);
+                if (result < 0) return result;
+                generation = page->generation;
+            }
+            if (!wait_for(next, generation)) return -EINTR;
+        }
+    }
+};
+
+} // namespace
+
+Model& media_ai()
+{
+    static AiDriver device;
+    return device;
+}
+
+} // namespace vcam::models
