@@ -25,10 +25,11 @@ struct Geometry {
     const char* flash;
     std::array<const char*, 4> partitions;
 };
-// 16 MiB of NOR in 64 KiB blocks; 64 MiB of NAND in 128 KiB blocks of 2 KiB pages.
+// 16 MiB of NOR in 64 KiB blocks; 64 MiB of NAND in 16 KiB blocks of 512-byte pages, the size of the
+// chunks in which the firmware writes.
 constexpr Geometry kGeometries[] = {
     {"nor", {"nor,512K,64K,1", "nor,3M,64K,1", "nor,11776K,64K,1", "nor,1M,64K,1"}},
-    {"nand", {"nand,1M,128K,2048", "nand,8M,128K,2048", "nand,48M,128K,2048", "nand,7M,128K,2048"}},
+    {"nand", {"nand,1M,16K,512", "nand,8M,16K,512", "nand,48M,16K,512", "nand,7M,16K,512"}},
 };
 constexpr size_t kKernelBytes = 0x180000, kRootBytes = 0x600000; // what the factory's images fill
 constexpr time_t kFirmwareTime = 1348028640;                     // 2012-09-19 04:24:00 UTC
@@ -141,27 +142,6 @@ std::string configuration(const NewOptions& o, const std::vector<Partition>& par
     return out;
 }
 
-void write_flash(const Camera& camera, const NewOptions& o)
-{
-    make_folders(camera.path("flash"));
-    auto& parts = camera.partitions();
-    write_file(camera.image(parts[0]), factory_boot(o.factory, parts[0].size));
-    write_file(camera.image(parts[1]), factory_image(kKernelBytes, parts[1].size, 2));
-    write_file(camera.image(parts[2]), factory_image(kRootBytes, parts[2].size, 3));
-    write_file(camera.image(parts[3]), std::string(parts[3].size, '\xff'));
-    ScratchFolder etc;
-    for (const auto& f : factory_settings(o.factory)) {
-        std::string path = etc.path() + f.path.substr(strlen("/etc"));
-        make_folders(fs::path(path).parent_path().string());
-        write_file(path, f.content, f.mode);
-    }
-    // Whenever it is made, the same camera has the same flash: its files are as old as the firmware.
-    const timespec made[2] = {{kFirmwareTime, 0}, {kFirmwareTime, 0}};
-    for (const auto& entry : fs::recursive_directory_iterator(etc.path()))
-        utimensat(AT_FDCWD, entry.path().c_str(), made, AT_SYMLINK_NOFOLLOW);
-    sync_image(camera.image(parts[3]), parts[3], etc.path());
-}
-
 struct BadBlock {
     std::string partition;
     uint64_t block;
@@ -181,6 +161,39 @@ std::vector<BadBlock> bad_blocks(const NewOptions& o, const std::vector<Partitio
                  (unsigned long long)(p.size / p.erase_size));
     }
     return out;
+}
+
+// The factory's programmer leaves bad blocks as they are.
+void write_image(const Camera& camera, const Partition& p, std::string bytes,
+                 const std::vector<BadBlock>& bad)
+{
+    for (const auto& b : bad) {
+        if (b.partition != p.name) continue;
+        bytes.replace(b.block * p.erase_size, p.erase_size, p.erase_size, '\xff');
+        append_file(camera.image(p) + ".bad", text("%llu\n", (unsigned long long)b.block));
+    }
+    write_file(camera.image(p), bytes);
+}
+
+void write_flash(const Camera& camera, const NewOptions& o, const std::vector<BadBlock>& bad)
+{
+    make_folders(camera.path("flash"));
+    auto& parts = camera.partitions();
+    write_image(camera, parts[0], factory_boot(o.factory, parts[0].size), bad);
+    write_image(camera, parts[1], factory_image(kKernelBytes, parts[1].size, 2), bad);
+    write_image(camera, parts[2], factory_image(kRootBytes, parts[2].size, 3), bad);
+    write_image(camera, parts[3], std::string(parts[3].size, '\xff'), bad);
+    ScratchFolder etc;
+    for (const auto& f : factory_settings(o.factory)) {
+        std::string path = etc.path() + f.path.substr(strlen("/etc"));
+        make_folders(fs::path(path).parent_path().string());
+        write_file(path, f.content, f.mode);
+    }
+    // Whenever it is made, the same camera has the same flash: its files are as old as the firmware.
+    const timespec made[2] = {{kFirmwareTime, 0}, {kFirmwareTime, 0}};
+    for (const auto& entry : fs::recursive_directory_iterator(etc.path()))
+        utimensat(AT_FDCWD, entry.path().c_str(), made, AT_SYMLINK_NOFOLLOW);
+    sync_image(camera.image(parts[3]), parts[3], etc.path());
 }
 
 void link_program(const Camera& camera, const std::string& name, const std::string& target)
@@ -259,10 +272,7 @@ int new_main(const Arguments& arguments)
     prepare_folder(folder, o.force);
     write_file(folder + "/camera.conf", configuration(o, parts));
     Camera camera(folder);
-    write_flash(camera, o);
-    for (const auto& b : bad)
-        append_file(camera.path("flash/" + b.partition + ".bad"),
-                    text("%llu\n", (unsigned long long)b.block));
+    write_flash(camera, o, bad);
     write_root(camera, o, pieces);
     write_board(camera, o);
     for (const char* name : {"journal", "syslog", "faults", "mounts", "modules"})

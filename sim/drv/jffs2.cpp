@@ -98,11 +98,12 @@ private:
 
 } // namespace
 
-std::string unpack(const std::string& image_path, uint32_t, const std::string& dir)
+std::string unpack(const std::string& image_path, uint32_t erase_size, const std::string& dir)
 {
     Bytes image;
     std::string error = raw::read_file(image_path, image);
     if (!error.empty()) return error;
+    hide_bad_blocks(image_path, erase_size, image);
     const Log log = scan(image);
     Extractor extractor(log);
     error = extractor.folder(kRoot, dir);

@@ -1,6 +1,7 @@
 // The configuration partition's file system: what a JFFS2 log in a flash image holds, as ordinary
 // files, and back. Little-endian images, as the camera's processor writes them; data compressed with
 // zlib or rtime, stored plainly, or left out as a hole. Any other compressor is an error, not a guess.
+// Bad blocks, listed in the file beside the image, are passed over as the file system driver does it.
 #pragma once
 
 #include <cstdint>

@@ -1,10 +1,12 @@
 // Scanning a JFFS2 log: every node is checked before anything of it is used, so an image of any
 // bytes gives some log and never a stray read.
 #include "sim/drv/jffs2_log.hpp"
+#include "sim/drv/raw.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <sstream>
 
 namespace vcam::jffs2 {
 namespace {
@@ -112,6 +114,20 @@ uint32_t crc32(std::span<const uint8_t> bytes)
     uint32_t c = 0; // starts at zero and is not inverted, unlike the same polynomial elsewhere
     for (uint8_t b : bytes) c = kCrcTable[(c ^ b) & 0xFF] ^ (c >> 8);
     return c;
+}
+
+std::set<uint32_t> hide_bad_blocks(const std::string& image_path, uint32_t erase_size, Bytes& image)
+{
+    std::set<uint32_t> hidden;
+    std::istringstream list(raw::read_text(image_path + ".bad"));
+    for (uint64_t block; list >> block;) {
+        const uint64_t begin = block * erase_size;
+        if (begin >= image.size()) continue;
+        const uint64_t end = std::min<uint64_t>(begin + erase_size, image.size());
+        std::fill(image.begin() + int64_t(begin), image.begin() + int64_t(end), 0);
+        hidden.insert(uint32_t(begin));
+    }
+    return hidden;
 }
 
 Log scan(std::span<const uint8_t> image)

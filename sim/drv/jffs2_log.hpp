@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -55,6 +56,9 @@ struct Room {
 };
 
 [[nodiscard]] uint32_t crc32(std::span<const uint8_t> bytes);
+// Blocks that the list beside the image (its name and ".bad") calls bad hold nothing and take nothing,
+// whatever stands in them: fills them with zeros, neither node nor room. Returns where they begin.
+std::set<uint32_t> hide_bad_blocks(const std::string& image_path, uint32_t erase_size, Bytes& image);
 [[nodiscard]] Log scan(std::span<const uint8_t> image);
 // Blocks that are erased as a whole are handed out last, so that a block is filled before the next.
 [[nodiscard]] std::vector<Room> find_room(std::span<const uint8_t> image, uint32_t erase_size);

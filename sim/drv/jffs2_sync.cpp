@@ -266,13 +266,17 @@ std::string compact(const std::string& path, size_t size, uint32_t erase_size, b
                     const std::string& dir)
 {
     Log log;
-    const Bytes erased(size, 0xFF);
-    Appender out(find_room(erased, erase_size), erase_size, markers);
+    Bytes image(size, 0xFF);
+    const auto bad = hide_bad_blocks(path, erase_size, image);
+    Appender out(find_room(image, erase_size), erase_size, markers);
     std::string error = Updater(log, out).run(dir);
     if (!error.empty()) return path + ": " + error;
-    Bytes image = erased;
     for (const auto& [at, bytes] : out.pieces()) std::copy(bytes.begin(), bytes.end(), image.begin() + at);
-    return write_pieces(path, {{0, image}});
+    std::map<uint32_t, Bytes> blocks;
+    for (uint32_t at = 0; at < size; at += erase_size)
+        if (!bad.contains(at))
+            blocks[at].assign(image.begin() + at, image.begin() + std::min<size_t>(at + erase_size, size));
+    return write_pieces(path, blocks);
 }
 
 // Whether the log marks its erase blocks: NOR flash does, NAND flash does it out of band.
@@ -292,6 +296,7 @@ std::string sync(const std::string& image_path, uint32_t erase_size, const std::
     if (!error.empty()) return error;
     if (erase_size < kPageSize || image.size() < erase_size)
         return image_path + ": smaller than one erase block";
+    hide_bad_blocks(image_path, erase_size, image);
     Log log = scan(image);
     const bool markers = marks_blocks(image);
     Appender out(find_room(image, erase_size), erase_size, markers);

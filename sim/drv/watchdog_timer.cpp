@@ -69,14 +69,15 @@ void feed(bool magic)
     log(magic ? "feed V" : "feed");
 }
 
-int32_t set_timeout(int32_t units)
+bool set_timeout(int32_t units)
 {
     clock::WatchdogState* w = clock::watchdog();
-    if (!w) return units;
-    w->timeout_units = std::clamp(units, kLeastUnits, kMostUnits);
-    if (w->armed == kRunning) restart(*w, clock::now_ns());
+    if (!w) return true;
+    const bool taken = units >= kLeastUnits && units <= kMostUnits;
+    if (taken) w->timeout_units = units;
+    if (taken && w->armed == kRunning) restart(*w, clock::now_ns());
     tell("timeout " + std::to_string(units) + " -> " + std::to_string(w->timeout_units));
-    return w->timeout_units;
+    return taken;
 }
 
 int32_t timeout()

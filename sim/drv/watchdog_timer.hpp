@@ -9,8 +9,9 @@ inline constexpr int64_t kUnit = 2'000'000'000; // the driver counts in two seco
 inline constexpr int32_t kDefaultUnits = 30, kLeastUnits = 1, kMostUnits = 60;
 
 void arm();
-void feed(bool magic);              // magic: a 'V' was in what was written
-int32_t set_timeout(int32_t units); // clamped; gives what is in force, and feeds
+void feed(bool magic); // magic: a 'V' was in what was written
+// False for what the driver does not take; else it is in force, and the watchdog fed.
+bool set_timeout(int32_t units);
 int32_t timeout();
 int32_t units_left();
 // A descriptor of the device was closed: disarms when it was the last one and the magic stands.

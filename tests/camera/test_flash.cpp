@@ -36,7 +36,7 @@ protected:
 
 class NandFlash : public Flash {
 protected:
-    NandFlash() : Flash({"--flash", "nand", "--size", "mtd1=512K", "--bad", "mtd1:1"}) {}
+    NandFlash() : Flash({"--flash", "nand", "--size", "mtd1=64K", "--bad", "mtd1:1"}) {}
 };
 
 } // namespace
@@ -162,15 +162,24 @@ TEST_F(Flash, NandEraseOfNorFlashErasesEveryBlock)
 
 TEST_F(NandFlash, BadBlocksAreSkipped)
 {
-    std::string before = camera.flash(1);
     Outcome run = call({"nand_erase", "/dev/mtd1"});
     EXPECT_EQ(run.out, "[CFlash_Nand_Erase] =================> [/dev/mtd1]\n"
-                       "\rErasing 128 Kibyte @ 0 --  0 % complete."
-                       "\nSkipping bad block at 0x00020000\n"
-                       "\rErasing 128 Kibyte @ 40000 -- 50 % complete."
-                       "\rErasing 128 Kibyte @ 60000 -- 75 % complete.\n= 0\n");
-    EXPECT_EQ(camera.flash(1).substr(0x20000, 0x20000), before.substr(0x20000, 0x20000));
-    EXPECT_EQ(camera.flash(1).substr(0, 0x20000), std::string(0x20000, '\xFF'));
+                       "\rErasing 16 Kibyte @ 0 --  0 % complete."
+                       "\nSkipping bad block at 0x00004000\n"
+                       "\rErasing 16 Kibyte @ 8000 -- 50 % complete."
+                       "\rErasing 16 Kibyte @ c000 -- 75 % complete.\n= 0\n");
+    EXPECT_EQ(camera.flash(1), std::string(64 << 10, '\xFF'));
+}
+
+// The image's last bytes do not fill the chip's smallest write: they are refused, the rest is written.
+TEST_F(NandFlash, AnImageThatEndsInsideAPageLacksItsEnd)
+{
+    ASSERT_EQ(call({"nand_erase", "/dev/mtd1"}).status, 0);
+    EXPECT_EQ(call({"write", "/tmp/file", "/dev/mtd1", "0", "1124"}).out,
+              "[CFlash_NWrite] full_write : /dev/mtd1 : Invalid argument\n= -1\n");
+    EXPECT_EQ(camera.flash(1).substr(0, 1124), file.substr(0, 1024) + std::string(100, '\xFF'));
+    EXPECT_EQ(call({"confirm", "/tmp/file", "/dev/mtd1", "0", "1124"}).out,
+              "[CFlash_Confirm] cmp error : /dev/mtd1 : Input/output error\n= -1\n");
 }
 
 TEST_F(NandFlash, AFailingBadBlockQuestionEndsTheProcess)

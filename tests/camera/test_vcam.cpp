@@ -63,8 +63,9 @@ TEST(Vcam, FlashIsAsLargeAndAsBadAsAsked)
 {
     Camera camera({"--flash", "nand", "--size", "mtd2=16M", "--bad", "mtd2:3", "--bad", "mtd2:7"});
     EXPECT_EQ(camera.flash(2).size(), 16u << 20);
+    EXPECT_EQ(camera.flash(2).substr(7 << 14, 1 << 14), std::string(1 << 14, '\xFF'));
     EXPECT_EQ(read_file(camera.state("flash/mtd2.bad")), "3\n7\n");
-    EXPECT_THAT(read_file(camera.state("camera.conf")), HasSubstr("mtd2=nand,0x1000000,0x20000,2048\n"));
+    EXPECT_THAT(read_file(camera.state("camera.conf")), HasSubstr("mtd2=nand,0x1000000,0x4000,512\n"));
 }
 
 TEST(Vcam, APutFileIsInTheCameraAndNeverBehindALink)
@@ -136,7 +137,7 @@ TEST(Vcam, WrongUseIsOneLineThatNamesIt)
         {"new " + fresh + " --size mtd1=100", 1, "erase blocks"},
         {"new " + fresh + " --size mtd9=1M", 1, "mtd9"},
         {"new " + fresh + " --bad mtd1:3", 1, "NAND"},
-        {"new " + fresh + " --flash nand --bad mtd1:64", 1, "64 blocks"},
+        {"new " + fresh + " --flash nand --bad mtd1:512", 1, "512 blocks"},
         {"new " + fresh + " --colour red", 1, "--colour"},
         {"run " + fresh + " -- true", 125, "vcam new"},
         {"run " + folder, 125, "COMMAND"},

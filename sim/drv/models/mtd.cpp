@@ -2,8 +2,9 @@
 //
 // NOR: a byte can be written whenever its new value only clears bits; a bit that would have to be set
 // makes the chip's program command time out, EIO, with the byte left as the AND of both values. NAND:
-// whole pages only; a page that was not erased takes the AND without a word, so only reading back
-// finds it; bad blocks refuse to be erased or written. Erasing gives 0xFF.
+// only whole parts of a page, as many as the error correction has; what was not erased takes the AND
+// without a word, so only reading back finds it. The kernel refuses to erase a bad block, and leaves it
+// to the chip what becomes of a write to one. Erasing gives 0xFF.
 #include "sim/drv/journal.hpp"
 #include "sim/drv/models/table.hpp"
 #include "sim/drv/raw.hpp"
@@ -25,7 +26,7 @@ namespace {
 
 // The kernel's MTD user interface: request numbers and records, the same in 32 and 64 bits.
 constexpr uint32_t kGetInfo = 0x80204D01, kErase = 0x40084D02, kGetBadBlock = 0x40084D0B,
-                   kErase64 = 0x40104D14;
+                   kSetBadBlock = 0x40084D0C, kErase64 = 0x40104D14;
 constexpr uint8_t kTypeNor = 3, kTypeNand = 4;
 constexpr uint32_t kWriteable = 0x400, kBitWriteable = 0x800;
 
@@ -109,7 +110,7 @@ public:
         const auto known = flash();
         const state::Partition& part = *known;
         if (offset < 0) return -EINVAL;
-        if (offset >= part.size) return size ? -ENOSPC : 0;
+        if (offset >= part.size) return -ENOSPC; // nothing does not fit either
         size = size_t(std::min<int64_t>(int64_t(size), int64_t(part.size) - offset));
         const auto begin = static_cast<const uint8_t*>(data);
         return program(part, uint32_t(offset), std::vector<uint8_t>(begin, begin + size));
@@ -134,6 +135,8 @@ public:
             return info(part, argument);
         case kGetBadBlock:
             return bad_block(part, load<int64_t>(argument));
+        case kSetBadBlock:
+            return writable(fd) ? mark_bad(part, load<int64_t>(argument)) : -EPERM;
         case kErase:
         case kErase64: {
             if (!writable(fd)) return -EPERM;
@@ -221,30 +224,46 @@ private:
     }
     static int bad_block(const state::Partition& part, int64_t offset)
     {
-        if (offset < 0 || offset > part.size) return -EINVAL;
-        if (!part.nand) return -EOPNOTSUPP;
+        if (offset < 0 || offset >= part.size) return -EINVAL;
+        if (!part.nand) return -EOPNOTSUPP; // kernels from 3.3 on answer 0; the camera's is older
         return is_bad(part, uint64_t(offset));
+    }
+    int mark_bad(const state::Partition& part, int64_t offset)
+    {
+        const int known = bad_block(part, offset);
+        if (known != 0) return std::min(known, 0);
+        if (!raw::append(part.image() + ".bad", std::to_string(offset / part.erase_size) + "\n"))
+            return -errno;
+        measure();
+        return 0;
     }
     // Checks as for `length`, and does the first `done` bytes of it.
     int erase(const state::Partition& part, uint64_t start, uint64_t length, uint64_t done)
     {
         if (start >= part.size || length > part.size - start) return -EINVAL;
         if (start % part.erase_size || length % part.erase_size) return -EINVAL;
-        for (uint64_t at = start; at < start + length; at += part.erase_size)
-            if (is_bad(part, at)) return -EIO;
+        uint64_t good = start; // erasing ends at the first bad block
+        while (good < start + length && !is_bad(part, good)) good += part.erase_size;
+        done = std::min(done, good - start);
         const std::lock_guard hold(lock_);
         const raw::Fd image(raw::open(part.image().c_str(), O_RDWR | O_CLOEXEC));
         if (!image) return -errno;
         const std::vector<uint8_t> erased(done, 0xFF);
         if (!raw::pwrite_all(image.get(), erased.data(), erased.size(), int64_t(start))) return -errno;
         stretch_.add("erase", uint32_t(start), uint32_t(done));
-        return 0;
+        return good < start + length ? -EIO : 0;
+    }
+    // Software error correction works on 256 bytes; a page of more than two such steps is written in
+    // quarters at the least, so that no part is programmed more often than the chip allows.
+    static uint32_t smallest_write(const state::Partition& part)
+    {
+        if (!part.nand) return 1;
+        return part.write_size > 512 ? part.write_size / 4 : part.write_size / 2;
     }
     ssize_t program(const state::Partition& part, uint32_t offset, std::vector<uint8_t> bytes)
     {
-        if (part.nand && (offset % part.write_size || bytes.size() % part.write_size)) return -EINVAL;
-        for (uint64_t at = offset; at < offset + bytes.size(); at += part.erase_size)
-            if (is_bad(part, at)) return -EIO;
+        const uint32_t unit = smallest_write(part);
+        if (offset % unit || bytes.size() % unit) return -EINVAL;
         const std::lock_guard hold(lock_);
         const raw::Fd image(raw::open(part.image().c_str(), O_RDWR | O_CLOEXEC));
         if (!image) return -errno;
@@ -302,6 +321,13 @@ public:
         const int64_t end = state::partition(number_).size;
         if (offset >= end) return size ? -ENOSPC : 0;
         return Model::pwrite(fd, data, size_t(std::min<int64_t>(int64_t(size), end - offset)), offset);
+    }
+    int64_t seek(int fd, int64_t offset, int whence) override
+    {
+        const int64_t before = raw::seek(fd, 0, SEEK_CUR), at = Model::seek(fd, offset, whence);
+        if (at <= int64_t(state::partition(number_).size)) return at;
+        Model::seek(fd, before, SEEK_SET);
+        return -EINVAL;
     }
 
 private:

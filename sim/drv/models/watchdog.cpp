@@ -76,7 +76,7 @@ public:
         case kGetBootStatus:
             break;
         case kSetTimeout:
-            value = watchdog::set_timeout(value);
+            if (!watchdog::set_timeout(value)) return -EINVAL;
             break;
         case kGetTimeout:
             value = watchdog::timeout();

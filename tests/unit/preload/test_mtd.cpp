@@ -68,23 +68,43 @@ TEST_F(Mtd, NorOnlyClearsBitsAndErasingSetsThem)
     ::close(fd);
 }
 
-TEST_F(Mtd, NandTakesWholePagesAndAndsThemSilently)
+// Pages of 2 KiB are written in quarters at the least.
+TEST_F(Mtd, NandTakesWholePartsOfAPageAndAndsThemSilently)
+{
+    const int fd = ::open(kNand, O_RDWR);
+    for (size_t refused : {100u, 256u, 612u}) {
+        EXPECT_EQ(put(fd, std::string(refused, 'a')), -1);
+        EXPECT_EQ(errno, EINVAL);
+    }
+    EXPECT_EQ(::pwrite(fd, std::string(512, 'a').data(), 512, 256), -1);
+    EXPECT_EQ(put(fd, std::string(1024, '\x0F')), 1024);
+    ::lseek(fd, 512, SEEK_SET);
+    EXPECT_EQ(put(fd, std::string(512, '\x3C')), 512);
+    EXPECT_EQ(image(2).substr(0, 1025), std::string(512, '\x0F') + std::string(512, '\x0C') + "\xFF");
+    ::close(fd);
+}
+
+// The kernel keeps a bad block from being erased; a write to it is the chip's own business.
+TEST_F(Mtd, ABadBlockIsNotErasedAndEndsAnEraseThatReachesIt)
 {
     test::write(folder / "flash/mtd2.bad", "3\n");
     const int fd = ::open(kNand, O_RDWR);
-    EXPECT_EQ(put(fd, std::string(512, 'a')), -1);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(put(fd, std::string(2048, '\x0F')), 2048);
-    ::lseek(fd, 0, SEEK_SET);
-    EXPECT_EQ(put(fd, std::string(2048, '\x3C')), 2048);
-    EXPECT_EQ(image(2).substr(0, 2049), std::string(2048, '\x0C') + "\xFF");
-    loff_t good = 2 * (16 << 10), bad = 3 * (16 << 10);
+    constexpr uint32_t kBlock = 16 << 10;
+    loff_t good = 2 * kBlock, bad = 3 * kBlock, last = 7 * kBlock, end = 8 * kBlock;
     EXPECT_EQ(::ioctl(fd, MEMGETBADBLOCK, &good), 0);
     EXPECT_EQ(::ioctl(fd, MEMGETBADBLOCK, &bad), 1);
-    EXPECT_EQ(erase(fd, uint32_t(bad), 16 << 10), EIO);
-    ::lseek(fd, bad, SEEK_SET);
-    EXPECT_EQ(put(fd, std::string(2048, 'a')), -1);
-    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(::ioctl(fd, MEMGETBADBLOCK, &end), -1);
+    EXPECT_EQ(errno, EINVAL);
+    const std::string page(512, 'a');
+    for (loff_t at : {good, bad, bad + kBlock}) EXPECT_EQ(::pwrite(fd, page.data(), 512, at), 512);
+    EXPECT_EQ(erase(fd, uint32_t(good), 3 * kBlock), EIO);
+    const std::string now = image(2);
+    EXPECT_EQ(now.substr(size_t(good), 512), std::string(512, '\xFF'));
+    EXPECT_EQ(now.substr(size_t(bad), 512), page);
+    EXPECT_EQ(now.substr(size_t(bad) + kBlock, 512), page);
+    EXPECT_EQ(::ioctl(fd, MEMSETBADBLOCK, &last), 0);
+    EXPECT_EQ(::ioctl(fd, MEMGETBADBLOCK, &last), 1);
+    EXPECT_EQ(test::read(folder / "flash/mtd2.bad"), "3\n7\n");
     ::close(fd);
 }
 
@@ -103,8 +123,10 @@ TEST_F(Mtd, RefusesWhatTheDriverRefuses)
     EXPECT_EQ(::lseek(fd, (256 << 10) + 1, SEEK_SET), -1);
     EXPECT_EQ(::lseek(fd, -2, SEEK_END), (256 << 10) - 2);
     EXPECT_EQ(put(fd, "abc"), 2); // up to the partition's end
-    EXPECT_EQ(put(fd, "c"), -1);
-    EXPECT_EQ(errno, ENOSPC);
+    for (const char* more : {"c", ""}) {
+        EXPECT_EQ(put(fd, more), -1);
+        EXPECT_EQ(errno, ENOSPC);
+    }
     EXPECT_EQ(get(fd, 10), "");
     ::close(fd);
     ::close(reader);

@@ -16,12 +16,14 @@ protected:
         vcamsim_read_watchdog(&w);
         return w;
     }
+    // The units in force after `wanted` was asked for.
     static int units(int fd, int wanted)
     {
         int value = wanted, now = -1;
-        EXPECT_EQ(::ioctl(fd, WDIOC_SETTIMEOUT, &value), 0);
+        const int result = ::ioctl(fd, WDIOC_SETTIMEOUT, &value);
+        EXPECT_TRUE(result == 0 || errno == EINVAL);
         EXPECT_EQ(::ioctl(fd, WDIOC_GETTIMEOUT, &now), 0);
-        EXPECT_EQ(value, now);
+        EXPECT_EQ(value == now, result == 0);
         return now;
     }
     static int open() { return ::open("/dev/watchdog", O_WRONLY); }
@@ -31,7 +33,7 @@ TEST_F(Watchdog, TakesItsTimeoutInUnitsOfTwoSecondsWithinItsLimits)
 {
     const int fd = open();
     for (auto [wanted, kept] :
-         std::initializer_list<std::pair<int, int>>{{15, 15}, {0, 1}, {-5, 1}, {1000, 60}, {1, 1}})
+         std::initializer_list<std::pair<int, int>>{{15, 15}, {0, 15}, {-5, 15}, {60, 60}, {61, 60}, {1, 1}})
         EXPECT_EQ(units(fd, wanted), kept);
     units(fd, 2);
     ::usleep(3'900'000); // two units are four seconds

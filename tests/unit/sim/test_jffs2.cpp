@@ -171,6 +171,29 @@ TEST_F(Jffs2, AFullLogIsCompactedAndAnOverfullOneStaysAsItWas)
     EXPECT_EQ(read(image), before);
 }
 
+// Flash of 16 KiB blocks of which the third is bad: what an image has there is lost, and nothing new
+// goes there, not even when the log is written afresh.
+TEST_F(Jffs2, ABadBlockHoldsNothingAndTakesNothing)
+{
+    constexpr uint32_t kSmall = 16 << 10;
+    write(source + "/first", noise(100, 1));
+    write(source + "/large", noise(60000, 2));
+    make("-l -n -e 16KiB", 256 << 10);
+    write(image + ".bad", "2\n");
+    const std::string bad = read(image).substr(2 * kSmall, kSmall);
+    unpacked(kSmall);
+    EXPECT_EQ(read(out + "/first"), noise(100, 1));
+    EXPECT_NE(read(out + "/large"), noise(60000, 2));
+    fs::remove(out + "/large");
+    for (unsigned i = 0; i < 20; ++i) {
+        write(out + "/log", noise(20000, i));
+        const auto wanted = tree(out);
+        ASSERT_EQ(jffs2::sync(image, kSmall, out), "") << i;
+        EXPECT_EQ(unpacked(kSmall), wanted) << i;
+        EXPECT_EQ(read(image).substr(2 * kSmall, kSmall), bad);
+    }
+}
+
 TEST_F(Jffs2, ErasedFlashIsAnEmptyFolderAndTakesATree)
 {
     fill();
