@@ -75,7 +75,7 @@ protected:
 TEST_F(Fwpkg, BuildsTheSamePackageEveryTimeAndTakesItApartAgain)
 {
     for (std::string version : {"1", "3"}) {
-        std::string build = " --version " + version + " uImage rootfs jffs2";
+        std::string build = " --page-size 1 --version " + version + " uImage rootfs jffs2";
         ASSERT_EQ(fwpkg("build -o one" + build).output, "");
         ASSERT_EQ(fwpkg("build -o two" + build).status, 0);
         EXPECT_EQ(read_file(dir / "one"), read_file(dir / "two"));
@@ -91,18 +91,21 @@ TEST_F(Fwpkg, BuildsTheSamePackageEveryTimeAndTakesItApartAgain)
 
 TEST_F(Fwpkg, PadsEachImageWithErasedBytesToWholePages)
 {
-    ASSERT_EQ(fwpkg("build -o nand --page-size 2048 uImage rootfs jffs2").status, 0);
-    EXPECT_EQ(fwpkg("check nand").status, 0);
-    ASSERT_EQ(fwpkg("extract -d out nand").status, 0);
-    EXPECT_EQ(read_file(dir / "out/flash2.img"),
-              std::string(5000, 'r') + std::string(3 * 2048 - 5000, '\xFF'));
-    EXPECT_EQ(fs::file_size(dir / "out/flash1.img") % 2048, 0u);
+    for (auto [option, page] : {std::pair<const char*, size_t>{"", 512}, {"--page-size 2048", 2048}}) {
+        ASSERT_EQ(fwpkg(std::string("build -o nand ") + option + " uImage rootfs jffs2").status, 0);
+        EXPECT_EQ(fwpkg("check nand").status, 0);
+        ASSERT_EQ(fwpkg("extract --force -d out nand").status, 0);
+        EXPECT_EQ(read_file(dir / "out/flash2.img"),
+                  std::string(5000, 'r') + std::string(page - 5000 % page, '\xFF'));
+        EXPECT_EQ(fs::file_size(dir / "out/flash1.img") % page, 0u);
+        EXPECT_EQ(read_file(dir / "out/flash3.img"), read_file(dir / "jffs2")); // whole pages already
+    }
     EXPECT_EQ(fwpkg("build -o x --page-size 1000 uImage rootfs jffs2").status, 2);
 }
 
 TEST_F(Fwpkg, RefusalsNamePlaceFoundAndExpected)
 {
-    ASSERT_EQ(fwpkg("build -o good uImage rootfs jffs2").status, 0);
+    ASSERT_EQ(fwpkg("build -o good --page-size 1 uImage rootfs jffs2").status, 0);
     std::string good = read_file(dir / "good");
     auto refusal = [&](size_t at, const std::string& bytes, const std::string& options = "") {
         write_file(dir / "bad", std::string(good).replace(at, bytes.size(), bytes));
@@ -129,7 +132,7 @@ TEST_F(Fwpkg, RefusalsNamePlaceFoundAndExpected)
 
 TEST_F(Fwpkg, ShowsTheDevicesOwnLogLinesWhenAsked)
 {
-    ASSERT_EQ(fwpkg("build -o good --marker OEM1 uImage rootfs jffs2").status, 0);
+    ASSERT_EQ(fwpkg("build -o good --page-size 1 --marker OEM1 uImage rootfs jffs2").status, 0);
     EXPECT_EQ(fwpkg("check --log --marker OEM1-and-more good").output,
               "device log: CHECK MAGIC_NUMBER : 314d454f vs 314d454f\n"
               "device log: CHECK VERSION : 1 vs 1\n"
@@ -138,11 +141,11 @@ TEST_F(Fwpkg, ShowsTheDevicesOwnLogLinesWhenAsked)
 
 TEST_F(Fwpkg, BuildsNothingThatADeviceWouldRefuseUnlessForced)
 {
-    Outcome outcome = fwpkg("build -o bad rootfs rootfs jffs2");
+    Outcome outcome = fwpkg("build -o bad --page-size 1 rootfs rootfs jffs2");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.output, HasSubstr("a device would refuse it: kernel image magic at offset 20"));
     EXPECT_FALSE(fs::exists(dir / "bad"));
-    EXPECT_EQ(fwpkg("build --force -o bad rootfs rootfs jffs2").status, 0);
+    EXPECT_EQ(fwpkg("build --page-size 1 --force -o bad rootfs rootfs jffs2").status, 0);
     EXPECT_EQ(fs::file_size(dir / "bad"), 20u + 5000 + 5000 + 65536);
     for (auto& entry : fs::directory_iterator(dir))
         EXPECT_THAT(entry.path().filename().string(), testing::Not(StartsWith("bad."))) << "left behind";
@@ -151,7 +154,7 @@ TEST_F(Fwpkg, BuildsNothingThatADeviceWouldRefuseUnlessForced)
 // Python's parser is the judge of the JSON; the image name holds quotes on purpose.
 TEST_F(Fwpkg, InfoAsJsonCanBeReadByOthers)
 {
-    ASSERT_EQ(fwpkg("build -o good uImage rootfs jffs2").status, 0);
+    ASSERT_EQ(fwpkg("build -o good --page-size 1 uImage rootfs jffs2").status, 0);
     Outcome outcome =
         shell(FWPKG " info --json good | python3 -c '"
                     "import json, sys, zlib; p = json.load(sys.stdin); raw = open(\"good\", \"rb\").read()\n"
@@ -180,7 +183,7 @@ TEST_F(Fwpkg, WrongUsageAndUnreadableFilesEndWithTwo)
 
 TEST_F(Fwpkg, ExtractReplacesNothingUnlessForced)
 {
-    ASSERT_EQ(fwpkg("build -o good uImage rootfs jffs2").status, 0);
+    ASSERT_EQ(fwpkg("build -o good --page-size 1 uImage rootfs jffs2").status, 0);
     write_file(dir / "flash2.img", "mine");
     EXPECT_EQ(fwpkg("extract good").status, 2);
     EXPECT_EQ(read_file(dir / "flash2.img"), "mine");

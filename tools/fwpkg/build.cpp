@@ -21,7 +21,7 @@ struct BuildOptions {
     std::string output;
     std::string marker = "3510";
     int version = 1;
-    int64_t page = 1;
+    int64_t page = 512; // the applets write in chunks of this size, and NAND refuses a part of a page
     bool force = false;
 };
 
