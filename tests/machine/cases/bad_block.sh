@@ -1,0 +1,17 @@
+title="an upgrade passes over bad blocks: told, not erased, the rest as ever"
+ends=123
+. "$here/upgraded.sh"
+# Blocks 3 of /dev/mtd1, inside the image, and 40 of /dev/mtd3, behind it, are bad.
+options=(-n badblocks=67,232)
+prepare() { old_camera "$work/firmware/pkg"; }
+board() {
+    furnish
+    upgrade_here
+}
+judge() {
+    upgraded
+    printf '\n/dev/mtd%d: MTD Erase failure: Input/output error\n' 1 3 > "$out/expected"
+    same_file errors "$out/expected" "$out/errors"
+    as_in_the_camera "" mtd1:3 --bad mtd1:3 --bad mtd3:40
+    flash_as_in_the_camera mtd1 mtd2
+}

@@ -1,0 +1,18 @@
+title="a bad block under the settings image costs what stood in it, as in the virtual camera"
+ends=123
+. "$here/upgraded.sh"
+options=(-n badblocks=197) # block 5 of /dev/mtd3
+prepare() { old_camera "$work/firmware/pkg"; }
+board() {
+    furnish
+    upgrade_here
+}
+judge() {
+    upgraded_flash
+    cmp -s "$work/firmware/etc/large" "$out/etc/large" && wrong "/etc/large came out of a bad block"
+    for file in network/network.conf release tcp_server.conf; do
+        [ -s "$out/etc/$file" ] || wrong "/etc/$file is missing"
+    done
+    as_in_the_camera "" "" --bad mtd3:5
+    flash_as_in_the_camera mtd1 mtd2
+}

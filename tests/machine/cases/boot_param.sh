@@ -1,0 +1,17 @@
+title="get_boot_param reads the boot environment in /dev/mtd0"
+prepare() {
+    printf 'CRC4bootdelay=1\0ethaddr=00:1c:b8:01:02:03\0serial_no=A12345\0product_code=P-9\0\0' > "$root/tmp/env"
+}
+board() {
+    dd if=/tmp/env of=/dev/mtdblock0 bs=16k seek=16 conv=fsync 2> /dev/null
+    get_boot_param $out/parameters > $out/console
+}
+judge() {
+    printf 'MAC=00:1c:b8:01:02:03\nSERIAL_NO=A12345\nPRODUCT_CODE=P-9\n' > "$out/expected"
+    same_file "parameter file" "$out/expected" "$out/parameters"
+    local green=$'\033[1;32m' end=$'\n\033[0;39m'
+    for line in "GET BOOT PARAM" "    MAC [00:1c:b8:01:02:03]" "    SERIAL_NO [A12345]" "    PRODUCT_CODE [P-9]"; do
+        printf '%s%s%s' "$green" "$line" "$end"
+    done > "$out/expected"
+    same_file console "$out/expected" "$out/console"
+}

@@ -1,0 +1,97 @@
+# Gets the emulated machine's kernel and its busybox, sourced by board.sh. Both are Debian armhf
+# packages, had through a private apt directory: the architectures, package lists and installed
+# packages of this machine stay as they are.
+#
+# $cache      where they are kept: ready, boot/, lib/modules/, bin/busybox
+# $MACHINE_DEBS   a directory holding both .deb files, in place of the download
+# shellcheck shell=bash
+
+# An apt configuration that touches nothing outside $1. Where this machine's package lists tell the
+# address of the release's main list, only that is read: lists of updates or of other vendors, which
+# may lack a foreign architecture, then cannot fail.
+private_apt() {
+    local apt=$1 codename sign=""
+    mkdir -p "$apt/lists/partial" "$apt/archives/partial" "$apt/none" || return 1
+    : > "$apt/status"
+    cat > "$apt/apt.conf" << END
+APT::Architecture "armhf";
+#clear APT::Architectures;
+APT::Architectures { "armhf"; };
+APT::Sandbox::User "root";
+Dir::State "$apt";
+Dir::State::lists "$apt/lists/";
+Dir::State::status "$apt/status";
+Dir::Cache "$apt";
+Dir::Cache::archives "$apt/archives/";
+Dir::Etc::Preferences "/dev/null";
+Dir::Etc::PreferencesParts "$apt/none";
+Acquire::Languages "none";
+#clear APT::Update::Pre-Invoke;
+#clear APT::Update::Post-Invoke;
+#clear APT::Update::Post-Invoke-Success;
+#clear DPkg::Post-Invoke;
+END
+    [ -f /usr/share/keyrings/debian-archive-keyring.gpg ] &&
+        sign="[signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] "
+    codename=$(. /etc/os-release && echo "${VERSION_CODENAME:-}")
+    apt-get indextargets --format '$(CREATED_BY) $(ORIGIN) $(RELEASE) $(COMPONENT) $(REPO_URI)' 2> /dev/null |
+        awk -v c="$codename" -v s="$sign" \
+            '$1 == "Packages" && $2 == "Debian" && $3 == c && $4 == "main" { print "deb " s $5 " " $3 " main" }' |
+        sort -u > "$apt/sources.list"
+    [ -s "$apt/sources.list" ] || return 0 # no lists here: the sources are read as they are
+    printf '%s\n' "Dir::Etc::SourceList \"$apt/sources.list\";" \
+        "Dir::Etc::SourceParts \"$apt/none\";" >> "$apt/apt.conf"
+}
+
+fetch_debs() {
+    local to=$1 conf=$cache/apt/apt.conf image
+    private_apt "$cache/apt" || return 1
+    # A list that fails matters only when the packages are then not found.
+    apt-get -c "$conf" -qq update >&2 || echo "board: some package lists failed, going on" >&2
+    image=$(apt-cache -c "$conf" depends linux-image-armmp 2> /dev/null |
+        sed -n 's/^ *Depends: \(linux-image-[^ :]*\).*/\1/p' | head -n 1)
+    [ -n "$image" ] || { echo "board: no armhf kernel in the package lists" >&2; return 1; }
+    (cd "$to" && apt-get -c "$conf" -qq download "$image" busybox-static >&2)
+}
+
+# Half of a boot would go into the kernel unpacking itself under emulation. This unpacks file $1
+# into $2 instead, behind the 64-byte boot image header that tells the emulator where the kernel
+# expects to run: 0x208000 above the start of memory for the set of chips that Debian builds it for.
+unpack_kernel() {
+    local at size load='\x40\x20\x80\x00'
+    for at in $(grep -aboF $'\xfd7zXZ' "$1" | cut -d: -f1); do
+        tail -c +$((at + 1)) "$1" | xz -d -c --single-stream > "$2.raw" 2> /dev/null
+        [ "${PIPESTATUS[1]}" = 0 ] && break
+    done
+    size=$(stat -c %s "$2.raw" 2> /dev/null) && [ "$size" -gt 4000000 ] || return 1
+    {
+        printf '\x27\x05\x19\x56\0\0\0\0\0\0\0\0'
+        printf "$(printf '\\x%02x' $((size >> 24)) $((size >> 16 & 255)) $((size >> 8 & 255)) $((size & 255)))"
+        printf "$load$load"'\0\0\0\0\x05\x02\x02\0'
+        head -c 32 /dev/zero
+        cat "$2.raw"
+    } > "$2"
+    rm -f "$2.raw"
+}
+
+# Unpacks both packages into a folder that takes its name only when it is whole.
+unpack_debs() {
+    local debs=$1 deb new=$cache/new.$$
+    rm -rf "$new" && mkdir -p "$new" || return 1
+    for deb in "$debs"/linux-image-*-armmp_*.deb "$debs"/busybox-static_*.deb; do
+        [ -f "$deb" ] || { echo "board: $deb is missing" >&2; return 1; }
+        case $deb in
+        */busybox*) dpkg-deb --fsys-tarfile "$deb" | tar -x -C "$new" ./bin/busybox || return 1 ;;
+        *) dpkg-deb --fsys-tarfile "$deb" | tar -x -C "$new" ./boot ./lib/modules || return 1 ;;
+        esac
+    done
+    rm -rf "$cache/sys" && mv "$new" "$cache/sys"
+}
+
+# Leaves $cache/sys/{boot,lib,bin}.
+prepare_sys() {
+    local debs=${MACHINE_DEBS:-$cache/debs}
+    [ -z "${MACHINE_DEBS:-}" ] || { unpack_debs "$debs"; return; }
+    rm -rf "$debs" && mkdir -p "$debs" && fetch_debs "$debs" && unpack_debs "$debs" || return 1
+    rm -rf "$debs" "$cache/apt/lists"
+}

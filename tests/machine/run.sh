@@ -1,0 +1,129 @@
+#!/bin/bash
+# The tests on the emulated machine, one verdict line each: every file in cases/ is one test.
+#
+#   run.sh ZEP ACTOR QUESTIONS HOST_BUILD [NAME...]
+#
+#   ZEP         the camera's executable
+#   ACTOR QUESTIONS   the tests' own programs for the machine
+#   HOST_BUILD  build folder with fwpkg, vcam and the questions for this side
+#
+# A case is a title and the functions `prepare` (here: fills $root, the machine's extra files),
+# `board` (there) and `judge` (here: looks at $out, what came back). Each boots a machine of its own.
+set -u -o pipefail
+export LC_ALL=C.UTF-8
+
+here=$(cd "${BASH_SOURCE[0]%/*}" && pwd)
+zep=$(realpath "$1") actor=$(realpath "$2") questions=$(realpath "$3") host=$(realpath "$4")
+shift 4
+fwpkg=$host/tools/fwpkg vcam=$host/sim/box/vcam
+export PATH=$PATH:/usr/sbin
+
+work=$(mktemp -d "${TMPDIR:-/tmp}/machine.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+
+if [ -t 1 ]; then green=$'\033[32m' red=$'\033[31m' plain=$'\033[0m'; else green='' red='' plain=''; fi
+
+. "$here/firmware.sh"
+
+# --- what a case may use ----------------------------------------------------------
+
+options=() # of board.sh
+ends=0     # the status that board.sh shall end with; 123 is a reset
+
+# Failures go to $work of the case, its verdict counts them.
+wrong() { echo "$*" >> "$out/../failures"; }
+
+equal() { # WHAT EXPECTED FOUND
+    [ "$2" = "$3" ] || wrong "$1: expected '$2', found '$3'"
+}
+same_file() { # WHAT EXPECTED FOUND
+    local differ
+    differ=$(diff -u "$2" "$3" 2>&1 | head -n 30) || wrong "$1:"$'\n'"$differ"
+}
+same_bytes() { # WHAT EXPECTED FOUND [BYTES]
+    local differ
+    differ=$(cmp ${4:+-n "$4"} "$2" "$3" 2>&1) || wrong "$1: $differ"
+}
+between() { # WHAT LOW HIGH FOUND
+    [ "$4" -ge "$2" ] && [ "$4" -le "$3" ] 2> /dev/null || wrong "$1: '$4' is not in $2..$3"
+}
+# The partition holds the image and is erased behind it.
+flashed() { # PARTITION IMAGE
+    local size rest
+    size=$(stat -c %s "$2")
+    same_bytes "/dev/$1" "$2" "$out/$1" "$size"
+    rest=$(tail -c +$((size + 1)) "$out/$1" | tr -d '\377' | wc -c)
+    equal "bytes of /dev/$1 behind the image that are not erased" 0 "$rest"
+}
+
+# --- one test -----------------------------------------------------------------------
+
+write_script() {
+    {
+        cat "$here/guest.sh"
+        declare -f board
+        echo board
+    } > "$1"
+}
+
+run_case() {
+    local name=$1 dir=$work/$1 status started=$SECONDS
+    root=$dir/root out=$dir/out
+    mkdir -p "$root/board" "$root/tmp" "$out"
+    : > "$dir/failures"
+    . "$here/cases/$name.sh"
+    cp "$actor" "$root/board/actor"
+    cp "$questions" "$root/board/questions"
+    cp "$here/keep.sh" "$root/board/keep.sh"
+    prepare
+    write_script "$dir/script"
+    "$here/board.sh" "${options[@]}" -o "$out" "$zep" "$root" "$dir/script" > "$dir/console" 2> "$dir/errors"
+    status=$?
+    equal "how it ended" "$ends" "$status"
+    judge
+    echo "$title" > "$dir/title"
+    echo $((SECONDS - started)) > "$dir/seconds"
+}
+
+verdict() {
+    local name=$1 dir=$work/$1
+    if [ -f "$dir/seconds" ] && [ ! -s "$dir/failures" ]; then
+        printf '%sok%s    %-18s %s (%s s)\n' "$green" "$plain" "$name" "$(cat "$dir/title")" "$(cat "$dir/seconds")"
+        return
+    fi
+    printf '%sFAIL%s  %s\n' "$red" "$plain" "$name"
+    cat "$dir"/{failures,console,errors} 2> /dev/null | sed 's/^/        /' | head -n 80
+    return 1
+}
+
+# --- all of them, two at a time ---------------------------------------------------------
+
+names=("$@")
+if [ ${#names[@]} = 0 ]; then
+    for case in "$here"/cases/*.sh; do case=${case##*/}; names+=("${case%.sh}"); done
+fi
+for name in "${names[@]}"; do
+    [ -f "$here/cases/$name.sh" ] || { echo "machine: no test '$name'; there are: $(ls "$here/cases" | sed 's/\.sh$//' | xargs)" >&2; exit 2; }
+done
+"$here/board.sh" --prepare || exit 1
+make_firmware || { echo "machine: the tests' firmware cannot be made" >&2; exit 1; }
+
+running=() failed=0
+settle() { # waits for the oldest test and tells its verdict
+    local first=${running[0]}
+    wait "${first%% *}"
+    verdict "${first#* }" || failed=$((failed + 1))
+    running=("${running[@]:1}")
+}
+for name in "${names[@]}"; do
+    (run_case "$name") &
+    running+=("$! $name")
+    [ ${#running[@]} -lt 2 ] || settle
+done
+while [ ${#running[@]} -gt 0 ]; do settle; done
+
+if [ $failed != 0 ]; then
+    echo "machine: $failed of ${#names[@]} tests failed"
+    exit 1
+fi
+echo "machine: ${#names[@]} tests passed in $SECONDS s"
