@@ -13,7 +13,6 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -24,17 +23,23 @@ using zep::Steps;
 constexpr size_t kBlock = 64 * 1024;
 constexpr size_t kAlign = 4096; // what O_DIRECT wants on every file system in use
 constexpr int64_t kMaxMiB = 1024;
+// A medium that is slower than this fails, so that no test lasts for ever.
+constexpr int64_t kStartMs = 60'000, kMsPerBlock = 250; // 256 KiB/s after the first minute
+
+constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE};
 
 // The file under test; a signal handler must know it, so it is the process's.
 struct State {
     char path[128] = "";
+    volatile sig_atomic_t created = 0; // ours: nobody else's file of that name is touched
 };
 constinit State state;
 
 void remove_and_end(int signal_number)
 {
-    unlink(state.path);
-    _exit(128 + signal_number);
+    if (state.created) unlink(state.path);
+    signal(signal_number, SIG_DFL);
+    raise(signal_number); // comes when the handler has returned
 }
 
 // The file goes away on every path, a termination signal included.
@@ -45,15 +50,32 @@ public:
         snprintf(state.path, sizeof state.path, "%s/.factory_test_%d", folder, int(getpid()));
         struct sigaction action = {};
         action.sa_handler = remove_and_end;
-        for (int s : {SIGINT, SIGTERM, SIGHUP}) sigaction(s, &action, nullptr);
+        for (int s : kEndingSignals) sigaction(s, &action, nullptr);
+        signal(SIGXFSZ, SIG_IGN); // a file that may not grow is a write that fails
     }
     ~TestFile()
     {
-        unlink(state.path);
-        for (int s : {SIGINT, SIGTERM, SIGHUP}) signal(s, SIG_DFL);
+        if (state.created) unlink(state.path);
+        for (int s : kEndingSignals) signal(s, SIG_DFL);
+        signal(SIGXFSZ, SIG_DFL);
     }
     TestFile(const TestFile&) = delete;
     TestFile& operator=(const TestFile&) = delete;
+
+    // A signal between the file's making and the note of it would leave the file behind.
+    static zep::Fd create()
+    {
+        sigset_t all;
+        sigset_t before;
+        sigfillset(&all);
+        sigprocmask(SIG_BLOCK, &all, &before);
+        zep::Fd fd(open(state.path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+        int e = errno;
+        state.created = bool(fd);
+        sigprocmask(SIG_SETMASK, &before, nullptr);
+        errno = e;
+        return fd;
+    }
 };
 
 // Pseudo-random words (xorshift32, Marsaglia 2003), so that no two blocks are alike.
@@ -100,17 +122,36 @@ bool refuse(const Steps& steps, const char* what)
     return false;
 }
 
-// Another file system than its parent's: something is mounted there.
+// The kernel's list has a line for each mount: what, where, and more.
+bool in_mount_list(const char* folder)
+{
+    FILE* list = fopen("/proc/mounts", "re");
+    if (!list) return false;
+    char* line = nullptr;
+    size_t room = 0;
+    bool found = false;
+    while (!found && getline(&line, &room, list) > 0) {
+        const char* where = strchr(line, ' ');
+        size_t length = where ? strcspn(++where, " ") : 0;
+        found = length == strlen(folder) && memcmp(where, folder, length) == 0;
+    }
+    free(line);
+    fclose(list);
+    return found;
+}
+
 bool is_mount_point(const char* folder, const Steps& steps)
 {
-    char parent[64];
-    snprintf(parent, sizeof parent, "%s/..", folder);
-    struct stat own = {};
-    struct stat above = {};
-    if (stat(folder, &own) < 0 || stat(parent, &above) < 0) return refuse(steps, folder);
-    if (own.st_dev != above.st_dev) return true;
+    if (in_mount_list(folder)) return true;
     steps.say("%s : nothing is mounted : failed\n", folder);
     return false;
+}
+
+bool too_slow(const char* what, const Stopwatch& watch, int64_t blocks, const Steps& steps)
+{
+    if (watch.ms() <= kStartMs + kMsPerBlock * blocks) return false;
+    steps.say("%s : too slow : failed\n", what);
+    return true;
 }
 
 bool has_room(const char* folder, int64_t bytes, const Steps& steps)
@@ -150,13 +191,14 @@ bool read_whole(int fd, uint8_t* data, size_t size)
 
 bool write_file(int64_t bytes, const Steps& steps)
 {
-    zep::Fd fd(open(state.path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    zep::Fd fd = TestFile::create();
     if (!fd) return refuse(steps, "create");
     Stopwatch watch;
     Pattern pattern;
     for (int64_t done = 0; done < bytes; done += kBlock) {
         pattern.fill(buffers.wanted, kBlock);
         if (!write_whole(fd.get(), buffers.wanted, kBlock)) return refuse(steps, "write");
+        if (too_slow("write", watch, done / int64_t(kBlock), steps)) return false;
     }
     if (fsync(fd.get()) < 0) return refuse(steps, "sync");
     // What stays in the page cache would be compared with itself.
@@ -165,10 +207,11 @@ bool write_file(int64_t bytes, const Steps& steps)
     return true;
 }
 
-// Past the page cache where the file system can.
+// Past the page cache where the file system can; some open such a file and then refuse to read it.
 zep::Fd open_for_reading()
 {
     zep::Fd fd(open(state.path, O_RDONLY | O_CLOEXEC | O_DIRECT));
+    if (fd && pread(fd.get(), buffers.seen, kBlock, 0) < 0) fd.reset();
     if (!fd) fd.reset(open(state.path, O_RDONLY | O_CLOEXEC));
     return fd;
 }
@@ -182,6 +225,7 @@ bool compare_file(int64_t bytes, const Steps& steps)
     for (int64_t done = 0; done < bytes; done += kBlock) {
         pattern.fill(buffers.wanted, kBlock);
         if (!read_whole(fd.get(), buffers.seen, kBlock)) return refuse(steps, "read");
+        if (too_slow("read", watch, done / int64_t(kBlock), steps)) return false;
         if (memcmp(buffers.wanted, buffers.seen, kBlock) == 0) continue;
         steps.say("compare : difference in the 64 KiB at %lld : failed\n", static_cast<long long>(done));
         return false;

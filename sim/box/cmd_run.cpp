@@ -1,6 +1,7 @@
 // vcam run, shell, exec: a command in the camera.
 #include "sim/box/camera.hpp"
 #include "sim/box/commands.hpp"
+#include "sim/box/link.hpp"
 #include "sim/box/mark.hpp"
 #include "sim/box/options.hpp"
 #include "sim/box/pieces.hpp"
@@ -28,6 +29,8 @@ struct RunOptions {
     std::vector<std::pair<std::string, std::string>> init; // options that pid 1 takes
     std::vector<std::string> environment;
     std::vector<Bind> binds;
+    std::vector<Medium> media;
+    std::string neighbour;
     bool realtime = false, verbose = false, no_preload = false, no_mark = false;
 };
 
@@ -54,6 +57,10 @@ std::vector<Option> option_table(RunOptions& o)
         {"--bind-rw", "HOST[:INSIDE]", "the same, writable",
          [&](auto& v) { o.binds.push_back(parse_bind(v, true)); }},
         {"--env", "NAME=VALUE", "an environment variable", [&](auto& v) { o.environment.push_back(v); }},
+        {"--link", "ADDRESS", "an interface eth0, and a neighbour of that address on its wire",
+         [&](auto& v) { check_link(v), o.neighbour = v; }},
+        {"--medium", "SLOT=SIZE[,ro]", "a medium in the slot sd or usb, on /mnt/sd or /mnt/usb",
+         [&](auto& v) { o.media.push_back(parse_medium(v)); }},
         {"--realtime", nullptr, "sleeps take their time", [&](auto&) { o.realtime = true; }},
         {"--no-preload", nullptr, "without the simulated drivers", [&](auto&) { o.no_preload = true; }},
         {"--no-mark", nullptr, "keep what vcam diff compares with", [&](auto&) { o.no_mark = true; }},
@@ -92,7 +99,7 @@ std::vector<std::string> environment(const Camera& camera, const RunOptions& o)
 
 SandboxPlan plan(const Camera& camera, const RunOptions& o, const Arguments& command)
 {
-    SandboxPlan p{o.binds, {"/sbin/init"}, environment(camera, o)};
+    SandboxPlan p{o.binds, {"/sbin/init"}, environment(camera, o), o.neighbour, o.media};
     for (const auto& line : split(read_file(camera.path("camera.conf")), '\n'))
         if (starts_with(line, "daemon=")) p.arguments.insert(p.arguments.end(), {"--daemon", line.substr(7)});
     for (const auto& [name, value] : o.init) p.arguments.insert(p.arguments.end(), {name, value});

@@ -1,5 +1,6 @@
 // The sandbox: namespaces, id maps and rights. The root is put together in sandbox_root.cpp.
 #include "sim/box/sandbox.hpp"
+#include "sim/box/link.hpp"
 #include "sim/box/sandbox_root.hpp"
 #include "sim/box/text.hpp"
 
@@ -89,6 +90,7 @@ void become_init(const Camera& camera, const Pieces& pieces, const SandboxPlan& 
     loopback_up();
     sethostname("camera", 6);
     build_root(camera, pieces, plan);
+    if (!plan.neighbour.empty()) make_link(plan.neighbour);
     if (!user_namespace) drop_dangerous_rights();
     close_range(3, ~0u, CLOSE_RANGE_CLOEXEC);
     execve("/sbin/vcam-guest", pointers(plan.arguments).data(), pointers(plan.environment).data());

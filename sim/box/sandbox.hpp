@@ -24,10 +24,22 @@ struct Bind {
 // HOST[:INSIDE]; without INSIDE the file appears as /run/bin/<name>. Throws.
 Bind parse_bind(const std::string& words, bool writable);
 
+// A storage medium in a slot: a file system of its own in memory, gone with the run.
+struct Medium {
+    std::string slot; // "sd" or "usb", mounted on /mnt/sd or /mnt/usb
+    uint64_t size = 0;
+    bool read_only = false;
+};
+
+// SLOT=SIZE[,ro], as "sd=16M". Throws.
+Medium parse_medium(const std::string& words);
+
 struct SandboxPlan {
     std::vector<Bind> binds;
     std::vector<std::string> arguments;   // of pid 1, its name first
     std::vector<std::string> environment; // of pid 1
+    std::string neighbour;                // address of the host at the other end of eth0; empty: none
+    std::vector<Medium> media;
 };
 
 // Starts pid 1 and returns its number on the host; throws where no namespace can be had. What

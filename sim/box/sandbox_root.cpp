@@ -88,6 +88,7 @@ public:
         devices();
         process_files();
         etc();
+        for (const auto& m : plan_.media) medium(m);
         enter();
     }
 
@@ -159,6 +160,14 @@ private:
                   text("mode=755,size=%llu", (unsigned long long)p.size).c_str());
     }
 
+    void medium(const Medium& m)
+    {
+        const std::string place = root_ + "/mnt/" + m.slot;
+        make_folders(place);
+        try_mount("/dev/" + m.slot, place, "tmpfs", MS_NOSUID | MS_NODEV | (m.read_only ? MS_RDONLY : 0),
+                  text("mode=755,size=%llu", (unsigned long long)m.size).c_str());
+    }
+
     void enter()
     {
         if (chdir(root_.c_str()) < 0 || syscall(SYS_pivot_root, ".", ".") < 0)
@@ -186,6 +195,16 @@ Bind parse_bind(const std::string& words, bool writable)
     if (colon != std::string::npos) out.inside = words.substr(colon + 1);
     if (!starts_with(out.inside, "/")) fail("cannot bind at '%s': not an absolute path", out.inside.c_str());
     return out;
+}
+
+Medium parse_medium(const std::string& words)
+{
+    const auto parts = split(words, '=');
+    const auto sizes = split(parts.size() == 2 ? parts[1] : "", ',');
+    const bool slot = parts[0] == "sd" || parts[0] == "usb";
+    if (!slot || sizes.size() > 2 || (sizes.size() == 2 && sizes[1] != "ro"))
+        fail("--medium %s: write it as sd=16M, usb=64M or sd=16M,ro", words.c_str());
+    return {parts[0], parse_size(sizes[0], "--medium"), sizes.size() == 2};
 }
 
 void build_root(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan)

@@ -15,7 +15,8 @@ struct Libs : testing::Test {
 
     Outcome inside(const std::string& filter)
     {
-        Outcome run = camera.run({kInside, "--gtest_filter=" + filter}, {"--bind", INSIDE_LIBS});
+        Outcome run = camera.run({kInside, "--gtest_filter=" + filter},
+                                 {"--bind", INSIDE_LIBS, "--bind", "/usr/sbin/chronyd"});
         EXPECT_EQ(run.status, 0) << run.out << run.err;
         return run;
     }
@@ -37,7 +38,7 @@ const Lines kSteps = {"umount /mnt/sd/", "umount /mnt/usb/", "ifconfig rausb0 do
 
 TEST_F(Libs, FixedPathsPortsAndProcessNumbers)
 {
-    Outcome run = inside("-WatchdogMissing.*:Proc.ListMessages");
+    Outcome run = inside("-WatchdogMissing.*:Rtc?*.*:Proc.ListMessages");
     EXPECT_THAT(run.of("watchdog"),
                 ElementsAre("open, timeout 30", "timeout 15 -> 15", "timeout 20 -> 20", "close"));
 }
@@ -46,6 +47,25 @@ TEST_F(Libs, AWatchdogThatCannotBeOpenedStaysClosed)
 {
     camera.faults("watchdog open 0 1 ENOENT\n");
     inside("WatchdogMissing.*");
+}
+
+TEST_F(Libs, ARealTimeClockThatIsNotThereOrRefuses)
+{
+    camera.faults("ds1339 open 0 -1 ENOENT\n");
+    inside("RtcMissing.*");
+    camera.faults("ds1339 read 0 -1 EIO\nds1339 write 0 -1 EIO\n");
+    inside("RtcRefuses.*");
+}
+
+TEST_F(Libs, NetworkTimeTellsWhatIsNoReplyAndKeepsTheServersMicroseconds)
+{
+    Outcome run = inside("Ntp.WhatIsNoReply*");
+    EXPECT_THAT(run.log, ElementsAre(R"(9 inside_libs: Ooops.  pack_len=0\n)",
+                                     R"(9 inside_libs: Ooops.  pack_len=1500\n)",
+                                     R"(9 inside_libs: Ooops.  pack_len=1500\n)"));
+    run = inside("SetTime.IsRight*");
+    EXPECT_THAT(run.of("settimeofday"),
+                ElementsAre("2085978495.999999", "2085978501.500000", "2185942496.000256"));
 }
 
 // Priority 14: user facility, information.
