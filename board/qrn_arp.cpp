@@ -52,7 +52,6 @@ bool open_link(Probe& probe, const char* interface)
 
 int send_probe(Probe& probe)
 {
-    gettimeofday(&probe.last, nullptr);
     zep::ArpFrame frame = zep::make_arp_request(probe.own, {}, probe.address);
     if (sendto(probe.fd.get(), frame.data(), frame.size(), 0, reinterpret_cast<sockaddr*>(&probe.link),
                sizeof probe.link) >= 0)
@@ -105,13 +104,16 @@ bool expired(const timeval& since, int32_t limit_ms)
 int run(Probe& probe)
 {
     gettimeofday(&probe.started, nullptr);
+    probe.last = probe.started;
     send_probe(probe);
     for (;;) {
         Step step = wait_frame(probe);
         if (step == Step::end) return -1;
         if (step == Step::again) continue; // a skipped frame does not reach the timers
         if (expired(probe.started, probe.limit_ms)) return 0;
-        if (expired(probe.last, kProbeIntervalMs)) send_probe(probe);
+        if (!expired(probe.last, kProbeIntervalMs)) continue;
+        send_probe(probe);
+        gettimeofday(&probe.last, nullptr);
     }
 }
 

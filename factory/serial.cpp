@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -25,13 +24,6 @@ constexpr int64_t kWindowCapMs = 10'000;
 
 // Ten bytes leave a 9600 baud port in about 10 ms; a port that never reports empty must not hang.
 constexpr int64_t kSentCapMs = 1000;
-
-int64_t monotonic_ms()
-{
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
-}
 
 termios raw_9600()
 {
@@ -120,7 +112,7 @@ bool SerialWindow::open() const
 size_t receive(const SerialPort& port, const SerialWindow& window, uint8_t* data, size_t size)
 {
     size_t count = 0;
-    while (count < size && count < kSerialReply && window.open()) {
+    while (count < size && count < kSerialReply && window.open() && Interruptible::pause_ms(0)) {
         pollfd ready = {port.fd(), POLLIN, 0};
         if (poll(&ready, 1, 5) != 1) continue;
         ssize_t got = read(port.fd(), data + count, size - count);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "common/fd.hpp"
+#include "factory/waiting.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -16,7 +17,7 @@ constexpr int32_t kSerialWindowMs = 3000;
 constexpr size_t kSerialReply = 10;
 
 // Open: 9600 baud, 8 data bits, no parity, one stop bit, raw. The settings that the port had are put back
-// when the object ends.
+// when the object ends, also when that is because of a signal.
 class SerialPort {
 public:
     // Reports a failed open to the system log and standard error and ends the process with -1.
@@ -36,6 +37,7 @@ public:
     void set_rts(bool on);
 
 private:
+    Interruptible interruptible_; // outlives the port, so that the process ends with its settings back
     Fd fd_;
     termios saved_ = {};
     bool have_saved_ = false;
@@ -53,8 +55,8 @@ private:
     int64_t monotonic_ms_;
 };
 
-// Collects input until kSerialReply bytes or more have arrived or the window has ended; never more than
-// `size` bytes. The count.
+// Collects input until kSerialReply bytes or more have arrived, the window has ended or a signal came; never
+// more than `size` bytes. The count.
 size_t receive(const SerialPort& port, const SerialWindow& window, uint8_t* data, size_t size);
 
 // "RECV [<count>]: " and the bytes in hexadecimal, no newline.

@@ -1,6 +1,7 @@
 // test_sdcard, test_usb: writes, reads back and removes a file on a storage medium.
 #include "factory/applets.h"
 #include "factory/options.hpp"
+#include "factory/waiting.hpp"
 #include "factory/wiring.hpp"
 
 #include "common/fd.hpp"
@@ -11,7 +12,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <fcntl.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -97,17 +97,10 @@ private:
 
 class Stopwatch {
 public:
-    Stopwatch() { clock_gettime(CLOCK_MONOTONIC, &start_); }
-    [[nodiscard]] int64_t ms() const
-    {
-        timespec now;
-        clock_gettime(CLOCK_MONOTONIC, &now);
-        return std::max<int64_t>(1, (now.tv_sec - start_.tv_sec) * 1000LL +
-                                        (now.tv_nsec - start_.tv_nsec) / 1'000'000);
-    }
+    [[nodiscard]] int64_t ms() const { return std::max<int64_t>(1, zep::monotonic_ms() - start_ms_); }
 
 private:
-    timespec start_;
+    int64_t start_ms_ = zep::monotonic_ms();
 };
 
 struct Buffers {

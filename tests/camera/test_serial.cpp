@@ -146,6 +146,18 @@ TEST_F(SerialTest, APortThatDoesNotOpenIsTheOnlyFailureWithAStatus)
     }
 }
 
+TEST_F(SerialTest, ASignalEndsItWithTheSettingsBack)
+{
+    const std::string before = settings("ttyAMA2");
+    for (const char* applet : {"test_rs232", "get_cb_cam_info"}) {
+        Outcome run = camera.run({"sh", "-c",
+                                  std::string(applet) +
+                                      " > /tmp/said & usleep 500000; kill -TERM $!; wait $!; echo $?; "
+                                      "/usr/bin/stty -g -F /dev/ttyAMA2"});
+        EXPECT_EQ(run.out, "143\n" + before) << applet;
+    }
+}
+
 // Neither a driver without a line status nor one that refuses settings or modem lines stops the test.
 TEST_F(SerialTest, RefusedRequestsAreNotTheVerdict)
 {
