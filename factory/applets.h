@@ -16,6 +16,7 @@ int test_sdcard_main(int argc, char** argv);
 int test_usb_main(int argc, char** argv);
 int test_rtc_main(int argc, char** argv);
 int test_send_watchdog_main(int argc, char** argv);
+int test_audio_main(int argc, char** argv);
 
 #ifdef __cplusplus
 }

@@ -55,8 +55,7 @@ void clear_channels()
     for (AiChannel& channel : ai.channels) {
         MutexLock locked(channel.lock);
         channel.resample.disable();
-        ANR_Destroy(channel.anr);
-        channel.anr = nullptr;
+        channel.noise.disable();
     }
 }
 

@@ -64,8 +64,8 @@ int32_t reduce_noise(AiChannel& channel, AUDIO_FRAME_S& frame)
     if (frame.u32BitWidth == AUDIO_BIT_WIDTH_8)
         if (int32_t failed = widen(frame)) return failed;
     // The state was made for one length; another one would be read past its end.
-    if (frame.u32Len != channel.anr_points * sizeof(int16_t)) return ai_error(MPP_ERR_PARAM);
-    int failed = ANR_Process(channel.anr, reinterpret_cast<int16_t*>(frame.pu8VirtAddr[0]));
+    if (frame.u32Len != channel.noise.points * sizeof(int16_t)) return ai_error(MPP_ERR_PARAM);
+    int failed = channel.noise.process(channel.noise.state, reinterpret_cast<int16_t*>(frame.pu8VirtAddr[0]));
     return failed ? ai_error(MPP_ERR_PARAM) : 0;
 }
 
@@ -81,7 +81,8 @@ int32_t change_rate(size_t slot, AiChannel& channel, AI_EXCHANGE_S& record, int3
         MPP_LOG("s32ChnId: %d, malloc resample memory failed!\n", channel_id);
         return refuse(slot, record, ai_error(MPP_ERR_NO_MEMORY));
     }
-    resample(kind, channel.resample.handle, reinterpret_cast<int16_t*>(frame.pu8VirtAddr[0]), points, out);
+    channel.resample.process(channel.resample.handle, reinterpret_cast<int16_t*>(frame.pu8VirtAddr[0]),
+                             int(points), out);
     int32_t s32Ret = release(slot, record);
     enum { HI_SUCCESS = 0 };
     MPP_ASSERT("mpp/code/mpi/src/mpi_ai", HI_SUCCESS == s32Ret);
@@ -97,7 +98,7 @@ int32_t change_rate(size_t slot, AiChannel& channel, AI_EXCHANGE_S& record, int3
 int32_t process(size_t slot, AiChannel& channel, AI_EXCHANGE_S& record, int32_t channel_id)
 {
     MutexLock locked(channel.lock);
-    if (channel.anr) {
+    if (channel.noise.state) {
         if (int32_t failed = reduce_noise(channel, record.stFrame)) {
             MPP_LOG("s32ChnId :%d process anr failed!\n", channel_id);
             return refuse(slot, record, failed);

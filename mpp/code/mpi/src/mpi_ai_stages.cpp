@@ -99,10 +99,10 @@ int32_t HI_MPI_AI_EnableAnr(int32_t s32Dev, int32_t s32Chn)
     if (!check_anr(__func__, __LINE__, s32Dev, attr)) return ai_error(MPP_ERR_PARAM);
     AiChannel& channel = ai.channels[slot_of(s32Dev, s32Chn)];
     MutexLock locked(channel.lock);
-    if (channel.anr) return 0;
-    channel.anr = ANR_Create(int(attr.enSamplerate), int(2 * attr.u32PtNumPerFrm));
-    channel.anr_points = attr.u32PtNumPerFrm;
-    if (channel.anr) return 0;
+    if (channel.noise.state) return 0;
+    ANR_STATE_S* reducer = ANR_Create(int(attr.enSamplerate), int(2 * attr.u32PtNumPerFrm));
+    channel.noise = {reducer, attr.u32PtNumPerFrm, ANR_Process, ANR_Destroy};
+    if (reducer) return 0;
     MPP_LOG("Ai[%d %d] init anr failed!\n", s32Dev, s32Chn);
     return ai_error(MPP_ERR_NO_MEMORY);
 }
@@ -112,7 +112,6 @@ int32_t HI_MPI_AI_DisableAnr(int32_t s32Dev, int32_t s32Chn)
     AI_CHECK(s32Dev, s32Chn);
     AiChannel& channel = ai.channels[slot_of(s32Dev, s32Chn)];
     MutexLock locked(channel.lock);
-    ANR_Destroy(channel.anr);
-    channel.anr = nullptr;
+    channel.noise.disable();
     return 0;
 }

@@ -11,33 +11,27 @@ namespace zep {
 
 namespace {
 
-using Process = int (*)(RESAMPLER_S*, const int16_t*, int, int16_t*);
-
-struct Kind {
+struct Ratio {
     uint32_t up;
     uint32_t down;
-    Process process;
 };
-constexpr Kind kKinds[] = {
-    {1, 1, nullptr}, // there is no kind 0
-    {2, 1, ResamplerMono1X2Process},
-    {1, 2, ResamplerMono2X1Process},
-    {4, 1, ResamplerMono1X4Process},
-    {1, 4, ResamplerMono4X1Process},
-    {6, 1, ResamplerMono1X6Process},
-    {1, 6, ResamplerMono6X1Process},
+// By kind; there is no kind 0.
+constexpr Ratio kRatios[] = {{1, 1}, {2, 1}, {1, 2}, {4, 1}, {1, 4}, {6, 1}, {1, 6}};
+constexpr int (*kProcess[])(RESAMPLER_S*, const int16_t*, int, int16_t*) = {
+    nullptr,
+    ResamplerMono1X2Process,
+    ResamplerMono2X1Process,
+    ResamplerMono1X4Process,
+    ResamplerMono4X1Process,
+    ResamplerMono1X6Process,
+    ResamplerMono6X1Process,
 };
 
 } // namespace
 
 uint32_t scale_by_kind(uint32_t kind, uint32_t value)
 {
-    return valid_kind(kind) ? value * kKinds[kind].up / kKinds[kind].down : value;
-}
-
-int resample(uint32_t kind, RESAMPLER_S* resampler, const int16_t* in, uint32_t points, int16_t* out)
-{
-    return valid_kind(kind) ? kKinds[kind].process(resampler, in, int(points), out) : -1;
+    return valid_kind(kind) ? value * kRatios[kind].up / kRatios[kind].down : value;
 }
 
 bool ResampleStage::same(const AIO_RESAMPLE_ATTR_S& other) const
@@ -50,13 +44,15 @@ bool ResampleStage::enable(const AIO_RESAMPLE_ATTR_S& wanted)
     handle = ResamplerCreate(int(wanted.enReSampleType), int(wanted.enInSampleRate));
     if (!handle) return false;
     attr = wanted;
+    process = kProcess[wanted.enReSampleType]; // a kind without one has no resampler
+    destroy = ResamplerDestroy;
     enabled = true;
     return true;
 }
 
 void ResampleStage::disable()
 {
-    ResamplerDestroy(handle);
+    if (handle) destroy(handle);
     *this = {};
 }
 

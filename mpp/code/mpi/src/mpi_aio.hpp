@@ -22,14 +22,14 @@ inline size_t slot_of(int32_t device, int32_t channel) { return size_t(device * 
 inline bool valid_kind(uint32_t kind) { return kind >= RESAMPLER_1X2 && kind <= RESAMPLER_6X1; }
 uint32_t scale_by_kind(uint32_t kind, uint32_t value);
 
-// Runs the process function of a kind. Output points, or -1.
-int resample(uint32_t kind, RESAMPLER_S* resampler, const int16_t* in, uint32_t points, int16_t* out);
-
-// Resampling of one channel; under the channel's lock.
+// Resampling of one channel; under the channel's lock. Only enable() names the resamplers, so a program that
+// never enables one is linked without their filters.
 struct ResampleStage {
     bool enabled = false;
     AIO_RESAMPLE_ATTR_S attr = {};
     RESAMPLER_S* handle = nullptr;
+    int (*process)(RESAMPLER_S*, const int16_t*, int, int16_t*) = nullptr;
+    void (*destroy)(RESAMPLER_S*) = nullptr;
 
     [[nodiscard]] bool same(const AIO_RESAMPLE_ATTR_S& other) const;
     // False when memory is short.

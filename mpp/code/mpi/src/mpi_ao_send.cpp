@@ -108,7 +108,7 @@ int32_t HI_MPI_AO_SendFrame(int32_t s32Dev, int32_t s32Chn, const AUDIO_FRAME_S*
             const uint32_t points = frame.u32Len / uint32_t(sizeof(int16_t));
             auto* samples = reinterpret_cast<const int16_t*>(frame.pu8VirtAddr[0]);
             if (!samples) return ao_error(MPP_ERR_NULL);
-            resample(kind, channel.resample.handle, samples, points, resampled);
+            channel.resample.process(channel.resample.handle, samples, int(points), resampled);
             frame.pu8VirtAddr[0] = reinterpret_cast<uint8_t*>(resampled);
             frame.u32Len = scale_by_kind(kind, points) * uint32_t(sizeof(int16_t));
         }
