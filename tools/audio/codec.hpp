@@ -1,0 +1,47 @@
+// The five voice codecs by name, frame by frame.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace zaudio {
+
+struct CodecName {
+    const char* name; // as the command line has it
+    int32_t type;     // payload type
+};
+inline constexpr CodecName kCodecNames[] = {
+    {"g711a", 19}, {"g711u", 20}, {"g726", 21}, {"lpcm", 23}, {"adpcm", 49}};
+
+// One direction each; neither shares anything with another.
+class Encoder {
+public:
+    explicit Encoder(int32_t type);
+    ~Encoder();
+    Encoder(const Encoder&) = delete;
+    Encoder& operator=(const Encoder&) = delete;
+    // Throws std::runtime_error for a frame that the codec cannot carry.
+    std::vector<uint8_t> encode(std::vector<int16_t> frame);
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+class Decoder {
+public:
+    explicit Decoder(int32_t type);
+    ~Decoder();
+    Decoder(const Decoder&) = delete;
+    Decoder& operator=(const Decoder&) = delete;
+    // Damaged frames give fewer samples or none.
+    std::vector<int16_t> decode(std::vector<uint8_t> frame);
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+} // namespace zaudio

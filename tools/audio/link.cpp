@@ -1,0 +1,191 @@
+#include "tools/audio/link.hpp"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace zaudio {
+
+namespace {
+
+[[noreturn]] void fail(const std::string& what) { throw std::runtime_error(what); }
+
+uint32_t load(const uint8_t* at, int count)
+{
+    uint32_t value = 0;
+    for (int i = count; i-- > 0;) value = value << 8 | at[i];
+    return value;
+}
+
+void store(std::vector<uint8_t>& to, uint32_t value, int count)
+{
+    for (int i = 0; i < count; ++i) to.push_back(uint8_t(value >> (8 * i)));
+}
+
+int wait_ms(Clock::time_point until)
+{
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
+    return left > 0 ? int(left) : 0;
+}
+
+// A connected socket, or -1 with errno.
+int connect_to(const addrinfo& address, std::chrono::seconds limit)
+{
+    const int fd = socket(address.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd < 0) return -1;
+    if (connect(fd, address.ai_addr, address.ai_addrlen) == 0) return fd;
+    pollfd wanted = {fd, POLLOUT, 0};
+    int error = errno;
+    if (error == EINPROGRESS) {
+        socklen_t length = sizeof error;
+        error = ETIMEDOUT;
+        if (poll(&wanted, 1, int(limit.count()) * 1000) > 0)
+            getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &length);
+    }
+    if (error == 0) return fd;
+    close(fd);
+    errno = error;
+    return -1;
+}
+
+} // namespace
+
+int32_t Message::word(size_t index) const
+{
+    return body.size() >= 4 * index + 4 ? int32_t(load(body.data() + 4 * index, 4)) : 0;
+}
+
+Link::Link(const std::string& host, const std::string& port, std::chrono::seconds limit) : limit_(limit)
+{
+    addrinfo hints = {}, *found = nullptr;
+    hints.ai_socktype = SOCK_STREAM;
+    if (int error = getaddrinfo(host.c_str(), port.c_str(), &hints, &found))
+        fail(host + ": " + gai_strerror(error));
+    for (const addrinfo* a = found; a && fd_ < 0; a = a->ai_next) fd_ = connect_to(*a, limit);
+    freeaddrinfo(found);
+    if (fd_ < 0) fail(host + " port " + port + ": " + strerror(errno));
+    const int on = 1;
+    setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
+Link::~Link() { close(fd_); }
+
+void Link::send(uint16_t command, uint32_t number, const std::vector<uint8_t>& body)
+{
+    std::vector<uint8_t> all(AUDIO_WIRE_MAGIC, AUDIO_WIRE_MAGIC + 4);
+    store(all, AUDIO_WIRE_VERSION, 2);
+    store(all, command, 2);
+    store(all, uint32_t(body.size()), 4);
+    store(all, number, 4);
+    all.insert(all.end(), body.begin(), body.end());
+    const auto until = Clock::now() + limit_;
+    for (size_t done = 0; done < all.size();) {
+        const ssize_t out = ::send(fd_, all.data() + done, all.size() - done, MSG_NOSIGNAL);
+        if (out >= 0) {
+            done += size_t(out);
+            continue;
+        }
+        pollfd wanted = {fd_, POLLOUT, 0};
+        if (errno != EAGAIN && errno != EINTR)
+            fail(std::string("the camera does not listen: ") + strerror(errno));
+        if (poll(&wanted, 1, wait_ms(until)) == 0) fail("the camera takes nothing any more");
+    }
+}
+
+// False when the time is over first.
+bool Link::fill(size_t wanted, Clock::time_point until)
+{
+    while (bytes_.size() < wanted) {
+        uint8_t piece[8192];
+        const ssize_t got = recv(fd_, piece, sizeof piece, 0);
+        if (got > 0) {
+            bytes_.insert(bytes_.end(), piece, piece + got);
+            continue;
+        }
+        if (got == 0) fail("the camera has closed the connection");
+        if (errno != EAGAIN && errno != EINTR) fail(std::string("connection: ") + strerror(errno));
+        pollfd readable = {fd_, POLLIN, 0};
+        if (poll(&readable, 1, wait_ms(until)) == 0) return false;
+    }
+    return true;
+}
+
+std::optional<Message> Link::read_message(Clock::time_point until)
+{
+    if (!fill(AUDIO_WIRE_HEADER, until)) return {};
+    const uint8_t* header = bytes_.data();
+    const uint32_t length = load(header + 8, 4);
+    if (memcmp(header, AUDIO_WIRE_MAGIC, 4) != 0) fail("this is no test_audio: its answer has another form");
+    if (load(header + 4, 2) != AUDIO_WIRE_VERSION) fail("the camera speaks another version");
+    if (length > AUDIO_WIRE_MAX_BODY) fail("the camera sends a message that is too long");
+    Message message{uint16_t(load(header + 6, 2)), load(header + 12, 4), {}};
+    if (!fill(AUDIO_WIRE_HEADER + length, until)) return {};
+    const auto body = bytes_.begin() + AUDIO_WIRE_HEADER;
+    message.body.assign(body, body + length);
+    bytes_.erase(bytes_.begin(), body + length);
+    if (message.command == (AUDIO_WIRE_BUSY | AUDIO_WIRE_REPLY))
+        fail("another station is connected to the camera");
+    if (message.command == (AUDIO_WIRE_FRAME | AUDIO_WIRE_REPLY))
+        fail("the camera's session has ended by itself (" + std::to_string(message.word(0)) + ")");
+    return message;
+}
+
+std::optional<Message> Link::receive(Clock::time_point until)
+{
+    if (waiting_.empty()) return read_message(until);
+    Message first = std::move(waiting_.front());
+    waiting_.erase(waiting_.begin());
+    return first;
+}
+
+Message Link::ask(uint16_t command, const std::vector<uint8_t>& body)
+{
+    const uint32_t number = next_number_++;
+    send(command, number, body);
+    const auto until = Clock::now() + limit_;
+    while (auto message = read_message(until)) {
+        if (message->command == (command | AUDIO_WIRE_REPLY) && message->number == number) return *message;
+        waiting_.push_back(std::move(*message));
+    }
+    fail("the camera does not answer");
+}
+
+void Link::start(bool encode, const int32_t (&words)[AUDIO_WIRE_START_WORDS])
+{
+    std::vector<uint8_t> body;
+    for (int32_t word : words) store(body, uint32_t(word), 4);
+    const int32_t result = ask(encode ? AUDIO_WIRE_START_ENCODE : AUDIO_WIRE_START_DECODE, body).word(0);
+    if (result == 0) return;
+    char text[80];
+    snprintf(text, sizeof text, "the camera refuses the session: %d (%#x)", result, unsigned(result));
+    fail(text);
+}
+
+namespace {
+
+Status status_of(const Message& reply)
+{
+    return {reply.word(1) != 0,      uint32_t(reply.word(2)), uint32_t(reply.word(3)),
+            uint32_t(reply.word(4)), uint32_t(reply.word(5)), uint32_t(reply.word(6))};
+}
+
+} // namespace
+
+Status Link::stop() { return status_of(ask(AUDIO_WIRE_STOP)); }
+
+Status Link::status(Clock::duration* round_trip)
+{
+    const auto asked = Clock::now();
+    const Message reply = ask(AUDIO_WIRE_STATUS);
+    if (round_trip) *round_trip = Clock::now() - asked;
+    return status_of(reply);
+}
+
+} // namespace zaudio

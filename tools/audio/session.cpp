@@ -1,0 +1,131 @@
+#include "tools/audio/session.hpp"
+
+#include "tools/audio/analysis.hpp"
+#include "tools/audio/codec.hpp"
+
+#include <cstdio>
+#include <thread>
+
+namespace zaudio {
+
+namespace {
+
+using std::chrono::duration_cast;
+
+constexpr uint32_t kLead = 4; // frames that the camera has in hand, against the network's hiccups
+constexpr auto kMeterEvery = std::chrono::milliseconds(200);
+constexpr auto kTail =
+    std::chrono::milliseconds(500); // what the output still holds when nothing waits any more
+
+class Session {
+public:
+    Session(const Options& options, int rate, const Job& job)
+        : options_(options), job_(job), rate_(rate), points_(job.encode ? 160u : 320u),
+          encoder_(options.type), decoder_(options.type),
+          link_(options.host, options.port, std::chrono::seconds(options.limit_s))
+    {
+        report_.recorded.rate = rate;
+    }
+
+    Report run()
+    {
+        link_.start(job_.encode, {job_.encode, options_.type, rate_, options_.mic_in, options_.mic_volume,
+                                  options_.adc_volume, options_.dac_volume});
+        link_.status(&report_.round_trip);
+        begin_ = meter_at_ = Clock::now();
+        while (!over()) {
+            send_due();
+            take(std::min(next_due(), meter_at_ + kMeterEvery));
+            show_meter();
+        }
+        if (!job_.to_play.empty()) wait_until_played();
+        report_.status = link_.stop();
+        if (options_.meter) fputc('\n', stderr);
+        return std::move(report_);
+    }
+
+private:
+    [[nodiscard]] size_t wanted() const { return size_t(job_.record_s * rate_); }
+    [[nodiscard]] bool all_sent() const { return played_ >= job_.to_play.size(); }
+    [[nodiscard]] bool over() const { return all_sent() && report_.recorded.samples.size() >= wanted(); }
+
+    [[nodiscard]] Clock::duration time_of(uint64_t frames) const
+    {
+        return duration_cast<Clock::duration>(
+            std::chrono::duration<double>(double(frames * points_) / rate_));
+    }
+    [[nodiscard]] Clock::time_point next_due() const
+    {
+        if (all_sent()) return Clock::now() + std::chrono::seconds(options_.limit_s);
+        return begin_ + time_of(number_ > kLead ? number_ - kLead : 0);
+    }
+
+    void send_due()
+    {
+        while (!all_sent() && next_due() <= Clock::now()) {
+            const size_t end = std::min(played_ + points_, job_.to_play.size());
+            std::vector<int16_t> frame(job_.to_play.begin() + long(played_),
+                                       job_.to_play.begin() + long(end));
+            frame.resize(points_); // the last one is filled with silence
+            link_.send(AUDIO_WIRE_FRAME, number_++, encoder_.encode(std::move(frame)));
+            played_ = end;
+        }
+    }
+
+    void take(Clock::time_point until)
+    {
+        const auto message = link_.receive(until);
+        if (!message) {
+            if (job_.encode && Clock::now() - last_heard() > std::chrono::seconds(options_.limit_s))
+                throw std::runtime_error("the camera sends no sound");
+            return;
+        }
+        heard_ = Clock::now();
+        if (message->command != AUDIO_WIRE_FRAME) return;
+        report_.lost += message->number - expected_;
+        expected_ = message->number + 1;
+        const std::vector<int16_t> samples = decoder_.decode(message->body);
+        recent_.insert(recent_.end(), samples.begin(), samples.end());
+        report_.recorded.samples.insert(report_.recorded.samples.end(), samples.begin(), samples.end());
+    }
+    [[nodiscard]] Clock::time_point last_heard() const { return heard_ ? *heard_ : begin_; }
+
+    void show_meter()
+    {
+        if (Clock::now() < meter_at_ + kMeterEvery) return;
+        meter_at_ = Clock::now();
+        if (options_.meter)
+            fprintf(stderr, "\r%s", meter(level_db(recent_.empty() ? job_.to_play : recent_)).c_str());
+        recent_.clear();
+    }
+
+    void wait_until_played()
+    {
+        while (link_.status().waiting > 0) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        std::this_thread::sleep_for(time_of(kLead) + kTail);
+    }
+
+    const Options& options_;
+    const Job& job_;
+    int rate_;
+    uint32_t points_;
+    Encoder encoder_;
+    Decoder decoder_;
+    Link link_;
+    Report report_;
+    Clock::time_point begin_, meter_at_;
+    std::optional<Clock::time_point> heard_;
+    size_t played_ = 0;     // samples sent
+    uint32_t number_ = 0;   // of the next frame sent
+    uint32_t expected_ = 0; // of the next frame received
+    std::vector<int16_t> recent_;
+};
+
+} // namespace
+
+Report run_session(const Options& options, int rate, const Job& job)
+{
+    return Session(options, rate, job).run();
+}
+
+} // namespace zaudio
