@@ -21,6 +21,8 @@ constexpr size_t kMaxBytes = 256 * 1024;
 // How long a station may be silent before the file is played in its place.
 constexpr int64_t kSilenceMs = 1000;
 constexpr size_t kMaxSourceFrame = 960;
+// Frames of the file that the output has in hand, so that a late wake-up is not heard.
+constexpr int64_t kLead = 4;
 
 class Lock {
 public:
@@ -33,17 +35,11 @@ private:
     pthread_mutex_t& lock_;
 };
 
-timespec after(int64_t ms)
+int64_t now_ms()
 {
-    timespec time;
-    clock_gettime(CLOCK_MONOTONIC, &time);
-    time.tv_sec += time_t(ms / 1000);
-    time.tv_nsec += long(ms % 1000) * 1'000'000;
-    if (time.tv_nsec >= 1'000'000'000) {
-        ++time.tv_sec;
-        time.tv_nsec -= 1'000'000'000;
-    }
-    return time;
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
 }
 
 } // namespace
@@ -118,12 +114,12 @@ void AudioPlayer::drop_oldest()
     free(gone);
 }
 
-AudioPlayer::Frame* AudioPlayer::next_frame(int64_t limit_ms)
+AudioPlayer::Frame* AudioPlayer::next_frame(int64_t until_ms)
 {
-    const timespec limit = after(limit_ms);
+    const timespec until = {time_t(until_ms / 1000), long(until_ms % 1000) * 1'000'000};
     while (!stopping_ && !first_) {
-        const int failed = limit_ms < 0 ? pthread_cond_wait(&changed_, &lock_)
-                                        : pthread_cond_timedwait(&changed_, &lock_, &limit);
+        const int failed = until_ms == kForEver ? pthread_cond_wait(&changed_, &lock_)
+                                                : pthread_cond_timedwait(&changed_, &lock_, &until);
         if (failed) return nullptr;
     }
     if (stopping_) return nullptr;
@@ -164,23 +160,26 @@ void* AudioPlayer::enter(void* self)
 void AudioPlayer::run()
 {
     Fd file;
-    bool silent = source_.path != nullptr; // nothing came from the station yet
+    int64_t due_ms = source_.path ? now_ms() + kSilenceMs : kForEver; // the file's turn
     while (true) {
         Frame* frame;
         {
             Lock lock(lock_);
-            frame = next_frame(!silent ? -1 : file ? source_.frame_ms : kSilenceMs);
+            frame = next_frame(due_ms);
             if (!frame && stopping_) return;
         }
         if (frame) {
-            silent = false;
-            file.reset();
+            due_ms = kForEver;
             play(reinterpret_cast<uint8_t*>(frame + 1), frame->length);
             free(frame);
             continue;
         }
-        if (!file) file.reset(open(source_.path, O_RDONLY | O_CLOEXEC));
-        silent = file && play_source(file.get());
+        if (!file) {
+            file.reset(open(source_.path, O_RDONLY | O_CLOEXEC));
+            due_ms -= kLead * source_.frame_ms;
+        }
+        // Counted from the start: waits that each last a little longer would leave gaps.
+        due_ms = file && play_source(file.get()) ? due_ms + source_.frame_ms : kForEver;
     }
 }
 

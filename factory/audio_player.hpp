@@ -45,8 +45,9 @@ private:
 
     static void* enter(void* self);
     void run();
-    // Under the lock, which is let go while it waits. Null: the time is over, or stop.
-    Frame* next_frame(int64_t limit_ms);
+    static constexpr int64_t kForEver = -1;
+    // Under the lock, which is let go while it waits. Null: the time has come, or stop.
+    Frame* next_frame(int64_t until_ms);
     void drop_oldest();
     void play(uint8_t* data, size_t length);
     bool play_source(int fd);

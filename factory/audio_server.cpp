@@ -23,6 +23,7 @@ namespace {
 
 constexpr char kTestSource[] = "/tmp/AUDIO.G711";
 constexpr size_t kPiece = 4096;          // bytes taken from a station at a time
+constexpr int kLastWords = 64;           // pieces that a station may have left when the next one comes
 constexpr uint32_t kLongestFrame = 8192; // of the built-in codecs
 constexpr int kSendBuffer = 64 * 1024;   // seconds of sound, not minutes: who lags more is not listening
 
@@ -36,6 +37,12 @@ int64_t now_ms()
 void set_option(int fd, int level, int option, int value)
 {
     setsockopt(fd, level, option, &value, sizeof value);
+}
+
+bool readable(int fd)
+{
+    pollfd wanted = {fd, POLLIN, 0};
+    return poll(&wanted, 1, 0) > 0;
 }
 
 // A station that is gone without a word is noticed within half a minute.
@@ -75,9 +82,9 @@ bool AudioServer::turn()
     fflush(stdout);
     if (poll(wanted, kCount, wait_ms()) < 0 && errno != EINTR) return false;
     if (wanted[kEnd].revents) return false;
-    if (wanted[kListener].revents) accept_station();
     if (wanted[kStation].revents) receive();
     if (input_ >= 0 && wanted[kInput].revents) input_event(wanted[kInput].revents);
+    if (wanted[kListener].revents) accept_station();
     check_patience();
     return true;
 }
@@ -101,6 +108,8 @@ void AudioServer::accept_station()
     Fd coming(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC));
     if (!coming) return;
     prepare(coming.get());
+    // The one before may have said its last words and closed.
+    for (int i = 0; station_ && i < kLastWords && readable(station_.get()); ++i) receive();
     if (!station_) {
         station_ = static_cast<Fd&&>(coming);
         receiver_.reset();

@@ -206,16 +206,16 @@ struct Number {
 };
 enum { kLevelMin = 256, kLevelMax, kSnr, kListen, kMicIn, kMicVolume, kAdcVolume, kDacVolume, kLimit, kHelp };
 constexpr Number kNumbers[] = {
-    {'r', 8000, 48000, [](Options& o, double v) { o.rate = int(v); }},
+    {'r', 8000, 192000, [](Options& o, double v) { o.rate = int(v); }},
     {'t', 0.4, 36000, [](Options& o, double v) { o.seconds = v; }},
     {'f', 50, 20000, [](Options& o, double v) { o.frequency = v; }},
     {kLevelMin, -120, 0, [](Options& o, double v) { o.level_min = v; }},
     {kLevelMax, -120, 3, [](Options& o, double v) { o.level_max = v; }},
     {kSnr, 0, 120, [](Options& o, double v) { o.snr_min = v; }},
     {kMicIn, 0, 1, [](Options& o, double v) { o.mic_in = int(v); }},
-    {kMicVolume, 0, 31, [](Options& o, double v) { o.mic_volume = int(v); }},
-    {kAdcVolume, 0, 127, [](Options& o, double v) { o.adc_volume = int(v); }},
-    {kDacVolume, 0, 127, [](Options& o, double v) { o.dac_volume = int(v); }},
+    {kMicVolume, 0, 255, [](Options& o, double v) { o.mic_volume = int(v); }},
+    {kAdcVolume, 0, 255, [](Options& o, double v) { o.adc_volume = int(v); }},
+    {kDacVolume, 0, 255, [](Options& o, double v) { o.dac_volume = int(v); }},
     {kLimit, 1, 3600, [](Options& o, double v) { o.limit_s = int(v); }},
 };
 constexpr option kLong[] = {

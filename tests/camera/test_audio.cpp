@@ -1,0 +1,312 @@
+// test_audio on the virtual camera, with zep-audio as its station: both directions, each codec, and stations
+// that misbehave. Microphone and loudspeaker are WAV files.
+#include "tests/camera/camera.hpp"
+
+#include "tools/audio/analysis.hpp"
+#include "tools/audio/codec.hpp"
+#include "tools/audio/wav.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <gmock/gmock.h>
+#include <span>
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+struct Codec {
+    const char* name;
+    int32_t type;
+    double snr_least; // of a tone at -12 dB
+    double level_off; // dB that its level may be off
+};
+constexpr Codec kCodecs[] = {{"g711a", 19, 33, 0.3},
+                             {"g711u", 20, 33, 0.3},
+                             {"g726", 21, 8, 1.5},
+                             {"lpcm", 23, 60, 0.1},
+                             {"adpcm", 49, 15, 1}};
+
+// Voiced and unvoiced parts, loud and soft: a stand-in for speech that every run makes the same.
+std::vector<int16_t> speech(int rate, double seconds)
+{
+    std::vector<int16_t> samples(size_t(rate * seconds));
+    uint32_t random = 1;
+    double leak = 0;
+    for (size_t i = 0; i < samples.size(); ++i) {
+        const double t = double(i) / rate, envelope = 0.5 - 0.5 * std::cos(2 * M_PI * 4 * t);
+        random = random * 1664525 + 1013904223;
+        leak = 0.9 * leak + (int32_t(random) >> 20);
+        double voice = 0;
+        for (int k = 1; k < 12; ++k) voice += std::sin(2 * M_PI * 130 * k * t) / k;
+        samples[i] = int16_t(envelope * (5000 * voice + leak));
+    }
+    return samples;
+}
+
+class Audio : public testing::Test {
+protected:
+    Audio()
+    {
+        microphone = {8000, zaudio::make_tone(8000, 1000, -12, 60)};
+        zaudio::write_wav(camera.state("mic.wav"), microphone);
+    }
+
+    // Runs `script` in the camera with a server on port 5000; "station" is zep-audio, $SERVER the server's
+    // process.
+    Outcome with_server(const std::string& script)
+    {
+        write_file(camera.folder() / "script",
+                   "station() { c=$1; shift; /run/bin/zep-audio $c --limit 5 $STATION "
+                   "\"$@\"; }\n"
+                   "test_audio 5000 > /tmp/server.log 2>/tmp/server.err &\n"
+                   "SERVER=$!\nat='127.0.0.1 5000'\n"
+                   "until grep -q port /tmp/server.log; do sleep 0.1; done\n" +
+                       script + "\nkill -TERM $SERVER\nwait $SERVER\necho server $?\n");
+        Outcome outcome = camera.run({"bash", "/run/bin/script"},
+                                     {"--bind", ZEP_AUDIO, "--bind", (camera.folder() / "script").string()});
+        EXPECT_THAT(outcome.out, HasSubstr("server 0")) << outcome.err;
+        console = read_file(camera.root("/tmp/server.log"));
+        complaints = read_file(camera.root("/tmp/server.err"));
+        return outcome;
+    }
+
+    Camera camera;
+    zaudio::Sound microphone;
+    std::string console, complaints;
+};
+
+TEST_F(Audio, TheMicrophoneArrivesThroughEachCodecOneSessionAfterTheOther)
+{
+    std::string script;
+    for (const Codec& codec : kCodecs)
+        script +=
+            std::string("station record -t 1.5 -c ") + codec.name + " $at /tmp/" + codec.name + ".wav\n";
+    const Outcome outcome = with_server(script);
+    for (const Codec& codec : kCodecs) {
+        SCOPED_TRACE(codec.name);
+        const auto recorded = zaudio::read_wav(camera.root(std::string("/tmp/") + codec.name + ".wav"));
+        ASSERT_GE(recorded.samples.size(), 12000u) << outcome.out << outcome.err;
+        const auto tone = zaudio::find_tone(std::span(recorded.samples).subspan(1600), 8000, 1000);
+        ASSERT_TRUE(tone);
+        EXPECT_NEAR(tone->frequency, 1000, 0.5);
+        EXPECT_NEAR(tone->level_db, -12, codec.level_off);
+        EXPECT_GT(tone->snr_db, codec.snr_least);
+    }
+    EXPECT_THAT(outcome.out, Not(HasSubstr("lost on the way 1")));
+}
+
+TEST_F(Audio, TheLoudspeakerPlaysWhatTheCodecLeavesOfTheStationsSpeech)
+{
+    constexpr size_t kPoints = 320;
+    zaudio::Sound voice{8000, speech(8000, 2)};
+    voice.samples.resize(voice.samples.size() / kPoints * kPoints);
+    for (const Codec& codec : kCodecs) {
+        SCOPED_TRACE(codec.name);
+        Camera fresh;
+        zaudio::write_wav(fresh.folder() / "voice.wav", voice);
+        write_file(fresh.folder() / "script", "test_audio 5000 & sleep 1\n/run/bin/zep-audio play -c " +
+                                                  std::string(codec.name) +
+                                                  " 127.0.0.1 5000 /run/bin/voice.wav\nkill $!\nwait\n");
+        const Outcome outcome = fresh.run(
+            {"sh", "/run/bin/script"}, {"--bind", ZEP_AUDIO, "--bind", (fresh.folder() / "script").string(),
+                                        "--bind", (fresh.folder() / "voice.wav").string()});
+        EXPECT_THAT(outcome.out, HasSubstr("took 50, dropped 0, damaged 0")) << outcome.err;
+        zaudio::Encoder encoder(codec.type);
+        zaudio::Decoder decoder(codec.type);
+        std::vector<int16_t> expected;
+        for (size_t at = 0; at < voice.samples.size(); at += kPoints) {
+            const auto from = voice.samples.begin() + long(at);
+            const auto frame = decoder.decode(encoder.encode({from, from + kPoints}));
+            expected.insert(expected.end(), frame.begin(), frame.end());
+        }
+        const auto played = zaudio::read_wav(fresh.state("speaker.wav"));
+        EXPECT_EQ(played.rate, 8000);
+        EXPECT_NE(std::search(played.samples.begin(), played.samples.end(), expected.begin(), expected.end()),
+                  played.samples.end())
+            << played.samples.size() << " samples, none missing and none more in between";
+    }
+}
+
+TEST_F(Audio, TheConsoleAndTheChipSeeEachStep)
+{
+    const Outcome outcome =
+        with_server("station record -t 0.5 --mic-volume 40 --adc-volume 200 --dac-volume 5 $at "
+                    "/tmp/x.wav");
+    std::string without_listing = console;
+    const size_t from = console.find("========================== > reset\n") + 35,
+                 to = console.find("MIC volume");
+    EXPECT_THAT(console.substr(from, to - from), HasSubstr("acodec\n"));
+    without_listing.erase(from, to - from);
+    // The tools for modules speak on standard error, which goes elsewhere here.
+    EXPECT_EQ(without_listing, "test_audio: port 5000\n"
+                               "START ENCODE AUDIO\n"
+                               "============================> gs_bMicIn : 1\n"
+                               "========================== > reset\n"
+                               "MIC volume 40\n"
+                               "DA volume 5\n"
+                               "AD volume 200\n"
+                               "step 2: start Ai\n"
+                               "step 3: start Aenc\n"
+                               "step 4: Aenc bind Ai Chn\n"
+                               "Ai(2,0) bind to AencChn:0 ok!\n"
+                               "step 5: start Adec & Ao. ( if you want )\n"
+                               "bind adec:0 to ao(2,0) ok \n"
+                               "STOP AUDIO\n");
+    EXPECT_THAT(outcome.of("rmmod"), ElementsAre("/dvs/acodec.ko"));
+    EXPECT_THAT(outcome.of("insmod"), ElementsAre("/dvs/acodec.ko"));
+    EXPECT_THAT(outcome.of("acodec"), ElementsAre("rate 0xc0", "input 0x04", "micl 0x08", "micr 0x08",
+                                                  "dacl 0x05", "dacr 0x05", "adcl 0x48", "adcr 0x48"));
+
+    const std::pair<int, const char*> groups[] = {{11025, "rate 0xc0"}, {12000, "rate 0xc0"},
+                                                  {22050, "rate 0xc8"}, {24000, "rate 0xc8"},
+                                                  {44100, "rate 0xd0"}, {48000, "rate 0xd0"}};
+    for (const auto& [rate, setting] : groups) {
+        const Outcome other =
+            with_server("station record -t 0.4 --mic-in 0 -r " + std::to_string(rate) + " $at /tmp/x.wav");
+        EXPECT_THAT(other.of("acodec"),
+                    ElementsAre(setting, "dacl 0x00", "dacr 0x00", "adcl 0x00", "adcr 0x00"))
+            << "the microphone is left alone";
+    }
+}
+
+TEST_F(Audio, EachRefusalHasItsMessageAndTheNextSessionRunsAllTheSame)
+{
+    struct Case {
+        const char* fault;
+        const char* message;
+        const char* result;
+    };
+    const Case cases[] = {
+        {"vb setconf 0 1 EIO", "StartAudio: HI_MPI_VB_SetConf failed!\n", "-1 (0xffffffff)"},
+        {"vb init 0 1 EIO", "StartAudio: HI_MPI_VB_Init failed!\n", "-1 (0xffffffff)"},
+        {"sys setconf 0 1 EIO", "StartAudio: HI_MPI_SYS_SetConf failed\n", "-1 (0xffffffff)"},
+        {"sys init 0 1 EIO", "StartAudio: HI_MPI_SYS_Init failed!\n", "-1 (0xffffffff)"},
+        {"acodec open 0 1 ENOENT", "StartAudio: can't open acodec,/dev/acodec\n", "-1 (0xffffffff)"},
+        {"acodec rate 0 1 EIO", "StartAudio: set acodec sample rate failed\n", "-1 (0xffffffff)"},
+        {"acodec input 0 1 EIO", "StartAudio: set acodec micin failed\n", "-1 (0xffffffff)"},
+        {"acodec micl 0 1 EIO", "StartAudio: set acodec micin volume failed\n", "-1 (0xffffffff)"},
+        {"acodec micr 0 1 EIO", "StartAudio: set acodec micin volume failed\n", "-1 (0xffffffff)"},
+        {"acodec dacl 0 1 EIO", "StartAudio: ACODEC_SET_DACL_VOL failed\n", "-1 (0xffffffff)"},
+        {"acodec dacr 0 1 EIO", "StartAudio: ACODEC_SET_DACR_VOL failed\n", "-1 (0xffffffff)"},
+        {"acodec adcl 0 1 EIO", "StartAudio: ACODEC_SET_ADCL_VOL failed\n", "-1 (0xffffffff)"},
+        {"acodec adcr 0 1 EIO", "StartAudio: ACODEC_SET_ADCR_VOL failed\n", "-1 (0xffffffff)"},
+        {"ai setattr 0 1 EIO", "StartAudio: HI_MPI_AI_SetPubAttr(2) failed with 0xffffffff\n",
+         "-1 (0xffffffff)"},
+        {"ai enable 0 1 EIO", "StartAudio: HI_MPI_AI_Enable(2) failed with 0xffffffff\n", "-1 (0xffffffff)"},
+        {"ai enablechn 1 1 EIO", "StartAudio: HI_MPI_AI_EnableChn(2,1) failed with 0xffffffff\n",
+         "-1 (0xffffffff)"},
+        {"sys bind 0 1 EIO", "s32Ret=0xffffffff,fuc:StartAudio,line:1047\n", "-1 (0xffffffff)"},
+        {"ao setattr 0 1 EIO", "StartAudio: HI_MPI_AO_SetPubAttr(2) failed with 0xffffffff!\n",
+         "-1 (0xffffffff)"},
+        {"ao enable 0 1 EIO", "StartAudio: HI_MPI_AO_Enable(2) failed with 0xffffffff!\n", "-1 (0xffffffff)"},
+        {"ao enablechn 0 1 EIO", "StartAudio: HI_MPI_AO_EnableChn(0) failed with 0xffffffff!\n",
+         "-1 (0xffffffff)"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.fault);
+        fs::remove(camera.state("faults.state"));
+        camera.faults(std::string(c.fault) + "\n");
+        const Outcome outcome = with_server("station record -t 0.4 $at /tmp/x.wav\n"
+                                            "station record -t 0.4 $at /tmp/x.wav");
+        EXPECT_THAT(console, HasSubstr(c.message));
+        EXPECT_THAT(outcome.err, HasSubstr(std::string("refuses the session: ") + c.result));
+        EXPECT_THAT(outcome.out, HasSubstr("/tmp/x.wav: 0.4"))
+            << "the session after it" << outcome.err << complaints;
+    }
+    camera.faults("");
+    const Outcome outcome = with_server("station record -t 0.4 -r 96000 $at /tmp/x.wav");
+    EXPECT_THAT(console, HasSubstr("StartAudio: not support stAioAttr.enSamplerate:96000\n"));
+    EXPECT_THAT(outcome.of("insmod"), ElementsAre("/dvs/acodec.ko")) << "the reload comes first";
+    EXPECT_THAT(console, Not(HasSubstr("step 2")));
+}
+
+TEST_F(Audio, AHundredSessionsLeaveNothingBehind)
+{
+    const Outcome outcome = with_server(
+        "state() { sleep 0.5; echo $(ls /proc/$SERVER/fd | wc -l) $(ls /proc/$SERVER/task | wc -l) "
+        "$(sed -n 's/VmRSS:[^0-9]*\\([0-9]*\\).*/\\1/p' /proc/$SERVER/status); }\n"
+        "for i in 1 2 3 4 5 6 7 8 9 10; do station record -c lpcm -t 0.4 $at /tmp/x.wav > /dev/null; done\n"
+        "echo early $(state)\n"
+        "for i in $(seq 90); do station record -c adpcm -t 0.4 $at /tmp/x.wav > /dev/null || echo failed; "
+        "done\n"
+        "echo late $(state)\n");
+    EXPECT_THAT(outcome.out, Not(HasSubstr("failed"))) << outcome.err;
+    int descriptors[2], threads[2], kilobytes[2];
+    ASSERT_EQ(sscanf(outcome.out.c_str(), "early %d %d %d late %d %d %d", &descriptors[0], &threads[0],
+                     &kilobytes[0], &descriptors[1], &threads[1], &kilobytes[1]),
+              6)
+        << outcome.out;
+    EXPECT_EQ(descriptors[0], descriptors[1]);
+    EXPECT_EQ(threads[1], 1) << "the decoding thread has ended";
+    EXPECT_LE(kilobytes[1], kilobytes[0] + 256);
+}
+
+TEST_F(Audio, StationsThatVanishStandStillOrCutInCostOnlyTheirOwnSession)
+{
+    const Outcome outcome = with_server(
+        "timeout -s KILL 1 /run/bin/zep-audio record -t 50 $at /tmp/x.wav\n"
+        "sleep 0.5; station status $at || echo still busy\n"
+        // One that reads nothing any more: it is given up, its session is over, the next one is served.
+        "/run/bin/zep-audio record -c lpcm -r 48000 -t 50 $at /tmp/y.wav & DEAF=$!\n"
+        "sleep 1; kill -STOP $DEAF\n"
+        "station status $at && echo not alone\n"
+        "sleep 20; station status $at\n"
+        "kill -KILL $DEAF; wait $DEAF\n"
+        "station record -t 0.4 $at /tmp/z.wav\n");
+    EXPECT_THAT(outcome.out, Not(HasSubstr("still busy")));
+    EXPECT_THAT(outcome.out, Not(HasSubstr("not alone")));
+    EXPECT_THAT(outcome.err, HasSubstr("another station is connected"));
+    EXPECT_THAT(outcome.out, HasSubstr("no session; sent"));
+    EXPECT_THAT(outcome.out, HasSubstr("/tmp/z.wav: 0.4"));
+}
+
+TEST_F(Audio, ASilentStationHearsTheTestFileAndASlowOneIsCutOff)
+{
+    // A-law octets of a slow saw; what they mean is the codec's affair, compared through it below.
+    std::string octets;
+    for (int i = 0; i < 320 * 30; ++i) octets += char(0x55 ^ (i / 40));
+    write_file(camera.root("/tmp/AUDIO.G711"), octets);
+    std::string start = R"(TAUD\x01\x00\x02\x00\x1c\x00\x00\x00\x01\x00\x00\x00)"
+                        R"(\x00\x00\x00\x00\x13\x00\x00\x00\x40\x1f\x00\x00\x01\x00\x00\x00)"
+                        R"(\x0f\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00)";
+    const Outcome outcome =
+        with_server("trap '' PIPE\nexec 3<>/dev/tcp/127.0.0.1/5000\nprintf '" + start +
+                    "' >&3\nsleep 4\n"
+                    "printf 'TAUD\\x01\\x00\\x03\\x00\\x00\\x00\\x00\\x00\\x02\\x00\\x00\\x00' >&3\nsleep 1\n"
+                    // A header that trickles in for longer than a message may take.
+                    "for byte in T A U D; do printf $byte >&3; sleep 4; done 2>/dev/null\n"
+                    "cat <&3 > /tmp/replies\nstation status $at\n");
+    EXPECT_EQ(read_file(camera.root("/tmp/replies")).size(), 20u + 44u);
+    EXPECT_THAT(outcome.out, HasSubstr("no session")) << outcome.err;
+    EXPECT_THAT(console, HasSubstr("START DECODE AUDIO\n"));
+    zaudio::Decoder decoder(19);
+    const auto expected = decoder.decode({octets.begin(), octets.end()});
+    const auto played = zaudio::read_wav(camera.state("speaker.wav"));
+    EXPECT_NE(std::search(played.samples.begin(), played.samples.end(), expected.begin(), expected.end()),
+              played.samples.end());
+}
+
+TEST_F(Audio, WrongCommandLinesAndSignals)
+{
+    for (const Lines& command : {Lines{"test_audio"}, Lines{"test_audio", "0"}, Lines{"test_audio", "65536"},
+                                 Lines{"test_audio", "50x"}, Lines{"test_audio", "5000", "5001"}}) {
+        const Outcome outcome = camera.run(command);
+        EXPECT_EQ(outcome.status, 255);
+        EXPECT_THAT(outcome.err, HasSubstr("usage: test_audio port\n"));
+        EXPECT_EQ(outcome.out, "");
+    }
+    // A second server finds the port taken; a signal in mid-session ends the first, with everything shut
+    // down.
+    const Outcome outcome = with_server("test_audio 5000; echo second $?\n"
+                                        "/run/bin/zep-audio record -t 50 $at /tmp/x.wav & sleep 1\n"
+                                        "kill -INT $SERVER; wait $SERVER; echo first $?\n");
+    EXPECT_THAT(outcome.out, HasSubstr("second 255"));
+    EXPECT_THAT(outcome.out, HasSubstr("first 0"));
+    EXPECT_THAT(outcome.journal, testing::Contains("sys exit"));
+    EXPECT_THAT(outcome.err, HasSubstr("the camera has closed the connection"));
+}
+
+} // namespace
