@@ -12,42 +12,11 @@ namespace zep {
 
 constinit AiState ai;
 
-int32_t ai_check(const char* function, int line, int32_t device, int32_t channel)
-{
-    if (!valid_device(device)) {
-        mpp_log(function, line, "aidev%d is not supported\n", device);
-        return ai_error(MPP_ERR_DEVICE);
-    }
-    if (valid_channel(channel)) return 0;
-    mpp_log(function, line, "ai chnid %d is invalid\n", channel);
-    return ai_error(MPP_ERR_CHANNEL);
-}
-
-int ai_descriptor(size_t slot)
-{
-    int fd = ai.slots.get(slot);
-    if (fd >= 0) return fd;
-    fd = open_slot(AI_DEVICE, AI_REQ_BIND_SLOT, uint32_t(slot));
-    if (fd >= 0) ai.slots.set(slot, fd);
-    return fd;
-}
-
-int32_t ai_request(size_t slot, uint32_t code, void* argument)
-{
-    int fd = ai_descriptor(slot);
-    return fd < 0 ? ai_error(MPP_ERR_REFUSED) : ioctl(fd, static_cast<unsigned long>(code), argument);
-}
-
 } // namespace zep
 
 using namespace zep;
 
 namespace {
-
-int32_t device_request(int32_t device, uint32_t code, void* argument = nullptr)
-{
-    return ai_request(slot_of(device, 0), code, argument);
-}
 
 // Stages go, descriptors stay: the device files are open for the life of the process.
 void clear_channels()
@@ -61,7 +30,7 @@ void clear_channels()
 
 int32_t open_slot_request(size_t slot, uint32_t code, void* argument)
 {
-    int fd = ai.slots.get(slot);
+    int fd = ai.port.slots.get(slot);
     return fd < 0 ? ai_error(MPP_ERR_REFUSED) : ioctl(fd, static_cast<unsigned long>(code), argument);
 }
 
@@ -81,25 +50,22 @@ int32_t MPI_AI_DeInit(void)
 
 int32_t HI_MPI_AI_SetPubAttr(int32_t s32Dev, const AIO_ATTR_S* pstAttr)
 {
-    AI_CHECK(s32Dev);
-    if (!pstAttr) return ai_error(MPP_ERR_NULL);
-    AIO_ATTR_S attr = *pstAttr;
-    return device_request(s32Dev, AI_REQ_SET_PUB_ATTR, &attr);
+    return ai.port.exchange(__func__, __LINE__, s32Dev, AI_REQ_SET_PUB_ATTR,
+                            const_cast<AIO_ATTR_S*>(pstAttr));
 }
 
 int32_t HI_MPI_AI_GetPubAttr(int32_t s32Dev, AIO_ATTR_S* pstAttr)
 {
-    AI_CHECK(s32Dev);
-    if (!pstAttr) return ai_error(MPP_ERR_NULL);
-    return device_request(s32Dev, AI_REQ_GET_PUB_ATTR, pstAttr);
+    return ai.port.exchange(__func__, __LINE__, s32Dev, AI_REQ_GET_PUB_ATTR, pstAttr);
 }
 
 int32_t HI_MPI_AI_Enable(int32_t s32Dev)
 {
     AI_CHECK(s32Dev);
-    if (int32_t failed = device_request(s32Dev, AI_REQ_ENABLE)) return failed;
+    const size_t slot = slot_of(s32Dev, 0);
+    if (int32_t failed = ai.port.request(slot, AI_REQ_ENABLE)) return failed;
     uint32_t pool = 0;
-    if (int32_t failed = device_request(s32Dev, AI_REQ_GET_POOL, &pool)) return failed;
+    if (int32_t failed = ai.port.request(slot, AI_REQ_GET_POOL, &pool)) return failed;
     ai.pools[s32Dev] = pool;
     return HI_MPI_VB_MmapPool(pool);
 }
@@ -109,20 +75,19 @@ int32_t HI_MPI_AI_Disable(int32_t s32Dev)
     AI_CHECK(s32Dev);
     // Unmapped first: the driver gives the pool's memory back when the device stops.
     if (int32_t failed = HI_MPI_VB_MunmapPool(ai.pools[s32Dev])) return failed;
-    return device_request(s32Dev, AI_REQ_DISABLE);
+    return ai.port.request(slot_of(s32Dev, 0), AI_REQ_DISABLE);
 }
 
 int32_t HI_MPI_AI_EnableChn(int32_t s32Dev, int32_t s32Chn)
 {
-    AI_CHECK(s32Dev, s32Chn);
-    return ai_request(slot_of(s32Dev, s32Chn), AI_REQ_ENABLE_CHN);
+    return ai.port.operate(__func__, __LINE__, s32Dev, s32Chn, AI_REQ_ENABLE_CHN);
 }
 
 int32_t HI_MPI_AI_DisableChn(int32_t s32Dev, int32_t s32Chn)
 {
     AI_CHECK(s32Dev, s32Chn);
     HI_MPI_AI_DisableReSmp(s32Dev, s32Chn);
-    return ai_request(slot_of(s32Dev, s32Chn), AI_REQ_DISABLE_CHN);
+    return ai.port.request(slot_of(s32Dev, s32Chn), AI_REQ_DISABLE_CHN);
 }
 
 int32_t HI_MPI_AI_EnableAec(int32_t s32AiDev, int32_t s32AiChn, int32_t s32AoDev, int32_t s32AoChn)
@@ -137,13 +102,12 @@ int32_t HI_MPI_AI_EnableAec(int32_t s32AiDev, int32_t s32AiChn, int32_t s32AoDev
         return MPP_ERROR(HI_ID_AO, MPP_ERR_CHANNEL);
     }
     AI_AEC_SOURCE_S source = {s32AoDev, s32AoChn};
-    return ai_request(slot_of(s32AiDev, s32AiChn), AI_REQ_ENABLE_AEC, &source);
+    return ai.port.request(slot_of(s32AiDev, s32AiChn), AI_REQ_ENABLE_AEC, &source);
 }
 
 int32_t HI_MPI_AI_DisableAec(int32_t s32Dev, int32_t s32Chn)
 {
-    AI_CHECK(s32Dev, s32Chn);
-    return ai_request(slot_of(s32Dev, s32Chn), AI_REQ_DISABLE_AEC);
+    return ai.port.operate(__func__, __LINE__, s32Dev, s32Chn, AI_REQ_DISABLE_AEC);
 }
 
 int32_t HI_MPI_AI_SetChnParam(int32_t s32Dev, int32_t s32Chn, const AI_CHN_PARAM_S* pstParam)
@@ -164,13 +128,11 @@ int32_t HI_MPI_AI_GetChnParam(int32_t s32Dev, int32_t s32Chn, AI_CHN_PARAM_S* ps
 int32_t HI_MPI_AI_GetFd(int32_t s32Dev, int32_t s32Chn)
 {
     AI_CHECK(s32Dev, s32Chn);
-    int fd = ai_descriptor(slot_of(s32Dev, s32Chn));
-    return fd < 0 ? ai_error(MPP_ERR_REFUSED) : fd;
+    return ai.port.descriptor_or_code(slot_of(s32Dev, s32Chn));
 }
 
 int32_t HI_MPI_AI_GetFileHandle(int32_t s32Slot)
 {
     AI_CHECK(0, s32Slot);
-    int fd = ai_descriptor(size_t(s32Slot));
-    return fd < 0 ? ai_error(MPP_ERR_REFUSED) : fd;
+    return ai.port.descriptor_or_code(size_t(s32Slot));
 }

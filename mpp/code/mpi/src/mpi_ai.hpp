@@ -29,7 +29,7 @@ struct AiChannel {
 };
 
 struct AiState {
-    SlotDescriptors slots;
+    AioPort port = {HI_ID_AI, "ai", AI_DEVICE, AI_REQ_BIND_SLOT, false};
     AiChannel channels[AIO_SLOTS];
     std::atomic<uint32_t> pools[AIO_MAX_DEVICES] = {};
     std::atomic<bool> initialised = false;
@@ -38,16 +38,8 @@ extern constinit AiState ai;
 
 constexpr int32_t ai_error(uint32_t number) { return MPP_ERROR(HI_ID_AI, number); }
 
-// 0, or the code of the first argument out of range, reported in the operation's name.
-int32_t ai_check(const char* function, int line, int32_t device, int32_t channel = 0);
-
-// A request on the slot's descriptor, opened if need be.
-int32_t ai_request(size_t slot, uint32_t code, void* argument = nullptr);
-
-// The slot's descriptor, or -1.
-int ai_descriptor(size_t slot);
-
 } // namespace zep
 
+// Within an operation: returns what its arguments are refused with.
 #define AI_CHECK(...)                                                                                        \
-    if (int32_t refused = zep::ai_check(__func__, __LINE__, __VA_ARGS__)) return refused
+    if (int32_t refused = zep::ai.port.check(__func__, __LINE__, __VA_ARGS__)) return refused

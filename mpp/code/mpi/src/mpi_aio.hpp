@@ -48,8 +48,30 @@ private:
     std::atomic<int> above_[AIO_SLOTS] = {}; // one more than the descriptor, so that all start closed
 };
 
-// Opens `device` and hands the slot's number to the driver; -1 when either fails.
-int open_slot(const char* device, uint32_t request, uint32_t slot);
+// One of the two drivers: what tells it from the other, and its descriptors.
+struct AioPort {
+    MOD_ID module;
+    const char* name; // in messages
+    const char* path;
+    uint32_t bind_slot;     // the request that hands a descriptor its slot
+    bool must_be_character; // a plain file in the device's place is refused
+    SlotDescriptors slots = {};
+
+    [[nodiscard]] int32_t error(uint32_t number) const { return MPP_ERROR(module, number); }
+    // 0, or the code of the first argument out of range, reported in the operation's name.
+    int32_t check(const char* function, int line, int32_t device, int32_t channel = 0) const;
+    int32_t refuse_channel(const char* function, int line, int32_t channel) const;
+
+    // The slot's descriptor, opened if need be, or -1; public operations return a code instead.
+    int descriptor(size_t slot);
+    int32_t descriptor_or_code(size_t slot);
+    // A request on it.
+    int32_t request(size_t slot, uint32_t code, void* argument = nullptr);
+
+    // Whole operations of one request: of a channel, and of a device with its attributes.
+    int32_t operate(const char* function, int line, int32_t device, int32_t channel, uint32_t code);
+    int32_t exchange(const char* function, int line, int32_t device, uint32_t code, AIO_ATTR_S* attr);
+};
 
 // Whether a descriptor is ready for the event now.
 bool ready_now(int fd, short event);

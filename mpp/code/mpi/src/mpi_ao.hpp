@@ -12,7 +12,7 @@ struct AoChannel {
 };
 
 struct AoState {
-    SlotDescriptors slots;
+    AioPort port = {HI_ID_AO, "ao", AO_DEVICE, AO_REQ_BIND_SLOT, true};
     AoChannel channels[AIO_SLOTS];
     std::atomic<bool> initialised = false;
 };
@@ -20,18 +20,10 @@ extern constinit AoState ao;
 
 constexpr int32_t ao_error(uint32_t number) { return MPP_ERROR(HI_ID_AO, number); }
 
-// 0, or the code of the first argument out of range, reported in the operation's name.
-int32_t ao_check(const char* function, int line, int32_t device, int32_t channel = 0);
-
-// A request on the slot's descriptor, opened if need be.
-int32_t ao_request(size_t slot, uint32_t code, void* argument = nullptr);
-
-// The slot's descriptor, or -1.
-int ao_descriptor(size_t slot);
-
 } // namespace zep
 
+// Within an operation: returns what its arguments are refused with.
 #define AO_CHECK(...)                                                                                        \
-    if (int32_t refused = zep::ao_check(__func__, __LINE__, __VA_ARGS__)) return refused
+    if (int32_t refused = zep::ao.port.check(__func__, __LINE__, __VA_ARGS__)) return refused
 
 #define AO_ASSERT(condition) MPP_ASSERT("mpp/code/mpi/src/mpi_ao", condition)
