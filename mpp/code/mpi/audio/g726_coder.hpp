@@ -37,9 +37,18 @@ template<int kBits> constexpr auto make_rows()
 }
 template<int kBits> static constexpr auto kRows = make_rows<kBits>();
 
-template<int kBits> class Coder {
+// Where size counts, all rates share the inner functions; else each rate has its own copy of them in its
+// loop.
+#ifdef __OPTIMIZE_SIZE__
+#define G726_INNER
+#else
+#define G726_INNER [[gnu::always_inline]]
+#endif
+
+// What does not depend on the rate.
+class CoderState {
 public:
-    explicit Coder(const G726_STATE_S& s)
+    explicit CoderState(const G726_STATE_S& s)
         : zeros_(s), yl_(s.s32Yl), yu_(s.s16Yu), dms_(s.s16Dms), dml_(s.s16Dml), ap_(s.s16Ap),
           a1_(s.as16A[0]), a2_(s.as16A[1]), pk1_(-s.au8Pk[0]), pk2_(-s.au8Pk[1]),
           sr1_(from_word(s.as16Sr[0])), sr2_(from_word(s.as16Sr[1])), td_(s.u8Td)
@@ -63,6 +72,123 @@ public:
         s.u8Td = td_;
     }
 
+protected:
+    struct Estimate {
+        int signal, zeros; // SE, SEZ
+    };
+
+    // [ACCUM]: sums wrap in 16 bits.
+    G726_INNER Estimate estimate() const
+    {
+        const int32_t zeros = zeros_.sum();
+        return {int16_t(zeros + tap(a2_, sr2_) + tap(a1_, sr1_)) >> 1, int16_t(zeros) >> 1};
+    }
+
+    // Mix of both scale factors by the speed control [LIMA, MIX]: rounds toward 0.
+    G726_INNER int scale() const
+    {
+        const int al = std::min(ap_ >> 2, 64);
+        const int slow = yl_ >> 6;
+        const int product = (yu_ - slow) * al;
+        return slow + ((product + (product >> 31 & 63)) >> 6);
+    }
+
+    // Everything that both ends do with a code; returns the reconstructed signal [ADDB], unlimited.
+    // Signs are masks, 0 or -1: they follow the signal, so a branch on one would be mispredicted every other
+    // time.
+    // `sign` is the code's; at 5 bits the zeros forget more slowly.
+    G726_INNER int update(const Row& row, int sign, bool five_bits, int y, Estimate e)
+    {
+        const int log = row.dequant + (y >> 2); // [ADDA]
+        const int present = ~(log >> 31);       // below the least logarithm there is no difference
+        const int exponent = log >> 7 & 15;
+        const int dq = int(uint32_t(128 + (log & 127)) << exponent >> 7) & present; // [ANTILOG]
+        const int signed_dq = (dq ^ sign) - sign;
+        const int sr = int16_t(e.signal + signed_dq);
+        const int partial = int16_t(e.zeros + signed_dq);          // [ADDC]
+        const bool transition = td_ && uint32_t(dq) > threshold(); // [TRANS]
+
+        adapt_scale(row.wik, y);
+        adapt_predictor(sign, dq, five_bits, partial, transition);
+        const uint32_t magnitude = uint32_t(sr < 0 ? -sr : sr) & 0x7fff;
+        sr2_ = sr1_;
+        sr1_ = to_signal(magnitude, sr >> 31);
+        zeros_.shift(to_word(to_signal(uint32_t(dq), sign)));
+        adapt_speed(row.fik, y, transition);
+        return sr;
+    }
+
+    G726_INNER uint32_t threshold() const
+    {
+        const int whole = yl_ >> 15;
+        const uint32_t t = whole > 9 ? 31 << 10 : uint32_t(32 + (yl_ >> 10 & 31)) << whole;
+        return (t + (t >> 1)) >> 1;
+    }
+
+    // [FILTD, LIMB, FILTE]
+    G726_INNER void adapt_scale(int w, int y)
+    {
+        yu_ = std::clamp(y + ((w - y) >> 5), 544, 5120);
+        yl_ += yu_ + (-yl_ >> 6);
+    }
+
+    G726_INNER void adapt_predictor(int sign, int dq, bool five_bits, int partial, bool transition)
+    {
+        const int pk0 = partial >> 31;
+        if (transition) [[unlikely]] {
+            a1_ = a2_ = 0;
+            zeros_.clear();
+        } else {
+            adapt_poles(pk0 ^ pk1_, pk0 ^ pk2_, partial != 0);
+            const int16_t gain = dq == 0 ? 0 : 128;
+            if (five_bits)
+                zeros_.template adapt<9>(int16_t(sign), gain);
+            else
+                zeros_.template adapt<8>(int16_t(sign), gain);
+        }
+        pk2_ = pk1_;
+        pk1_ = pk0;
+    }
+
+    // [UPA2, LIMC, UPA1, LIMD]; the arguments are masks of a change of sign.
+    G726_INNER void adapt_poles(int change1, int change2, bool moving)
+    {
+        int a2 = a2_ - (a2_ >> 7);
+        int a1 = a1_ - (a1_ >> 8);
+        if (moving) [[likely]] {
+            const int f = std::clamp((a1_ ^ ~change1) - ~change1, -8192, 8191) >> 5;
+            a2 += f + ((128 ^ change2) - change2);
+            a1 += (192 ^ change1) - change1;
+        }
+        a2_ = std::clamp(a2, -12288, 12288);
+        a1_ = std::clamp(a1, a2_ - 15360, 15360 - a2_);
+    }
+
+    // [FILTA, FILTB, SUBTC, FILTC, TRIGA, TONE]
+    G726_INNER void adapt_speed(int f, int y, bool transition)
+    {
+        dms_ += (f - dms_) >> 5;
+        dml_ += ((f << 2) - dml_) >> 7;
+        const int difference = (dms_ << 2) - dml_;
+        const int magnitude = difference < 0 ? -difference : difference;
+        td_ = a2_ < -11776;
+        const int fast = int(y < 1536) | int(td_) | int(magnitude >= dml_ >> 3);
+        ap_ += ((fast << 9) - ap_) >> 4;
+        if (transition) [[unlikely]]
+            ap_ = 256;
+    }
+
+    Zeros zeros_;
+    int yl_, yu_, dms_, dml_, ap_, a1_, a2_;
+    int pk1_, pk2_; // masks
+    Signal sr1_, sr2_;
+    bool td_;
+};
+
+template<int kBits> class Coder : public CoderState {
+public:
+    using CoderState::CoderState;
+
     // 14-bit sample to code.
     uint32_t encode(int sample)
     {
@@ -83,26 +209,6 @@ public:
 private:
     static constexpr uint32_t kMask = (1u << kBits) - 1;
 
-    struct Estimate {
-        int signal, zeros; // SE, SEZ
-    };
-
-    // [ACCUM]: sums wrap in 16 bits.
-    Estimate estimate() const
-    {
-        const int32_t zeros = zeros_.sum();
-        return {int16_t(zeros + tap(a2_, sr2_) + tap(a1_, sr1_)) >> 1, int16_t(zeros) >> 1};
-    }
-
-    // Mix of both scale factors by the speed control [LIMA, MIX]: rounds toward 0.
-    int scale() const
-    {
-        const int al = std::min(ap_ >> 2, 64);
-        const int slow = yl_ >> 6;
-        const int product = (yu_ - slow) * al;
-        return slow + ((product + (product >> 31 & 63)) >> 6);
-    }
-
     // [LOG, SUBTB, QUAN]
     static uint32_t quantize(int d, int y)
     {
@@ -117,94 +223,12 @@ private:
         return (i ^ uint32_t(sign)) & kMask;
     }
 
-    // Everything that both ends do with a code; returns the reconstructed signal [ADDB], unlimited.
-    // Signs are masks, 0 or -1: they follow the signal, so a branch on one would be mispredicted every other
-    // time.
     int update(uint32_t code, int y, Estimate e)
     {
-        const Row& row = kRows<kBits>[code];
-        const int sign = -int(code >> (kBits - 1));
-        const int log = row.dequant + (y >> 2); // [ADDA]
-        const int present = ~(log >> 31);       // below the least logarithm there is no difference
-        const int exponent = log >> 7 & 15;
-        const int dq = int(uint32_t(128 + (log & 127)) << exponent >> 7) & present; // [ANTILOG]
-        const int signed_dq = (dq ^ sign) - sign;
-        const int sr = int16_t(e.signal + signed_dq);
-        const int partial = int16_t(e.zeros + signed_dq);          // [ADDC]
-        const bool transition = td_ && uint32_t(dq) > threshold(); // [TRANS]
-
-        adapt_scale(row.wik, y);
-        adapt_predictor(sign, dq, partial, transition);
-        const uint32_t magnitude = uint32_t(sr < 0 ? -sr : sr) & 0x7fff;
-        sr2_ = sr1_;
-        sr1_ = to_signal(magnitude, sr >> 31);
-        zeros_.shift(to_word(to_signal(uint32_t(dq), sign)));
-        adapt_speed(row.fik, y, transition);
-        return sr;
+        return CoderState::update(kRows<kBits>[code], -int(code >> (kBits - 1)), kBits == 5, y, e);
     }
-
-    uint32_t threshold() const
-    {
-        const int whole = yl_ >> 15;
-        const uint32_t t = whole > 9 ? 31 << 10 : uint32_t(32 + (yl_ >> 10 & 31)) << whole;
-        return (t + (t >> 1)) >> 1;
-    }
-
-    // [FILTD, LIMB, FILTE]
-    void adapt_scale(int w, int y)
-    {
-        yu_ = std::clamp(y + ((w - y) >> 5), 544, 5120);
-        yl_ += yu_ + (-yl_ >> 6);
-    }
-
-    void adapt_predictor(int sign, int dq, int partial, bool transition)
-    {
-        const int pk0 = partial >> 31;
-        if (transition) [[unlikely]] {
-            a1_ = a2_ = 0;
-            zeros_.clear();
-        } else {
-            adapt_poles(pk0 ^ pk1_, pk0 ^ pk2_, partial != 0);
-            const int16_t gain = dq == 0 ? 0 : 128;
-            zeros_.template adapt<kBits == 5 ? 9 : 8>(int16_t(sign), gain);
-        }
-        pk2_ = pk1_;
-        pk1_ = pk0;
-    }
-
-    // [UPA2, LIMC, UPA1, LIMD]; the arguments are masks of a change of sign.
-    void adapt_poles(int change1, int change2, bool moving)
-    {
-        int a2 = a2_ - (a2_ >> 7);
-        int a1 = a1_ - (a1_ >> 8);
-        if (moving) [[likely]] {
-            const int f = std::clamp((a1_ ^ ~change1) - ~change1, -8192, 8191) >> 5;
-            a2 += f + ((128 ^ change2) - change2);
-            a1 += (192 ^ change1) - change1;
-        }
-        a2_ = std::clamp(a2, -12288, 12288);
-        a1_ = std::clamp(a1, a2_ - 15360, 15360 - a2_);
-    }
-
-    // [FILTA, FILTB, SUBTC, FILTC, TRIGA, TONE]
-    void adapt_speed(int f, int y, bool transition)
-    {
-        dms_ += (f - dms_) >> 5;
-        dml_ += ((f << 2) - dml_) >> 7;
-        const int difference = (dms_ << 2) - dml_;
-        const int magnitude = difference < 0 ? -difference : difference;
-        td_ = a2_ < -11776;
-        const int fast = int(y < 1536) | int(td_) | int(magnitude >= dml_ >> 3);
-        ap_ += ((fast << 9) - ap_) >> 4;
-        if (transition) [[unlikely]]
-            ap_ = 256;
-    }
-
-    Zeros zeros_;
-    int yl_, yu_, dms_, dml_, ap_, a1_, a2_;
-    int pk1_, pk2_; // masks
-    Signal sr1_, sr2_;
-    bool td_;
 };
+
+#undef G726_INNER
 
 } // namespace zep::g726

@@ -30,9 +30,9 @@ struct Channel {
 struct State {
     std::atomic<bool> initialised = false;
     Channel channels[ADEC_MAX_CHN_NUM];
-    zep::Driver driver{ADEC_DEVICE, "open adec"};
 };
-constinit State state;
+constinit State state; // all zeros at the start, so it takes no room in the file
+constinit zep::Driver driver(ADEC_DEVICE, "open adec");
 
 constexpr int32_t coded(uint32_t number) { return MPP_ERROR(HI_ID_ADEC, number); }
 
@@ -201,5 +201,5 @@ int32_t HI_MPI_ADEC_GetFd(int32_t s32Chn)
     Channel& channel = state.channels[s32Chn];
     MutexLock locked(channel.lock);
     if (int32_t failed = check_exists(channel)) return failed;
-    return state.driver.open() == 0 ? state.driver.fd() : coded(MPP_ERR_REFUSED);
+    return driver.open() == 0 ? driver.fd() : coded(MPP_ERR_REFUSED);
 }

@@ -38,9 +38,9 @@ struct Channel {
 struct State {
     std::atomic<bool> initialised = false;
     Channel channels[AENC_MAX_CHN_NUM];
-    zep::Driver driver{AENC_DEVICE, "open aenc"};
 };
-constinit State state;
+constinit State state; // all zeros at the start, so it takes no room in the file
+constinit zep::Driver driver(AENC_DEVICE, "open aenc");
 
 constexpr int32_t coded(uint32_t number) { return MPP_ERROR(HI_ID_AENC, number); }
 
@@ -284,5 +284,5 @@ int32_t HI_MPI_AENC_GetFd(int32_t s32Chn)
     Channel& channel = state.channels[s32Chn];
     MutexLock locked(channel.lock);
     if (int32_t failed = check_exists(channel)) return failed;
-    return state.driver.open() == 0 ? state.driver.fd() : coded(MPP_ERR_REFUSED);
+    return driver.open() == 0 ? driver.fd() : coded(MPP_ERR_REFUSED);
 }

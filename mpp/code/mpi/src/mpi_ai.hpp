@@ -29,12 +29,12 @@ struct AiChannel {
 };
 
 struct AiState {
-    AioPort port = {HI_ID_AI, "ai", AI_DEVICE, AI_REQ_BIND_SLOT, false};
     AiChannel channels[AIO_SLOTS];
     std::atomic<uint32_t> pools[AIO_MAX_DEVICES] = {};
     std::atomic<bool> initialised = false;
 };
-extern constinit AiState ai;
+extern constinit AiState ai; // all zeros at the start, so it takes no room in the file
+extern constinit AioPort ai_port;
 
 constexpr int32_t ai_error(uint32_t number) { return MPP_ERROR(HI_ID_AI, number); }
 
@@ -42,4 +42,4 @@ constexpr int32_t ai_error(uint32_t number) { return MPP_ERROR(HI_ID_AI, number)
 
 // Within an operation: returns what its arguments are refused with.
 #define AI_CHECK(...)                                                                                        \
-    if (int32_t refused = zep::ai.port.check(__func__, __LINE__, __VA_ARGS__)) return refused
+    if (int32_t refused = zep::ai_port.check(__func__, __LINE__, __VA_ARGS__)) return refused

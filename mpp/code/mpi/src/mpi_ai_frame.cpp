@@ -16,7 +16,7 @@ constexpr uint32_t kMaxBytes = AUDIO_MAX_POINTS * sizeof(int16_t);
 
 int32_t release(size_t slot, AI_EXCHANGE_S& record)
 {
-    return ai.port.request(slot, AI_REQ_RELEASE_FRAME, &record);
+    return ai_port.request(slot, AI_REQ_RELEASE_FRAME, &record);
 }
 
 int32_t refuse(size_t slot, AI_EXCHANGE_S& record, int32_t code)
@@ -120,12 +120,12 @@ int32_t HI_MPI_AI_GetFrame(int32_t s32Dev, int32_t s32Chn, AUDIO_FRAME_S* pstFrm
     }
     const size_t slot = slot_of(s32Dev, s32Chn);
     // Opened before the poll: a descriptor of -1 would say "no frame" for ever.
-    int fd = ai.port.descriptor(slot);
+    int fd = ai_port.descriptor(slot);
     if (fd < 0) return ai_error(MPP_ERR_REFUSED);
     if (bBlock == 0 && !ready_now(fd, POLLIN)) return ai_error(MPP_ERR_EMPTY);
 
     AI_EXCHANGE_S record = {};
-    if (int32_t failed = ai.port.request(slot, AI_REQ_GET_FRAME, &record)) return failed;
+    if (int32_t failed = ai_port.request(slot, AI_REQ_GET_FRAME, &record)) return failed;
     if (int32_t failed = translate_all(record)) return refuse(slot, record, failed);
     if (int32_t failed = process(slot, ai.channels[slot], record, s32Chn)) return failed;
     *pstFrm = record.stFrame;

@@ -56,7 +56,7 @@ bool check_anr(const char* function, int line, int32_t device, const AIO_ATTR_S&
 
 bool device_attributes(int32_t device, AIO_ATTR_S* attr)
 {
-    return ai.port.request(slot_of(device, 0), AI_REQ_GET_PUB_ATTR, attr) == 0;
+    return ai_port.request(slot_of(device, 0), AI_REQ_GET_PUB_ATTR, attr) == 0;
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 namespace zep {
 
 constinit AoState ao;
+constinit AioPort ao_port = {HI_ID_AO, "ao", AO_DEVICE, AO_REQ_BIND_SLOT, true, {}};
 
 } // namespace zep
 
@@ -46,59 +47,59 @@ int32_t MPI_AO_DeInit(void)
 
 int32_t HI_MPI_AO_SetPubAttr(int32_t s32Dev, const AIO_ATTR_S* pstAttr)
 {
-    return ao.port.exchange(__func__, __LINE__, s32Dev, AO_REQ_SET_PUB_ATTR,
+    return ao_port.exchange(__func__, __LINE__, s32Dev, AO_REQ_SET_PUB_ATTR,
                             const_cast<AIO_ATTR_S*>(pstAttr));
 }
 
 int32_t HI_MPI_AO_GetPubAttr(int32_t s32Dev, AIO_ATTR_S* pstAttr)
 {
-    return ao.port.exchange(__func__, __LINE__, s32Dev, AO_REQ_GET_PUB_ATTR, pstAttr);
+    return ao_port.exchange(__func__, __LINE__, s32Dev, AO_REQ_GET_PUB_ATTR, pstAttr);
 }
 
 int32_t HI_MPI_AO_Enable(int32_t s32Dev)
 {
-    return ao.port.operate(__func__, __LINE__, s32Dev, 0, AO_REQ_ENABLE);
+    return ao_port.operate(__func__, __LINE__, s32Dev, 0, AO_REQ_ENABLE);
 }
 int32_t HI_MPI_AO_Disable(int32_t s32Dev)
 {
-    return ao.port.operate(__func__, __LINE__, s32Dev, 0, AO_REQ_DISABLE);
+    return ao_port.operate(__func__, __LINE__, s32Dev, 0, AO_REQ_DISABLE);
 }
 
 int32_t HI_MPI_AO_EnableChn(int32_t s32Dev, int32_t s32Chn)
 {
-    return ao.port.operate(__func__, __LINE__, s32Dev, s32Chn, AO_REQ_ENABLE_CHN);
+    return ao_port.operate(__func__, __LINE__, s32Dev, s32Chn, AO_REQ_ENABLE_CHN);
 }
 
 int32_t HI_MPI_AO_DisableChn(int32_t s32Dev, int32_t s32Chn)
 {
     AO_CHECK(s32Dev, s32Chn);
     HI_MPI_AO_DisableReSmp(s32Dev, s32Chn);
-    return ao.port.request(slot_of(s32Dev, s32Chn), AO_REQ_DISABLE_CHN);
+    return ao_port.request(slot_of(s32Dev, s32Chn), AO_REQ_DISABLE_CHN);
 }
 
 int32_t HI_MPI_AO_PauseChn(int32_t s32Dev, int32_t s32Chn)
 {
-    return ao.port.operate(__func__, __LINE__, s32Dev, s32Chn, AO_REQ_PAUSE_CHN);
+    return ao_port.operate(__func__, __LINE__, s32Dev, s32Chn, AO_REQ_PAUSE_CHN);
 }
 
 int32_t HI_MPI_AO_ResumeChn(int32_t s32Dev, int32_t s32Chn)
 {
-    return ao.port.operate(__func__, __LINE__, s32Dev, s32Chn, AO_REQ_RESUME_CHN);
+    return ao_port.operate(__func__, __LINE__, s32Dev, s32Chn, AO_REQ_RESUME_CHN);
 }
 
 int32_t HI_MPI_AO_ClearChnBuf(int32_t s32Dev, int32_t s32Chn)
 {
-    return ao.port.operate(__func__, __LINE__, s32Dev, s32Chn, AO_REQ_CLEAR_BUF);
+    return ao_port.operate(__func__, __LINE__, s32Dev, s32Chn, AO_REQ_CLEAR_BUF);
 }
 
 int32_t HI_MPI_AO_GetFd(int32_t s32Dev, int32_t s32Chn)
 {
     AO_CHECK(s32Dev, s32Chn);
-    return ao.port.descriptor_or_code(slot_of(s32Dev, s32Chn));
+    return ao_port.descriptor_or_code(slot_of(s32Dev, s32Chn));
 }
 
 int32_t HI_MPI_AO_GetFileHandle(int32_t s32Slot)
 {
-    if (uint32_t(s32Slot) >= AIO_SLOTS) return ao.port.refuse_channel(__func__, __LINE__, s32Slot);
-    return ao.port.descriptor_or_code(size_t(s32Slot));
+    if (uint32_t(s32Slot) >= AIO_SLOTS) return ao_port.refuse_channel(__func__, __LINE__, s32Slot);
+    return ao_port.descriptor_or_code(size_t(s32Slot));
 }

@@ -12,11 +12,11 @@ struct AoChannel {
 };
 
 struct AoState {
-    AioPort port = {HI_ID_AO, "ao", AO_DEVICE, AO_REQ_BIND_SLOT, true};
     AoChannel channels[AIO_SLOTS];
     std::atomic<bool> initialised = false;
 };
-extern constinit AoState ao;
+extern constinit AoState ao; // all zeros at the start, so it takes no room in the file
+extern constinit AioPort ao_port;
 
 constexpr int32_t ao_error(uint32_t number) { return MPP_ERROR(HI_ID_AO, number); }
 
@@ -24,6 +24,6 @@ constexpr int32_t ao_error(uint32_t number) { return MPP_ERROR(HI_ID_AO, number)
 
 // Within an operation: returns what its arguments are refused with.
 #define AO_CHECK(...)                                                                                        \
-    if (int32_t refused = zep::ao.port.check(__func__, __LINE__, __VA_ARGS__)) return refused
+    if (int32_t refused = zep::ao_port.check(__func__, __LINE__, __VA_ARGS__)) return refused
 
 #define AO_ASSERT(condition) MPP_ASSERT("mpp/code/mpi/src/mpi_ao", condition)

@@ -48,7 +48,7 @@ static int32_t MPI_AO_CheckReSmp(int32_t device, int32_t channel, const AIO_RESA
 {
     if (!check_record(__func__, __LINE__, channel, attr)) return ao_error(MPP_ERR_PARAM);
     AIO_ATTR_S current = {};
-    if (ao.port.request(slot_of(device, 0), AO_REQ_GET_PUB_ATTR, &current) != 0) {
+    if (ao_port.request(slot_of(device, 0), AO_REQ_GET_PUB_ATTR, &current) != 0) {
         MPP_LOG("can't get aodev%d's attribute!\n", device);
         return ao_error(MPP_ERR_NO_CONFIG);
     }
@@ -93,7 +93,7 @@ int32_t HI_MPI_AO_SendFrame(int32_t s32Dev, int32_t s32Chn, const AUDIO_FRAME_S*
     if (pstFrm->u32Len > kMaxBytes) return ao_error(MPP_ERR_PARAM);
     const size_t slot = slot_of(s32Dev, s32Chn);
     // Opened before the poll: a descriptor of -1 would say "full" for ever.
-    int fd = ao.port.descriptor(slot);
+    int fd = ao_port.descriptor(slot);
     if (fd < 0) return ao_error(MPP_ERR_REFUSED);
     if (bBlock == 0 && !ready_now(fd, POLLOUT)) return ao_error(MPP_ERR_FULL);
 
@@ -113,7 +113,7 @@ int32_t HI_MPI_AO_SendFrame(int32_t s32Dev, int32_t s32Chn, const AUDIO_FRAME_S*
             frame.u32Len = scale_by_kind(kind, points) * uint32_t(sizeof(int16_t));
         }
     }
-    int32_t result = ao.port.request(slot, AO_REQ_SEND_FRAME, &frame);
+    int32_t result = ao_port.request(slot, AO_REQ_SEND_FRAME, &frame);
     return result < 0 ? result : 0;
 }
 

@@ -12,11 +12,10 @@ constexpr int32_t kFree = -1;
 
 template<class Descriptor, MOD_ID kModule> class Registry {
 public:
-    constexpr Registry() { clear_entries(); }
-
     int32_t add(int32_t* handle, const Descriptor& descriptor)
     {
         zep::MutexLock guard(lock_);
+        prepare();
         if (count_ >= CODEC_REGISTRY_SIZE) return MPP_ERROR(kModule, MPP_ERR_FULL);
         // A type of -1 would leave the entry free while it counts.
         if (descriptor.enType == kFree) return MPP_ERROR(kModule, MPP_ERR_PARAM);
@@ -34,6 +33,7 @@ public:
     int32_t find(int32_t type, Descriptor* descriptor)
     {
         zep::MutexLock guard(lock_);
+        prepare();
         for (const Descriptor& entry : entries_)
             if (type != kFree && entry.enType == type) {
                 *descriptor = entry;
@@ -45,6 +45,7 @@ public:
     int32_t get(int32_t handle, Descriptor* descriptor)
     {
         zep::MutexLock guard(lock_);
+        prepare();
         if (handle < 0 || handle >= CODEC_REGISTRY_SIZE || entries_[handle].enType == kFree)
             return MPP_ERROR(kModule, MPP_ERR_PARAM);
         *descriptor = entries_[handle];
@@ -58,7 +59,14 @@ public:
     }
 
 private:
-    constexpr void clear_entries()
+    // Entries are marked free at the first use: until then all is zeros and takes no room in the file.
+    void prepare()
+    {
+        if (!prepared_) clear_entries();
+        prepared_ = true;
+    }
+
+    void clear_entries()
     {
         for (Descriptor& entry : entries_) {
             entry = Descriptor{};
@@ -70,6 +78,7 @@ private:
     pthread_mutex_t lock_ = PTHREAD_MUTEX_INITIALIZER;
     Descriptor entries_[CODEC_REGISTRY_SIZE]{}; // guarded by lock_
     int32_t count_ = 0;                         // guarded by lock_
+    bool prepared_ = false;                     // guarded by lock_
 };
 
 struct CodecState {

@@ -20,10 +20,10 @@ struct Pool {
 };
 
 struct State {
-    zep::Driver driver{VB_DEVICE, "open err\n"};
     Pool pools[VB_MAX_POOLS];
 };
-constinit State state;
+constinit State state; // all zeros at the start, so it takes no room in the file
+constinit zep::Driver driver(VB_DEVICE, "open err\n");
 
 class Locked {
 public:
@@ -40,8 +40,8 @@ constexpr int32_t coded(uint32_t number) { return MPP_ERROR(HI_ID_VB, number); }
 
 int32_t request(uint32_t code, void* argument = nullptr)
 {
-    if (state.driver.open() != 0) return coded(MPP_ERR_REFUSED);
-    return state.driver.request(code, argument);
+    if (driver.open() != 0) return coded(MPP_ERR_REFUSED);
+    return driver.request(code, argument);
 }
 
 // A request on one word: the word that the driver leaves, or `failure`.
