@@ -1,6 +1,7 @@
 // Tests of library functions that use fixed paths, ports and process numbers. They run inside the camera:
-// they write to /etc, mount and signal. With a word instead of a test option the program does one thing
-// that ends the camera.
+// they write to /etc, mount and signal. With a word instead of a test option the program does one thing,
+// which ends the camera or shows what a fresh process does.
+#include "common/accounts.h"
 #include "service/cutil_reboot.h"
 
 #include <cstdio>
@@ -19,6 +20,7 @@ int main(int argc, char** argv)
         CUTIL_Reboot();
     }
     if (argc == 2 && strcmp(argv[1], "reboot_net") == 0) CUTIL_RebootNet();
+    if (argc == 2 && strcmp(argv[1], "set_password") == 0) return QRN_SetSystemPassword("guest", "pw");
     testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

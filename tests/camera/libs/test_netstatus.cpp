@@ -1,0 +1,219 @@
+// Network status, beside what ip(8) says of the same links.
+#include "common/qrn_netstatus.h"
+#include "tests/camera/libs/inside.hpp"
+
+#include <arpa/inet.h>
+#include <cstdio>
+#include <fcntl.h>
+#include <regex>
+#include <sys/socket.h>
+
+namespace {
+
+const string kIp = "/usr/bin/ip "; // the camera's own speaks no JSON
+
+string output_of(const string& command)
+{
+    string text;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) return text;
+    char part[4096];
+    for (size_t got; (got = fread(part, 1, sizeof part, pipe)) > 0;) text.append(part, got);
+    EXPECT_EQ(pclose(pipe), 0) << command;
+    return text;
+}
+
+void ip(const string& words) { output_of(kIp + words); }
+
+// The string or number behind a key of ip's JSON, from a place on.
+string json_value(const string& json, const string& key, size_t from = 0)
+{
+    size_t at = json.find("\"" + key + "\":", from);
+    if (at == string::npos) return "";
+    at += key.size() + 3;
+    if (json[at] == '"') return json.substr(at + 1, json.find('"', at + 1) - at - 1);
+    return json.substr(at, json.find_first_of(",}", at) - at);
+}
+
+uint64_t counter(const string& json, const string& direction, const string& key)
+{
+    return std::stoull(json_value(json, key, json.find("\"" + direction + "\":")));
+}
+
+string gateway(const char* interface = nullptr)
+{
+    char address[QRN_ADDRESS_SIZE] = "untouched";
+    int32_t result = QRN_GetDefaultGateway(interface, address);
+    EXPECT_EQ(result, string(address) == "untouched" ? -1 : 0);
+    return result == 0 ? address : "";
+}
+
+string gateway6(const char* interface = nullptr)
+{
+    char address[QRN_ADDRESS_SIZE] = "untouched";
+    int32_t result = QRN_GetDefaultGateway6(interface, address);
+    EXPECT_EQ(result, string(address) == "untouched" ? -1 : 0);
+    return result == 0 ? address : "";
+}
+
+string resolvers(const string& content, int32_t max = 8)
+{
+    write_file("/etc/resolv.conf", content);
+    char list[8][QRN_ADDRESS_SIZE] = {};
+    string text;
+    for (int32_t i = 0, count = QRN_GetResolvers(list, max); i < count; ++i) text += string(list[i]) + " ";
+    return text;
+}
+
+// Waits for what the kernel does a moment later.
+bool soon(auto&& condition)
+{
+    for (int i = 0; i < 300; ++i, usleep(10000))
+        if (condition()) return true;
+    return false;
+}
+
+// Two links, wired to each other, in a network of their own.
+void with_links(auto&& part)
+{
+    isolated(CLONE_NEWNET, [&] {
+        write_file("/proc/sys/net/ipv6/conf/default/accept_dad", "0");
+        ip("link add eth7 type veth peer name eth77");
+        part();
+    });
+}
+
+} // namespace
+
+TEST(NetStatus, CarrierFollowsBothEnds)
+{
+    with_links([] {
+        EXPECT_EQ(QRN_GetLinkCarrier("eth7"), 0) << "down";
+        ip("link set eth7 up");
+        EXPECT_EQ(QRN_GetLinkCarrier("eth7"), 0) << "the other end is down";
+        ip("link set eth77 up");
+        EXPECT_TRUE(soon([] { return QRN_GetLinkCarrier("eth7") == 1; }));
+        ip("link set eth77 down");
+        EXPECT_TRUE(soon([] { return QRN_GetLinkCarrier("eth7") == 0; }));
+        ip("link set lo up");
+        EXPECT_EQ(QRN_GetLinkCarrier("lo"), 1);
+        for (const char* name : {"", "eth", "eth777", "../eth7", "an-interface-name-that-is-too-long"}) {
+            EXPECT_EQ(QRN_GetLinkCarrier(name), -1) << name;
+            QRN_IF_COUNTERS_S counters;
+            EXPECT_EQ(QRN_GetIfCounters(name, &counters), -1) << name;
+        }
+        EXPECT_EQ(QRN_GetLinkCarrier(nullptr), -1);
+    });
+}
+
+TEST(NetStatus, CountersAreThoseThatIpShows)
+{
+    with_links([] {
+        ip("addr add 10.7.0.1/24 dev eth7");
+        ip("link set eth7 up");
+        ip("link set eth77 up");
+        ip("neigh replace 10.7.0.9 lladdr 02:00:00:00:00:09 dev eth7");
+        int fd = socket(AF_INET, SOCK_DGRAM, 0);
+        struct sockaddr_in to = {};
+        to.sin_family = AF_INET;
+        to.sin_port = htons(9);
+        inet_aton("10.7.0.9", &to.sin_addr);
+        char data[1000] = {};
+        ASSERT_TRUE(soon([&] { return QRN_GetLinkCarrier("eth7") == 1; }));
+        for (int i = 0; i < 50; ++i)
+            ASSERT_EQ(sendto(fd, data, sizeof data, 0, reinterpret_cast<sockaddr*>(&to), sizeof to), 1000);
+        close(fd);
+        for (const char* name : {"eth7", "eth77"}) {
+            QRN_IF_COUNTERS_S before, after;
+            string json;
+            // Once more when the kernel's own packets of a fresh link came between.
+            EXPECT_TRUE(soon([&] {
+                EXPECT_EQ(QRN_GetIfCounters(name, &before), 0);
+                json = output_of(kIp + "-j -s link show dev " + name);
+                EXPECT_EQ(QRN_GetIfCounters(name, &after), 0);
+                return memcmp(&before, &after, sizeof before) == 0;
+            }));
+            EXPECT_GE(before.tx_bytes + before.rx_bytes, 50u * 1042);
+            EXPECT_EQ(before.rx_bytes, counter(json, "rx", "bytes"));
+            EXPECT_EQ(before.rx_packets, counter(json, "rx", "packets"));
+            EXPECT_EQ(before.rx_errors, counter(json, "rx", "errors"));
+            EXPECT_EQ(before.rx_drops, counter(json, "rx", "dropped"));
+            EXPECT_EQ(before.tx_bytes, counter(json, "tx", "bytes"));
+            EXPECT_EQ(before.tx_packets, counter(json, "tx", "packets"));
+            EXPECT_EQ(before.tx_errors, counter(json, "tx", "errors"));
+            EXPECT_EQ(before.tx_drops, counter(json, "tx", "dropped"));
+        }
+        char address[QRN_HWADDR_SIZE];
+        ASSERT_EQ(QRN_GetHardwareAddress("eth7", address), 0);
+        EXPECT_EQ(json_value(output_of(kIp + "-j link show dev eth7"), "address"), address);
+        EXPECT_EQ(QRN_GetHardwareAddress("lo", address), -1);
+        EXPECT_EQ(QRN_GetHardwareAddress("eth0none", address), -1);
+    });
+}
+
+TEST(NetStatus, TheGatewayIsThatOfTheLowestMetric)
+{
+    with_links([] {
+        ip("addr add 10.7.0.1/24 dev eth7");
+        ip("addr add 10.8.0.1/24 dev eth77");
+        ip("link set eth7 up");
+        ip("link set eth77 up");
+        EXPECT_EQ(gateway(), "");
+        ip("route add default dev eth7 metric 1");
+        ip("route add unreachable default metric 2");
+        ip("route add 192.168.0.0/16 via 10.7.0.77");
+        ip("route add 0.0.0.0/1 via 10.7.0.78");
+        EXPECT_EQ(gateway(), "") << "none of these is a way to everywhere through a gateway";
+        ip("route add default via 10.7.0.254 dev eth7 metric 3000000000");
+        EXPECT_EQ(gateway(), "10.7.0.254");
+        ip("route add default via 10.8.0.200 dev eth77 metric 50");
+        EXPECT_EQ(gateway(), "10.8.0.200");
+        EXPECT_EQ(gateway(), json_value(output_of(kIp + "-j route show default metric 50"), "gateway"));
+        EXPECT_EQ(gateway("eth7"), "10.7.0.254");
+        EXPECT_EQ(gateway("eth"), "");
+        EXPECT_EQ(QRN_GetDefaultGateway(nullptr, nullptr), -1);
+    });
+}
+
+TEST(NetStatus, TheIPv6GatewayToo)
+{
+    with_links([] {
+        for (const char* name : {"eth7", "eth77"}) {
+            ip(string("link set ") + name + " up");
+            ip(string("addr add fd0") + (name[4] ? "8" : "7") + "::1/64 dev " + name + " nodad");
+        }
+        EXPECT_EQ(gateway6(), "");
+        ip("-6 route add unreachable default metric 1");
+        ip("-6 route add default via fd07::fe dev eth7 metric 300");
+        ip("-6 route add default via fe80::1:2 dev eth77 metric 200");
+        ip("-6 route add 2000::/3 via fd07::7 dev eth7 metric 5");
+        EXPECT_EQ(gateway6(), "fe80::1:2");
+        EXPECT_EQ(gateway6(), json_value(output_of(kIp + "-6 -j route show default metric 200"), "gateway"));
+        EXPECT_EQ(gateway6("eth7"), "fd07::fe");
+        EXPECT_EQ(gateway6("lo"), "");
+    });
+}
+
+TEST(NetStatus, ResolversAreThoseTheResolverWouldUse)
+{
+    string before = read_file("/etc/resolv.conf");
+    bool had = exists("/etc/resolv.conf");
+    EXPECT_EQ(
+        resolvers("# nameserver 9.9.9.9\n;nameserver 9.9.9.9\nsearch example\nnameserver\t10.0.0.1 # x\n"
+                  "nameserver  FE80:0::0:1%eth0\r\nnameserver10.0.0.2\nnameservers 10.0.0.3\n"
+                  " nameserver 10.0.0.4\nnameserver\nnameserver 1.2.3\nnameserver 10.0.0.300\n"
+                  "nameserver 10.0.0.5"),
+        "10.0.0.1 fe80::1 10.0.0.5 ");
+    string four = "nameserver 1.0.0.1\nnameserver 1.0.0.2\nnameserver 1.0.0.3\nnameserver 1.0.0.4\n";
+    EXPECT_EQ(resolvers(four), "1.0.0.1 1.0.0.2 1.0.0.3 ") << "the resolver uses three";
+    EXPECT_EQ(resolvers(four, 1), "1.0.0.1 ");
+    EXPECT_EQ(resolvers(four, 0), "");
+    EXPECT_EQ(resolvers("#" + string(510, 'x') + "nameserver 6.6.6.6\n" + four, 1), "1.0.0.1 ")
+        << "the end of a long comment";
+    EXPECT_EQ(resolvers(string("nameserver \0 1.1.1.1\n\0\0\n", 24) + four, 1), "1.0.0.1 ");
+    char list[1][QRN_ADDRESS_SIZE];
+    unlink("/etc/resolv.conf");
+    EXPECT_EQ(QRN_GetResolvers(list, 1), -1);
+    EXPECT_EQ(QRN_GetResolvers(nullptr, 1), -1);
+    if (had) write_file("/etc/resolv.conf", before);
+}
