@@ -7,6 +7,8 @@ for program in bench_start bench_conf bench_proc_scan; do
     echo "== $program"
     "$build/bench/common/$program"
 done
+echo "== bench_boot_param"
+"$build/bench/board/bench_boot_param"
 echo "== bench_upgrade"
 "$build/bench/upgrade/bench_upgrade"
 echo "== whole upgrades on the virtual camera"

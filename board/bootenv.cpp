@@ -43,7 +43,7 @@ void expand_template(const char* text, char* out, size_t size)
     out[used] = '\0';
 }
 
-// The search, one byte at a time so that blocks of any size give the same result.
+// The search; blocks of any size give the same result as single bytes.
 class Search {
 public:
     Search(const char* key, uint32_t limit)
@@ -52,7 +52,18 @@ public:
     }
 
     // True when the value is complete.
-    bool take(char byte) { return collecting_ ? collect(byte) : match(byte); }
+    bool take(const char* bytes, size_t size)
+    {
+        const char* end = bytes + size;
+        for (const char* at = bytes; at < end; ++at) {
+            if (!collecting_ && length_ == 0) {
+                at = static_cast<const char*>(memchr(at, key_[0], size_t(end - at)));
+                if (!at) return false;
+            }
+            if (collecting_ ? collect(*at) : match(*at)) return true;
+        }
+        return false;
+    }
     [[nodiscard]] const char* value() const { return scratch_; }
 
 private:
@@ -106,11 +117,11 @@ int BOOTENV_GetValue(const char* key, uint32_t limit, char* out, size_t size)
             printf("read err!");
             return -1;
         }
-        for (ssize_t i = 0; i < got && done < kSearched; ++i, ++done) {
-            if (!search.take(block[i])) continue;
-            expand_template(search.value(), out, size);
-            return 0;
-        }
+        const size_t count = std::min(size_t(got), kSearched - done);
+        done += count;
+        if (!search.take(block, count)) continue;
+        expand_template(search.value(), out, size);
+        return 0;
     }
     return -1;
 }

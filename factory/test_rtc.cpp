@@ -24,6 +24,7 @@ constexpr char kUsage[] = "usage: test_rtc [-v] [-n]\n    -n reads only\n";
 constexpr int64_t kRunMs = 2500; // half a second behind the second full one
 constexpr int64_t kEdgeMs = 2000;
 constexpr int64_t kPollMs = 10;
+constexpr int kRestoreAttempts = 3;
 // Two seconds before the leap day, so that a wrong leap rule shows.
 constexpr DS1339_TIME_S kProbe = {2012, 2, 28, 23, 59, 58, 2};
 
@@ -141,7 +142,7 @@ DS1339_TIME_S time_after(const DS1339_TIME_S& then, int64_t elapsed_ms)
 }
 
 // At a full second, so that the clock loses nothing; at once when a signal came.
-bool restore(Rtc& rtc, const DS1339_TIME_S& then, int64_t then_ms)
+bool write_true_time(Rtc& rtc, const DS1339_TIME_S& then, int64_t then_ms)
 {
     const int64_t elapsed = monotonic_ms() - then_ms;
     Interruptible::pause_ms((elapsed + 999) / 1000 * 1000 - elapsed);
@@ -150,6 +151,14 @@ bool restore(Rtc& rtc, const DS1339_TIME_S& then, int64_t then_ms)
     if (!rtc.write(time) || !rtc.read(again)) return false;
     const int64_t difference = seconds_of(again) - seconds_of(time);
     return difference == 0 || difference == 1;
+}
+
+// A driver that refuses once fails the test, but the clock must not stay wrong for it.
+bool restore(Rtc& rtc, const DS1339_TIME_S& then, int64_t then_ms)
+{
+    for (int attempt = 0; attempt < kRestoreAttempts; ++attempt)
+        if (write_true_time(rtc, then, then_ms)) return attempt == 0;
+    return false;
 }
 
 // Writes the probe time and sees it pass the leap day; the true time comes back on every path.

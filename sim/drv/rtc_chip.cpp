@@ -51,7 +51,9 @@ Chip load()
     Chip chip = {};
     std::istringstream in(raw::read_text(state::path("rtc")));
     std::string date, time;
-    if (in >> date >> time >> chip.set.weekday >> chip.at_ns && parse(date + " " + time, chip.set)) {
+    int32_t weekday = 0;
+    if (in >> date >> time >> weekday >> chip.at_ns && parse(date + " " + time, chip.set)) {
+        chip.set.weekday = weekday;
         for (std::string word; in >> word;) add_fault(chip, word);
         return chip;
     }
@@ -109,10 +111,15 @@ std::string format(const Time& t)
 
 bool parse(const std::string& text, Time& t)
 {
+    t.weekday = 0;
     int used = 0;
     const int fields = sscanf(text.c_str(), "%4d-%2d-%2d %2d:%2d:%2d%n", &t.year, &t.month, &t.day, &t.hour,
                               &t.minute, &t.second, &used);
-    return fields == 6 && size_t(used) == text.size() && valid(t);
+    if (fields != 6 || size_t(used) != text.size() || !valid(t)) return false;
+    Time day = {2000, 1, 1, 0, 0, 0, 6};
+    while (day.year != t.year || day.month != t.month || day.day != t.day) next_day(day, false);
+    t.weekday = day.weekday;
+    return true;
 }
 
 std::string faults(const Chip& chip)

@@ -32,8 +32,8 @@ Time counted(const Chip& chip);
 Time read(const Chip& chip);
 // What it can count: 2000 to 2099, days that exist.
 bool valid(const Time& time);
-std::string format(const Time& time); // "2012-02-28 23:59:58"
-bool parse(const std::string& text, Time& time);
+std::string format(const Time& time);            // "2012-02-28 23:59:58"
+bool parse(const std::string& text, Time& time); // the weekday is the date's
 // The faults, "stopped no-leap"; false for a word that is none.
 std::string faults(const Chip& chip);
 bool add_fault(Chip& chip, const std::string& name);
