@@ -36,7 +36,7 @@ bool parse_line(const std::string& text, Line& line)
         !parse_number(text.substr(dot + 1), 7, line.bit))
         return false;
     line.bank = group >= 1 && group <= std::size(kGroups) ? kGroups[group - 1] : group;
-    return bank_of(line.bank) == line.bank;
+    return line.bank != 0 && bank_of(line.bank) == line.bank;
 }
 
 bool parse_level(const std::string& text, bool& level)

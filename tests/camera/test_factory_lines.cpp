@@ -1,67 +1,18 @@
-// Factory tests of the board: digital lines, LEDs, key, real-time clock; good boards, faulty ones, and that
+// Factory tests of digital lines, LEDs and key; good boards, faulty ones, and that
 // nothing stays changed.
-#include "tests/camera/vcam_command.hpp"
+#include "tests/camera/factory_board.hpp"
 
-#include <cmath>
-#include <ctime>
 #include <gmock/gmock.h>
-#include <map>
 
 using testing::ElementsAreArray;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 using testing::StartsWith;
 
 namespace {
 
-constexpr char kPassed[] = "successful\n", kFailed[] = "failed\n";
 constexpr char kPlugs[] = "4.0 wire 5.0\n4.1 wire 5.1\n4.6 wire 6.4\n4.7 wire 8.2\n";
-
-struct Board : testing::Test {
-    explicit Board(const char* model = "ZM131") : camera({"--model", model}) {}
-
-    void pins(const std::string& plan) const { write_file(camera.state("pins"), plan); }
-    // Directions, levels of outputs and multiplexing of every line. What was written to an input is not seen.
-    [[nodiscard]] std::map<std::string, unsigned> registers() const
-    {
-        const std::string json = vcam("status " + camera.state("").string() + " --json").text;
-        std::map<std::string, unsigned> words;
-        std::istringstream in(json.substr(json.find("\"registers\":{") + 13));
-        char colon, next = ',';
-        for (std::string address; next == ',' && in.ignore() && std::getline(in, address, '"') &&
-                                  in >> colon >> words[address] >> next;) {
-        }
-        for (auto& [address, word] : words)
-            if (address.ends_with("3FC")) word &= words[address.substr(0, 7) + "400"];
-        return words;
-    }
-    // Camera time.
-    [[nodiscard]] double clock_ms() const
-    {
-        const std::string json = vcam("status " + camera.state("").string() + " --json").text;
-        return atof(json.c_str() + json.find("\"seconds\":") + 10) * 1000;
-    }
-    // Makes every second line an output, some high, and switches pins to other functions.
-    void disturb()
-    {
-        std::string script;
-        for (const char* bank : {"0x2019", "0x201A", "0x201B", "0x2020", "0x2021"})
-            script += std::string("reg -s ") + bank + "0400 0x55; reg -s " + bank + "03FC 0x36;";
-        for (const char* pin : {"60", "64", "80", "B0", "E4", "114", "118"})
-            script += std::string("reg -s 0x200F0") + (pin[2] ? "" : "0") + pin + " 0x12;";
-        camera.run({"sh", "-c", script});
-    }
-    Outcome run(const std::string& command) { return camera.run({"sh", "-c", command}); }
-    // Runs it in the background and ends it by a signal in the middle.
-    Outcome interrupt(const std::string& command, const std::string& after = "0.5")
-    {
-        return run(command + " > /tmp/out & p=$!; sleep " + after + "; kill -TERM $p; wait $p; echo $?");
-    }
-
-    Camera camera;
-};
 
 struct Dio : Board {};
 
@@ -322,96 +273,4 @@ TEST_F(Key, FailingDriverSignalAndArguments)
         EXPECT_EQ(run(std::string("test_key ") + arguments).out, kFailed) << arguments;
     camera.faults("hi3516_reg open 0 -1 ENOENT\n");
     EXPECT_EQ(run("test_key").status, 255);
-}
-
-namespace {
-
-struct Rtc : Board {
-    Rtc() { set("--set '2024-12-31 23:59:50'"); }
-    void set(const std::string& options) const
-    {
-        EXPECT_EQ(vcam("rtc " + camera.state("").string() + " " + options).status, 0);
-    }
-    // The chip's time at camera time 0 in seconds, which stays the same while nobody sets it, and its
-    // weekday.
-    [[nodiscard]] double origin() const
-    {
-        tm t = {};
-        int weekday = 0;
-        double at_ns = 0;
-        EXPECT_EQ(sscanf(read_file(camera.state("rtc")).c_str(), "%d-%d-%d %d:%d:%d %d %lf", &t.tm_year,
-                         &t.tm_mon, &t.tm_mday, &t.tm_hour, &t.tm_min, &t.tm_sec, &weekday, &at_ns),
-                  8);
-        t.tm_year -= 1900;
-        --t.tm_mon;
-        return double(timegm(&t)) - at_ns / 1e9;
-    }
-};
-
-} // namespace
-
-TEST_F(Rtc, RunsKeepsWhatIsWrittenAndHasTheTrueTimeAgain)
-{
-    const double before = origin();
-    Outcome passed = run("test_rtc");
-    EXPECT_EQ(passed.out, kPassed);
-    EXPECT_NEAR(origin(), before, 0.05);
-    passed = run("test_rtc -v");
-    EXPECT_THAT(passed.out, HasSubstr("ADVANCED 2 s : successful\nWRITE 2012/02/28 23:59:58 : successful\n"
-                                      "READ 2012/02/29 00:00:00 : successful\nADVANCED 2 s : successful\n"));
-    EXPECT_THAT(passed.out, EndsWith(kPassed));
-    EXPECT_THAT(passed.of("settimeofday"), IsEmpty()); // the system clock is none of its business
-    EXPECT_NEAR(origin(), before, 0.1);
-    Outcome read_only = run("test_rtc -n -v");
-    EXPECT_THAT(read_only.out, EndsWith(kPassed));
-    EXPECT_THAT(read_only.out, Not(HasSubstr("WRITE")));
-}
-
-// The weekday goes on from what it was, even where somebody has set it to another day.
-TEST_F(Rtc, TheWeekdayIsNotCorrected)
-{
-    set("--set '2024-12-31 23:59:58'");
-    std::string line = read_file(camera.state("rtc"));
-    line.replace(line.find(":58 ") + 4, 1, "5");
-    write_file(camera.state("rtc"), line);
-    Outcome passed = run("test_rtc");
-    EXPECT_EQ(passed.out, kPassed);
-    EXPECT_THAT(passed.of("ds1339").back(), StartsWith("read 2025-01-01 00:00:0"));
-    EXPECT_THAT(passed.of("ds1339").back(), EndsWith("weekday 6"));
-}
-
-TEST_F(Rtc, BrokenChipsFailAndKeepTheirTime)
-{
-    set("--fault no-leap");
-    double before = origin();
-    EXPECT_THAT(run("test_rtc -v").out, HasSubstr("READ 2012/03/01 00:00:00 : successful\nADVANCED 86402 s"));
-    EXPECT_NEAR(origin(), before, 0.05);
-    set("--fault none --fault stopped");
-    Outcome stopped = run("test_rtc -v");
-    EXPECT_THAT(stopped.out, EndsWith("STOPPED : failed\nfailed\n"));
-    set("--fault none --fault bcd --set '2024-12-31 20:00:00'");
-    EXPECT_EQ(run("test_rtc").out, kFailed);
-    EXPECT_THAT(stopped.of("ds1339"), Not(testing::Contains(StartsWith("write"))));
-}
-
-TEST_F(Rtc, DriversThatRefuseAndSignalsLeaveTheTrueTime)
-{
-    for (const char* fault : {"ds1339 read 0 1 EIO\n", "ds1339 read 3 1 EIO\n", "ds1339 write 0 1 EIO\n",
-                              "ds1339 write 1 1 EIO\n"}) {
-        set("--set '2024-06-01 12:00:00'");
-        const double before = origin();
-        camera.faults(fault);
-        EXPECT_EQ(run("test_rtc").out, kFailed) << fault;
-        EXPECT_NEAR(origin(), before, 0.05) << fault;
-    }
-    camera.faults("");
-    const double before = origin();
-    EXPECT_EQ(interrupt("test_rtc", "4.5").out, "143\n"); // while it has the probe's time
-    EXPECT_NEAR(origin(), before, 1);
-    camera.faults("ds1339 open 0 -1 ENOENT\n");
-    Outcome absent = run("test_rtc");
-    EXPECT_EQ(absent.status, 255);
-    EXPECT_EQ(absent.out, "");
-    EXPECT_EQ(absent.err, "test_rtc: /dev/ds1339: No such file or directory\n");
-    EXPECT_EQ(run("test_rtc word").out, kFailed);
 }
