@@ -3,7 +3,6 @@
 #include "common/conf_token.hpp"
 #include "common/fd.hpp"
 #include "common/line_reader.hpp"
-#include "common/parse_int.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -63,8 +62,9 @@ void scan_line(Scan& scan, const char* line)
 
 } // namespace
 
-int conf_scan(const ConfReader& reader, const char* path, void* record)
+int32_t conf_scan(const ConfReader& reader, const char* path, void* record)
 {
+    if (!path || !record) return 0;
     Fd file(open(path, O_RDONLY | O_CLOEXEC));
     if (!file) {
         syslog(LOG_ALERT, "%s : %s can't open file : %s\n", reader.name, path, strerror(errno));
@@ -77,21 +77,12 @@ int conf_scan(const ConfReader& reader, const char* path, void* record)
     return 1;
 }
 
-void conf_store_text(void* record, const ConfKey& key, const char* value)
+void conf_default(const ConfReader& reader, void* record)
 {
-    size_t length = std::min(strlen(value), size_t(key.size) - 1);
-    char* field = static_cast<char*>(record) + key.offset;
-    memcpy(field, value, length);
-    field[length] = '\0';
-}
-
-void conf_store_int32(void* record, const ConfKey& key, const char* value)
-{
-    const char* digits = value + (*value == '-' || *value == '+');
-    if (*digits == '\0' || digits[strspn(digits, "0123456789")] != '\0') return;
-    int32_t number = parse_int(value);
-    if (number < key.min || number > key.max) return;
-    memcpy(static_cast<char*>(record) + key.offset, &number, sizeof number);
+    if (!record) return;
+    memset(record, 0, reader.record_size);
+    for (const ConfKey& key : reader.keys)
+        if (key.fallback[0]) key.store(record, key, key.fallback);
 }
 
 } // namespace zep
