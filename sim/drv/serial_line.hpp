@@ -59,6 +59,8 @@ struct Record {
     Queue<uint8_t, 4096> in;         // arrived, not read yet
 };
 
+static_assert(sizeof(Record) == 36976);
+
 class Line {
 public:
     // `rs485`: one pair of wires, whose driver RTS switches: cleared it sends, set it receives.
