@@ -54,8 +54,9 @@ as_in_the_camera() {
     grep -v -E '^(umount|ifconfig|rmmod|kill|Killed)' "$root/errors" > "$out/camera_errors"
     same_file "console (- machine, + camera)" "$out/console" "$out/camera_console"
     same_file "errors (- machine, + camera)" "$out/errors" "$out/camera_errors"
-    sed -n 's/^.* upgrade: //p' "$out/log" > "$out/lines"
-    sed -n 's/^[^ ]* [^ ]* upgrade: //p' "$camera/syslog" | sed 's/\\n$//' > "$out/camera_lines"
+    # Without a word from the program each C library names it in its own way.
+    sed '/ syslogd started/d; s/^.\{15\} [^ :]*: //' "$out/log" > "$out/lines"
+    sed 's/^[^ ]* [^ ]* [^ :]*: //; s/\\n$//' "$camera/syslog" > "$out/camera_lines"
     same_file "system log (- machine, + camera)" "$out/lines" "$out/camera_lines"
     "$vcam" get "$camera" /etc "$out/camera_etc" || wrong "the camera's /etc cannot be read"
     local differ

@@ -1,7 +1,8 @@
 title="a bad block under the settings image costs what stood in it, as in the virtual camera"
 ends=123
 . "$here/upgraded.sh"
-options=(-n badblocks=197) # block 5 of /dev/mtd3
+# Blocks 5 and 10 of /dev/mtd3 are bad: both hold the large file, wherever it stands.
+options=(-n badblocks=197,202)
 prepare() { old_camera "$work/firmware/pkg"; }
 board() {
     furnish
@@ -13,6 +14,6 @@ judge() {
     for file in network/network.conf release tcp_server.conf; do
         [ -s "$out/etc/$file" ] || wrong "/etc/$file is missing"
     done
-    as_in_the_camera "" "" --bad mtd3:5
+    as_in_the_camera "" "" --bad mtd3:5 --bad mtd3:10
     flash_as_in_the_camera mtd1 mtd2
 }

@@ -179,6 +179,10 @@ TEST_F(Jffs2, ABadBlockHoldsNothingAndTakesNothing)
     write(source + "/first", noise(100, 1));
     write(source + "/large", noise(60000, 2));
     make("-l -n -e 16KiB", 256 << 10);
+    write(image + ".bad", "3\n"); // the file's end
+    unpacked(kSmall);
+    const std::string cut = read(out + "/large");
+    EXPECT_TRUE(cut.size() > 3 * 15000 && cut.size() < 60000 && noise(60000, 2).starts_with(cut));
     write(image + ".bad", "2\n");
     const std::string bad = read(image).substr(2 * kSmall, kSmall);
     unpacked(kSmall);
