@@ -100,6 +100,7 @@ build_root() {
         install -m 755 "$exe" "$root/board/bin/${exe##*/}" &&
         install -m 755 "$here/init" "$root/init" &&
         install -m 755 "$here/send" "$root/board/send" &&
+        install -m 644 "$here/guest.sh" "$root/board/guest.sh" &&
         install -m 755 "$here/reboot" "$root/sbin/reboot" || return 1
     [ -z "$script" ] || install -m 755 "$script" "$root/board/script" || return 1
     printf '%s\n' "modules='$modules'" "nand='$chip $nand'" "shell='$shell'" \

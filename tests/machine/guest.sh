@@ -1,5 +1,5 @@
-#!/bin/busybox sh
-# What the tests' scripts share on the emulated machine.
+# What scripts and the shell on the emulated machine share.
+# shellcheck shell=sh
 
 # One link an applet; the executable's own list names them in its last line.
 for applet in $("$BOARD_EXE" | tail -n 1 | tr ',' ' '); do ln -sf "$BOARD_EXE" "/bin/$applet"; done

@@ -1,10 +1,10 @@
 #!/bin/bash
 # The tests on the emulated machine, one verdict line each: every file in cases/ is one test.
 #
-#   run.sh ZEP ACTOR QUESTIONS HOST_BUILD [NAME...]
+#   run.sh ZEP PROGRAMS HOST_BUILD [NAME...]
 #
 #   ZEP         the camera's executable
-#   ACTOR QUESTIONS   the tests' own programs for the machine
+#   PROGRAMS    folder of the tests' own programs for the machine
 #   HOST_BUILD  build folder with fwpkg, vcam and the questions for this side
 #
 # A case is a title and the functions `prepare` (here: fills $root, the machine's extra files),
@@ -13,8 +13,8 @@ set -u -o pipefail
 export LC_ALL=C.UTF-8
 
 here=$(cd "${BASH_SOURCE[0]%/*}" && pwd)
-zep=$(realpath "$1") actor=$(realpath "$2") questions=$(realpath "$3") host=$(realpath "$4")
-shift 4
+zep=$(realpath "$1") programs=$(realpath "$2") host=$(realpath "$3")
+shift 3
 fwpkg=$host/tools/fwpkg vcam=$host/sim/box/vcam
 export PATH=$PATH:/usr/sbin
 
@@ -60,7 +60,7 @@ flashed() { # PARTITION IMAGE
 
 write_script() {
     {
-        cat "$here/guest.sh"
+        printf '%s\n' '#!/bin/busybox sh' '. /board/guest.sh'
         declare -f board
         echo board
     } > "$1"
@@ -72,8 +72,8 @@ run_case() {
     mkdir -p "$root/board" "$root/tmp" "$out"
     : > "$dir/failures"
     . "$here/cases/$name.sh"
-    cp "$actor" "$root/board/actor"
-    cp "$questions" "$root/board/questions"
+    cp "$programs/machine_actor" "$root/board/actor"
+    cp "$programs/machine_questions" "$root/board/questions"
     cp "$here/keep.sh" "$root/board/keep.sh"
     prepare
     write_script "$dir/script"
