@@ -225,7 +225,7 @@ private:
     static int bad_block(const state::Partition& part, int64_t offset)
     {
         if (offset < 0 || offset >= part.size) return -EINVAL;
-        if (!part.nand) return -EOPNOTSUPP; // kernels from 3.3 on answer 0; the camera's is older
+        if (!part.nand) return -EOPNOTSUPP; // new kernels answer 0; the camera's is old
         return is_bad(part, uint64_t(offset));
     }
     int mark_bad(const state::Partition& part, int64_t offset)
