@@ -6,7 +6,7 @@
 //   .\" camera: OPTIONS    options of vcam new
 //   .\" run: OPTIONS       options of vcam run
 //   .\" package: PATH      a firmware package that the camera takes
-//   .\" file: NAME TEXT    a file of the camera's folder, "\n" in it ends a line
+//   .\" vcam: COMMAND ARGUMENT ...   a vcam command on this camera, quoted as for the shell
 #include "tests/camera/firmware.hpp"
 
 #include <algorithm>
@@ -22,8 +22,7 @@ struct Step {
 
 struct Page {
     Lines camera_options, run_options;
-    std::vector<std::pair<std::string, std::string>> files;
-    Lines packages;
+    Lines packages, commands;
     std::vector<std::vector<Step>> examples;
     Lines sections;
 };
@@ -53,10 +52,7 @@ void prepare(Page& page, std::string line)
     if (take(line, "camera: ")) page.camera_options = words(line);
     if (take(line, "run: ")) page.run_options = words(line);
     if (take(line, "package: ")) page.packages.push_back(line);
-    if (take(line, "file: ")) {
-        size_t blank = line.find(' ');
-        page.files.emplace_back(line.substr(0, blank), replaced(line.substr(blank + 1), "\\n", "\n") + "\n");
-    }
+    if (take(line, "vcam: ")) page.commands.push_back(line);
 }
 
 Page read_page(const fs::path& path)
@@ -141,7 +137,12 @@ TEST_P(ManPage, ExamplesAreTrue)
     Camera camera(page.camera_options);
     for (const std::string& path : page.packages)
         write_file(camera.root(path), make_firmware(camera.folder()).pack());
-    for (const auto& [name, text] : page.files) write_file(camera.state(name), text);
+    for (const std::string& line : page.commands) {
+        size_t verb = std::min(line.find(' '), line.size());
+        std::string command =
+            VCAM " " + line.substr(0, verb) + " '" + camera.state("").string() + "'" + line.substr(verb);
+        EXPECT_EQ(system((command + " > /dev/null").c_str()), 0) << command;
+    }
     for (const auto& steps : page.examples) {
         ASSERT_FALSE(steps.empty());
         Outcome outcome = camera.run({"sh", "-c", script(steps)}, page.run_options);

@@ -1,6 +1,6 @@
 #!/bin/bash
 # The main job on the virtual camera: a firmware upgrade with a real package, a refused one, and
-# one with the watchdog kept fed. What is shown is what happened: every verdict below is a comparison.
+# one with the watchdog kept fed; then a new camera is brought up and goes through the factory line. What is shown is what happened: every verdict below is a comparison.
 #
 #   demo.sh BUILD_FOLDER [CAMERA_FOLDER]
 set -eu
@@ -9,6 +9,7 @@ work=${2:-$build/demo}
 vcam=$build/sim/box/vcam
 fwpkg=$build/tools/fwpkg
 camera=$work/camera
+line=$work/line
 
 if [ -t 1 ]; then
     bold=$'\033[1m' dim=$'\033[2m' green=$'\033[32m' red=$'\033[31m' plain=$'\033[0m'
@@ -138,6 +139,51 @@ with_watchdog() {
     verdict "upgraded" grep -q 'Upgrade complete' "$work/console"
 }
 
+# --- bring-up and the factory line ----------------------------------------------------
+
+# Runs a factory test on the line's camera; its verdict word decides.
+station() {
+    local verdict
+    verdict=$("$vcam" run "$line" -- "$@" | tail -n 1) || true
+    if [ "$verdict" = successful ]; then good "$*"; else bad "$* ($verdict)"; fi
+}
+
+bring_up() {
+    title "4. A camera comes to life"
+    camera=$line
+    "$vcam" new "$line" --model ZM130 --mac 00:16:6c:12:34:56 --serial A1B2C3D4E5 --product ZN-1000
+    "$vcam" rtc "$line" --set "2026-11-21 10:20:30" > /dev/null
+    in_camera load_drv
+    verdict "the drivers of a ZM130 are loaded, and its registers set" grep -q 'tlv_320' "$line/modules"
+    in_camera get_boot_param /tmp/boot_param
+    "$vcam" get "$line" /tmp/boot_param | sed 's/^/    /'
+    verdict "the start-up scripts know the MAC address" grep -qx MAC=00:16:6c:12:34:56 <("$vcam" get "$line" /tmp/boot_param)
+    in_camera sh -c 'xtime; date'
+    verdict "the system clock has the time of the real-time clock" grep -q '2026.*10:20:3\|10:20:3.*2026' "$work/console"
+}
+
+factory_line() {
+    title "5. The factory line, with its plugs in"
+    "$vcam" pin "$line" "4.0 wire 5.0" > /dev/null
+    "$vcam" plug "$line" ttyAMA1 loopback > /dev/null
+    "$vcam" plug "$line" ttyAMA2 loopback > /dev/null
+    station test_dio
+    station test_led
+    station test_rs485
+    station test_rs232
+    "$vcam" pin "$line" "8.1 press +2 0.4 4" > /dev/null
+    station test_key
+    station test_rtc
+    station test_send_watchdog
+    "$vcam" plug "$line" ttyAMA2 block > /dev/null
+    in_camera get_cb_cam_info
+    verdict "the camera block is a 2M Panasonic" grep -qx 'MODEL=2M Panasonic' "$work/console"
+    note "and a board with a short: line 4.0 stays low"
+    "$vcam" pin "$line" "4.0 stuck 0" > /dev/null
+    in_camera test_dio -v
+    verdict "test_dio finds it" grep -qx failed "$work/console"
+}
+
 started=$(date +%s)
 rm -rf "$work"
 mkdir -p "$work"
@@ -148,6 +194,8 @@ title "A virtual camera"
 good_package
 damaged_package
 with_watchdog
+bring_up
+factory_line
 title "Done in $(($(date +%s) - started)) s"
-note "The camera stays in $camera: vcam status, vcam diff, vcam shell."
+note "The cameras stay in $work: vcam status, vcam diff, vcam shell."
 exit $failed
