@@ -24,11 +24,13 @@ bad() { printf '  %sFAIL%s  %s\n' "$red" "$plain" "$*"; failed=1; }
 verdict() { if "${@:2}" > /dev/null 2>&1; then good "$1"; else bad "$1"; fi; }
 command_line() { printf '%s$ %s%s\n' "$bold" "$*" "$plain"; }
 
-# Runs a command in the camera: its console, then the camera's exit status in $status.
+# Runs a command in the camera: its console, then the camera's exit status in $status. Options of vcam run are
+# in $options.
+options=
 in_camera() {
-    command_line "vcam run camera -- $*"
+    command_line "vcam run camera ${options:+$options }-- $*"
     status=0
-    "$vcam" run "$camera" -- "$@" > "$work/console" 2> "$work/errors" || status=$?
+    "$vcam" run "$camera" $options -- "$@" > "$work/console" 2> "$work/errors" || status=$?
     sed 's/^/    /' "$work/console"
 }
 
@@ -144,7 +146,7 @@ with_watchdog() {
 # Runs a factory test on the line's camera; its verdict word decides.
 station() {
     local verdict
-    verdict=$("$vcam" run "$line" -- "$@" | tail -n 1) || true
+    verdict=$("$vcam" run "$line" --medium sd=16M --medium usb=16M -- "$@" | tail -n 1) || true
     if [ "$verdict" = successful ]; then good "$*"; else bad "$* ($verdict)"; fi
 }
 
@@ -160,6 +162,12 @@ bring_up() {
     verdict "the start-up scripts know the MAC address" grep -qx MAC=00:16:6c:12:34:56 <("$vcam" get "$line" /tmp/boot_param)
     in_camera sh -c 'xtime; date'
     verdict "the system clock has the time of the real-time clock" grep -q '2026.*10:20:3\|10:20:3.*2026' "$work/console"
+    options="--link 192.168.10.7"
+    in_camera qrn_arp eth0 192.168.10.7 2000
+    verdict "an address that a neighbour on the link has is in conflict" grep -q '^conflict ' "$work/console"
+    in_camera qrn_arp eth0 192.168.10.8 2000
+    verdict "another one is free" grep -qx free "$work/console"
+    options=
 }
 
 factory_line() {
@@ -173,6 +181,8 @@ factory_line() {
     station test_rs232
     "$vcam" pin "$line" "8.1 press +2 0.4 4" > /dev/null
     station test_key
+    station test_sdcard
+    station test_usb
     station test_rtc
     station test_send_watchdog
     "$vcam" plug "$line" ttyAMA2 block > /dev/null
