@@ -175,15 +175,10 @@ INSTANTIATE_TEST_SUITE_P(Section8, ManPage, testing::ValuesIn([] {
                          }()),
                          [](const auto& page) { return page.param.substr(0, page.param.find('.')); });
 
-TEST(ManPages, EveryAppletHasOneAndNoPageIsMisformed)
+TEST(ManPages, EveryAppletHasOne)
 {
     Lines names = applets();
     ASSERT_EQ(names.size(), 23u);
     for (const std::string& name : names)
         EXPECT_TRUE(fs::exists(fs::path(MAN_PAGES) / (name + ".8"))) << name;
-    for (const auto& entry : fs::directory_iterator(MAN_PAGES)) {
-        if (read_file(entry.path()).rfind(".so ", 0) == 0) continue;
-        std::string lint = "mandoc -Tlint -Wwarning '" + entry.path().string() + "'";
-        EXPECT_EQ(system(lint.c_str()), 0) << entry.path();
-    }
 }
