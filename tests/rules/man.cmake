@@ -3,7 +3,7 @@
 file(GLOB pages ${FOLDER}/*.[1-9])
 foreach(page ${pages})
     file(READ ${page} start LIMIT 4)
-    if(start STREQUAL ".so ")
+    if(start MATCHES "^[.]so")
         list(REMOVE_ITEM pages ${page})
     endif()
 endforeach()
