@@ -265,7 +265,8 @@ Sleeper::Sleeper(int64_t deadline_ns, Wait kind) : deadline_(deadline_ns), pause
         // A free slot's deadline is past: until it is set, lookers see a thread about to wake.
         if (!s.tid.compare_exchange_strong(holder, self)) continue;
         s.kind = int(kind);
-        s.grace_until_ns = host_ns() + kPeerGrace;
+        s.grace_until_ns =
+            host_ns() + std::clamp((deadline_ns - now(*p)) / kGraceShare, kPeerGrace, kLongestGrace);
         s.deadline_ns = deadline_ns;
         slot_ = i;
     }

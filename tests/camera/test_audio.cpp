@@ -61,6 +61,7 @@ protected:
         write_file(camera.folder() / "script",
                    "station() { c=$1; shift; /run/bin/zep-audio $c --limit 5 $STATION "
                    "\"$@\"; }\n"
+                   "rm -f /tmp/server.log\n"
                    "test_audio 5000 > /tmp/server.log 2>/tmp/server.err &\n"
                    "SERVER=$!\nat='127.0.0.1 5000'\n"
                    "until grep -q port /tmp/server.log; do sleep 0.1; done\n" +
