@@ -55,6 +55,14 @@ int connect_to(const addrinfo& address, std::chrono::seconds limit)
     return -1;
 }
 
+constexpr char kClosed[] = "the camera has closed the connection";
+
+// After a send or a receive that failed: which of the two notices first that the peer is gone is chance.
+std::string lost()
+{
+    return errno == EPIPE || errno == ECONNRESET ? kClosed : std::string("connection: ") + strerror(errno);
+}
+
 } // namespace
 
 int32_t Message::word(size_t index) const
@@ -93,8 +101,7 @@ void Link::send(uint16_t command, uint32_t number, const std::vector<uint8_t>& b
             continue;
         }
         pollfd wanted = {fd_, POLLOUT, 0};
-        if (errno != EAGAIN && errno != EINTR)
-            fail(std::string("the camera does not listen: ") + strerror(errno));
+        if (errno != EAGAIN && errno != EINTR) fail(lost());
         if (poll(&wanted, 1, wait_ms(until)) == 0) fail("the camera takes nothing any more");
     }
 }
@@ -109,8 +116,8 @@ bool Link::fill(size_t wanted, Clock::time_point until)
             bytes_.insert(bytes_.end(), piece, piece + got);
             continue;
         }
-        if (got == 0) fail("the camera has closed the connection");
-        if (errno != EAGAIN && errno != EINTR) fail(std::string("connection: ") + strerror(errno));
+        if (got == 0) fail(kClosed);
+        if (errno != EAGAIN && errno != EINTR) fail(lost());
         pollfd readable = {fd_, POLLIN, 0};
         if (poll(&readable, 1, wait_ms(until)) == 0) return false;
     }
