@@ -4,6 +4,7 @@
 #include "base/mpp_report.hpp"
 #include "mpi/src/mpi_modules.hpp"
 #include "mpi/src/mpi_vb.h"
+#include "mpi/src/mpi_vb.hpp"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -45,7 +46,9 @@ int32_t MPI_AI_Init(void)
 
 int32_t MPI_AI_DeInit(void)
 {
-    if (ai.initialised.exchange(false)) clear_channels();
+    if (!ai.initialised.exchange(false)) return 0;
+    clear_channels();
+    for (auto& pool : ai.pools) vb_forget(pool.exchange(kNoPool));
     return 0;
 }
 
@@ -67,15 +70,20 @@ int32_t HI_MPI_AI_Enable(int32_t s32Dev)
     if (int32_t failed = ai_port.request(slot, AI_REQ_ENABLE)) return failed;
     uint32_t pool = 0;
     if (int32_t failed = ai_port.request(slot, AI_REQ_GET_POOL, &pool)) return failed;
+    // Kept only when mapped: a number that came from the driver is not to be unmapped later on trust.
+    if (int32_t failed = HI_MPI_VB_MmapPool(pool)) return failed;
     ai.pools[s32Dev] = pool;
-    return HI_MPI_VB_MmapPool(pool);
+    return 0;
 }
 
 int32_t HI_MPI_AI_Disable(int32_t s32Dev)
 {
     AI_CHECK(s32Dev);
-    // Unmapped first: the driver gives the pool's memory back when the device stops.
-    if (int32_t failed = HI_MPI_VB_MunmapPool(ai.pools[s32Dev])) return failed;
+    // Unmapped first: the driver gives the pool's memory back when the device stops. While a frame is out it
+    // stays mapped, and the device enabled.
+    if (ai.pools[s32Dev] != kNoPool)
+        if (int32_t failed = HI_MPI_VB_MunmapPool(ai.pools[s32Dev])) return failed;
+    ai.pools[s32Dev] = kNoPool;
     return ai_port.request(slot_of(s32Dev, 0), AI_REQ_DISABLE);
 }
 

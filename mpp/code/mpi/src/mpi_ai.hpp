@@ -28,9 +28,11 @@ struct AiChannel {
     ResampleStage resample;
 };
 
+constexpr uint32_t kNoPool = UINT32_MAX;
+
 struct AiState {
     AiChannel channels[AIO_SLOTS];
-    std::atomic<uint32_t> pools[AIO_MAX_DEVICES] = {};
+    std::atomic<uint32_t> pools[AIO_MAX_DEVICES] = {kNoPool, kNoPool, kNoPool}; // mapped for the device
     std::atomic<bool> initialised = false;
 };
 extern constinit AiState ai; // all zeros at the start, so it takes no room in the file

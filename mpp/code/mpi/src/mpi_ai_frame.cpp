@@ -11,7 +11,6 @@ using namespace zep;
 
 namespace {
 
-constexpr uint32_t kNoPool = UINT32_MAX; // the library allocated the samples itself
 constexpr uint32_t kMaxBytes = AUDIO_MAX_POINTS * sizeof(int16_t);
 
 int32_t release(size_t slot, AI_EXCHANGE_S& record)
@@ -88,7 +87,7 @@ int32_t change_rate(size_t slot, AiChannel& channel, AI_EXCHANGE_S& record, int3
     MPP_ASSERT("mpp/code/mpi/src/mpi_ai", HI_SUCCESS == s32Ret);
     frame.pu8VirtAddr[0] = reinterpret_cast<uint8_t*>(out);
     frame.u32Len = out_points * uint32_t(sizeof(int16_t));
-    frame.s32PoolId = int32_t(kNoPool);
+    frame.s32PoolId = int32_t(kNoPool); // the samples are the library's own
     if (record.stAec.bValid != 1) return 0;
     MPP_LOG("can't do resample and aec at the same time!\n");
     record.stAec.bValid = 0;

@@ -194,6 +194,14 @@ int32_t HI_MPI_VB_GetBlkVirAddr(uint32_t u32Pool, uint32_t u32PhysAddr, void** p
     return 0;
 }
 
+void zep::vb_forget(uint32_t pool_id)
+{
+    if (pool_id >= VB_MAX_POOLS) return;
+    Pool& pool = state.pools[pool_id];
+    Locked locked(pool);
+    unmap(pool);
+}
+
 int32_t zep::vb_translate(uint32_t pool_id, uint32_t physical, uint32_t length, uint8_t** address)
 {
     void* at = nullptr;

@@ -9,4 +9,7 @@ namespace zep {
 // driver is checked before it is used. MPP_ERR_PARAM when they do not.
 int32_t vb_translate(uint32_t pool, uint32_t physical, uint32_t length, uint8_t** address);
 
+// Unmaps a pool that its driver is about to give up, in use or not: the same number will be other memory.
+void vb_forget(uint32_t pool);
+
 } // namespace zep
