@@ -6,6 +6,7 @@
 #include "sim/drv/state.hpp"
 
 #include <algorithm>
+#include <unistd.h>
 
 namespace vcam::media {
 namespace {
@@ -80,7 +81,8 @@ int start_playing(Page& page, uint32_t slot)
     if (c.enabled) return 0;
     if (!page.speaker_slot) page.speaker_slot = slot + 1;
     const Attributes& a = attributes(page, slot);
-    const bool goes_on = c.file_rate == a.rate && c.file_channels == a.sound_mode + 1;
+    const bool goes_on = c.file_rate == a.rate && c.file_channels == a.sound_mode + 1 &&
+                         ::access(speaker_file(page, slot).c_str(), F_OK) == 0;
     AoChannel fresh = {};
     fresh.file_rate = a.rate;
     fresh.file_channels = a.sound_mode + 1;

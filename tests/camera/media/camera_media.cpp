@@ -19,4 +19,6 @@ TEST_P(Media, Inside)
     EXPECT_EQ(run.out.find("[  PASSED  ] 0 tests"), std::string::npos) << filter << " names no test";
 }
 
-INSTANTIATE_TEST_SUITE_P(All, Media, testing::Values("Capture", "Playback", "Requests", "BadInput", "Hostile"));
+INSTANTIATE_TEST_SUITE_P(All, Media,
+                         testing::Values("Capture", "Playback", "Time", "Stages", "Paths", "Requests",
+                                         "BadInput", "Hostile"));

@@ -131,6 +131,7 @@ struct Platform : testing::Test {
     Platform()
     {
         faults("");
+        unlink(state_file("speaker.wav").c_str());
         start_platform();
     }
     ~Platform() override

@@ -87,7 +87,8 @@ TEST_F(BadInput, IdsBesideTheirBoundsAreRefusedByNameBeforeAnyDriverSeesThem)
     faults("ai open 0 -1 EIO\nao open 0 -1 EIO\n");
     for (int32_t device : kBadDevices) {
         const string id = std::to_string(device);
-        for (const auto& table : {std::span<const OnChannel>(kInput), std::span<const OnChannel>(kInputDevice)})
+        for (const auto& table :
+             {std::span<const OnChannel>(kInput), std::span<const OnChannel>(kInputDevice)})
             for (const auto& op : table)
                 refused(op, "AI", device, 99, kAi | 1, "aidev" + id + " is not supported\n");
         for (const auto& table :
@@ -120,13 +121,19 @@ TEST_F(BadInput, NullRecordsAndFlags)
                               HI_MPI_AO_EnableReSmp(0, 0, nullptr), HI_MPI_AO_SendFrame(0, 0, nullptr, 2)};
     for (int32_t result : output) EXPECT_EQ(result, kAo | 6);
     MPP_CHN_S channel = {HI_ID_AI, 0, 0};
-    const int32_t sys[] = {HI_MPI_SYS_SetConf(nullptr),          HI_MPI_SYS_GetConf(nullptr),
-                           HI_MPI_SYS_GetCurPts(nullptr),        HI_MPI_SYS_Bind(nullptr, &channel),
-                           HI_MPI_SYS_Bind(&channel, nullptr),   HI_MPI_SYS_UnBind(&channel, nullptr),
+    const int32_t sys[] = {HI_MPI_SYS_SetConf(nullptr),
+                           HI_MPI_SYS_GetConf(nullptr),
+                           HI_MPI_SYS_GetCurPts(nullptr),
+                           HI_MPI_SYS_Bind(nullptr, &channel),
+                           HI_MPI_SYS_Bind(&channel, nullptr),
+                           HI_MPI_SYS_UnBind(&channel, nullptr),
                            HI_MPI_SYS_GetBindByDest(nullptr, &channel),
-                           HI_MPI_SYS_GetBindByDest(&channel, nullptr), HI_MPI_SYS_GetChipId(nullptr),
-                           HI_MPI_SYS_GetDieId(nullptr),         HI_MPI_SYS_GetCustomerId(nullptr),
-                           HI_MPI_SYS_GetVersion(nullptr),       HI_MPI_SYS_GetReg(0x10070000, nullptr)};
+                           HI_MPI_SYS_GetBindByDest(&channel, nullptr),
+                           HI_MPI_SYS_GetChipId(nullptr),
+                           HI_MPI_SYS_GetDieId(nullptr),
+                           HI_MPI_SYS_GetCustomerId(nullptr),
+                           HI_MPI_SYS_GetVersion(nullptr),
+                           HI_MPI_SYS_GetReg(0x10070000, nullptr)};
     for (int32_t result : sys) EXPECT_EQ(result, kSys | 6);
     EXPECT_EQ(HI_MPI_LOG_SetLevelConf(nullptr), -1);
     EXPECT_EQ(HI_MPI_LOG_GetLevelConf(nullptr), -1);
@@ -148,8 +155,11 @@ TEST_F(BadInput, PoolNumbersAndAddresses)
     EXPECT_EQ(HI_MPI_VB_GetBlkVirAddr(127, 0, &address), kVb | 0x10);
     EXPECT_EQ(HI_MPI_VB_MunmapPool(127), kVb | 0x10);
     EXPECT_NE(HI_MPI_VB_MmapPool(127), 0);
-    for (auto [physical, size] : {std::pair<uint32_t, uint32_t>{0x80000000, 0}, {0x80000002, UINT32_MAX},
-                                  {0xFFFFFFFF, UINT32_MAX}, {0xFFFFF000, 0x2000}, {0x7FFFFFFF, 2}})
+    for (auto [physical, size] : {std::pair<uint32_t, uint32_t>{0x80000000, 0},
+                                  {0x80000002, UINT32_MAX},
+                                  {0xFFFFFFFF, UINT32_MAX},
+                                  {0xFFFFF000, 0x2000},
+                                  {0x7FFFFFFF, 2}})
         EXPECT_EQ(HI_MPI_SYS_Mmap(physical, size), nullptr) << physical << " " << size;
 }
 

@@ -10,8 +10,7 @@ namespace {
 
 struct Requests : Platform {};
 
-constexpr int32_t kAi = MPP_ERROR(HI_ID_AI, 0), kAo = MPP_ERROR(HI_ID_AO, 0),
-                  kSys = MPP_ERROR(HI_ID_SYS, 0);
+constexpr int32_t kAi = MPP_ERROR(HI_ID_AI, 0), kAo = MPP_ERROR(HI_ID_AO, 0), kSys = MPP_ERROR(HI_ID_SYS, 0);
 constexpr int32_t kOwnCode = int32_t(0xA0338123); // a code that no library gives by itself
 
 struct Row {
@@ -137,7 +136,9 @@ TEST_F(Requests, AMemoryZoneSaysWhichStepFailed)
     uint32_t physical = 0;
     void* address = nullptr;
     const auto allocate = [&] { return HI_MPI_SYS_MmzAlloc(&physical, &address, "block", nullptr, 8192); };
-    const auto cached = [&] { return HI_MPI_SYS_MmzAllocCached(&physical, &address, nullptr, nullptr, 8192); };
+    const auto cached = [&] {
+        return HI_MPI_SYS_MmzAllocCached(&physical, &address, nullptr, nullptr, 8192);
+    };
     const auto release = [&] { return HI_MPI_SYS_MmzFree(physical); };
     const auto step = [](const char* plan, const auto& call) {
         faults(plan);

@@ -26,4 +26,6 @@ constexpr int32_t ao_error(uint32_t number) { return MPP_ERROR(HI_ID_AO, number)
 #define AO_CHECK(...)                                                                                        \
     if (int32_t refused = zep::ao_port.check(__func__, __LINE__, __VA_ARGS__)) return refused
 
-#define AO_ASSERT(condition) MPP_ASSERT("mpp/code/mpi/src/mpi_ao", condition)
+// The condition is told as it stands here, NULL not yet replaced.
+#define AO_ASSERT(condition)                                                                                 \
+    if (!(condition)) zep::mpp_assert_failed("mpp/code/mpi/src/mpi_ao", __func__, __LINE__, #condition)
