@@ -7,6 +7,7 @@
 #include "sim/box/pieces.hpp"
 #include "sim/box/sandbox.hpp"
 #include "sim/box/text.hpp"
+#include "sim/drv/media/wav.hpp"
 
 #include <cerrno>
 #include <csignal>
@@ -14,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,6 +33,7 @@ struct RunOptions {
     std::vector<Bind> binds;
     std::vector<Medium> media;
     std::string neighbour;
+    std::string microphone, speaker; // host files
     bool realtime = false, verbose = false, no_preload = false, no_mark = false;
 };
 
@@ -61,6 +64,10 @@ std::vector<Option> option_table(RunOptions& o)
          [&](auto& v) { check_link(v), o.neighbour = v; }},
         {"--medium", "SLOT=SIZE[,ro]", "a medium in the slot sd or usb, on /mnt/sd or /mnt/usb",
          [&](auto& v) { o.media.push_back(parse_medium(v)); }},
+        {"--mic", "FILE.wav", "what the microphone hears: 16 bits, any rate and number of channels",
+         [&](auto& v) { o.microphone = v; }},
+        {"--speaker", "FILE.wav", "where to put what the loudspeaker has played",
+         [&](auto& v) { o.speaker = v; }},
         {"--realtime", nullptr, "sleeps take their time", [&](auto&) { o.realtime = true; }},
         {"--no-preload", nullptr, "without the simulated drivers", [&](auto&) { o.no_preload = true; }},
         {"--no-mark", nullptr, "keep what vcam diff compares with", [&](auto&) { o.no_mark = true; }},
@@ -133,10 +140,29 @@ int wait_for_end(pid_t child)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+// Checked before the camera starts: the driver would hear silence without a word.
+void give_microphone(const Camera& camera, const std::string& file)
+{
+    if (const wav::Reader sound(file); !sound.error().empty()) fail("%s", sound.error().c_str());
+    std::filesystem::copy_file(file, camera.path("mic.wav"),
+                               std::filesystem::copy_options::overwrite_existing);
+}
+
+void take_speaker(const Camera& camera, const std::string& file)
+{
+    if (!exists(camera.path("speaker.wav"))) {
+        fprintf(stderr, "vcam: nothing was played: %s is not written\n", file.c_str());
+        return;
+    }
+    std::filesystem::copy_file(camera.path("speaker.wav"), file,
+                               std::filesystem::copy_options::overwrite_existing);
+}
+
 int run_camera(const Camera& camera, const RunOptions& o, const Arguments& command)
 {
     Fd held = camera.lock();
     const Pieces pieces = find_pieces();
+    if (!o.microphone.empty()) give_microphone(camera, o.microphone);
     if (!o.no_mark) set_mark(camera);
     unlink(camera.path("ending").c_str());
     init_pid = start_sandbox(camera, pieces, plan(camera, o, command));
@@ -144,6 +170,7 @@ int run_camera(const Camera& camera, const RunOptions& o, const Arguments& comma
     forward_signals();
     int status = wait_for_end(pid_t(init_pid));
     unlink(camera.path("pid").c_str());
+    if (!o.speaker.empty()) take_speaker(camera, o.speaker);
     auto ending = try_read_file(camera.path("ending"));
     if (!ending) return kSandboxFailure;
     if (o.verbose) fprintf(stderr, "vcam: the camera ended: %s\n", trim(*ending).c_str());

@@ -4,6 +4,7 @@
 #include "sim/box/options.hpp"
 #include "sim/box/settings.hpp"
 #include "sim/box/status_board.hpp"
+#include "sim/box/status_media.hpp"
 #include "sim/box/text.hpp"
 #include "sim/drv/clock.hpp"
 #include "sim/drv/serial_line.hpp"
@@ -35,6 +36,7 @@ struct Status {
     double longest_gap = 0;
     std::vector<std::string> modules, faults, serial;
     BoardStatus board;
+    std::unique_ptr<media::Page> sound;
     size_t journal_lines = 0, syslog_lines = 0;
 };
 
@@ -104,6 +106,7 @@ Status read_status(const Camera& camera)
     s.modules = lines_of(camera.path("modules"));
     s.faults = lines_of(camera.path("faults"));
     s.board = read_board(camera);
+    s.sound = read_media();
     s.serial = serial_ports(camera);
     s.journal_lines = lines_of(camera.path("journal")).size();
     s.syslog_lines = lines_of(camera.path("syslog")).size();
@@ -131,6 +134,7 @@ void print_text(const Camera& camera, const Status& s)
         puts("watchdog  not used");
     printf("drivers   %s\n", s.modules.empty() ? "none loaded" : join(s.modules, " ").c_str());
     print_board(s.board);
+    if (s.sound) print_media(*s.sound);
     for (const auto& line : s.serial) printf("serial    %s\n", line.c_str());
     printf("logs      %zu journal lines, %zu system log lines\n", s.journal_lines, s.syslog_lines);
     for (const auto& f : s.faults) printf("fault     %s\n", f.c_str());
@@ -153,6 +157,7 @@ void print_json(const Camera& camera, const Status& s)
     printf("\"watchdog\":{\"armed\":%s,\"fired\":%s,\"timeout\":%d,\"feeds\":%d,\"longest_gap\":%.6f},",
            s.armed ? "true" : "false", s.fired ? "true" : "false", s.timeout_s, s.feeds, s.longest_gap);
     fputs(board_json(s.board).c_str(), stdout);
+    fputs(media_json(s.sound.get()).c_str(), stdout);
     printf("\"drivers\":%s,\"serial\":%s,\"faults\":%s,\"journal_lines\":%zu,\"syslog_lines\":%zu}\n",
            json_list(s.modules).c_str(), json_list(s.serial).c_str(), json_list(s.faults).c_str(),
            s.journal_lines, s.syslog_lines);
@@ -162,12 +167,17 @@ void print_json(const Camera& camera, const Status& s)
 
 int status_main(const Arguments& arguments)
 {
-    bool json = false;
-    auto words = parse_options(arguments, {{"--json", nullptr, "for programs", [&](auto&) { json = true; }}});
-    if (words.plain.size() != 1) fail("status: write it as: vcam status DIR [--json]");
+    bool json = false, dot = false;
+    auto words = parse_options(
+        arguments, {{"--json", nullptr, "for programs", [&](auto&) { json = true; }},
+                    {"--dot", nullptr, "the ways of sound, for dot(1)", [&](auto&) { dot = true; }}});
+    if (words.plain.size() != 1) fail("status: write it as: vcam status DIR [--json|--dot]");
     Camera camera(words.plain[0]);
-    Status s = read_status(camera);
-    json ? print_json(camera, s) : print_text(camera, s);
+    const Status s = read_status(camera);
+    if (dot)
+        fputs(media_dot(s.sound.get()).c_str(), stdout);
+    else
+        json ? print_json(camera, s) : print_text(camera, s);
     return 0;
 }
 

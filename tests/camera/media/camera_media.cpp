@@ -1,5 +1,8 @@
 // The media platform in the camera, each group of tests on a camera of its own.
 #include "tests/camera/camera.hpp"
+#include "tests/camera/media/wav.hpp"
+
+#include <gmock/gmock.h>
 
 namespace {
 
@@ -22,3 +25,82 @@ TEST_P(Media, Inside)
 INSTANTIATE_TEST_SUITE_P(All, Media,
                          testing::Values("Capture", "Playback", "Time", "Stages", "Paths", "Requests",
                                          "BadInput", "Hostile"));
+
+namespace {
+
+struct MediaLoop : testing::Test {
+    Camera camera;
+    const std::string mic = (camera.folder() / "mic.wav").string(),
+                      heard = (camera.folder() / "heard.wav").string();
+
+    Outcome run(const std::string& seconds)
+    {
+        return camera.run({"/run/bin/media_loop", seconds},
+                          {"--bind", MEDIA_LOOP, "--mic", mic, "--speaker", heard});
+    }
+    std::string status(const std::string& option)
+    {
+        const std::string command = std::string(VCAM) + " status " + camera.state("").string() + " " + option;
+        FILE* pipe = popen(command.c_str(), "r");
+        std::string out;
+        for (int c; (c = fgetc(pipe)) != EOF;) out += char(c);
+        EXPECT_EQ(pclose(pipe), 0);
+        return out;
+    }
+};
+
+using testing::HasSubstr;
+
+} // namespace
+
+// The manual's example: the microphone's file goes in, the speaker's comes out, the status tells of both.
+TEST_F(MediaLoop, PlaysWhatItHears)
+{
+    const Samples sent = ramp(8000 * 2);
+    write_file(mic, wav_bytes(sent, 8000));
+    const Outcome outcome = run("2");
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(outcome.out, "100 frames, 16000 bytes of G.711\n");
+    const Wav got = parse_wav(read_file(heard));
+    EXPECT_EQ(got.rate, 8000u);
+    ASSERT_EQ(got.samples.size(), sent.size());
+    for (size_t i = 0; i < sent.size(); ++i)
+        ASSERT_NEAR(got.samples[i], sent[i], 8 + sent[i] / 32) << "one step of the codec, at " << i;
+
+    const std::string text = status("");
+    EXPECT_THAT(text, HasSubstr("bind      ai 2,0 -> aenc 0\n"));
+    EXPECT_THAT(text, HasSubstr("pool 0    ai 2, 60 blocks of 1280 at 0x8C000000, in use: driver "));
+    EXPECT_THAT(text,
+                HasSubstr("ai 2      enabled, 8000 Hz, 16 bits, mono, 160 points a frame, 30 frames, 2 "));
+    EXPECT_THAT(text, HasSubstr(" 100 taken, 100 given back, 0 lost  [##################| ] -4.7 dB, highest -0.8 dB\n"));
+    EXPECT_THAT(text, HasSubstr("ao 2,0    enabled, 100 frames, "));
+    const std::string dot = status("--dot");
+    EXPECT_THAT(dot, HasSubstr("\"mic.wav\" -> \"ai 2,0\" [label=\"100 taken, 0 lost\"];"));
+    EXPECT_THAT(dot, HasSubstr("\"ai 2,0\" -> \"aenc 0\";"));
+    EXPECT_THAT(dot, HasSubstr("\"ao 2,0\" -> \"speaker.wav\""));
+    EXPECT_THAT(status("--json"), HasSubstr("\"binds\":[{\"from\":\"ai 2,0\",\"to\":\"aenc 0\"}]"));
+}
+
+TEST_F(MediaLoop, AMicrophoneThatIsNoSoundFileStopsTheRun)
+{
+    for (const std::string& bytes : {std::string(), std::string("RIFF"), std::string(100, 'x'),
+                                     wav_bytes({1, 2}, 8000).replace(34, 1, "\x08")}) {
+        write_file(mic, bytes);
+        const Outcome outcome = run("1");
+        EXPECT_EQ(outcome.status, 125);
+        EXPECT_THAT(outcome.err, HasSubstr(mic));
+    }
+}
+
+// A camera that starts knows nothing of what its drivers did before.
+TEST_F(MediaLoop, ANewRunBeginsANewRecording)
+{
+    write_file(mic, wav_bytes(ramp(8000), 8000));
+    EXPECT_EQ(run("1").status, 0);
+    EXPECT_EQ(parse_wav(read_file(heard)).samples.size(), 8000u);
+    EXPECT_EQ(camera.run({"true"}).status, 0);
+    EXPECT_FALSE(fs::exists(camera.state("speaker.wav")));
+    EXPECT_EQ(status("").find("media "), std::string::npos);
+    EXPECT_EQ(run("1").status, 0);
+    EXPECT_EQ(parse_wav(read_file(heard)).samples.size(), 8000u);
+}

@@ -7,19 +7,17 @@
 #include "mpi/src/mpi_ao.h"
 #include "mpi/src/mpi_sys.h"
 #include "mpi/src/mpi_vb.h"
+#include "tests/camera/media/wav.hpp"
 
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <string>
 #include <unistd.h>
-#include <vector>
 
 using std::string;
-using Samples = std::vector<int16_t>;
 
 inline string state_file(const string& name) { return string(getenv("VCAM_STATE")) + "/" + name; }
 
@@ -41,66 +39,12 @@ inline void faults(const string& plan)
     write_text(state_file("faults"), plan);
 }
 
-template<class T> void append(string& out, T value)
-{
-    out.append(reinterpret_cast<const char*>(&value), sizeof value);
-}
-
-// Samples of all channels, interleaved.
-inline void write_wav(const string& path, const Samples& samples, uint32_t rate, uint16_t channels = 1)
-{
-    const auto size = uint32_t(samples.size() * 2);
-    string out = "RIFF";
-    append(out, size + 36);
-    out += "WAVEfmt ";
-    append(out, uint32_t(16));
-    append(out, uint16_t(1));
-    append(out, channels);
-    append(out, rate);
-    append(out, rate * 2 * channels);
-    append(out, uint16_t(2 * channels));
-    append(out, uint16_t(16));
-    out += "data";
-    append(out, size);
-    out.append(reinterpret_cast<const char*>(samples.data()), size);
-    write_text(path, out);
-}
-
 inline void microphone(const Samples& samples, uint32_t rate, uint16_t channels = 1)
 {
-    write_wav(state_file("mic.wav"), samples, rate, channels);
+    write_text(state_file("mic.wav"), wav_bytes(samples, rate, channels));
 }
 
-struct Wav {
-    uint32_t rate = 0;
-    uint16_t channels = 0;
-    Samples samples;
-};
-
-inline Wav read_wav(const string& path)
-{
-    const string bytes = file_text(path);
-    Wav wav;
-    if (bytes.size() < 44) return wav;
-    memcpy(&wav.channels, &bytes[22], 2);
-    memcpy(&wav.rate, &bytes[24], 4);
-    uint32_t size = 0;
-    memcpy(&size, &bytes[40], 4);
-    EXPECT_EQ(size, bytes.size() - 44) << "the header does not fit the file";
-    wav.samples.resize((bytes.size() - 44) / 2);
-    memcpy(wav.samples.data(), &bytes[44], wav.samples.size() * 2);
-    return wav;
-}
-
-inline Wav speaker() { return read_wav(state_file("speaker.wav")); }
-
-// Samples that tell their place.
-inline Samples ramp(size_t count, int start = 1)
-{
-    Samples out(count);
-    for (size_t i = 0; i < count; ++i) out[i] = int16_t((start + int(i) * 37) % 30000);
-    return out;
-}
+inline Wav speaker() { return parse_wav(file_text(state_file("speaker.wav"))); }
 
 inline AIO_ATTR_S attributes(uint32_t rate = 8000, uint32_t points = 160, uint32_t sound = AUDIO_SOUND_MONO)
 {
