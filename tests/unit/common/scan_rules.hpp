@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <regex>
 
 namespace scan_rules {
 
@@ -43,13 +42,17 @@ inline bool fits(const ConfKey& key, const string& value)
     if (key.store == zep::conf_store_text) return true;
     if (key.store == zep::conf_store_ipv4) return inet_pton(AF_INET, value.c_str(), &address) == 1;
     if (key.store == zep::conf_store_ipv6) return inet_pton(AF_INET6, value.c_str(), &address) == 1;
-    if (key.store == zep::conf_store_mac)
-        return std::regex_match(value, std::regex("[[:xdigit:]]{2}(:[[:xdigit:]]{2}){5}"));
+    if (key.store == zep::conf_store_mac) {
+        string shape = value;
+        for (char& c : shape) c = isxdigit(uint8_t(c)) ? 'x' : c;
+        return shape == "xx:xx:xx:xx:xx:xx";
+    }
     if (key.words) {
         auto words = AnyRecord::words(key);
         return std::find(words.begin(), words.end(), value) != words.end();
     }
-    if (!std::regex_match(value, std::regex("[-+]?[0-9]+"))) return false;
+    string digits = value.substr(value[0] == '-' || value[0] == '+');
+    if (digits.empty() || digits.find_first_not_of("0123456789") != string::npos) return false;
     double number = std::stod(value);
     return number >= key.min && number <= key.max;
 }

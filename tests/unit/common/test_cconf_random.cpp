@@ -83,7 +83,8 @@ struct Chance {
         const std::vector<string> ends = {"\n", "\n", "\r\n", "", "=\n", " \n", "#\n", "\n\n"};
         if (below(5) == 0) return of(sections) + of(ends);
         if (below(20) == 0) return some(kBytes, 200 + below(10000));
-        return string(below(3), ' ') + name(reader) + of(signs) + value(reader) + of(ends);
+        string wall(below(8) == 0 ? 230 + below(30) : 0, 'w'); // what follows is cut, or begins a piece
+        return wall + string(below(3), ' ') + name(reader) + of(signs) + value(reader) + of(ends);
     }
 };
 
