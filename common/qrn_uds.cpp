@@ -1,11 +1,13 @@
 // Unix-domain stream sockets.
 #include "common/qrn_uds.h"
+#include "common/qrn_uds.hpp"
 #include "common/fd.hpp"
 #include "common/report.hpp"
 
 #include <cstdio>
 #include <cstring>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 
 namespace {
@@ -46,11 +48,16 @@ int bind_failed()
 
 } // namespace
 
-int QRN_ConnectUDSSocket(const char* path)
+int QRN_ConnectUDSSocket(const char* path) { return zep::connect_unix(path, 0); }
+
+int zep::connect_unix(const char* path, int limit_s)
 {
     UnixAddress address;
     Fd fd = unix_socket();
+    const timeval limit = {.tv_sec = limit_s, .tv_usec = 0}; // all zero: none
+    if (fd) setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     if (!fd || !address.set(path) || connect(fd.get(), address.get(), sizeof address.record) < 0) {
+        if (errno == EAGAIN) errno = ETIMEDOUT;
         report_errno("QRN_ConnectUDSSocket");
         return -1;
     }
