@@ -1,0 +1,109 @@
+#!/usr/bin/env python3
+"""What the release executable is made of, by folder and by applet, as a table for people and for the docs.
+
+Folders come from the link map. What an applet costs is measured: the executable is linked again without it, and what
+went away is its own; the rest is shared. Usage: size_table.py BUILD_FOLDER [--record FILE]
+--record writes the table into FILE between its two marker lines.
+"""
+import collections
+import concurrent.futures
+import os
+import re
+import subprocess
+import sys
+import tempfile
+
+import link
+
+BEGIN, END = "<!-- release sizes -->", "<!-- end of release sizes -->"
+NOT_IN_FILE = (".bss", ".tbss", ".comment", ".ARM.attributes", ".debug")
+
+
+def folder(file):
+    library = re.sub(r"\(.*", "", file)
+    name = os.path.basename(library)
+    if name == "libc.a" or "/sysroot/" in library:
+        return "C library"
+    if name.startswith("libgcc") or name.startswith("crt"):
+        return "compiler's library"
+    return os.path.dirname(library).split("/CMakeFiles")[0]
+
+
+def by_folder(map_file):
+    """Bytes of each folder in the file, from the linker's map."""
+    sizes = collections.Counter()
+    text = open(map_file).read().split("Linker script and memory map")[1]
+    for section, address, size, file in re.findall(r"^ (\.\S+)\s+0x(\w+)\s+0x(\w+) (\S+)$", text, re.M):
+        if int(address, 16) and not section.startswith(NOT_IN_FILE) and section != "COMMON":
+            sizes[folder(file)] += int(size, 16)
+    return sizes
+
+
+def loaded_bytes(size_tool, file):
+    text, data = subprocess.run([size_tool, file], capture_output=True, text=True,
+                                check=True).stdout.splitlines()[1].split()[:2]
+    return int(text) + int(data)
+
+
+def by_applet(build, applets):
+    """handler -> bytes that go away when the executable is linked without it."""
+    words = link.without_map(link.command(build))
+    size_tool = words[0].removesuffix("gcc") + "size"
+    whole = loaded_bytes(size_tool, os.path.join(build, "app/zep"))
+    with tempfile.TemporaryDirectory() as scratch:
+        def cost(handler):
+            out = os.path.join(scratch, handler)
+            cut = [out if w == "app/zep" else w for w in words] + [f"-Wl,--defsym={handler}=main"]
+            subprocess.run(cut, cwd=build, check=True)
+            return whole - loaded_bytes(size_tool, out)
+        with concurrent.futures.ThreadPoolExecutor(2) as pool:
+            handlers = sorted(set(applets.values()))
+            return dict(zip(handlers, pool.map(cost, handlers)))
+
+
+def applet_rows(main):
+    rows = re.findall(r'^    \{"(\w+)", (\w+_main)\},$', open(main).read(), re.M)
+    local = ("nothing_main", "missing_main")  # the table's own, a few bytes
+    return {name: handler for name, handler in rows if handler not in local}
+
+
+def table(build, main):
+    file = os.path.join(build, "app/zep")
+    total = os.path.getsize(file)
+    lines = ["| part | bytes |", "|---|---|"]
+    folders = by_folder(os.path.join(build, "app/zep.map"))
+    for name, size in folders.most_common():
+        lines.append(f"| {name} | {size:,} |")
+    lines.append(f"| headers and padding to pages | {total - sum(folders.values()):,} |")
+    lines.append(f"| **the executable** | **{total:,}** |")
+
+    applets = applet_rows(main)
+    costs = by_applet(build, applets)
+    names = collections.defaultdict(list)
+    for name, handler in applets.items():
+        names[handler].append(name)
+    lines += ["", "| applet | bytes that no other needs |", "|---|---|"]
+    for handler, size in sorted(costs.items(), key=lambda item: -item[1]):
+        lines.append(f"| {', '.join(names[handler])} | {size:,} |")
+    lines.append(f"| shared by several | {total - sum(costs.values()):,} |")
+    return "\n".join(lines) + "\n"
+
+
+def record(file, text):
+    page = open(file).read()
+    head, rest = page.split(BEGIN + "\n")
+    tail = rest.split(END)[1]
+    open(file, "w").write(f"{head}{BEGIN}\n{text}{END}{tail}")
+
+
+def main():
+    build = sys.argv[1]
+    source = os.path.join(os.path.dirname(__file__), "../../app/main.cpp")
+    text = table(build, source)
+    print(text, end="")
+    if sys.argv[2:3] == ["--record"]:
+        record(sys.argv[3], text)
+
+
+if __name__ == "__main__":
+    main()
