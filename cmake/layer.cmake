@@ -1,18 +1,20 @@
-# layer(NAME [SOURCES ...] [HEADERS ...] [DEPENDS ...] [ROOT DIR])
+# layer(NAME [INNER] [SOURCES ...] [HEADERS ...] [DEPENDS ...] [ROOT DIR])
 #
 # One folder of the product: a static library zepNAME, its install set, and a check that each public
 # header compiles alone as C11 and as C++20. DEPENDS names the layers below it; a call
 # upwards does not link. HEADERS are the public ones (.h), relative to the folder; ROOT is the
-# folder that includes are spelled from (default: the top of the tree).
+# folder that includes are spelled from (default: the top of the tree). INNER: other programs do not get
+# the library as such; it is a part of another, or of the executable alone.
 function(layer name)
-    cmake_parse_arguments(L "" "ROOT" "SOURCES;HEADERS;DEPENDS" ${ARGN})
+    cmake_parse_arguments(L "INNER" "ROOT" "SOURCES;HEADERS;DEPENDS" ${ARGN})
     if(NOT L_ROOT)
         set(L_ROOT ${PROJECT_SOURCE_DIR})
     endif()
     add_library(zep${name} STATIC ${L_SOURCES})
     set_target_properties(zep${name} PROPERTIES LINKER_LANGUAGE CXX)
-    target_link_libraries(zep${name} PRIVATE zep_product)
-    target_include_directories(zep${name} PUBLIC $<BUILD_INTERFACE:${L_ROOT}>)
+    target_link_libraries(zep${name} PRIVATE $<BUILD_INTERFACE:zep_product>)
+    target_include_directories(zep${name} PUBLIC $<BUILD_INTERFACE:${L_ROOT}>
+        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/zep>)
     foreach(d ${L_DEPENDS})
         target_link_libraries(zep${name} PUBLIC zep${d})
     endforeach()
@@ -31,8 +33,11 @@ function(layer name)
     endforeach()
     if(checks)
         add_library(headers_${name} OBJECT ${checks})
-        target_compile_options(headers_${name} PRIVATE -Wall -Wextra -Wpedantic -Werror)
+        target_compile_options(headers_${name} PRIVATE -Wall -Wextra -Wpedantic $<$<BOOL:${ZEP_WERROR}>:-Werror>)
         target_include_directories(headers_${name} PRIVATE ${L_ROOT})
     endif()
-    install(TARGETS zep${name} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+    if(NOT L_INNER)
+        set_target_properties(zep${name} PROPERTIES EXPORT_NAME ${name})
+        install(TARGETS zep${name} EXPORT zep ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+    endif()
 endfunction()

@@ -21,6 +21,7 @@ recipe=$(cd "$(dirname "$0")" && pwd)
 triplet=arm-linux-gnueabi
 # ARM926EJ-S: ARMv5TE without floating point. The code runs on every later ARM core too.
 cpu="-march=armv5te -mtune=arm926ej-s -mfloat-abi=soft"
+code=-mthumb # the executable is a fifth smaller than with ARM code
 extra=
 if [ "${1-}" = --config ]; then extra=$(cd "$(dirname "$2")" && pwd)/${2##*/}; fi
 
@@ -37,7 +38,7 @@ cxx_include=/usr/$triplet/include/c++/$($triplet-gcc -dumpversion)
 # --- the cache ------------------------------------------------------------------
 
 key=$({
-    cd "$recipe" && find . -type f | sort | xargs cat
+    (cd "$recipe" && cat build.sh uclibc.config relro.c check.cpp c++/bits/*)
     [ -z "$extra" ] || cat "$extra"
     $triplet-gcc --version
     $triplet-ld --version
@@ -89,7 +90,7 @@ tar -C "/usr/$triplet/include" -chf - -T headers.list | tar -C kernel -xf -
 {
     cat "$recipe/uclibc.config"
     printf 'KERNEL_HEADERS="%s/kernel"\n' "$work"
-    printf 'UCLIBC_EXTRA_CFLAGS="-fno-pie %s -ffile-prefix-map=%s=."\n' "$cpu" "$work"
+    printf 'UCLIBC_EXTRA_CFLAGS="-fno-pie %s %s -ffile-prefix-map=%s=."\n' "$cpu" "$code" "$work"
     [ -z "$extra" ] || cat "$extra"
 } > config
 cp config src/.config

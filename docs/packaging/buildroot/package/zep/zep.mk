@@ -1,0 +1,19 @@
+################################################################################
+#
+# zep
+#
+################################################################################
+
+ZEP_VERSION = 1.0.0
+# This external tree stands in the source itself.
+ZEP_SITE = $(BR2_EXTERNAL_ZEP_PATH)/../../..
+ZEP_SITE_METHOD = local
+ZEP_INSTALL_STAGING = YES
+ZEP_SUPPORTS_IN_SOURCE_BUILD = NO
+ZEP_CONF_OPTS = -DZEP_DEVICE=ON -DZEP_TESTS=OFF -DZEP_WERROR=OFF
+
+ifeq ($(BR2_PACKAGE_LIBXCRYPT),y)
+ZEP_DEPENDENCIES += libxcrypt
+endif
+
+$(eval $(cmake-package))

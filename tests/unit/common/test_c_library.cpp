@@ -1,0 +1,175 @@
+// What the product needs of a C library and what small ones are known to lack or to do differently.
+#include <gtest/gtest.h>
+
+#include <crypt.h>
+#include <netdb.h>
+#include <pthread.h>
+#include <pwd.h>
+#include <semaphore.h>
+#include <sys/sem.h>
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace {
+
+std::string printed_by(void (*body)(FILE*))
+{
+    FILE* file = tmpfile();
+    body(file);
+    rewind(file);
+    char text[512];
+    const size_t length = fread(text, 1, sizeof text, file);
+    fclose(file);
+    return {text, length};
+}
+
+} // namespace
+
+TEST(CLibrary, CryptKnowsTheTraditionalHashes)
+{
+    const struct {
+        const char *password, *salt, *hash;
+    } cases[] = {
+        {"password", "ab", "abJnggxhB/yWI"},
+        {"camera12", "./", "./W9nTHwZO4LY"},
+        {"", "ab", "abmF1QH4PEr.E"},
+    };
+    for (const auto& c : cases) EXPECT_STREQ(crypt(c.password, c.salt), c.hash) << c.password;
+    // Only eight characters count; the hash itself serves as salt.
+    const std::string whole = crypt("eightchars", "./");
+    EXPECT_EQ(whole, crypt("eightcha", whole.c_str()));
+    EXPECT_NE(whole, crypt("eightchb", "./"));
+}
+
+TEST(CLibrary, AccountsAreWrittenAsTheLinesTheyWereReadFrom)
+{
+    const char* lines = "root:abJnggxhB/yWI:0:0:superuser:/:/bin/sh\n"
+                        "nobody:x:65534:65534:nobody:/home:/bin/false\n"
+                        "empty::1000:1000::/home:/bin/sh\n";
+    FILE* in = fmemopen(const_cast<char*>(lines), strlen(lines), "r");
+    if (!in) GTEST_FAIL();
+    std::vector<char> copy(512);
+    FILE* out = tmpfile();
+    while (const passwd* account = fgetpwent(in)) EXPECT_EQ(putpwent(account, out), 0);
+    fclose(in);
+    rewind(out);
+    copy.resize(fread(copy.data(), 1, copy.size(), out));
+    fclose(out);
+    EXPECT_EQ(std::string(copy.begin(), copy.end()), lines);
+}
+
+TEST(CLibrary, DottedAddressesAndTheOwnNameNeedNoServer)
+{
+    for (const char* name : {"127.0.0.1", "192.168.1.10", "localhost"}) {
+        const hostent* host = gethostbyname(name);
+        ASSERT_NE(host, nullptr) << name;
+        ASSERT_EQ(host->h_length, 4);
+        in_addr address;
+        memcpy(&address, host->h_addr_list[0], 4);
+        EXPECT_STREQ(inet_ntoa(address), strcmp(name, "localhost") == 0 ? "127.0.0.1" : name);
+    }
+}
+
+TEST(CLibrary, OnceAndSemaphoreAndConditionWorkBetweenThreads)
+{
+    struct Shared {
+        pthread_once_t once = PTHREAD_ONCE_INIT;
+        pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+        pthread_cond_t changed = PTHREAD_COND_INITIALIZER;
+        sem_t go;
+        int done = 0;
+    };
+    static Shared shared;
+    static int inits;
+    static thread_local int own = 7;
+    ASSERT_EQ(sem_init(&shared.go, 0, 0), 0);
+    constexpr int kThreads = 4;
+    pthread_t threads[kThreads];
+    auto body = [](void*) -> void* {
+        sem_wait(&shared.go);
+        pthread_once(&shared.once, [] { ++inits; });
+        const int before = own++;
+        pthread_mutex_lock(&shared.lock);
+        shared.done += before == 7;
+        pthread_cond_signal(&shared.changed);
+        pthread_mutex_unlock(&shared.lock);
+        return nullptr;
+    };
+    for (pthread_t& t : threads) ASSERT_EQ(pthread_create(&t, nullptr, body, nullptr), 0);
+    for (int i = 0; i < kThreads; ++i) sem_post(&shared.go);
+    timespec end;
+    clock_gettime(CLOCK_REALTIME, &end);
+    end.tv_sec += 10;
+    pthread_mutex_lock(&shared.lock);
+    int late = 0;
+    while (shared.done < kThreads && !late)
+        late = pthread_cond_timedwait(&shared.changed, &shared.lock, &end);
+    pthread_mutex_unlock(&shared.lock);
+    for (pthread_t t : threads) pthread_join(t, nullptr);
+    EXPECT_EQ(late, 0);
+    EXPECT_EQ(inits, 1);
+    EXPECT_EQ(own, 7) << "a thread's own variable is its own";
+    sem_destroy(&shared.go);
+}
+
+TEST(CLibrary, SystemVSemaphoresUndoWhatADeadProcessHeld)
+{
+    const int id = semget(IPC_PRIVATE, 1, IPC_CREAT | 0600);
+    ASSERT_GE(id, 0);
+    union {
+        int val;
+        void* pointer;
+    } one{.val = 1};
+    EXPECT_EQ(semctl(id, 0, SETVAL, one), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        sembuf take{0, -1, SEM_UNDO};
+        _exit(semop(id, &take, 1) == 0 ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(semctl(id, 0, GETVAL), 1);
+    semctl(id, 0, IPC_RMID);
+}
+
+// The numbers whose texts stand in console lines that people and scripts compare.
+TEST(CLibrary, ErrorTextsAreTheUsualOnes)
+{
+    const std::pair<int, const char*> cases[] = {
+        {ENOENT, "No such file or directory"},
+        {EIO, "Input/output error"},
+        {EBADF, "Bad file descriptor"},
+        {EACCES, "Permission denied"},
+        {EBUSY, "Device or resource busy"},
+        {ENODEV, "No such device"},
+        {EINVAL, "Invalid argument"},
+        {ENOTTY, "Inappropriate ioctl for device"},
+        {ENOSPC, "No space left on device"},
+        {ECONNREFUSED, "Connection refused"},
+        {ETIMEDOUT, "Connection timed out"},
+        {EADDRINUSE, "Address already in use"},
+        {ENETUNREACH, "Network is unreachable"},
+        {EPERM, "Operation not permitted"},
+    };
+    for (const auto& [number, text] : cases) EXPECT_STREQ(strerror(number), text);
+}
+
+TEST(CLibrary, PrintsTheFormatsThatMessagesUse)
+{
+    EXPECT_EQ(printed_by([](FILE* f) {
+                  errno = ENOENT;
+                  fprintf(f, "%m|%02X%02x|%-8s|%.3s|%5.1f|%lld|%zu|%c", 0xAB, 0xcd, "left", "cut off", 2.25,
+                          -5LL, size_t{7}, 'x');
+              }),
+              "No such file or directory|ABcd|left    |cut|  2.2|-5|7|x");
+}
