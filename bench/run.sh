@@ -3,7 +3,7 @@
 set -eu
 build=$(realpath "$1")
 here=$(cd "$(dirname "$0")" && pwd)
-for program in bench_start bench_conf bench_cconf bench_proc_scan; do
+for program in bench_start bench_conf bench_cconf bench_proc_scan bench_cmmap bench_icom; do
     echo "== $program"
     "$build/bench/common/$program"
 done
