@@ -1,6 +1,7 @@
 // Operating-system accounts.
 #include "common/accounts.h"
 #include "tests/camera/libs/inside.hpp"
+#include "tests/unit/common/known_hashes.hpp"
 
 #include <algorithm>
 #include <array>
@@ -11,18 +12,6 @@ namespace {
 
 const string kPath = "/etc/passwd";
 const string kTemp = "/etc/npasswd";
-
-// Hashes made by another implementation of the algorithm.
-struct Known {
-    const char* password;
-    const char* hash;
-};
-const Known kKnown[] = {
-    {"secret", "abNANd1rDfiNc"},     {"secret", "./17m29LFAflg"},   {"secret", "zZ5x4y8hS4SZE"},
-    {"secret", "9AQXQ31yFb2qo"},     {"", "abmF1QH4PEr.E"},         {"", "./Una9Fi.seRo"},
-    {"password12", "abJnggxhB/yWI"}, {"\xe4\xff", "zZgoThh7dsGKA"}, {"12345678", "9AXTAB8W/zfvo"},
-    {"123456789", "9AXTAB8W/zfvo"},
-};
 
 string superuser()
 {
@@ -102,7 +91,7 @@ TEST_F(Accounts, TheSuperuserIsTheFirstWhoseBothNumbersAreZero)
 
 TEST_F(Accounts, HashesAreTheTraditionalOnes)
 {
-    for (const Known& known : kKnown) {
+    for (const KnownHash& known : kKnownHashes) {
         write_file(kPath, "u:" + string(known.hash) + ":1:1:::\n");
         EXPECT_EQ(QRN_CheckSystemPassword("u", known.password), 1) << known.hash;
         EXPECT_EQ(QRN_CheckSystemPassword("u", "wrong"), 0) << known.hash;
