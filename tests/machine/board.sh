@@ -13,7 +13,7 @@
 #   -n PARAMS   nandsim parameters beside the chip of 4 x 1 MiB with 512-byte pages and 16 KiB
 #               erase blocks, as "badblocks=70 weakblocks=75:0 weakpages=2632:0"; block and page
 #               numbers count from the start of the chip, not of a partition
-#   -t SECONDS  time limit on this side (default 120)
+#   -t SECONDS  time limit on this side (default 300)
 #   -o FOLDER   receives what the script left in /board/out
 #   -v          show the kernel's messages too
 #   --shell     a shell on the machine's console; leaving it switches the machine off
@@ -41,7 +41,7 @@ here=$(cd "${BASH_SOURCE[0]%/*}" && pwd)
 cache=${ZEP_CACHE:-${XDG_CACHE_HOME:-${HOME:-/root}/.cache}/zep}/machine
 chip="id_bytes=0x98,0x73 overridesize=8 parts=64,64,64,64"
 modules="mtdblock jffs2 softdog veth"
-nand="" limit=120 outdir="" verbose="" prepare="" shell="" script=""
+nand="" limit=300 outdir="" verbose="" prepare="" shell="" script=""
 
 die() { echo "board: $*" >&2; exit 125; }
 

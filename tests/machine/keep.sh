@@ -1,3 +1,4 @@
+# shellcheck shell=sh
 # What is left of the machine's state for this side to judge.
 keep() {
     sleep 1 # the system log is a process of its own
