@@ -11,7 +11,7 @@ trap 'rm -rf "$work"' EXIT
 sox -n -r 8000 -b 16 -c 1 "$work/camera/mic.wav" synth 620 sine 1000 gain -12
 
 cat > "$work/script" << 'END'
-test_audio 5000 > /tmp/console & server=$!
+test_audio 5000 > /tmp/console 2> /dev/null & server=$!
 until grep -q port /tmp/console; do sleep 0.1; done
 ticks() { awk '{ print $14 + $15 }' /proc/$server/stat; }
 memory() { awk '/VmRSS|VmHWM/ { printf "%s %s kB  ", $1, $2 }' /proc/$server/status; }
@@ -27,5 +27,5 @@ for i in $(seq 980); do /run/bin/zep-audio status 127.0.0.1 5000 > /dev/null; do
 echo "after 1,000 connections: $(memory) $(ls /proc/$server/fd | wc -l) descriptors"
 kill $server; wait $server
 END
-"$build/sim/box/vcam" run "$work/camera" --timeout 600 --bind "$build/tools/zep-audio" --bind "$work/script" \
+"$build/sim/box/vcam" run "$work/camera" --timeout 1800 --bind "$build/tools/zep-audio" --bind "$work/script" \
     -- bash /run/bin/script

@@ -273,14 +273,16 @@ TEST_F(Audio, ASilentStationHearsTheTestFileAndASlowOneIsCutOff)
     std::string start = R"(TAUD\x01\x00\x02\x00\x1c\x00\x00\x00\x01\x00\x00\x00)"
                         R"(\x00\x00\x00\x00\x13\x00\x00\x00\x40\x1f\x00\x00\x01\x00\x00\x00)"
                         R"(\x0f\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00)";
-    const Outcome outcome =
-        with_server("trap '' PIPE\nexec 3<>/dev/tcp/127.0.0.1/5000\nprintf '" + start +
-                    "' >&3\nsleep 4\n"
-                    "printf 'TAUD\\x01\\x00\\x03\\x00\\x00\\x00\\x00\\x00\\x02\\x00\\x00\\x00' >&3\nsleep 1\n"
-                    // A header that trickles in for longer than a message may take.
-                    "for byte in T A U D; do printf $byte >&3; sleep 4; done 2>/dev/null\n"
-                    "cat <&3 > /tmp/replies\nstation status $at\n");
-    EXPECT_EQ(read_file(camera.root("/tmp/replies")).size(), 20u + 44u);
+    const Outcome outcome = with_server(
+        "trap '' PIPE\nexec 3<>/dev/tcp/127.0.0.1/5000\nprintf '" + start + "' >&3\nsleep 0.5\nprintf '" +
+        start + // while the first session runs: it is ended, a second one begins
+        "' >&3\nsleep 4\n"
+        "printf 'TAUD\\x01\\x00\\x03\\x00\\x00\\x00\\x00\\x00\\x02\\x00\\x00\\x00' >&3\nsleep 1\n"
+        // A header that trickles in for longer than a message may take.
+        "for byte in T A U D; do printf $byte >&3; sleep 4; done 2>/dev/null\n"
+        "cat <&3 > /tmp/replies\nstation status $at\n");
+    EXPECT_EQ(read_file(camera.root("/tmp/replies")).size(), 20u + 20u + 44u);
+    EXPECT_EQ(outcome.of("insmod").size(), 2u);
     EXPECT_THAT(outcome.out, HasSubstr("no session")) << outcome.err;
     EXPECT_THAT(console, HasSubstr("START DECODE AUDIO\n"));
     zaudio::Decoder decoder(19);

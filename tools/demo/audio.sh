@@ -18,6 +18,7 @@ espeak-ng -w "$work/spoken.wav" "The camera speaks. One, two, three, four, five.
 sox "$work/spoken.wav" -r 8000 -b 16 -c 1 "$work/speech.wav" norm -3
 
 cat > "$work/session" << 'END'
+rm -f /tmp/console
 test_audio 5000 > /tmp/console & server=$!
 until grep -q port /tmp/console; do sleep 0.1; done
 /run/bin/zep-audio verdict --listen -c "$CODEC" --snr 8 127.0.0.1 5000 "/tmp/heard.wav"
