@@ -2,6 +2,8 @@
 #include "sim/box/guest.hpp"
 #include "sim/box/simlog.hpp"
 #include "sim/box/text.hpp"
+#include "sim/drv/media/page.hpp"
+#include "sim/drv/state.hpp"
 
 #include <algorithm>
 #include <cstdio>
@@ -41,6 +43,10 @@ int insmod_main(int argc, char** argv)
     Names names = loaded();
     if (std::find(names.begin(), names.end(), name) != names.end()) return refuse(refusal, "File exists");
     append_file(list_path(), name + "\n");
+    if (name == "acodec") {
+        state::set_dir(kStateInside);
+        media::reset_acodec();
+    }
     return 0;
 }
 

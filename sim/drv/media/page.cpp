@@ -102,6 +102,12 @@ void power_on()
     forget_zone();
 }
 
+void reset_acodec()
+{
+    Locked page;
+    page->acodec = {.resets = page->acodec.resets + 1, .requests = 0, .setting = {}, .known = {}};
+}
+
 void wait_for_change(uint32_t generation)
 {
     raw::futex_wait(&mapping().page->generation, generation, kChangePause);

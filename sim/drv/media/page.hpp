@@ -129,8 +129,8 @@ struct AoDevice {
 
 // Bits as programs name them, one byte a request.
 struct Acodec {
-    uint32_t resets, requests;
-    uint8_t setting[16]; // by request number
+    uint32_t resets, requests; // loads of its module, requests since
+    uint8_t setting[16];       // by request number
     uint8_t known[16];
 };
 
@@ -177,6 +177,9 @@ private:
 bool snapshot(Page& copy);
 // A camera starts: its drivers forget, its memory is cold.
 void power_on();
+
+// The codec chip's module was loaded: its settings are what they are after a reset.
+void reset_acodec();
 
 // Waits until something has changed since `generation`, or a moment is over. Camera time may stand still.
 void wait_for_change(uint32_t generation);

@@ -72,7 +72,9 @@ TEST_F(MediaLoop, PlaysWhatItHears)
     EXPECT_THAT(text, HasSubstr("pool 0    ai 2, 60 blocks of 1280 at 0x8C000000, in use: driver "));
     EXPECT_THAT(text,
                 HasSubstr("ai 2      enabled, 8000 Hz, 16 bits, mono, 160 points a frame, 30 frames, 2 "));
-    EXPECT_THAT(text, HasSubstr(" 100 taken, 100 given back, 0 lost  [##################| ] -4.7 dB, highest -0.8 dB\n"));
+    EXPECT_THAT(
+        text,
+        HasSubstr(" 100 taken, 100 given back, 0 lost  [##################| ] -4.7 dB, highest -0.8 dB\n"));
     EXPECT_THAT(text, HasSubstr("ao 2,0    enabled, 100 frames, "));
     const std::string dot = status("--dot");
     EXPECT_THAT(dot, HasSubstr("\"mic.wav\" -> \"ai 2,0\" [label=\"100 taken, 0 lost\"];"));
@@ -90,6 +92,20 @@ TEST_F(MediaLoop, AMicrophoneThatIsNoSoundFileStopsTheRun)
         EXPECT_EQ(outcome.status, 125);
         EXPECT_THAT(outcome.err, HasSubstr(mic));
     }
+}
+
+// The chip keeps what each request names; loading its module resets it.
+TEST_F(MediaLoop, TheCodecChipKeepsItsSettingsUntilItsModuleIsLoaded)
+{
+    write_file(camera.root("/dvs/acodec.ko"), "");
+    const std::string inside = "/run/bin/inside_media --gtest_filter=Acodec.*";
+    const auto shell = [&](const std::string& line) {
+        return camera.run({"sh", "-c", line}, {"--bind", INSIDE_MEDIA});
+    };
+    EXPECT_EQ(shell("rmmod acodec; insmod /dvs/acodec.ko; " + inside).status, 0);
+    EXPECT_THAT(status(""), HasSubstr("acodec    rate 0xC8, mic L 0x08, DAC R 0x7F\n"));
+    EXPECT_EQ(shell(inside + "; rmmod acodec; insmod /dvs/acodec.ko").status, 0);
+    EXPECT_EQ(status("").find("acodec    rate"), std::string::npos);
 }
 
 // A camera that starts knows nothing of what its drivers did before.
