@@ -15,40 +15,10 @@ wanted="$arch $*"
 [ "$(cat "$stamp" 2>/dev/null)" != "$wanted" ] || exit 0
 
 apt=$folder/.apt
-mkdir -p "$apt/lists/partial" "$apt/archives/partial" "$apt/none"
+mkdir -p "$apt"
 apt=$(cd "$apt" && pwd)
-: > "$apt/status"
-cat > "$apt/apt.conf" <<EOF
-APT::Architecture "$arch";
-#clear APT::Architectures;
-APT::Architectures { "$arch"; };
-APT::Sandbox::User "root";
-Dir::State "$apt";
-Dir::State::lists "$apt/lists/";
-Dir::State::status "$apt/status";
-Dir::Cache "$apt";
-Dir::Cache::archives "$apt/archives/";
-Dir::Etc::Preferences "/dev/null";
-Dir::Etc::PreferencesParts "$apt/none";
-Acquire::Languages "none";
-#clear APT::Update::Pre-Invoke;
-#clear APT::Update::Post-Invoke;
-#clear APT::Update::Post-Invoke-Success;
-#clear DPkg::Post-Invoke;
-EOF
-
-# The release's main list is enough; lists of other vendors may lack the architecture.
-sign=
-key=/usr/share/keyrings/debian-archive-keyring.gpg
-[ ! -f "$key" ] || sign="[signed-by=$key] "
-codename=$(. /etc/os-release && echo "${VERSION_CODENAME:-}")
-apt-get indextargets --format '$(CREATED_BY) $(ORIGIN) $(RELEASE) $(COMPONENT) $(REPO_URI)' 2>/dev/null |
-    awk -v c="$codename" -v s="$sign" \
-        '$1 == "Packages" && $2 == "Debian" && $3 == c && $4 == "main" { print "deb " s $5 " " $3 " main" }' |
-    sort -u > "$apt/sources.list"
-if [ -s "$apt/sources.list" ]; then
-    printf '%s\n' "Dir::Etc::SourceList \"$apt/sources.list\";" "Dir::Etc::SourceParts \"$apt/none\";" >> "$apt/apt.conf"
-fi
+. "$(dirname "$0")/private-apt.sh"
+private_apt "$arch" "$apt"
 
 apt-get -c "$apt/apt.conf" -q update >&2 ||
     echo "foreign-packages: some package lists failed, going on" >&2

@@ -6,46 +6,12 @@
 # $MACHINE_DEBS   a directory holding both .deb files, in place of the download
 # shellcheck shell=bash
 
-# An apt configuration that touches nothing outside $1. Where this machine's package lists tell the
-# address of the release's main list, only that is read: lists of updates or of other vendors, which
-# may lack a foreign architecture, then cannot fail.
-private_apt() {
-    local apt=$1 codename sign=""
-    mkdir -p "$apt/lists/partial" "$apt/archives/partial" "$apt/none" || return 1
-    : > "$apt/status"
-    cat > "$apt/apt.conf" << END
-APT::Architecture "armhf";
-#clear APT::Architectures;
-APT::Architectures { "armhf"; };
-APT::Sandbox::User "root";
-Dir::State "$apt";
-Dir::State::lists "$apt/lists/";
-Dir::State::status "$apt/status";
-Dir::Cache "$apt";
-Dir::Cache::archives "$apt/archives/";
-Dir::Etc::Preferences "/dev/null";
-Dir::Etc::PreferencesParts "$apt/none";
-Acquire::Languages "none";
-#clear APT::Update::Pre-Invoke;
-#clear APT::Update::Post-Invoke;
-#clear APT::Update::Post-Invoke-Success;
-#clear DPkg::Post-Invoke;
-END
-    [ -f /usr/share/keyrings/debian-archive-keyring.gpg ] &&
-        sign="[signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] "
-    codename=$(. /etc/os-release && echo "${VERSION_CODENAME:-}")
-    apt-get indextargets --format '$(CREATED_BY) $(ORIGIN) $(RELEASE) $(COMPONENT) $(REPO_URI)' 2> /dev/null |
-        awk -v c="$codename" -v s="$sign" \
-            '$1 == "Packages" && $2 == "Debian" && $3 == c && $4 == "main" { print "deb " s $5 " " $3 " main" }' |
-        sort -u > "$apt/sources.list"
-    [ -s "$apt/sources.list" ] || return 0 # no lists here: the sources are read as they are
-    printf '%s\n' "Dir::Etc::SourceList \"$apt/sources.list\";" \
-        "Dir::Etc::SourceParts \"$apt/none\";" >> "$apt/apt.conf"
-}
+# shellcheck source=SCRIPTDIR/../../cmake/private-apt.sh
+. "$(dirname "${BASH_SOURCE[0]}")/../../cmake/private-apt.sh"
 
 fetch_debs() {
     local to=$1 conf=$cache/apt/apt.conf image
-    private_apt "$cache/apt" || return 1
+    private_apt armhf "$cache/apt" || return 1
     # A list that fails matters only when the packages are then not found.
     apt-get -c "$conf" -qq update >&2 || echo "board: some package lists failed, going on" >&2
     image=$(apt-cache -c "$conf" depends linux-image-armmp 2> /dev/null |
