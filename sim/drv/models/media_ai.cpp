@@ -1,7 +1,7 @@
 // The audio input driver.
 #include "sim/drv/clock.hpp"
 #include "sim/drv/media/audio.hpp"
-#include "sim/drv/models/media.hpp"
+#include "sim/drv/models/media_sound.hpp"
 #include "sim/drv/models/table.hpp"
 
 #include <poll.h>
@@ -35,16 +35,13 @@ constexpr RequestName kNames[] = {
     {kEnableChannel, "enablechn"}, {kDisableChannel, "disablechn"},
 };
 
-constexpr int refused(uint32_t number) { return coded(kModAi, number); }
-
 struct AecSource {
     uint32_t device, channel;
 };
 
-class AiDriver final : public MediaModel {
+class AiDriver final : public SoundModel {
 public:
-    AiDriver() : MediaModel("/dev/ai", "ai", kNames) {}
-    bool has_readiness() const override { return true; }
+    AiDriver() : SoundModel("/dev/ai", "ai", kNames, kBindSlot, kModAi) {}
     Readiness readiness(int fd) override
     {
         const uint32_t slot = slot_of(fd);
@@ -60,36 +57,22 @@ public:
     }
 
 private:
-    int answer(int fd, uint32_t request, void* argument) override
+    bool is_told(uint32_t request) const override
     {
-        if (request == kBindSlot) return bind_slot(fd, load<uint32_t>(argument));
-        const uint32_t slot = slot_of(fd);
-        if (slot == kNoSlot) return refused(kNotReady);
+        return request == kEnable || request == kDisable || request == kEnableChannel ||
+               request == kDisableChannel;
+    }
+
+    int on_slot(uint32_t slot, uint32_t request, void* argument) override
+    {
         if (request == kGetFrame) return get_frame(slot, argument);
-        const int result = on_slot(slot, request, argument);
-        const bool told = request == kEnable || request == kDisable || request == kEnableChannel ||
-                          request == kDisableChannel;
-        if (told && result == 0)
-            note("ai", "%s %u %u", request_name(request), slot / kChannels, slot % kChannels);
-        return result;
-    }
-
-    static int bind_slot(int fd, uint32_t slot)
-    {
-        if (slot >= kSlots) return refused(kBadChannel);
-        set_slot(fd, slot);
-        return 0;
-    }
-
-    static int on_slot(uint32_t slot, uint32_t request, void* argument)
-    {
         Locked page;
         AiDevice& d = page->ai_device[slot / kChannels];
         switch (request) {
         case kSetAttributes:
             return set_attributes(*page, d, load<Attributes>(argument));
         case kGetAttributes:
-            return d.configured ? store(argument, d.attributes) : refused(kNotConfigured);
+            return get_attributes(d, argument);
         case kEnable:
             return start_input(*page, slot / kChannels);
         case kDisable:
@@ -108,17 +91,7 @@ private:
         }
     }
 
-    static int set_attributes(Page& page, AiDevice& d, const Attributes& wanted)
-    {
-        if (!page.sys.ready) return refused(kNotReady);
-        if (!valid(wanted)) return refused(kIllegal);
-        if (d.enabled && wanted != d.attributes) return refused(kNotPermitted);
-        d.attributes = wanted;
-        d.configured = 1;
-        return 0;
-    }
-
-    static int on_channel(AiChannel& c, uint32_t request, void* argument)
+    int on_channel(AiChannel& c, uint32_t request, void* argument) const
     {
         switch (request) {
         case kGetParameter:
@@ -135,7 +108,7 @@ private:
         }
     }
 
-    static int enable_aec(AiChannel& c, const AecSource& from)
+    int enable_aec(AiChannel& c, const AecSource& from) const
     {
         if (from.device >= kDevices) return refused(kBadDevice);
         if (from.channel >= kChannels) return refused(kBadChannel);
@@ -146,7 +119,7 @@ private:
     }
 
     // Waits for the next frame.
-    static int get_frame(uint32_t slot, void* argument)
+    int get_frame(uint32_t slot, void* argument) const
     {
         while (true) {
             Ns next = kNever;

@@ -1,7 +1,7 @@
 // The audio output driver.
 #include "sim/drv/clock.hpp"
 #include "sim/drv/media/audio.hpp"
-#include "sim/drv/models/media.hpp"
+#include "sim/drv/models/media_sound.hpp"
 #include "sim/drv/models/table.hpp"
 
 #include <poll.h>
@@ -41,8 +41,6 @@ constexpr RequestName kNames[] = {
     {kClear, "clear"},
 };
 
-constexpr int refused(uint32_t number) { return coded(kModAo, number); }
-
 // A program's memory may not be there.
 bool copy_in(const uint8_t* from, void* to, size_t size)
 {
@@ -80,10 +78,9 @@ bool read_frame(const Frame& f, uint32_t channels, std::vector<int16_t>& out)
     return true;
 }
 
-class AoDriver final : public MediaModel {
+class AoDriver final : public SoundModel {
 public:
-    AoDriver() : MediaModel("/dev/ao", "ao", kNames) {}
-    bool has_readiness() const override { return true; }
+    AoDriver() : SoundModel("/dev/ao", "ao", kNames, kBindSlot, kModAo) {}
     Readiness readiness(int fd) override
     {
         const uint32_t slot = slot_of(fd);
@@ -104,28 +101,14 @@ public:
     }
 
 private:
-    int answer(int fd, uint32_t request, void* argument) override
+    bool is_told(uint32_t request) const override
     {
-        if (request == kBindSlot) return bind_slot(fd, load<uint32_t>(argument));
-        const uint32_t slot = slot_of(fd);
-        if (slot == kNoSlot) return refused(kNotReady);
+        return request != kSetAttributes && request != kGetAttributes && request != kSendFrame;
+    }
+
+    int on_slot(uint32_t slot, uint32_t request, void* argument) override
+    {
         if (request == kSendFrame) return send(slot, load<Frame>(argument));
-        const int result = on_slot(slot, request, argument);
-        const bool told = request != kSetAttributes && request != kGetAttributes;
-        if (told && result == 0)
-            note("ao", "%s %u %u", request_name(request), slot / kChannels, slot % kChannels);
-        return result;
-    }
-
-    static int bind_slot(int fd, uint32_t slot)
-    {
-        if (slot >= kSlots) return refused(kBadChannel);
-        set_slot(fd, slot);
-        return 0;
-    }
-
-    static int on_slot(uint32_t slot, uint32_t request, void* argument)
-    {
         Locked page;
         AoDevice& d = page->ao_device[slot / kChannels];
         const Ns now = clock::now_ns();
@@ -133,7 +116,7 @@ private:
         case kSetAttributes:
             return set_attributes(*page, d, load<Attributes>(argument));
         case kGetAttributes:
-            return d.configured ? store(argument, d.attributes) : refused(kNotConfigured);
+            return get_attributes(d, argument);
         case kEnable:
             if (!page->sys.ready) return refused(kNotReady);
             if (!d.configured) return refused(kNotConfigured);
@@ -152,17 +135,7 @@ private:
         }
     }
 
-    static int set_attributes(Page& page, AoDevice& d, const Attributes& wanted)
-    {
-        if (!page.sys.ready) return refused(kNotReady);
-        if (!valid(wanted)) return refused(kIllegal);
-        if (d.enabled && wanted != d.attributes) return refused(kNotPermitted);
-        d.attributes = wanted;
-        d.configured = 1;
-        return 0;
-    }
-
-    static int on_channel(Page& page, uint32_t slot, uint32_t request, Ns now)
+    int on_channel(Page& page, uint32_t slot, uint32_t request, Ns now) const
     {
         if (!page.ao[slot].enabled) return refused(kNotPermitted);
         if (request == kPauseChannel) pause(page, slot, now);
@@ -172,7 +145,7 @@ private:
     }
 
     // Waits until the frame has room.
-    static int send(uint32_t slot, const Frame& frame)
+    int send(uint32_t slot, const Frame& frame) const
     {
         uint32_t channels = 1;
         {
