@@ -3,10 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include <climits>
+#include <atomic>
 #include <chrono>
+#include <climits>
 #include <functional>
 #include <string>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -197,15 +199,59 @@ TEST_F(Bind, WhatCannotBeIsRefusedAndSaysWhy)
 TEST_F(Bind, TakingARegistrationBackTakesItsBindingsToo)
 {
     ASSERT_EQ(bind(0, ao(0, 0)), 0);
+    const SYS_BIND_RECEIVER_S other = {5, 1, 4, receive};
+    ASSERT_EQ(SYS_BIND_RegisterReceiver(&other), 0);
+    ASSERT_EQ(bind(0, {5, 0, 2}), 0);
     EXPECT_EQ(SYS_BIND_UnRegisterReceiver(HI_ID_AO), 0);
-    EXPECT_EQ(send(0, &item), 0);
+    EXPECT_EQ(stderr_of([&] { EXPECT_EQ(send(0, &item), sys(MPP_ERR_NOT_PERM)); }),
+              "Mod 22 have not register !\n");
+    EXPECT_TRUE(received.empty()) << "the walk stops at the first that is missing";
     const SYS_BIND_RECEIVER_S receiver = {HI_ID_AO, 3, 16, receive};
     ASSERT_EQ(SYS_BIND_RegisterReceiver(&receiver), 0);
+    EXPECT_EQ(send(0, &item), 0);
+    EXPECT_EQ(received.size(), 1u) << "the new registration starts unbound";
     ASSERT_EQ(bind(0, ao(0, 0)), 0);
     EXPECT_EQ(SYS_BIND_UnRegisterSender(HI_ID_ADEC), 0);
     const SYS_BIND_SENDER_S sender = {HI_ID_ADEC, 1, 32};
     ASSERT_EQ(SYS_BIND_RegisterSender(&sender), 0);
     EXPECT_EQ(bind(1, ao(0, 0)), 0) << "the receiver is free again";
+}
+
+TEST_F(Bind, ATableIsAsLargeAsItsCountsUpToWhatMemoryMayHold)
+{
+    const SYS_BIND_RECEIVER_S wide = {5, 1, 100000, count_only}, deep = {6, 400, 1, receive},
+                              vast = {7, 0xFFFF, 0x10000, receive}, square = {7, 0x80000000u, 1, receive};
+    ASSERT_EQ(SYS_BIND_RegisterReceiver(&wide), 0);
+    ASSERT_EQ(SYS_BIND_RegisterReceiver(&deep), 0);
+    EXPECT_EQ(bind(0, {5, 0, 99999}), 0);
+    EXPECT_EQ(SYS_BIND_UnRegisterReceiver(5), 0);
+    const MPP_CHN_S source = {HI_ID_ADEC, 0, 1}, last = {6, 399, 0};
+    EXPECT_EQ(SYS_Bind(&source, &last), 0);
+    EXPECT_EQ(send(1, &item), 0);
+    EXPECT_EQ(received, (std::vector<Received>{{399, 0, 2, &item}}));
+    for (const auto* too_much : {&vast, &square})
+        EXPECT_EQ(stderr_of([&] { EXPECT_EQ(SYS_BIND_RegisterReceiver(too_much), sys(MPP_ERR_NO_MEMORY)); }),
+                  "No memory for bind table!\n");
+}
+
+// The walk takes no lock, so what it meets of a binding being made must be whole.
+TEST_F(Bind, AChannelMayBeBoundWhileItSends)
+{
+    static std::atomic<int> arrived;
+    arrived = 0;
+    const SYS_BIND_RECEIVER_S receiver = {5, 1, 2000,
+                                          [](int32_t, int32_t, int32_t, void*) { return ++arrived; }};
+    ASSERT_EQ(SYS_BIND_RegisterReceiver(&receiver), 0);
+    std::atomic<bool> done = false;
+    std::thread sender([&] {
+        while (!done) send(0, &item);
+    });
+    for (int32_t i = 0; i < 2000; ++i) EXPECT_EQ(bind(0, {5, 0, i}), 0);
+    done = true;
+    sender.join();
+    arrived = 0;
+    EXPECT_EQ(send(0, &item), 0);
+    EXPECT_EQ(arrived, 2000);
 }
 
 // Each receiver costs the same; what a large factor catches is a walk of the whole table for each.

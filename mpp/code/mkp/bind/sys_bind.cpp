@@ -16,9 +16,10 @@ namespace {
     zep::mpp_assert_failed("mpp/code/mkp/bind/sys_bind", function, line, condition);
 }
 
-// One connection on the circular list of its source; the list's head is a node without a destination.
+// One connection on the circular list of its source; the list's head is a node without a destination. A list
+// may grow while data walks it: the walk follows `next` only, which leads to a node once that is complete.
 struct Node {
-    Node* next;
+    std::atomic<Node*> next;
     Node* previous;
     MPP_CHN_S destination;
     std::atomic<uint32_t> sent;
@@ -44,16 +45,24 @@ struct Counts {
         return size_t(device) * devices + size_t(channel);
     }
     // Places that contains() can reach may lie beyond the product where devices outnumber channels.
-    [[nodiscard]] size_t places() const
+    [[nodiscard]] uint64_t places() const
     {
-        return std::max(size_t(devices) * channels, place(int32_t(devices) - 1, int32_t(channels) - 1) + 1);
+        return std::max(uint64_t(devices) * channels, uint64_t(devices - 1) * devices + channels);
     }
     [[nodiscard]] bool valid() const
     {
         uint64_t product = uint64_t(devices) * channels;
-        return product > 0 && product <= 0xFFFF && devices <= 0xFF;
+        return product > 0 && product <= UINT32_MAX;
     }
 };
+
+// Zeroed table of a registration; null when memory is short, or would be.
+template<class Place> Place* allocate_table(const Counts& counts)
+{
+    constexpr uint64_t most = 0x100000;
+    return counts.places() > most ? nullptr
+                                  : static_cast<Place*>(calloc(size_t(counts.places()), sizeof(Place)));
+}
 
 struct Sender {
     Counts counts;
@@ -158,15 +167,16 @@ Node& head_of(Sender& sender, const MPP_CHN_S& channel)
 void append(Node& head, Node* node)
 {
     node->previous = head.previous;
-    node->next = &head;
-    head.previous->next = node;
+    node->next.store(&head, std::memory_order_relaxed);
+    head.previous->next.store(node, std::memory_order_release);
     head.previous = node;
 }
 
 void unlink_and_free(Node* node)
 {
-    node->previous->next = node->next;
-    node->next->previous = node->previous;
+    Node* next = node->next;
+    node->previous->next = next;
+    next->previous = node->previous;
     free(node);
 }
 
@@ -259,7 +269,7 @@ int32_t SYS_BIND_RegisterSender(const SYS_BIND_SENDER_S* pstSender)
     const Counts counts = {pstSender->u32MaxDevCnt, pstSender->u32MaxChnCnt};
     bool taken = valid_module(module) && state.senders[module].heads;
     if (int32_t refused = check_registration(module, counts, taken)) return refused;
-    auto* heads = static_cast<Node*>(calloc(counts.places(), sizeof(Node)));
+    auto* heads = allocate_table<Node>(counts);
     if (!heads) return no_table_memory();
     for (size_t i = 0; i < counts.places(); ++i) heads[i].next = heads[i].previous = &heads[i];
     state.senders[module] = {counts, heads};
@@ -274,8 +284,10 @@ int32_t SYS_BIND_RegisterReceiver(const SYS_BIND_RECEIVER_S* pstReceiver)
     const Counts counts = {pstReceiver->u32MaxDevCnt, pstReceiver->u32MaxChnCnt};
     bool taken = valid_module(module) && state.receivers[module].entries;
     if (int32_t refused = check_registration(module, counts, taken)) return refused;
-    auto* entries = static_cast<Entry*>(calloc(counts.places(), sizeof(Entry)));
+    auto* entries = allocate_table<Entry>(counts);
     if (!entries) return no_table_memory();
+    // Connections to an earlier registration of the module, which this one does not know of.
+    drop_connections([=](int32_t, const MPP_CHN_S& to) { return to.s32ModId == module; });
     state.receivers[module] = {counts, entries, pstReceiver->pfnReceive};
     return 0;
 }
@@ -298,7 +310,7 @@ int32_t SYS_BIND_UnRegisterReceiver(int32_t enModId)
     Locked locked;
     Receiver& receiver = state.receivers[enModId];
     if (int32_t refused = check_unregistration(enModId, receiver.entries)) return refused;
-    drop_connections([=](int32_t, const MPP_CHN_S& to) { return to.s32ModId == enModId; });
+    // The connections stay, so that who sends on one is told that its receiver is gone.
     free(receiver.entries);
     receiver = {};
     return 0;
@@ -318,7 +330,8 @@ int32_t SYS_BIND_SendData(int32_t enModId, int32_t s32DevId, int32_t s32ChnId, i
     if (!sender.counts.contains(source.s32DevId, source.s32ChnId)) return coded(MPP_ERR_PARAM);
 
     Node& head = head_of(sender, source);
-    for (Node* node = head.next; node != &head; node = node->next) {
+    const auto after = [](const Node& node) { return node.next.load(std::memory_order_acquire); };
+    for (Node* node = after(head); node != &head; node = after(*node)) {
         const MPP_CHN_S& to = node->destination;
         const Receiver& receiver = state.receivers[to.s32ModId];
         if (!receiver.receive) return not_registered(to.s32ModId);

@@ -9,8 +9,9 @@
  * channels, device 1 channel 0 and device 0 channel 3 therefore share a place: one of them bound means
  * both are. The stride is part of the table's definition.
  *
- * One lock guards binding, unbinding and registration. SYS_BIND_SendData walks the lists without it: callers
- * must not unbind or unregister a channel while it sends. Messages go to standard error.
+ * One lock guards binding, unbinding and registration. SYS_BIND_SendData walks the lists without it: a
+ * channel may be bound while it sends, but not unbound, nor its modules registered or unregistered. Messages
+ * go to standard error.
  */
 #ifndef MKP_BIND_SYS_BIND_H
 #define MKP_BIND_SYS_BIND_H
@@ -60,7 +61,11 @@ int32_t SYS_BIND_DeInit(void);
 int32_t SYS_BIND_RegisterSender(const SYS_BIND_SENDER_S* pstSender);
 int32_t SYS_BIND_RegisterReceiver(const SYS_BIND_RECEIVER_S* pstReceiver);
 
-/** Take a registration back; its bindings go with it. @return 0; MPP_ERR_PARAM, MPP_ERR_NOT_PERM */
+/**
+ * Take a registration back. A sender's bindings go with it. A receiver's go when the module registers again;
+ * until then data sent to them is refused.
+ * @return 0; MPP_ERR_PARAM, MPP_ERR_NOT_PERM
+ */
 int32_t SYS_BIND_UnRegisterSender(int32_t enModId);
 int32_t SYS_BIND_UnRegisterReceiver(int32_t enModId);
 
