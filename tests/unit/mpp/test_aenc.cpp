@@ -2,6 +2,7 @@
 #include "tests/unit/mpp/codec_channels.hpp"
 #include "tests/unit/mpp/fake_input.hpp"
 
+#include <atomic>
 #include <condition_variable>
 #include <thread>
 
@@ -155,6 +156,35 @@ TEST_F(Aenc, AWaitingCallerLeavesWhenTheChannelGoesEvenIfItIsMadeAgain)
     EXPECT_EQ(create_aenc(0, PT_G711U), 0);
     waiting.join();
     EXPECT_EQ(result, aenc(MPP_ERR_MISSING));
+}
+
+// Whoever waits comes back with a frame: the one that woke it may have gone to another meanwhile.
+TEST_F(Aenc, CallersWaitSideBySideForOneFrameEach)
+{
+    constexpr int kFrames = 500;
+    ASSERT_EQ(create_aenc(0, PT_G711U), 0);
+    std::atomic<int> taken = 0, empty = 0;
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 4; ++i)
+        callers.emplace_back([&] {
+            while (true) {
+                AENC_STREAM_HEADER_S mine = {};
+                const int32_t result = HI_MPI_AENC_GetStream(0, &mine, 1);
+                if (result == aenc(MPP_ERR_MISSING)) return;
+                if (result == aenc(MPP_ERR_EMPTY)) ++empty;
+                if (result == 0 && HI_MPI_AENC_ReleaseStream(0, &mine) == 0) ++taken;
+                if (result == aenc(MPP_ERR_NOT_PERM)) std::this_thread::yield();
+            }
+        });
+    for (int sent = 0; sent < kFrames;) {
+        if (HI_MPI_AENC_SendFrame(0, &frame) == 0) ++sent;
+        std::this_thread::yield();
+    }
+    while (taken < kFrames) std::this_thread::yield();
+    EXPECT_EQ(HI_MPI_AENC_DestroyChn(0), 0);
+    for (auto& caller : callers) caller.join();
+    EXPECT_EQ(taken, kFrames);
+    EXPECT_EQ(empty, 0) << "returned from waiting without a frame";
 }
 
 TEST_F(Aenc, AFrameThatArrivesForAChannelThatIsGoneIsReleased)

@@ -163,6 +163,14 @@ int32_t wait_for_frame(Channel& channel, uint32_t generation, uint32_t block)
     return channel.is(generation) && channel.queue.size() == 0 ? coded(MPP_ERR_EMPTY) : 0;
 }
 
+// Sees to it that the queue has a frame: from the bound input, else from HI_MPI_AENC_SendFrame.
+int32_t fetch(int32_t number, Channel& channel, uint32_t generation, uint32_t block)
+{
+    MPP_CHN_S source;
+    return bound_input(number, source) ? pull(channel, generation, source, block)
+                                       : wait_for_frame(channel, generation, block);
+}
+
 // Under the channel's lock; MPP_ERR_EMPTY while there is nothing.
 int32_t hand_out(Channel& channel, AENC_STREAM_HEADER_S& stream)
 {
@@ -235,19 +243,18 @@ int32_t HI_MPI_AENC_GetStream(int32_t s32Chn, AENC_STREAM_HEADER_S* pstStream, u
     if (!pstStream) return coded(MPP_ERR_NULL);
     if (int32_t refused = check_block(__func__, __LINE__, bBlock)) return refused;
     Channel& channel = state.channels[s32Chn];
-    uint32_t generation;
-    {
-        MutexLock locked(channel.lock);
-        int32_t result = hand_out(channel, *pstStream);
-        if (result != coded(MPP_ERR_EMPTY)) return result;
-        generation = channel.generation;
+    uint32_t generation = 0;
+    // Another caller may be handed the frame that this one has waited for: who waits begins anew then.
+    for (bool first = true;; first = false) {
+        {
+            MutexLock locked(channel.lock);
+            if (first) generation = channel.generation;
+            if (!first && !channel.is(generation)) return coded(MPP_ERR_MISSING);
+            int32_t result = hand_out(channel, *pstStream);
+            if (result != coded(MPP_ERR_EMPTY) || (!first && !bBlock)) return result;
+        }
+        if (int32_t failed = fetch(s32Chn, channel, generation, bBlock)) return failed;
     }
-    MPP_CHN_S source;
-    int32_t failed = bound_input(s32Chn, source) ? pull(channel, generation, source, bBlock)
-                                                 : wait_for_frame(channel, generation, bBlock);
-    if (failed) return failed;
-    MutexLock locked(channel.lock);
-    return channel.is(generation) ? hand_out(channel, *pstStream) : coded(MPP_ERR_MISSING);
 }
 
 int32_t HI_MPI_AENC_ReleaseStream(int32_t s32Chn, const AENC_STREAM_HEADER_S* pstStream)
