@@ -91,6 +91,24 @@ TEST_F(Hostile, AStageRefusesAFrameThatItWasNotMadeFor)
     EXPECT_EQ(HI_MPI_AI_ReleaseFrame(kDev, 0, &frame, nullptr), 0);
 }
 
+// A device that was mono when the stage was enabled: the stage works on one block, and its length is not the
+// other's.
+TEST_F(Hostile, AStageRefusesStereoThatCameLater)
+{
+    const AIO_ATTR_S mono = attributes(), stereo = attributes(8000, 160, AUDIO_SOUND_STEREO);
+    const AIO_RESAMPLE_ATTR_S up = {160, 8000, 5};
+    ASSERT_EQ(HI_MPI_AI_SetPubAttr(kDev, &mono), 0);
+    ASSERT_EQ(HI_MPI_AI_EnableReSmp(kDev, 0, &up), 0);
+    open_input(stereo);
+    EXPECT_EQ(get(), kAi | 3);
+    ASSERT_EQ(HI_MPI_AI_DisableReSmp(kDev, 0), 0);
+    AUDIO_FRAME_S frame = {};
+    ASSERT_EQ(get(&frame), 0);
+    EXPECT_NE(frame.pu8VirtAddr[1], nullptr);
+    EXPECT_EQ(HI_MPI_AI_ReleaseFrame(kDev, 0, &frame, nullptr), 0);
+    EXPECT_EQ(HI_MPI_AI_Disable(kDev), 0) << "the refused frame was given back";
+}
+
 TEST_F(Hostile, APoolThatIsNotInMemoryIsNotMapped)
 {
     const uint32_t pool = HI_MPI_VB_CreatePool(4096, 2);

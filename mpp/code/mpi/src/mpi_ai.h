@@ -60,8 +60,8 @@ int32_t HI_MPI_AI_DisableAec(int32_t s32Dev, int32_t s32Chn);
  * @param pstFrm    receives the frame; its samples stay valid until the release
  * @param pstAec    null, or receives the echo reference when there is one and is else left alone
  * @param bBlock    1 waits for a frame; 0: MPP_ERR_EMPTY when there is none
- * @return also MPP_ERR_PARAM for another bBlock or a frame outside its pool, MPP_ERR_NO_MEMORY, the codes of
- * the buffer pools
+ * @return also MPP_ERR_PARAM for another bBlock, a frame outside its pool, or a stereo frame on a channel
+ * with resampling or noise reduction; MPP_ERR_NO_MEMORY; the codes of the buffer pools
  */
 int32_t HI_MPI_AI_GetFrame(int32_t s32Dev, int32_t s32Chn, AUDIO_FRAME_S* pstFrm, AEC_FRAME_S* pstAec,
                            uint32_t bBlock);

@@ -97,6 +97,11 @@ int32_t change_rate(size_t slot, AiChannel& channel, AI_EXCHANGE_S& record, int3
 int32_t process(size_t slot, AiChannel& channel, AI_EXCHANGE_S& record, int32_t channel_id)
 {
     MutexLock locked(channel.lock);
+    if (!channel.noise.state && !channel.resample.enabled) return 0;
+    // The device was mono when its stages were enabled. They work on the left block alone: the new length
+    // would be wrong for the right one, and reading that far would leave it.
+    if (record.stFrame.u32SoundMode == AUDIO_SOUND_STEREO)
+        return refuse(slot, record, ai_error(MPP_ERR_PARAM));
     if (channel.noise.state) {
         if (int32_t failed = reduce_noise(channel, record.stFrame)) {
             MPP_LOG("s32ChnId :%d process anr failed!\n", channel_id);
