@@ -170,6 +170,28 @@ TEST_F(Paths, BlocksAreInUseUntilTheyAreReleased)
     EXPECT_EQ(HI_MPI_VB_DestroyPool(pool), 0);
 }
 
+// A pool's number is used again for other memory.
+TEST_F(Paths, APoolThatIsDestroyedIsMappedNoLonger)
+{
+    const uint32_t first = HI_MPI_VB_CreatePool(4096, 1);
+    ASSERT_EQ(HI_MPI_VB_MmapPool(first), 0);
+    ASSERT_EQ(HI_MPI_VB_DestroyPool(first), 0);
+    void* address = nullptr;
+    EXPECT_EQ(HI_MPI_VB_GetBlkVirAddr(first, 0x8C000000, &address), kVb | 0x10);
+    const uint32_t second = HI_MPI_VB_CreatePool(8192, 4);
+    ASSERT_EQ(second, first);
+    ASSERT_EQ(HI_MPI_VB_MmapPool(second), 0);
+    uint32_t block = 0;
+    for (int i = 0; i < 4; ++i) block = HI_MPI_VB_GetBlock(second, 0);
+    ASSERT_EQ(HI_MPI_VB_GetBlkVirAddr(second, HI_MPI_VB_Handle2PhysAddr(block), &address), 0);
+    memset(address, 0x5A, 8192);
+    auto* seen = static_cast<uint8_t*>(HI_MPI_SYS_Mmap(HI_MPI_VB_Handle2PhysAddr(block), 8192));
+    ASSERT_NE(seen, nullptr);
+    EXPECT_EQ(seen[8191], 0x5A);
+    EXPECT_EQ(HI_MPI_SYS_Munmap(seen, 8192), 0);
+    for (uint32_t i = 0; i < 4; ++i) EXPECT_EQ(HI_MPI_VB_ReleaseBlock(block - i), 0);
+}
+
 TEST_F(Paths, AnyPoolGivesTheSmallestBlockThatFits)
 {
     stop_platform();

@@ -114,7 +114,14 @@ uint32_t HI_MPI_VB_CreatePool(uint32_t u32BlkSize, uint32_t u32BlkCnt)
     return request(VB_REQ_CREATE_POOL, &record) == 0 ? record.u32PoolId : VB_ANY_POOL;
 }
 
-int32_t HI_MPI_VB_DestroyPool(uint32_t u32Pool) { return request(VB_REQ_DESTROY_POOL, &u32Pool); }
+int32_t HI_MPI_VB_DestroyPool(uint32_t u32Pool)
+{
+    const uint32_t pool = u32Pool;
+    int32_t result = request(VB_REQ_DESTROY_POOL, &u32Pool);
+    // The next pool of this number is another memory, and could never be mapped over the old one's mapping.
+    if (result == 0) zep::vb_forget(pool);
+    return result;
+}
 
 uint32_t HI_MPI_VB_GetBlock(uint32_t u32Pool, uint32_t u32BlkSize)
 {

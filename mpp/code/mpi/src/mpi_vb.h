@@ -28,6 +28,7 @@ int32_t HI_MPI_VB_Exit(void);
 
 /** @return the pool; VB_ANY_POOL (-1) on failure */
 uint32_t HI_MPI_VB_CreatePool(uint32_t u32BlkSize, uint32_t u32BlkCnt);
+/** A mapping of the pool goes too. */
 int32_t HI_MPI_VB_DestroyPool(uint32_t u32Pool);
 
 /** @param u32Pool  VB_ANY_POOL, or one pool, whose blocks have their own size @return a handle; -1 on failure
