@@ -61,7 +61,7 @@ int32_t CTIME_NTPSync(const char* host, int32_t dst, int32_t zone);
 
 /**
  * Apply a server's reply: only its transmit timestamp is looked at. The 32-bit seconds are taken
- * modulo their era, so times from 1970 to 2106 are right.
+ * modulo their era, so times from 1970 to 2106 are right; to 2038 where time_t has 32 bits.
  *
  * @param reply  CTIME_NTP_PACKET_SIZE bytes
  * @return 0; -1 when the system clock or the RTC cannot be set

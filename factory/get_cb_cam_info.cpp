@@ -69,6 +69,7 @@ int get_cb_cam_info_main(int argc, char** argv)
     uint8_t model = block.ask(0xE0);
     uint8_t resolution = block.ask(0x5C);
     uint8_t version = block.ask(0xE3);
+    if (!zep::Interruptible::pause_ms(0)) return 0; // nobody was waited for: these are no answers
     printf("VERSION=%02X\n", version);
     print_sensor(model, resolution);
     return 0;

@@ -74,7 +74,9 @@ int test_key_main(int argc, char** argv)
     if (!zep::parse_options(argc, argv, options, nullptr, 0, kUsage) || !zep::load_wiring(wiring))
         return zep::print_verdict(false);
     if (wiring.key.count != 1) {
-        fprintf(stderr, "test_key: no key line is known for this model; name it in /etc/factory_io.conf\n");
+        fprintf(stderr, "test_key: %s; name one in /etc/factory_io.conf\n",
+                wiring.key.count == 0 ? "no key line is known for this model"
+                                      : "several key lines are named");
         return zep::print_verdict(false);
     }
     int fd = open_gpio();

@@ -18,7 +18,7 @@ using zep::LineList;
 using zep::Steps;
 
 constexpr char kUsage[] =
-    "usage: test_led [-v] [-n times] [-t ms] [all|NAME|NUMBER] [blink|on|off]\n"
+    "usage: test_led [-v] [-n times] [-t ms] [all|NAME|NUMBER [blink|on|off]]\n"
     "    each state is held for the time given (250 ms); afterwards the LEDs are as before\n";
 
 struct Show {

@@ -33,11 +33,15 @@ constexpr Board kBoards[] = {
     {2, 4, "5.0,5.1,6.4,8.2", "4.0,4.1,4.6,4.7", "power:9.0,status:9.1,network:9.2,record:9.3", "8.1"},
 };
 
+// A list as the file gives it. One that fills its room may have been cut, and may still look like a list, but
+// with lines missing. The reader's lines have 255 characters, which is more.
+constexpr size_t kListRoom = 200;
+
 struct WiringText {
-    char outputs[128];
-    char inputs[128];
-    char leds[128];
-    char key[16];
+    char outputs[kListRoom];
+    char inputs[kListRoom];
+    char leds[kListRoom];
+    char key[kListRoom];
     int32_t key_active;
 };
 
@@ -89,6 +93,10 @@ bool parse_name(const char*& text, Line& line)
 
 bool parse_named(const char* name, const char* text, LineList& list)
 {
+    if (strlen(text) + 1 == kListRoom) {
+        fprintf(stderr, "%s: %s= has a list of more than %zu characters\n", kWiringFile, name, kListRoom - 2);
+        return false;
+    }
     if (parse_lines(text, list)) return true;
     fprintf(stderr, "%s: %s=%s is not a list of at most %zu lines such as 5.0,5.1\n", kWiringFile, name, text,
             kMaxLines);

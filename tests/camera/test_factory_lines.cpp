@@ -166,6 +166,26 @@ TEST_F(Leds, AreChosenByNameOrNumber)
     }
 }
 
+// A list that is cut may look whole: an LED that nobody tested would pass.
+TEST_F(Leds, NamesMayBeLongAndTooLongAListIsRefused)
+{
+    std::string list(15, 'a');
+    list += ":5.0";
+    for (int i = 0; i < 9; ++i) list += "," + std::string(13, 'b') + ":5.0";
+    auto with = [&](const std::string& leds) {
+        write_file(camera.folder() / "lines", "led=" + leds + "\n");
+        EXPECT_EQ(vcam("put " + camera.state("").string() + " " + (camera.folder() / "lines").string() +
+                       " /etc/factory_io.conf")
+                      .status,
+                  0);
+        return run("test_led -v -n 1 -t 1 last on");
+    };
+    EXPECT_EQ(with(list + ",last:5.1").out, "LED 5.1 last on : successful\nsuccessful\n");
+    Outcome cut = with(list + "," + std::string(13, 'b') + ":5.0,last:5.1");
+    EXPECT_EQ(cut.out, kFailed);
+    EXPECT_THAT(cut.err, HasSubstr("more than 198 characters"));
+}
+
 TEST_F(Leds, HoldEachStateForTheTimeGiven)
 {
     const double before = clock_ms();
@@ -257,6 +277,9 @@ TEST_F(Key, TheLineAndItsLevelComeFromTheConfiguration)
     EXPECT_THAT(none.err, HasSubstr("no key line is known for this model"));
     none = run("printf 'key=2.5,2.6\\n' > /etc/factory_io.conf; test_key");
     EXPECT_EQ(none.out, kFailed);
+    EXPECT_THAT(none.err, HasSubstr("several key lines are named"));
+    EXPECT_THAT(run("echo key=restoredefaults:2.5 > /etc/factory_io.conf; test_key -v -t 1").out,
+                StartsWith("KEY 2.5"));
 }
 
 TEST_F(Key, FailingDriverSignalAndArguments)
