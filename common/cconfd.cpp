@@ -36,11 +36,16 @@ void hang_up(CCONFD_CLIENT_S& client)
     errno = saved;
 }
 
+void start_pause(CCONFD_CLIENT_S& client)
+{
+    client.retry_ms = monotonic_ms() + int64_t(std::max(client.pause_s, 0)) * 1000;
+}
+
 // After what a new attempt would not mend at once.
 int32_t give_up(CCONFD_CLIENT_S& client)
 {
     hang_up(client);
-    client.retry_ms = monotonic_ms() + int64_t(std::max(client.pause_s, 0)) * 1000;
+    start_pause(client);
     return CCONFD_NO_ANSWER;
 }
 
@@ -219,13 +224,18 @@ int32_t CCONFD_NextNotice(CCONFD_CLIENT_S* client, char* key, int32_t timeout_ms
 {
     if (!client || !key || !client->watching) return CCONFD_REFUSED;
     const int64_t end_ms = monotonic_ms() + std::max(timeout_ms, 0);
-    for (;;) {
+    for (bool lost = false;;) {
         if (take_notice(*client, key)) return 1;
         if (!connected_by(*client, end_ms)) return CCONFD_NO_ANSWER;
+        // Each new connection brings a notice: a daemon that hangs up behind it every time would keep the
+        // caller busy without a pause.
+        if (lost) start_pause(*client);
+        lost = false;
         if (client->pending > 0) continue;
         if (!wait_until(client->fd, end_ms)) return 0;
         if (receive_frame(*client)) continue;
         hang_up(*client);
         if (errno != EPIPE) return give_up(*client);
+        lost = true;
     }
 }

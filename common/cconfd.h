@@ -23,8 +23,9 @@
  * by custom a file, a colon and a key of that file, "/etc/stream.conf:stream_1_port". A value is at most
  * 2,047 bytes. Neither holds a control character; neither is terminated in a frame.
  *
- * A client has no lock: one thread at a time. It waits no longer than its limit and about 2 s; no signal is
- * raised when the daemon goes. A daemon that breaks the protocol is hung up on.
+ * A client has no lock: one thread at a time. It waits no longer than its limit and, to connect, a second
+ * more, whatever becomes of the wall clock; no signal is raised when the daemon goes. A daemon that breaks
+ * the protocol is hung up on.
  */
 
 #include <stdint.h>
@@ -63,7 +64,7 @@ enum CCONFD_COMMAND {
 typedef struct {
     int32_t fd;       /* -1 while not connected */
     int32_t limit_s;  /* for an answer, seconds, at least 1; 3 after CCONFD_Init */
-    int32_t pause_s;  /* after a failure, in which nothing is tried, seconds; 5 after CCONFD_Init */
+    int32_t pause_s;  /* in which no connection is tried, seconds; 5 after CCONFD_Init */
     int32_t watching; /* 1: notices were asked for */
     int64_t retry_ms; /* monotonic time before which nothing is tried; 0: at once */
     int32_t pending;  /* notices waiting in `notice`, the oldest first */
@@ -117,7 +118,8 @@ int32_t CCONFD_Watch(CCONFD_CLIENT_S* client, const char* start);
 
 /**
  * Wait for a notice. When more wait than the client keeps, they become one with an empty key. Before a wait
- * on `fd` with others take all notices with a time of 0: some may already have been read.
+ * on `fd` with others take all notices with a time of 0: some may already have been read. A daemon that hangs
+ * up is connected to again at once, when it hangs up once more only after a pause.
  *
  * @param key         receives the key that changed, CCONFD_KEY_SIZE bytes; empty: anything may have
  * @param timeout_ms  0: only what is there. A new connection, or a notice that has begun, may take the

@@ -6,12 +6,16 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <poll.h>
+#include <sys/ioctl.h>
 
 namespace zep {
 
 namespace {
 
 constexpr int kTimeUp = -1; // of the stream functions
+constexpr int kAtOnce = 1;  // their limit, seconds, where nothing is waited for
+constexpr int64_t kLongestPoll = 1'000'000;
 
 bool failed(int error)
 {
@@ -28,28 +32,38 @@ int64_t monotonic_ms()
     return int64_t(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
 }
 
-// 0 when the time is up: to the stream functions that would mean no limit.
-int ConfdStream::seconds_left() const
+// The stream functions measure their limit with a clock that may be set meanwhile. So they are called for
+// what goes through at once, and all waiting is done here.
+bool ConfdStream::wait(short event) const
 {
-    int64_t left = end_ms_ - monotonic_ms();
-    return left <= 0 ? 0 : int((left + 999) / 1000);
+    for (;;) {
+        const int64_t left = end_ms_ - monotonic_ms();
+        if (left <= 0) return failed(ETIMEDOUT);
+        pollfd ready = {fd_, event, 0};
+        if (poll(&ready, 1, int(std::min(left, kLongestPoll))) > 0) return true;
+    }
 }
 
 bool ConfdStream::send(const void* data, size_t length) const
 {
-    int seconds = seconds_left();
-    if (seconds == 0) return failed(ETIMEDOUT);
-    int out = QRN_SendTCPStream(fd_, data, int(length), seconds);
+    if (!wait(POLLOUT)) return false;
+    int out = QRN_SendTCPStream(fd_, data, int(length), kAtOnce);
     return out == int(length) || failed(out == kTimeUp ? ETIMEDOUT : EPIPE);
 }
 
 bool ConfdStream::receive(void* data, size_t length) const
 {
-    if (length == 0) return true;
-    int seconds = seconds_left();
-    if (seconds == 0) return failed(ETIMEDOUT);
-    int got = QRN_RecvTCPStream(fd_, data, int(length), seconds);
-    return got == int(length) || failed(got == kTimeUp ? ETIMEDOUT : EPIPE);
+    for (size_t done = 0; done < length;) {
+        if (!wait(POLLIN)) return false;
+        int there = 0;
+        if (ioctl(fd_, FIONREAD, &there) < 0) return failed(EPIPE);
+        // At least one byte is asked for, so that the end of the stream is seen.
+        const int part = int(std::clamp<size_t>(size_t(std::max(there, 0)), 1, length - done));
+        if (QRN_RecvTCPStream(fd_, static_cast<char*>(data) + done, part, kAtOnce) != part)
+            return failed(EPIPE);
+        done += size_t(part);
+    }
+    return true;
 }
 
 bool ConfdStream::drain(size_t length) const

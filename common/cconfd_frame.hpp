@@ -12,7 +12,7 @@ int64_t monotonic_ms();
 
 class ConfdStream {
 public:
-    // `end_ms`: monotonic time by which transfers give up, about a second late at worst.
+    // `end_ms`: monotonic time at which transfers give up.
     ConfdStream(int fd, int64_t end_ms) : fd_(fd), end_ms_(end_ms) {}
 
     // False with ETIMEDOUT, EPIPE when the peer is gone.
@@ -22,7 +22,7 @@ public:
     bool drain(size_t length) const;
 
 private:
-    [[nodiscard]] int seconds_left() const;
+    [[nodiscard]] bool wait(short event) const;
 
     int fd_;
     int64_t end_ms_;

@@ -365,6 +365,25 @@ TEST_F(Confd, AfterARestartNoticesAreAskedForAgainAndOneTellsThatSomeMayBeLost)
     CCONFD_Close(&client);
 }
 
+// A caller that acts on every notice would never rest.
+TEST_F(Confd, ADaemonThatHangsUpBehindEveryWatchIsConnectedToOnceAPause)
+{
+    auto leave = [](Visit visit) {
+        visit.expect(frame(4, ""));
+        visit.say(reply(4));
+    };
+    client.pause_s = 1;
+    Daemon daemon(path, {leave, leave, leave});
+    EXPECT_EQ(CCONFD_Watch(&client, ""), 0);
+    EXPECT_EQ(CCONFD_NextNotice(&client, key, 5000), 1) << "the first time at once";
+    EXPECT_EQ(CCONFD_NextNotice(&client, key, 50), CCONFD_NO_ANSWER);
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_EQ(daemon.visited, 2);
+    EXPECT_EQ(CCONFD_NextNotice(&client, key, 5000), 1);
+    EXPECT_EQ(daemon.visited, 3);
+    CCONFD_Close(&client);
+}
+
 TEST_F(Confd, ArgumentsThatNoFrameCanCarryAreRefusedUnsent)
 {
     const string longest(CCONFD_KEY_SIZE - 1, 'k'), longer = longest + 'k', big(CCONFD_VALUE_SIZE - 1, 'v');
