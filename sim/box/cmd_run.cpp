@@ -10,6 +10,7 @@
 #include "sim/drv/media/wav.hpp"
 
 #include <cerrno>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -34,8 +35,18 @@ struct RunOptions {
     std::vector<Medium> media;
     std::string neighbour;
     std::string microphone, speaker; // host files
+    std::string loop;                // milliseconds from the loudspeaker to the microphone
     bool realtime = false, verbose = false, no_preload = false, no_mark = false;
 };
+
+std::string parse_loop(const std::string& value)
+{
+    unsigned ms = 0;
+    const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), ms);
+    if (error != std::errc() || end != value.data() + value.size() || ms > 1000)
+        fail("--loop: %s is not a number from 0 to 1000", value.c_str());
+    return std::to_string(ms);
+}
 
 std::vector<Option> option_table(RunOptions& o)
 {
@@ -68,6 +79,8 @@ std::vector<Option> option_table(RunOptions& o)
          [&](auto& v) { o.microphone = v; }},
         {"--speaker", "FILE.wav", "where to put what the loudspeaker has played",
          [&](auto& v) { o.speaker = v; }},
+        {"--loop", "MS", "the microphone hears the loudspeaker too, so many milliseconds later",
+         [&](auto& v) { o.loop = parse_loop(v); }},
         {"--realtime", nullptr, "sleeps take their time", [&](auto&) { o.realtime = true; }},
         {"--no-preload", nullptr, "without the simulated drivers", [&](auto&) { o.no_preload = true; }},
         {"--no-mark", nullptr, "keep what vcam diff compares with", [&](auto&) { o.no_mark = true; }},
@@ -163,6 +176,10 @@ int run_camera(const Camera& camera, const RunOptions& o, const Arguments& comma
     Fd held = camera.lock();
     const Pieces pieces = find_pieces();
     if (!o.microphone.empty()) give_microphone(camera, o.microphone);
+    if (!o.loop.empty())
+        write_file(camera.path("loop"), o.loop + "\n");
+    else
+        unlink(camera.path("loop").c_str());
     if (!o.no_mark) set_mark(camera);
     unlink(camera.path("ending").c_str());
     init_pid = start_sandbox(camera, pieces, plan(camera, o, command));

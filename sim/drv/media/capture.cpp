@@ -4,15 +4,19 @@
 #include "sim/drv/media/memory.hpp"
 #include "sim/drv/media/pools.hpp"
 #include "sim/drv/media/wav.hpp"
+#include "sim/drv/raw.hpp"
 #include "sim/drv/state.hpp"
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 
 namespace vcam::media {
 namespace {
 
 constexpr uint32_t kBlocksOfFrame = 4; // left, right, and both of the echo reference
+constexpr uint32_t kLongestLoop =
+    1000; // milliseconds; the output's record of what it played goes back that far
 
 uint32_t device_of(uint32_t slot) { return slot / kChannels; }
 
@@ -85,15 +89,39 @@ Frame frame_at(const AiDevice& d, uint32_t number, uint32_t physical)
     return f;
 }
 
+// The way from the loudspeaker to the inputs: a file in the camera's folder with its length in milliseconds.
+uint32_t read_loop()
+{
+    const std::string said = raw::read_text(state::path("loop"));
+    const unsigned long ms = strtoul(said.c_str(), nullptr, 10);
+    return said.empty() || ms > kLongestLoop ? 0 : uint32_t(ms) + 1;
+}
+
+// Adds what the loudspeaker played a way's time ago, if it plays at the input's rate.
+void add_loop(const Page& page, const AiDevice& d, uint32_t number, std::span<int16_t> samples)
+{
+    if (!d.loop_ms || !page.speaker_slot) return;
+    const uint32_t slot = page.speaker_slot - 1;
+    if (!page.ao[slot].enabled || page.ao_device[device_of(slot)].attributes.rate != d.attributes.rate)
+        return;
+    int16_t heard[kMaxPoints] = {};
+    const Ns way = Ns(d.loop_ms - 1) * (clock::kSecond / 1000);
+    played(page, slot, start_of(d, number) - way, std::span(heard, samples.size()));
+    for (size_t i = 0; i < samples.size(); ++i)
+        samples[i] = int16_t(std::clamp(samples[i] + heard[i], -32768, 32767));
+}
+
 void fill(Page& page, uint32_t slot, uint32_t number, const Frame& f)
 {
-    const Attributes& a = page.ai_device[device_of(slot)].attributes;
+    const AiDevice& d = page.ai_device[device_of(slot)];
+    const Attributes& a = d.attributes;
     const uint32_t sides = a.sound_mode + 1;
     int16_t samples[kMaxPoints];
     for (uint32_t side = 0; side < sides; ++side) {
         const std::span<int16_t> part(samples, a.points);
         wav::resample(microphone(), slot % kChannels * sides + side, a.rate, int64_t(number) * a.points,
                       part);
+        add_loop(page, d, number, part);
         store(a, f.physical[side], part);
         if (side == 0) measure(page.ai[slot].level, part);
     }
@@ -165,7 +193,10 @@ int start_capture(Page& page, uint32_t slot, Ns now)
     if (!d.enabled) return coded(kModAi, kNotPermitted);
     if (slot % kChannels >= d.attributes.channels) return coded(kModAi, kBadChannel);
     if (c.enabled) return 0;
-    if (!any_channel(page, device_of(slot))) d.start_ns = now;
+    if (!any_channel(page, device_of(slot))) {
+        d.start_ns = now;
+        d.loop_ms = read_loop();
+    }
     const AiChannel old = c;
     c = {};
     c.aec = old.aec, c.aec_device = old.aec_device, c.aec_channel = old.aec_channel;

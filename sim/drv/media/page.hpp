@@ -98,8 +98,9 @@ struct AiChannel {
 
 struct AiDevice {
     Attributes attributes;
-    uint32_t configured, enabled, pool, started;
-    Ns start_ns; // of its sample 0: when the first channel was enabled
+    uint32_t configured, enabled, pool;
+    uint32_t loop_ms; // 1 + the time from the loudspeaker to its inputs; 0 without a way
+    Ns start_ns;      // of its sample 0: when the first channel was enabled
 };
 
 // A stretch of samples that were played without a pause.
