@@ -29,9 +29,9 @@ public:
 
     Report run()
     {
+        link_.status(&report_.round_trip); // before the sound begins, which does not wait for it
         link_.start(job_.encode, {job_.encode, options_.type, rate_, options_.mic_in, options_.mic_volume,
                                   options_.adc_volume, options_.dac_volume});
-        link_.status(&report_.round_trip);
         begin_ = meter_at_ = Clock::now();
         while (!over()) {
             send_due();
