@@ -70,7 +70,10 @@ void AudioPlayer::stop()
         stopping_ = true;
         pthread_cond_broadcast(&changed_);
     }
-    if (running_) pthread_join(thread_, nullptr);
+    if (running_) {
+        CutAudioOutput(); // a message may hold a minute of sound, for which the thread would wait
+        pthread_join(thread_, nullptr);
+    }
     running_ = false;
     while (first_) drop_oldest();
 }
@@ -138,7 +141,7 @@ void AudioPlayer::play(uint8_t* data, size_t length)
     stream.u32Len = uint32_t(length);
     if (HI_MPI_ADEC_SendStream(AUDIO_PATH_CHANNEL, &stream, 1) == 0) return;
     Lock lock(lock_);
-    ++counts_.damaged;
+    if (!stopping_) ++counts_.damaged;
 }
 
 // One frame of the file; false at its end.

@@ -29,7 +29,7 @@ public:
 
     // Starts the thread; false when it cannot be made. Counts begin anew.
     bool start(const Source& source);
-    // Ends the thread after the frame it is at, and drops what waits.
+    // Ends the thread, the output with the rest of the frame it is at, and drops what waits.
     void stop();
 
     // Queues a copy. A queue that is full loses its oldest frames.

@@ -103,6 +103,8 @@ void AudioServer::check_patience()
     if (station_ && wait_ms() == 0) drop_station();
 }
 
+bool AudioServer::ending() const { return readable(end_); }
+
 void AudioServer::accept_station()
 {
     Fd coming(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC));
@@ -138,7 +140,8 @@ void AudioServer::receive()
     if (got < 0 && (errno == EAGAIN || errno == EINTR)) return;
     if (got <= 0) return drop_station();
     std::span<const uint8_t> piece(bytes, size_t(got));
-    while (station_ && !piece.empty()) {
+    // A piece may hold a hundred starts: the end does not wait for all of them.
+    while (station_ && !piece.empty() && !ending()) {
         if (!receiver_.within()) since_ms_ = now_ms();
         switch (receiver_.take(piece)) {
         case WireReceiver::Result::more:
@@ -184,15 +187,18 @@ void AudioServer::start(bool encode)
         word[i] = int32_t(load_word(receiver_.body().data() + i * 4));
     stop_session();
     int32_t result = -EINVAL;
-    if (word[0] == int32_t(encode))
+    if (word[0] == int32_t(encode)) {
+        path_ = true;
         result = StartAudio(word[0], word[1], word[2], word[3], word[4], word[5], word[6]);
+    }
     if (result == 0) {
         session_ = encode ? Session::encode : Session::decode;
         sent_ = 0;
         input_ = encode ? HI_MPI_AI_GetFd(AUDIO_PATH_DEVICE, AUDIO_PATH_CHANNEL) : -1;
-        if (!player_.start(test_source(encode, word[1], word[2]))) {
+        const bool heard = !encode || input_ >= 0;
+        if (!heard || !player_.start(test_source(encode, word[1], word[2]))) {
             stop_session();
-            result = -EAGAIN;
+            result = heard ? -EAGAIN : -EIO;
         }
     }
     // The time that the path took is not the station's.
@@ -203,9 +209,10 @@ void AudioServer::start(bool encode)
 
 void AudioServer::stop_session()
 {
-    if (session_ == Session::none) return;
+    if (!path_) return;
     player_.stop();
     StopAudio();
+    path_ = false;
     session_ = Session::none;
     input_ = -1;
 }

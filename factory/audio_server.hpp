@@ -25,6 +25,7 @@ private:
     bool turn();
     [[nodiscard]] int wait_ms() const;
     void check_patience();
+    [[nodiscard]] bool ending() const;
     void accept_station();
     void drop_station();
 
@@ -46,7 +47,8 @@ private:
     WireReceiver receiver_;
     int64_t since_ms_ = 0; // when the message that is coming began, or the last one ended
     Session session_ = Session::none;
-    int input_ = -1; // readable when an encoded frame can be had; the library's
+    bool path_ = false; // something of the audio path may be there, with a session or without one
+    int input_ = -1;    // readable when an encoded frame can be had; the library's
     uint32_t sent_ = 0;
     AudioPlayer player_;
 };

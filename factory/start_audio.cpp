@@ -11,10 +11,13 @@
 #include "mpi/src/mpi_sys.h"
 #include "mpi/src/mpi_vb.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <optional>
 #include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -32,6 +35,20 @@ Settings settings; // of the thread that runs the applet
 struct Volumes {
     int32_t mic, adc, dac;
 };
+
+// While system() waits, its caller ignores SIGINT: a child calls it, so that the server still hears of one.
+void run_command(const char* line)
+{
+    fflush(stdout);
+    const pid_t child = fork();
+    if (child < 0) return zep::run_shell(line);
+    if (child == 0) {
+        zep::run_shell(line);
+        _exit(0);
+    }
+    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
+}
 
 AIO_ATTR_S device_attributes(int32_t mode, int32_t rate)
 {
@@ -255,13 +272,13 @@ int32_t StartAudio(int32_t s32Mode, int32_t s32PayloadType, int32_t s32SampleRat
 {
     settings = {s32PayloadType, s32MicIn};
     printf("============================> gs_bMicIn : %d\n", s32MicIn);
-    zep::run_shell("rmmod /dvs/acodec.ko");
-    zep::run_shell("insmod /dvs/acodec.ko");
+    run_command("rmmod /dvs/acodec.ko");
+    run_command("insmod /dvs/acodec.ko");
     puts("========================== > reset");
     // No resampling and always a binding: the stations measure the bare path.
     const AIO_ATTR_S attr = device_attributes(s32Mode, s32SampleRate);
     if (start_platform() != 0) return -1;
-    zep::run_shell("ls /dev"); // for the operator
+    run_command("ls /dev"); // for the operator
     if (set_codec(s32SampleRate, {s32MicVolume, s32AdcVolume, s32DacVolume}) != 0) return -1;
     if (start_input(attr) != 0) return -1;
     if (start_encoder() != 0) return -1;
@@ -287,6 +304,8 @@ void StopAudio(void)
     HI_MPI_SYS_Exit();
     HI_MPI_VB_Exit();
 }
+
+void CutAudioOutput(void) { HI_MPI_AO_DisableChn(kDevice, kChannel); }
 
 int32_t GetAudioPayloadType(void) { return settings.payload_type; }
 int32_t GetAudioMicIn(void) { return settings.mic_in; }

@@ -34,9 +34,13 @@ enum {
 int32_t StartAudio(int32_t s32Mode, int32_t s32PayloadType, int32_t s32SampleRate, int32_t s32MicIn,
                    int32_t s32MicVolume, int32_t s32AdcVolume, int32_t s32DacVolume);
 
-/** Take the path of a successful StartAudio down again, and the platform with it. Nothing may send or wait.
- */
+/** Take the path down again, whole or as far as a failed StartAudio has come, and the platform with it.
+ * Nothing may send or wait. */
 void StopAudio(void);
+
+/** Play nothing more: what waits for room in the output is let go, and later frames are refused. For a thread
+ * that is to end its sending before StopAudio. */
+void CutAudioOutput(void);
 
 /** Payload type and microphone flag of the last StartAudio; -1 before the first. */
 int32_t GetAudioPayloadType(void);

@@ -46,6 +46,18 @@ std::vector<int16_t> speech(int rate, double seconds)
     return samples;
 }
 
+// A message in a shell's printf: decode session of a payload type, or a request without a body.
+std::string start_decode(int payload)
+{
+    char text[200];
+    snprintf(text, sizeof text,
+             R"(TAUD\x01\x00\x02\x00\x1c\x00\x00\x00\x01\x00\x00\x00\x00\x00\x00\x00\x%02x\x00\x00\x00)"
+             R"(\x40\x1f\x00\x00\x01\x00\x00\x00\x0f\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00)",
+             unsigned(payload));
+    return text;
+}
+constexpr char kStop[] = R"(TAUD\x01\x00\x03\x00\x00\x00\x00\x00\x02\x00\x00\x00)";
+
 class Audio : public testing::Test {
 protected:
     Audio()
@@ -56,7 +68,7 @@ protected:
 
     // Runs `script` in the camera with a server on port 5000; "station" is zep-audio, $SERVER the server's
     // process.
-    Outcome with_server(const std::string& script)
+    Outcome with_server(const std::string& script, const Lines& options = {})
     {
         write_file(camera.folder() / "script",
                    "station() { c=$1; shift; /run/bin/zep-audio $c --limit 5 $STATION "
@@ -66,8 +78,9 @@ protected:
                    "SERVER=$!\nat='127.0.0.1 5000'\n"
                    "until grep -q port /tmp/server.log; do sleep 0.1; done\n" +
                        script + "\nkill -TERM $SERVER\nwait $SERVER\necho server $?\n");
-        Outcome outcome = camera.run({"bash", "/run/bin/script"},
-                                     {"--bind", ZEP_AUDIO, "--bind", (camera.folder() / "script").string()});
+        Lines all = {"--bind", ZEP_AUDIO, "--bind", (camera.folder() / "script").string()};
+        all.insert(all.end(), options.begin(), options.end());
+        Outcome outcome = camera.run({"bash", "/run/bin/script"}, all);
         EXPECT_THAT(outcome.out, HasSubstr("server 0")) << outcome.err;
         console = read_file(camera.root("/tmp/server.log"));
         complaints = read_file(camera.root("/tmp/server.err"));
@@ -78,6 +91,13 @@ protected:
     zaudio::Sound microphone;
     std::string console, complaints;
 };
+
+// The number that a command says behind a name; NAN without it.
+double said(const Outcome& outcome, const char* name)
+{
+    const size_t at = outcome.out.find(name);
+    return at == std::string::npos ? NAN : atof(outcome.out.c_str() + at + strlen(name));
+}
 
 TEST_F(Audio, TheMicrophoneArrivesThroughEachCodecOneSessionAfterTheOther)
 {
@@ -129,6 +149,20 @@ TEST_F(Audio, TheLoudspeakerPlaysWhatTheCodecLeavesOfTheStationsSpeech)
                   played.samples.end())
             << played.samples.size() << " samples, none missing and none more in between";
     }
+}
+
+TEST_F(Audio, ALineFromTheLoudspeakerToTheMicrophoneIsFoundWithItsLength)
+{
+    fs::remove(camera.state("mic.wav"));
+    for (const auto& [length, codec] : {std::pair(40, "g711a"), std::pair(700, "lpcm")}) {
+        const Outcome outcome = with_server(std::string("station verdict -t 1 --snr 5 -c ") + codec + " $at",
+                                            {"--loop", std::to_string(length)});
+        EXPECT_GE(said(outcome, "delay"), length) << outcome.out << outcome.err;
+        EXPECT_LT(said(outcome, "delay"), length + 300) << outcome.out;
+        EXPECT_NEAR(said(outcome, "level"), -12, 1.5) << outcome.out;
+    }
+    const Outcome without = with_server("station verdict -t 0.5 $at");
+    EXPECT_THAT(without.out, HasSubstr("nothing of what was sent comes back")) << "the line was that run's";
 }
 
 TEST_F(Audio, TheConsoleAndTheChipSeeEachStep)
@@ -270,9 +304,7 @@ TEST_F(Audio, ASilentStationHearsTheTestFileAndASlowOneIsCutOff)
     std::string octets;
     for (int i = 0; i < 320 * 30; ++i) octets += char(0x55 ^ (i / 40));
     write_file(camera.root("/tmp/AUDIO.G711"), octets);
-    std::string start = R"(TAUD\x01\x00\x02\x00\x1c\x00\x00\x00\x01\x00\x00\x00)"
-                        R"(\x00\x00\x00\x00\x13\x00\x00\x00\x40\x1f\x00\x00\x01\x00\x00\x00)"
-                        R"(\x0f\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00)";
+    const std::string start = start_decode(19);
     const Outcome outcome = with_server(
         "trap '' PIPE\nexec 3<>/dev/tcp/127.0.0.1/5000\nprintf '" + start + "' >&3\nsleep 0.5\nprintf '" +
         start + // while the first session runs: it is ended, a second one begins
@@ -290,6 +322,43 @@ TEST_F(Audio, ASilentStationHearsTheTestFileAndASlowOneIsCutOff)
     const auto played = zaudio::read_wav(camera.state("speaker.wav"));
     EXPECT_NE(std::search(played.samples.begin(), played.samples.end(), expected.begin(), expected.end()),
               played.samples.end());
+}
+
+TEST_F(Audio, AStopFreesAStartThatFailedHalfWayAndDoesNotWaitForALongMessage)
+{
+    const Outcome outcome =
+        with_server("exec 3<>/dev/tcp/127.0.0.1/5000\nprintf '" + start_decode(22) +
+                    "' >&3\nhead -c 20 <&3 > /tmp/refusal\nprintf '" + kStop +
+                    "' >&3\nhead -c 44 <&3 > /tmp/stopped\nprintf '" + start_decode(21) +
+                    "' >&3\nhead -c 20 <&3 > /tmp/started\n"
+                    // The longest message: 51 seconds of sound.
+                    "printf 'TAUD\\x01\\x00\\x04\\x00\\x00\\x90\\x01\\x00\\x00\\x00\\x00"
+                    "\\x00' >&3\nhead -c 102400 /dev/zero >&3\nsleep 1\n"
+                    "asked=$(date +%s)\nprintf '" +
+                    kStop +
+                    "' >&3\n"
+                    "head -c 44 <&3 > /tmp/stopped2\necho took $(( $(date +%s) - asked ))\n");
+    EXPECT_THAT(console,
+                HasSubstr("step 3: start Aenc\nStartAudio: invalid aenc payload type:22\nSTOP AUDIO\n"));
+    EXPECT_EQ(read_file(camera.root("/tmp/refusal")).substr(16), "\xff\xff\xff\xff");
+    const auto disabled = std::count(outcome.journal.begin(), outcome.journal.end(), "ai disable 2 0");
+    EXPECT_EQ(disabled, 2) << "one of the failed start, one of the session";
+    const std::string stopped = read_file(camera.root("/tmp/stopped2"));
+    ASSERT_EQ(stopped.size(), 44u);
+    EXPECT_LT(said(outcome, "took"), 20) << "seconds";
+    EXPECT_EQ(stopped.substr(16 + 5 * 4, 4), std::string(4, '\0')) << "what is cut off is no damage";
+}
+
+TEST_F(Audio, AnInterruptEndsAServerThatIsBusyStarting)
+{
+    std::string many;
+    for (int i = 0; i < 40; ++i) many += "printf '" + start_decode(19) + "'\n";
+    with_server("exec 3<>/dev/tcp/127.0.0.1/5000\n{ " + many +
+                "} > /tmp/many; cat /tmp/many >&3\nuntil grep -q START /tmp/server.log; do sleep 0.01; done\n"
+                "kill -INT $SERVER\nsleep 5\n");
+    size_t starts = 0;
+    for (size_t at = 0; (at = console.find("START DECODE", at)) != std::string::npos; ++at) ++starts;
+    EXPECT_LT(starts, 10u) << "the rest is not begun";
 }
 
 TEST_F(Audio, WrongCommandLinesAndSignals)
