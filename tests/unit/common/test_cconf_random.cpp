@@ -7,6 +7,7 @@
 #include <map>
 #include <random>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
@@ -102,7 +103,7 @@ public:
     [[nodiscard]] string path() const { return "/proc/self/fd/" + std::to_string(fd_); }
 
 private:
-    int fd_ = memfd_create("conf", MFD_CLOEXEC);
+    int fd_ = int(syscall(SYS_memfd_create, "conf", MFD_CLOEXEC)); // a small C library may lack the wrapper
 };
 
 Values values(const TypedReader& reader, const AnyRecord& record)

@@ -9,6 +9,7 @@
 #include <string>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
 
@@ -70,7 +71,8 @@ inline Bytes package(int version, const Bytes& a, const Bytes& b, const Bytes& c
 // A file without a name that other opens reach by its path.
 class MemoryFile {
 public:
-    explicit MemoryFile(const Bytes& content = {}) : fd_(memfd_create("package", 0))
+    // By number: a small C library may lack the wrapper.
+    explicit MemoryFile(const Bytes& content = {}) : fd_(int(syscall(SYS_memfd_create, "package", 0)))
     {
         EXPECT_EQ(write(fd_, content.data(), content.size()), ssize_t(content.size()));
         rewind();
