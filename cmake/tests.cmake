@@ -9,6 +9,22 @@ foreach(t gtest gmock gtest_main gmock_main)
     endif()
 endforeach()
 
+# What nearly every test includes, compiled once: half of a test's time goes into reading it.
+file(WRITE ${CMAKE_BINARY_DIR}/test_headers.cpp "int main() {}\n")
+add_executable(test_headers EXCLUDE_FROM_ALL ${CMAKE_BINARY_DIR}/test_headers.cpp)
+target_link_libraries(test_headers PRIVATE zep_host gtest gmock)
+target_precompile_headers(test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h> <algorithm> <filesystem> <fstream>
+    <sstream> <string> <vector>)
+
+# test_program(NAME SOURCES...): an executable of the tests.
+function(test_program name)
+    add_executable(${name} ${ARGN})
+    target_link_libraries(${name} PRIVATE zep_host)
+    # GCC 12 sees overlaps and overruns in std::string that are not there.
+    target_compile_options(${name} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds -Wno-restrict -Wno-stringop-overflow>)
+    target_precompile_headers(${name} REUSE_FROM test_headers)
+endfunction()
+
 # unit_tests(FOLDER LIBRARIES...): every test_*.cpp in tests/unit/FOLDER becomes one program,
 # unit_FOLDER. These tests need no device file and no private root: they run on every target.
 function(unit_tests folder)
@@ -16,8 +32,8 @@ function(unit_tests folder)
     if(NOT sources)
         return()
     endif()
-    add_executable(unit_${folder} ${sources})
-    target_link_libraries(unit_${folder} PRIVATE zep_host ${ARGN} gtest_main gmock)
+    test_program(unit_${folder} ${sources})
+    target_link_libraries(unit_${folder} PRIVATE ${ARGN} gtest_main gmock)
     add_test(NAME unit_${folder} COMMAND ${ZEP_TEST_LAUNCHER} $<TARGET_FILE:unit_${folder}>)
     set_tests_properties(unit_${folder} PROPERTIES LABELS unit TIMEOUT 300)
 endfunction()
