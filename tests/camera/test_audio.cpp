@@ -70,14 +70,17 @@ protected:
     // process.
     Outcome with_server(const std::string& script, const Lines& options = {})
     {
-        write_file(camera.folder() / "script",
-                   "station() { c=$1; shift; /run/bin/zep-audio $c --limit 5 $STATION "
-                   "\"$@\"; }\n"
-                   "rm -f /tmp/server.log\n"
-                   "test_audio 5000 > /tmp/server.log 2>/tmp/server.err &\n"
-                   "SERVER=$!\nat='127.0.0.1 5000'\n"
-                   "until grep -q port /tmp/server.log; do sleep 0.1; done\n" +
-                       script + "\nkill -TERM $SERVER\nwait $SERVER\necho server $?\n");
+        write_file(
+            camera.folder() / "script",
+            "station() { c=$1; shift; /run/bin/zep-audio $c --limit 5 $STATION "
+            "\"$@\"; }\n"
+            "rm -f /tmp/server.log\n"
+            // A sanitizer that keeps what was freed would look like a server that grows.
+            "export ASAN_OPTIONS=$ASAN_OPTIONS:quarantine_size_mb=0:thread_local_quarantine_size_kb=0\n"
+            "test_audio 5000 > /tmp/server.log 2>/tmp/server.err &\n"
+            "SERVER=$!\nat='127.0.0.1 5000'\n"
+            "until grep -q port /tmp/server.log; do sleep 0.1; done\n" +
+                script + "\nkill -TERM $SERVER\nwait $SERVER\necho server $?\n");
         Lines all = {"--bind", ZEP_AUDIO, "--bind", (camera.folder() / "script").string()};
         all.insert(all.end(), options.begin(), options.end());
         Outcome outcome = camera.run({"bash", "/run/bin/script"}, all);
