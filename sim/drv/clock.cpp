@@ -123,6 +123,14 @@ bool nothing_runs(const Page& p)
     return quiet::families(members);
 }
 
+bool stands_still(Page& p, int64_t skip_ns)
+{
+    if (!nothing_runs(p)) return false;
+    if (skip_ns < kSettleFrom) return true;
+    raw::futex_wait(&p.generation, p.generation, std::min(skip_ns / kSettleShare, kLongestSettle));
+    return nothing_runs(p);
+}
+
 bool lock_skipper(Page& p)
 {
     const int32_t self = raw::tid();
@@ -135,7 +143,7 @@ bool skip(Page& p)
 {
     if (p.realtime || !lock_skipper(p)) return false;
     const int64_t target = next_event(p, now(p));
-    const bool go = target != kNever && nothing_runs(p) && next_event(p, now(p)) == target;
+    const bool go = target != kNever && stands_still(p, target - now(p)) && next_event(p, now(p)) == target;
     if (go) {
         const int64_t step = target - now(p);
         if (step > 0) p.offset_ns += step;

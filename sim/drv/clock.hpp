@@ -20,11 +20,14 @@ namespace vcam::clock {
 
 inline constexpr int64_t kSecond = 1'000'000'000;
 inline constexpr int64_t kTick = 10'000'000; // HZ=100: no sleep is shorter
-// A wait for a descriptor gives peers outside the camera, and the host's network on the way to them, this long in
-// host time before it skips; the longer the wait, the more patience, so that a busy host does not fire long
-// time-outs.
+// A wait for a descriptor gives peers outside the camera, and the host's network on the way to them, this
+// long in host time before it skips; the longer the wait, the more patience, so that a busy host does not
+// fire long time-outs.
 inline constexpr int64_t kPeerGrace = 20'000'000, kLongestGrace = 500'000'000;
 inline constexpr int64_t kGraceShare = 50;
+// Nobody runs while a message is on its way through a busy host's network. Before a long skip the camera
+// therefore has to stand still for a while, a share of the skip, in host time.
+inline constexpr int64_t kSettleFrom = 100'000'000, kSettleShare = 200, kLongestSettle = 20'000'000;
 
 struct PowerOn {
     bool realtime = false;  // never skip
