@@ -1,13 +1,4 @@
-# ARM EABI, soft float, ARMv5TE, linked statically.
-set(CMAKE_SYSTEM_NAME Linux)
-set(CMAKE_SYSTEM_PROCESSOR arm)
-set(CMAKE_C_COMPILER arm-linux-gnueabi-gcc)
-set(CMAKE_CXX_COMPILER arm-linux-gnueabi-g++)
-set(CMAKE_C_FLAGS_INIT "-march=armv5te -mtune=arm926ej-s -mfloat-abi=soft")
-set(CMAKE_CXX_FLAGS_INIT "-march=armv5te -mtune=arm926ej-s -mfloat-abi=soft")
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-static")
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(ZEP_TEST_LAUNCHER qemu-arm-static;-cpu;arm926 CACHE STRING "runs a target program")
-set(ZEP_DEVICE ON CACHE BOOL "the device target: no virtual camera, no host tools")
-include(${CMAKE_CURRENT_LIST_DIR}/foreign-crypt.cmake)
-foreign_crypt(armel arm-linux-gnueabi)
+# The release's code and C library, with the C++ runtime library beside them, which tests use and the
+# product does not link.
+include(${CMAKE_CURRENT_LIST_DIR}/toolchain-arm.cmake)
+zep_toolchain(test-runtime.sh arm-uclibc-test)

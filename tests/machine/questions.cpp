@@ -17,16 +17,32 @@
 #include <string>
 #include <sys/ioctl.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
 using Bytes = std::string;
 
+// What the drivers' answers are called; not every C library knows the names.
+const char* name_of(int error)
+{
+    static const std::pair<int, const char*> names[] = {
+        {EPERM, "EPERM"},   {ENOENT, "ENOENT"},   {EIO, "EIO"},         {ENXIO, "ENXIO"},
+        {EBADF, "EBADF"},   {EAGAIN, "EAGAIN"},   {ENOMEM, "ENOMEM"},   {EACCES, "EACCES"},
+        {EFAULT, "EFAULT"}, {EBUSY, "EBUSY"},     {ENODEV, "ENODEV"},   {EINVAL, "EINVAL"},
+        {ENOTTY, "ENOTTY"}, {EFBIG, "EFBIG"},     {ENOSPC, "ENOSPC"},   {ESPIPE, "ESPIPE"},
+        {EROFS, "EROFS"},   {EUCLEAN, "EUCLEAN"}, {EBADMSG, "EBADMSG"}, {EOPNOTSUPP, "EOPNOTSUPP"},
+    };
+    for (const auto& [number, name] : names)
+        if (number == error) return name;
+    return strerror(error);
+}
+
 void tell(const std::string& question, int64_t answer)
 {
     const int e = errno;
     printf("%s: %lld%s%s\n", question.c_str(), static_cast<long long>(answer), answer < 0 ? " " : "",
-           answer < 0 ? strerrorname_np(e) : "");
+           answer < 0 ? name_of(e) : "");
 }
 
 // What a stretch holds: the byte that fills it, or how many differ from the first.
@@ -42,7 +58,7 @@ int open_device(const char* path, int flags)
 {
     const int fd = open(path, flags, 0666);
     if (fd >= 0) return fd;
-    printf("%s: %s\n", path, strerrorname_np(errno));
+    printf("%s: %s\n", path, name_of(errno));
     exit(1);
 }
 

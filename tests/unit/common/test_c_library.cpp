@@ -168,8 +168,8 @@ TEST(CLibrary, PrintsTheFormatsThatMessagesUse)
 {
     EXPECT_EQ(printed_by([](FILE* f) {
                   errno = ENOENT;
-                  fprintf(f, "%m|%02X%02x|%-8s|%.3s|%5.1f|%lld|%zu|%c", 0xAB, 0xcd, "left", "cut off", 2.25,
+                  fprintf(f, "%m|%02X%02x|%-8s|%.3s|%5.1f|%lld|%zu|%c", 0xAB, 0xcd, "left", "cut off", 2.375,
                           -5LL, size_t{7}, 'x');
               }),
-              "No such file or directory|ABcd|left    |cut|  2.2|-5|7|x");
+              "No such file or directory|ABcd|left    |cut|  2.4|-5|7|x");
 }

@@ -123,9 +123,11 @@ TEST(Cconf, AFileThatCannotBeOpenedIsLoggedAndLeavesTheRecord)
         AnyRecord before(reader), record(reader);
         testing::internal::CaptureStderr();
         EXPECT_EQ(record.read("/none/such.conf"), 0);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(),
-                  string("test: ") + reader.table.name +
-                      " : /none/such.conf can't open file : No such file or directory\n");
+        // A C library adds a newline of its own, or only where the message has none.
+        EXPECT_THAT(
+            testing::internal::GetCapturedStderr(),
+            testing::MatchesRegex(string("test: ") + reader.table.name +
+                                  " : /none/such.conf can't open file : No such file or directory\n+"));
         EXPECT_EQ(reader.read(nullptr, &record), 0);
         EXPECT_EQ(reader.read("/dev/null", nullptr), 0);
         EXPECT_EQ(record.read("/dev/null"), 1);
