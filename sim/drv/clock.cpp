@@ -22,7 +22,10 @@ constexpr uint32_t kPageMagic = 0x314B4356; // "VCK1"
 constexpr int64_t kNever = INT64_MAX;
 constexpr int kSleepers = 256, kMembers = 64;
 constexpr int64_t kWatchdogLook = 50'000'000; // in real time, sleepers wake to look at the watchdog
-constexpr int64_t kFirstPause = 50'000, kLongestPause = 2'000'000, kSignalPause = 500'000;
+// Sleepers look again after a share of the time they have waited: on a busy host each look makes the thread
+// seem to run for a while, and sleepers that look often never find each other at rest.
+constexpr int64_t kPauseShare = 16, kFirstPause = 50'000, kLongestPause = 100'000'000;
+constexpr int64_t kSignalPause = 500'000;
 
 struct Slot {
     std::atomic<int32_t> tid; // 0: free
@@ -260,7 +263,7 @@ bool mark_power_off()
     return p && p->dark.exchange(1) == 0;
 }
 
-Sleeper::Sleeper(int64_t deadline_ns, Wait kind) : deadline_(deadline_ns), pause_(kFirstPause)
+Sleeper::Sleeper(int64_t deadline_ns, Wait kind) : deadline_(deadline_ns), since_ns_(host_ns())
 {
     Page* p = page();
     if (!p) return;
@@ -300,12 +303,11 @@ int64_t Sleeper::try_skip()
     if (left <= 0) return 0;
     if (skip(*p)) {
         if (watchdog_due(*p, now(*p))) watchdog::expire();
-        pause_ = kFirstPause;
+        since_ns_ = host_ns();
         return 0;
     }
-    const int64_t pause = std::min(p->realtime ? kWatchdogLook : pause_, left);
-    pause_ = std::min(pause_ * 2, kLongestPause);
-    return pause;
+    if (p->realtime) return std::min(kWatchdogLook, left);
+    return std::min(std::clamp((host_ns() - since_ns_) / kPauseShare, kFirstPause, kLongestPause), left);
 }
 
 void Sleeper::nap(int64_t host_ns)

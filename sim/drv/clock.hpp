@@ -71,7 +71,7 @@ private:
     int slot_ = -1;
     int64_t deadline_;
     uint32_t generation_ = 0;
-    int64_t pause_;
+    int64_t since_ns_; // host time since which nothing was skipped here
 };
 
 // Holds signals back while it lives.
