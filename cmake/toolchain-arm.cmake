@@ -31,9 +31,11 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# Thumb code like the C library's. Paths in the objects are relative: the bytes do not tell where they
-# were built.
+# Thumb code like the C library's.
 set(flags "-mthumb -fstack-protector-strong -fno-asynchronous-unwind-tables -ffunction-sections -fdata-sections")
-set(CMAKE_C_FLAGS_INIT "${flags} -ffile-prefix-map=${ZEP_TOP}=.")
-set(CMAKE_CXX_FLAGS_INIT "${CMAKE_C_FLAGS_INIT}")
+set(CMAKE_C_FLAGS_INIT "${flags}")
+set(CMAKE_CXX_FLAGS_INIT "${flags}")
+# Paths in the objects are relative: the bytes do not tell where they were built. Not among the flags, which are
+# given to the linker too and are split at blanks.
+add_compile_options("-ffile-prefix-map=${ZEP_TOP}=.")
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-s -Wl,--gc-sections -Wl,-z,relro,-z,now,-z,noexecstack")
