@@ -118,8 +118,9 @@ emulate() {
     [ -z "$verbose" ] || append="$append ignore_loglevel"
     [ -z "$shell" ] || { pace="" clock=host input=/dev/stdin; }
     rm -f "$work"/{status,files,trace}
+    # The emulator ends with this script, however that ends.
     # shellcheck disable=SC2086
-    timeout --foreground -k 5 "$limit" qemu-system-arm -M virt,highmem=off -cpu cortex-a15 -accel tcg $pace -m 128 \
+    setpriv --pdeathsig TERM timeout --foreground -k 5 "$limit" qemu-system-arm -M virt,highmem=off -cpu cortex-a15 -accel tcg $pace -m 128 \
         -nodefaults -no-user-config -display none -monitor none -no-reboot \
         -rtc base=utc,clock="$clock" \
         -chardev stdio,id=console,signal=off -serial chardev:console \

@@ -19,7 +19,19 @@ fwpkg=$host/tools/fwpkg vcam=$host/sim/box/vcam
 export PATH=$PATH:/usr/sbin
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/machine.XXXXXX")
-trap 'rm -rf "$work"' EXIT
+running=() # "PROCESS_GROUP NAME" of each test under way
+
+# An interrupted run leaves neither machines nor files.
+clean_up() {
+    local test
+    for test in "${running[@]}"; do kill -TERM -- "-${test%% *}"; done 2> /dev/null
+    wait
+    rm -rf "$work"
+}
+trap clean_up EXIT
+trap 'exit 129' HUP
+trap 'exit 130' INT
+trap 'exit 143' TERM
 
 if [ -t 1 ]; then green=$'\033[32m' red=$'\033[31m' plain=$'\033[0m'; else green='' red='' plain=''; fi
 
@@ -32,6 +44,8 @@ ends=0     # the status that board.sh shall end with; 123 is a reset
 
 # Failures go to $work of the case, its verdict counts them.
 wrong() { echo "$*" >> "$out/../failures"; }
+# A misspelt check must not pass for one that found nothing.
+command_not_found_handle() { wrong "no command $1"; return 127; }
 
 equal() { # WHAT EXPECTED FOUND
     [ "$2" = "$3" ] || wrong "$1: expected '$2', found '$3'"
@@ -108,7 +122,7 @@ done
 "$here/board.sh" --prepare || exit 1
 make_firmware || { echo "machine: the tests' firmware cannot be made" >&2; exit 1; }
 
-running=() failed=0
+failed=0
 settle() { # waits for the oldest test and tells its verdict
     local first=${running[0]}
     wait "${first%% *}"
@@ -116,7 +130,9 @@ settle() { # waits for the oldest test and tells its verdict
     running=("${running[@]:1}")
 }
 for name in "${names[@]}"; do
+    set -m # a process group of its own, for clean_up
     (run_case "$name") &
+    set +m
     running+=("$! $name")
     [ ${#running[@]} -lt 2 ] || settle
 done
