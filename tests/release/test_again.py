@@ -29,8 +29,13 @@ class Again(unittest.TestCase):
         run = subprocess.run(words, capture_output=True, text=True, **more)
         self.assertEqual(run.returncode, 0, run.stdout + run.stderr)
 
+    def archive_of(self, build, name="zep-relink.tar.gz"):
+        archive = os.path.join(self.folder, name)
+        self.run_quietly(os.path.join(TOP, "tools/release/relink.py"), build, archive)
+        return archive
+
     def test_a_build_in_another_folder_gives_the_same_bytes(self):
-        tree = os.path.join(self.folder, "another_folder")
+        tree = os.path.join(self.folder, "another folder")
         os.mkdir(tree)
         for name in SOURCES:
             source = os.path.join(TOP, name)
@@ -43,11 +48,11 @@ class Again(unittest.TestCase):
                          "-DCMAKE_CXX_COMPILER_LAUNCHER=", f"-DZEP_TOOLCHAIN={TOOLCHAIN}", cwd=tree)
         self.run_quietly("cmake", "--build", "--preset", "release", "--target", "zep", cwd=tree)
         self.assertEqual(content(tree, "build/release/app/zep"), content(BUILD, "app/zep"))
+        self.assertEqual(content(self.archive_of(os.path.join(tree, "build/release"))),
+                         content(self.archive_of(BUILD, "first.tar.gz")))
 
     def test_the_objects_that_accompany_it_link_to_the_same_bytes(self):
-        archive = os.path.join(self.folder, "zep-relink.tar.gz")
-        self.run_quietly(os.path.join(TOP, "tools/release/relink.py"), BUILD, archive)
-        self.run_quietly("tar", "-xzf", archive, cwd=self.folder)
+        self.run_quietly("tar", "-xzf", self.archive_of(BUILD), cwd=self.folder)
         self.run_quietly("sh", os.path.join(self.folder, "zep-relink/relink.sh"),
                          env={"PATH": os.environ["PATH"], "CC": TOOLCHAIN + "/bin/arm-uclibc-gcc"})
         self.assertEqual(content(self.folder, "zep-relink/app/zep"), content(BUILD, "app/zep"))

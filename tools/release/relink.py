@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Packs what is needed to link the release executable again with a changed C library, which its licence asks for.
 
-The archive holds our objects, the link command as a script, and a note where the C library comes from.
+The archive holds our objects, the link command as a script, what the C library is built with, and a note where it
+comes from.
 Usage: relink.py BUILD_FOLDER ARCHIVE.tar.gz
 """
 import gzip
@@ -27,12 +28,20 @@ General Public License 2.1 (COPYING.LIB). To use a changed C library:
 1. Get the source: Debian's package uclibc-source, of this version and checksum of the archive inside it:
 
 {source}
-2. Change it, and build it with toolchain/build.sh and toolchain/uclibc.config of zep's source, or in any
-   other way that keeps the ARM EABI, ARMv5TE, soft float.
+2. Change it, and build it as toolchain/build.sh here builds the unchanged one, with toolchain/uclibc.config,
+   or in any other way that keeps the ARM EABI, ARMv5TE, soft float.
 3. CC=<toolchain>/bin/arm-uclibc-gcc sh relink.sh
 
 With the unchanged library the result equals the executable byte for byte.
 """
+
+
+RECIPE = os.path.normpath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../toolchain"))
+
+
+def recipe():
+    """The files of the toolchain's folder, as paths relative to it."""
+    return sorted(os.path.relpath(os.path.join(at, name), RECIPE) for at, _, names in os.walk(RECIPE) for name in names)
 
 
 def add(tar, name, data, mode=0o644):
@@ -53,6 +62,8 @@ def main():
         add(tar, "relink.sh", SCRIPT.format(words=shlex.join(words[1:])).encode(), 0o755)
         for file in sorted(set(link.inputs(words))):
             add(tar, file, read(build, file))
+        for file in recipe():
+            add(tar, "toolchain/" + file, read(RECIPE, file), 0o755 if file.endswith(".sh") else 0o644)
 
 
 if __name__ == "__main__":
