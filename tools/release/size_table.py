@@ -2,8 +2,9 @@
 """What the release executable is made of, by folder and by applet, as a table for people and for the docs.
 
 Folders come from the link map. What an applet costs is measured: the executable is linked again without it, and what
-went away is its own; the rest is shared. Usage: size_table.py BUILD_FOLDER [--record FILE]
---record writes the table into FILE between its two marker lines.
+went away is its own; the rest is shared. Usage: size_table.py BUILD_FOLDER [--record]
+--record writes the table into the benchmarks page, between its two marker lines; without it a page that holds another
+table is told.
 """
 import collections
 import concurrent.futures
@@ -15,6 +16,8 @@ import tempfile
 
 import link
 
+TOP = os.path.normpath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../.."))
+PAGE = os.path.join(TOP, "docs/benchmarks.md")
 BEGIN, END = "<!-- release sizes -->", "<!-- end of release sizes -->"
 NOT_IN_FILE = (".bss", ".tbss", ".comment", ".ARM.attributes", ".debug")
 
@@ -89,20 +92,20 @@ def table(build, main):
     return "\n".join(lines) + "\n"
 
 
-def record(file, text):
-    page = open(file).read()
-    head, rest = page.split(BEGIN + "\n")
-    tail = rest.split(END)[1]
-    open(file, "w").write(f"{head}{BEGIN}\n{text}{END}{tail}")
-
-
 def main():
-    build = sys.argv[1]
-    source = os.path.join(os.path.dirname(__file__), "../../app/main.cpp")
-    text = table(build, source)
+    build, *options = sys.argv[1:]
+    if options not in ([], ["--record"]):
+        sys.exit(f"size_table.py: unknown option {' '.join(options)}")
+    text = table(build, os.path.join(TOP, "app/main.cpp"))
     print(text, end="")
-    if sys.argv[2:3] == ["--record"]:
-        record(sys.argv[3], text)
+    with open(PAGE) as file:
+        head, rest = file.read().split(BEGIN + "\n")
+    recorded, tail = rest.split(END)
+    if options:
+        with open(PAGE, "w") as file:
+            file.write(f"{head}{BEGIN}\n{text}{END}{tail}")
+    elif recorded != text:
+        print("docs/benchmarks.md holds the table of another file; ./dev release --record writes this one", file=sys.stderr)
 
 
 if __name__ == "__main__":
