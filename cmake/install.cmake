@@ -24,10 +24,15 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/zepConfigVersion.cm
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zepConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/zepConfigVersion.cmake
     DESTINATION ${package} COMPONENT development)
 
-file(GLOB pages CONFIGURE_DEPENDS docs/man/*.5)
-install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT development)
 install(DIRECTORY docs/examples/etc DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
 
-# Manual pages: section 1 tells of the host tools, section 8 of the applets.
-file(GLOB pages CONFIGURE_DEPENDS docs/man/*.8)
-install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT runtime)
+# Manual pages: sections 3, 5 and 7 tell of the libraries and the files, section 8 of the applets. Those of
+# section 1 come with their tools.
+function(manual_pages component)
+    foreach(section ${ARGN})
+        file(GLOB pages CONFIGURE_DEPENDS docs/man/*.${section})
+        install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
+    endforeach()
+endfunction()
+manual_pages(development 3 5 7)
+manual_pages(runtime 8)

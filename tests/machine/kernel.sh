@@ -42,7 +42,7 @@ unpack_kernel() {
 
 # Unpacks both packages into a folder that takes its name only when it is whole.
 unpack_debs() {
-    local debs=$1 deb new=$cache/new.$$
+    local debs=$1 deb new=$cache/new
     rm -rf "$new" && mkdir -p "$new" || return 1
     for deb in "$debs"/linux-image-*-armmp_*.deb "$debs"/busybox-static_*.deb; do
         [ -f "$deb" ] || { echo "board: $deb is missing" >&2; return 1; }
