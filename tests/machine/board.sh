@@ -177,7 +177,7 @@ done
 work=$(mktemp -d "${TMPDIR:-/tmp}/board.XXXXXX") || die "no work folder"
 trap 'rm -rf "$work"' EXIT
 
-mkdir -p "$cache" || die "cannot make $cache"
+mkdir -p "$cache" && cache=$(cd "$cache" && pwd) || die "cannot make $cache"
 exec 9> "$cache/lock"
 flock 9 || die "cannot lock $cache"
 [ -f "$cache/sys/ready" ] || prepare_sys || die "no kernel to boot"
