@@ -2,11 +2,12 @@
 # Builds the release toolchain: a small C library for static ARM programs, from the distribution's
 # uclibc-source, and wrappers that make the distribution's cross compiler use it.
 #
-#   toolchain/build.sh [--config FILE]
+#   toolchain/build.sh [--config FILE] [--source FOLDER]
 #
 # The result stands in a cache folder whose name carries a hash of everything it is made from, so
 # an edit of this folder or another compiler makes a new one and an old one is never half changed.
-# The last line of the output is that folder. --config appends configuration lines, for trials.
+# The last line of the output is that folder. --config appends configuration lines, for trials; --source
+# takes the C library's source from a folder, where somebody changed it, in place of the distribution's.
 #
 #   ZEP_TOOLCHAINS  where toolchains are kept (default: ~/.cache/zep)
 #   ZEP_JOBS        parallel jobs (default 2)
@@ -22,14 +23,23 @@ triplet=arm-linux-gnueabi
 # ARM926EJ-S: ARMv5TE without floating point. The code runs on every later ARM core too.
 cpu="-march=armv5te -mtune=arm926ej-s -mfloat-abi=soft"
 code=-mthumb # the executable is a fifth smaller than with ARM code
-extra=
-if [ "${1-}" = --config ]; then extra=$(cd "$(dirname "$2")" && pwd)/${2##*/}; fi
 
 say() { printf 'toolchain: %s\n' "$*"; }
 die() {
     printf 'toolchain: %s\n' "$*" >&2
     exit 1
 }
+
+extra= changed=
+while [ $# -gt 1 ]; do
+    case $1 in
+    --config) extra=$(realpath -e "$2") ;;
+    --source) changed=$(realpath -e "$2") ;;
+    *) die "unknown option $1" ;;
+    esac
+    shift 2
+done
+[ $# = 0 ] || die "usage: build.sh [--config FILE] [--source FOLDER]"
 
 command -v $triplet-g++ >/dev/null || die "no $triplet-g++ (Debian: g++-arm-linux-gnueabi)"
 cxx_include=/usr/$triplet/include/c++/$($triplet-gcc -dumpversion)
@@ -40,17 +50,19 @@ cxx_include=/usr/$triplet/include/c++/$($triplet-gcc -dumpversion)
 key=$({
     (cd "$recipe" && cat build.sh uclibc.config relro.c check.cpp c++/bits/*)
     [ -z "$extra" ] || cat "$extra"
+    [ -z "$changed" ] || tar -C "$changed" --sort=name --mtime=@0 -cf - .
     $triplet-gcc --version
     $triplet-ld --version
 } | sha256sum | cut -c1-16)
-home=${ZEP_TOOLCHAINS:-${XDG_CACHE_HOME:-$HOME/.cache}/zep}
+home=${ZEP_TOOLCHAINS:-${XDG_CACHE_HOME:-${HOME:-/root}/.cache}/zep}
+mkdir -p "$home"
+home=$(cd "$home" && pwd)
 prefix=$home/arm-uclibc-$key
 case $prefix in *[!A-Za-z0-9_./+-]*) die "unusable character in $prefix" ;; esac
 if [ -e "$prefix/ready" ]; then
     echo "$prefix"
     exit 0
 fi
-mkdir -p "$home"
 exec 9> "$prefix.lock"
 flock 9 # another build may be at it
 if [ -e "$prefix/ready" ]; then
@@ -64,18 +76,29 @@ cd "$work"
 
 # --- sources --------------------------------------------------------------------
 
-say "downloading uclibc-source"
-apt-cache show uclibc-source > apt.log 2>&1 || apt-get update >> apt.log 2>&1 || :
-sandbox=
-[ "$(id -u)" != 0 ] || sandbox="-o APT::Sandbox::User=root"
-# shellcheck disable=SC2086 # none or two words
-apt-get $sandbox download uclibc-source >> apt.log 2>&1 || {
-    cat apt.log >&2
-    die "cannot download uclibc-source; is the network there?"
+download() {
+    say "downloading uclibc-source"
+    apt-cache show uclibc-source > apt.log 2>&1 || apt-get update >> apt.log 2>&1 || :
+    sandbox=
+    [ "$(id -u)" != 0 ] || sandbox="-o APT::Sandbox::User=root"
+    # shellcheck disable=SC2086 # none or two words
+    apt-get $sandbox download uclibc-source >> apt.log 2>&1 || {
+        cat apt.log >&2
+        die "cannot download uclibc-source; is the network there?"
+    }
+    dpkg-deb -x uclibc-source_*.deb deb
+    tar -C src --strip-components=1 -xJf deb/usr/src/uClibc-ng-*.tar.xz
+    dpkg-deb -f uclibc-source_*.deb Package Version > source
+    cat deb/usr/src/uClibc-ng-*.tar.xz | sha256sum >> source
 }
-dpkg-deb -x uclibc-source_*.deb deb
+
 mkdir src
-tar -C src --strip-components=1 -xJf deb/usr/src/uClibc-ng-*.tar.xz
+if [ -n "$changed" ]; then
+    cp -R "$changed/." src/
+    echo "changed source" > source
+else
+    download
+fi
 
 # The kernel's headers come with the cross compiler.
 headers=$(dpkg-query -S "/usr/$triplet/include/linux/version.h" | cut -d: -f1)
@@ -135,9 +158,7 @@ cp -R "$recipe/c++/." "$include/c++/"
 for l in m pthread crypt rt dl util resolv nsl; do # all of them are parts of libc.a
     $triplet-ar rcD "$lib/lib$l.a"
 done
-cp src/COPYING.LIB "$out/"
-dpkg-deb -f uclibc-source_*.deb Package Version > "$out/source"
-cat deb/usr/src/uClibc-ng-*.tar.xz | sha256sum >> "$out/source"
+cp src/COPYING.LIB source "$out/"
 
 # --- the compilers --------------------------------------------------------------
 

@@ -28,8 +28,9 @@ General Public License 2.1 (COPYING.LIB). To use a changed C library:
 1. Get the source: Debian's package uclibc-source, of this version and checksum of the archive inside it:
 
 {source}
-2. Change it, and build it as toolchain/build.sh here builds the unchanged one, with toolchain/uclibc.config,
-   or in any other way that keeps the ARM EABI, ARMv5TE, soft float.
+2. Unpack and change it, and build it: sh toolchain/build.sh --source <folder>
+   It names the toolchain's folder in its last line. Any other way will do that keeps the ARM EABI, ARMv5TE,
+   soft float.
 3. CC=<toolchain>/bin/arm-uclibc-gcc sh relink.sh
 
 With the unchanged library the result equals the executable byte for byte.
