@@ -117,7 +117,7 @@ tar -C "/usr/$triplet/include" -chf - -T headers.list | tar -C kernel -xf -
     [ -z "$extra" ] || cat "$extra"
 } > config
 cp config src/.config
-library_make() { nice make -C src ARCH=arm "$@" >> build.log 2>&1 || {
+library_make() { make -C src ARCH=arm "$@" >> build.log 2>&1 || {
     tail -n 30 build.log >&2
     die "make $* failed; the whole log is $work/build.log"
 }; }
