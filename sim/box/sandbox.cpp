@@ -88,7 +88,7 @@ void become_init(const Camera& camera, const Pieces& pieces, const SandboxPlan& 
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL); // a killed launcher leaves nothing behind
     loopback_up();
-    sethostname("camera", 6);
+    if (sethostname("camera", 6) < 0) fail("no host name: %s", strerror(errno));
     build_root(camera, pieces, plan);
     if (!plan.neighbour.empty()) make_link(plan.neighbour);
     if (!user_namespace) drop_dangerous_rights();
