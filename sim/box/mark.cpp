@@ -5,6 +5,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <sys/stat.h>
 
 namespace vcam {
@@ -20,9 +21,10 @@ uint64_t size_of(const std::string& path)
 
 std::map<std::string, Entry> camera_files(const Camera& camera)
 {
-    return list_tree(camera.path("root"), {"dev", "proc", "etc", "run", "usr/bin", "usr/lib", "usr/lib32",
-                                           "usr/lib64", "usr/libx32", "lib", "lib32", "lib64", "libx32",
-                                           "bin/busybox", "bin/zep", "sbin/vcam-guest"});
+    return list_tree(camera.path("root"),
+                     {"dev", "proc", "etc", "run", "usr/bin", "usr/lib", "usr/lib32", "usr/lib64",
+                      "usr/libx32", "lib", "lib32", "lib64", "libx32", "bin/busybox", "bin/zep",
+                      "sbin/vcam-guest", std::filesystem::canonical("/bin/sh").relative_path().string()});
 }
 
 void set_mark(const Camera& camera)

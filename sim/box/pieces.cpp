@@ -19,14 +19,12 @@ struct Piece {
     std::vector<const char*> places; // relative ones start at this program's folder
 };
 
-// Build tree (sim/box/vcam) first, then the installed one (bin/vcam), whose parts are out of the way of users.
+// Build tree (sim/box/vcam) first, then the installed one (bin/vcam), whose parts are out of the way of
+// users.
 const Piece kPieces[] = {
     {&Pieces::zep, "VCAM_ZEP", "the zep executable", {"../../app/zep", "zep", VCAM_PARTS "/zep"}},
     {&Pieces::guest, "VCAM_GUEST", "vcam-guest", {"vcam-guest", VCAM_PARTS "/vcam-guest"}},
-    {&Pieces::preload,
-     "VCAM_PRELOAD",
-     "the folder of libvcamsim.so",
-     {"../preload", VCAM_PARTS "/preload"}},
+    {&Pieces::preload, "VCAM_PRELOAD", "the folder of libvcamsim.so", {"../preload", VCAM_PARTS "/preload"}},
     {&Pieces::busybox,
      "VCAM_BUSYBOX",
      "a static busybox (Debian package busybox-static)",

@@ -99,7 +99,8 @@ private:
         bind(source, root_ + inside, writable);
     }
 
-    // /lib and its sisters are links on a merged host and folders on others; both are kept.
+    // /lib and its sisters are links on a merged host and folders on others; both are kept. The others have
+    // the shell in /bin too, which is the camera's own here.
     void host_libraries()
     {
         for (const char* name : {"/usr/bin", "/usr/lib", "/usr/lib32", "/usr/lib64", "/usr/libx32"})
@@ -110,6 +111,8 @@ private:
             else if (fs::is_directory(name))
                 place(name, name);
         }
+        const std::string shell = fs::canonical("/bin/sh").string();
+        if (!starts_with(shell, "/usr/")) place(shell, shell);
     }
 
     void link_like_host(const std::string& name)

@@ -58,6 +58,21 @@ class Installed(unittest.TestCase):
         for applet in APPLETS:
             self.assertEqual(os.readlink(os.path.join(self.stage, "usr/bin", applet)), "zep")
 
+    def test_tools_make_and_run_a_camera_from_where_they_stand(self):
+        install("tools", self.stage)
+        if LAUNCHER:  # a camera has no use for them
+            self.assertEqual(files(self.stage), set())
+            return
+        commands = [f for f in files(self.stage) if f.startswith("usr/bin/")]
+        self.assertEqual(sorted(commands), ["usr/bin/fwpkg", "usr/bin/vcam", "usr/bin/zep-audio"])
+        for command in commands:
+            self.assertIn(command.replace("bin", "share/man/man1") + ".1", files(self.stage))
+        vcam = os.path.join(self.stage, "usr/bin/vcam")
+        camera = os.path.join(self.work, "camera")
+        quietly(vcam, "new", camera)
+        listed = quietly(vcam, "run", camera, "--", "zep").splitlines()[-1]
+        self.assertEqual(sorted(listed.split(", ")), sorted(APPLETS))
+
     def test_development_tells_nothing_of_where_it_was_built_or_staged(self):
         install("development", self.stage)
         self.assertFalse([f for f in files(self.stage) if f.startswith("usr/bin")])
