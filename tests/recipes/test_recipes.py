@@ -108,6 +108,7 @@ class Buildroot(Recipe):
         words = recipe["ZEP_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS"].split()
         self.assertEqual(set(words[::2]), {"--exclude"})
         site = os.path.realpath(recipe["ZEP_SITE"])
+        self.assertEqual(site, os.path.realpath(SOURCE))
         left_out = {".git", *(word[1:] for word in words[1::2])}  # at the top of the tree
         shutil.copytree(site, cross.home + "/zep", symlinks=True,
                         ignore=lambda at, names: left_out & set(names) if at == site else ())
