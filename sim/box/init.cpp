@@ -8,6 +8,7 @@
 #include "sim/box/syslog_server.hpp"
 #include "sim/box/text.hpp"
 #include "sim/drv/clock.hpp"
+#include "sim/drv/registers.hpp"
 #include "sim/drv/rtc_chip.hpp"
 #include "sim/drv/serial_line.hpp"
 #include "sim/drv/media/page.hpp"
@@ -108,9 +109,12 @@ private:
         if (!signals_) fail("no signalfd: %s", strerror(errno));
     }
 
-    static void power_on()
+    // What a camera has in its memory and its chip is as after switching on; the calendar chip has a battery.
+    void power_on() const
     {
         state::set_dir(kStateInside);
+        write_file(camera_.path("modules"), "");
+        registers::power_on();
         const bool realtime = getenv("VCAM_REALTIME") != nullptr;
         media::power_on();
         auto problem = clock::power_on({.realtime = realtime, .owns_pids = true});

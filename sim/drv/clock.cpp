@@ -49,9 +49,10 @@ struct Page {
     WatchdogState watchdog;
     std::array<std::atomic<int32_t>, kMembers> members; // processes, where the process space is shared
     std::array<Slot, kSleepers> sleepers;
+    alignas(8) std::atomic<int64_t> first_base_ns; // the calendar as the first start found it
 };
 static_assert(std::atomic<int64_t>::is_always_lock_free && sizeof(Slot) == 24);
-static_assert(sizeof(Page) == 56 + 40 + 4 * kMembers + 24 * kSleepers);
+static_assert(sizeof(Page) == 56 + 40 + 4 * kMembers + 24 * kSleepers + 8);
 
 std::atomic<Page*> mapped{nullptr};
 
@@ -169,6 +170,8 @@ std::string power_on(const PowerOn& options)
         memset(static_cast<void*>(p), 0, sizeof *p);
         p->wall_base_ns = raw::clock_ns(CLOCK_REALTIME);
     }
+    if (p->first_base_ns == 0) p->first_base_ns = p->wall_base_ns.load();
+    p->wall_base_ns = p->first_base_ns.load(); // what programs set is lost with the power
     const int64_t start = std::max<int64_t>({p->stopped_ns, p->seen_ns, 0});
     for (auto& s : p->sleepers) s.tid = 0;
     for (auto& m : p->members) m = 0;

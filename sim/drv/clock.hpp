@@ -34,7 +34,8 @@ struct PowerOn {
     bool owns_pids = false; // the process space holds this camera and nothing else
 };
 
-// Starts (and on first use creates) the clock of the state folder. "" or what failed.
+// Starts (and on first use creates) the clock of the state folder. The calendar clock forgets what it was set
+// to, the watchdog is off. "" or what failed.
 std::string power_on(const PowerOn& options);
 // Remembers the camera time for the next power_on, and forgets all sleepers.
 void power_off();

@@ -96,6 +96,8 @@ int read(uint32_t address, uint32_t& value)
 int set_bits(uint32_t address, uint32_t bits) { return change(address, bits, 0); }
 int clear_bits(uint32_t address, uint32_t bits) { return change(address, 0, bits); }
 
+void power_on() { ::unlink(state::path("registers").c_str()); }
+
 std::vector<Word> all()
 {
     std::vector<Word> words;

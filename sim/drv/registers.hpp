@@ -16,6 +16,8 @@ int read(uint32_t address, uint32_t& value);
 int set_bits(uint32_t address, uint32_t bits);
 int clear_bits(uint32_t address, uint32_t bits);
 
+void power_on(); // all words are zero again
+
 struct Word {
     uint32_t address, value;
 };

@@ -31,17 +31,17 @@ struct Board : testing::Test {
         const std::string json = vcam("status " + camera.state("").string() + " --json").text;
         return atof(json.c_str() + json.find("\"seconds\":") + 10) * 1000;
     }
-    // Makes every second line an output, some high, and switches pins to other functions.
+    // From now on every run finds each second line an output, some high, and pins switched to other
+    // functions.
     void disturb()
     {
-        std::string script;
         for (const char* bank : {"0x2019", "0x201A", "0x201B", "0x2020", "0x2021"})
-            script += std::string("reg -s ") + bank + "0400 0x55; reg -s " + bank + "03FC 0x36;";
+            start_ += std::string("reg -s ") + bank + "0400 0x55; reg -s " + bank + "03FC 0x36;";
         for (const char* pin : {"60", "64", "80", "B0", "E4", "114", "118"})
-            script += std::string("reg -s 0x200F0") + (pin[2] ? "" : "0") + pin + " 0x12;";
-        camera.run({"sh", "-c", script});
+            start_ += std::string("reg -s 0x200F0") + (pin[2] ? "" : "0") + pin + " 0x12;";
+        run("");
     }
-    Outcome run(const std::string& command) { return camera.run({"sh", "-c", command}); }
+    Outcome run(const std::string& command) { return camera.run({"sh", "-c", start_ + command}); }
     // Runs it in the background and ends it by a signal in the middle.
     Outcome interrupt(const std::string& command, const std::string& after = "0.5")
     {
@@ -49,4 +49,7 @@ struct Board : testing::Test {
     }
 
     Camera camera;
+
+private:
+    std::string start_; // what the start-up script does
 };

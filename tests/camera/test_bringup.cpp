@@ -122,8 +122,10 @@ TEST(LoadDrv, TheDefaultModelAndFailingCommands)
     EXPECT_THAT(run.of("insmod"), ElementsAre("/dvs/Hi3512reg.ko", "/dvs/extdrv/tw_9910.ko",
                                               "/dvs/extdrv/tlv_320.ko", "/dvs/extdrv/ise_2010.ko"));
     // Loaded already, or missing: the next one still runs and the result stays 0.
-    run = camera.run({"sh", "-c", "rm /dvs/extdrv/tlv_320.ko; load_drv; echo $?; lsmod | wc -l"});
-    EXPECT_EQ(run.of("insmod").size(), 4u);
+    run =
+        camera.run({"sh", "-c",
+                    "load_drv; rmmod ise_2010; rm /dvs/extdrv/tlv_320.ko; load_drv; echo $?; lsmod | wc -l"});
+    EXPECT_EQ(run.of("insmod").size(), 8u);
     EXPECT_EQ(run.out, "0\n5\n");
     // A file without the key gives its last value; the first line that begins like the key counts.
     run = camera.run({"sh", "-c",

@@ -11,6 +11,7 @@
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 TEST(Sandbox, WhatIsWrittenInTheCameraStaysInItsStateFolder)
 {
@@ -137,7 +138,7 @@ TEST(Sandbox, TheSystemLogKeepsPriorityNameAndLineEnds)
     EXPECT_THAT(r.log, ElementsAre("9 cam: two\\nlines", "159 x: y"));
 }
 
-TEST(Sandbox, DriversAndRegistersAreKeptOverRuns)
+TEST(Sandbox, DriversAndRegistersAreAsTheToolsLeaveThem)
 {
     Camera camera;
     auto r = camera.run({"sh", "-c",
@@ -149,9 +150,37 @@ TEST(Sandbox, DriversAndRegistersAreKeptOverRuns)
     EXPECT_THAT(r.of("insmod"),
                 ElementsAre("/dvs/extdrv/ds_1339.ko", "/dvs/extdrv/ds_1339.ko", "/dvs/none.ko"));
     EXPECT_THAT(r.of("reg"), ElementsAre("-s 0x20110094 0x00000005"));
-    EXPECT_EQ(camera.shell("reg -c 0x20110094 0x1; reg -r 0x20110094; lsmod | grep -c ds_1339; rmmod "
-                           "ds_1339; lsmod | wc -l"),
-              "0x20110094: 0x00000004\n1\n1\n");
+    const std::string off = vcam("status " + camera.state("").string()).text;
+    EXPECT_THAT(off, HasSubstr("\ndrivers   ds_1339\n"));
+    EXPECT_THAT(off, HasSubstr("\nregister  0x20110094 = 0x00000005\n"));
+    EXPECT_EQ(
+        camera.shell("reg -s 0x20110094 0x5; reg -c 0x20110094 0x1; reg -r 0x20110094;"
+                     "insmod /dvs/extdrv/ds_1339.ko; lsmod | grep -c ds_1339; rmmod ds_1339; lsmod | wc -l"),
+        "0x20110094: 0x00000004\n1\n1\n");
+}
+
+// Every run is a boot: what memory and the chip held is gone, what flash and battery hold is not.
+TEST(Sandbox, ARunBeginsAsACameraIsSwitchedOn)
+{
+    Camera camera;
+    const std::string folder = camera.state("").string();
+    const std::string year = camera.shell("date +%Y"),
+                      speed = camera.shell("/usr/bin/stty -F /dev/ttyAMA1 speed");
+    vcam("rtc " + folder + " --set '2031-05-06 07:08:09'");
+    for (const char* end : {"reboot", "busybox kill -36 1; sleep 9", "true"}) {
+        auto run = camera.run(
+            {"sh", "-c",
+             std::string(
+                 "load_drv; lsmod | wc -l; reg -r 0x20180400; xgpio 3 0 1; reg -r 0x20180400; date +%Y;"
+                 "date 010203042020 > /dev/null; /usr/bin/stty -F /dev/ttyAMA1 speed;"
+                 "/usr/bin/stty -F /dev/ttyAMA1 115200; echo > /dev/watchdog; echo >> /etc/runs;") +
+                 end});
+        EXPECT_EQ(run.out, "3\n0x20180400: 0x00000000\n0x20180400: 0x00000001\n" + year + speed) << end;
+        EXPECT_EQ(run.err, "") << end;
+    }
+    EXPECT_EQ(camera.run({"sleep", "600"}).ending, "exit 0") << "nobody has armed the watchdog";
+    EXPECT_EQ(camera.shell("wc -l < /etc/runs"), "3\n");
+    EXPECT_THAT(vcam("rtc " + folder).text, StartsWith("2031-05-06 07:1"));
 }
 
 // While a camera runs for real seconds in the background.

@@ -99,7 +99,14 @@ void power_on()
     if (fd) raw::pwrite_all(fd.get(), &gone, sizeof gone, offsetof(Page, version));
     for (const char* name : {"media", "memory", "media.log", "speaker.wav"})
         ::unlink(state::path(name).c_str());
+    for (uint32_t slot = 0; slot < kSlots; ++slot) ::unlink(further_speaker_file(slot).c_str());
     forget_zone();
+}
+
+std::string further_speaker_file(uint32_t slot)
+{
+    return state::path("speaker-" + std::to_string(slot / kChannels) + "-" +
+                       std::to_string(slot % kChannels) + ".wav");
 }
 
 void reset_acodec()

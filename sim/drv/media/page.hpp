@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace vcam::media {
 
@@ -176,8 +177,10 @@ private:
 
 // A copy for one who only looks, from outside the camera too. False when no media driver was ever used.
 bool snapshot(Page& copy);
-// A camera starts: its drivers forget, its memory is cold.
+// A camera starts: its drivers forget, its memory is cold, nothing has been played.
 void power_on();
+// The file of an output channel that is not the first one to play.
+std::string further_speaker_file(uint32_t slot);
 
 // The codec chip's module was loaded: its settings are what they are after a reset.
 void reset_acodec();

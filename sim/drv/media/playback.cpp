@@ -62,8 +62,7 @@ void drop_unplayed(Page& page, uint32_t slot, Ns now)
 std::string speaker_file(const Page& page, uint32_t slot)
 {
     if (page.speaker_slot == slot + 1) return state::path("speaker.wav");
-    return state::path("speaker-" + std::to_string(slot / kChannels) + "-" +
-                       std::to_string(slot % kChannels) + ".wav");
+    return further_speaker_file(slot);
 }
 
 void start_output(Page& page, uint32_t device) { page.ao_device[device].enabled = 1; }

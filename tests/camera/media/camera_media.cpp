@@ -114,8 +114,9 @@ TEST_F(MediaLoop, ANewRunBeginsANewRecording)
     write_file(mic, wav_bytes(ramp(8000), 8000));
     EXPECT_EQ(run("1").status, 0);
     EXPECT_EQ(parse_wav(read_file(heard)).samples.size(), 8000u);
+    write_file(camera.state("speaker-0-15.wav"), "of another channel");
     EXPECT_EQ(camera.run({"true"}).status, 0);
-    EXPECT_FALSE(fs::exists(camera.state("speaker.wav")));
+    for (const char* file : {"speaker.wav", "speaker-0-15.wav"}) EXPECT_FALSE(fs::exists(camera.state(file)));
     EXPECT_EQ(status("").find("media "), std::string::npos);
     EXPECT_EQ(run("1").status, 0);
     EXPECT_EQ(parse_wav(read_file(heard)).samples.size(), 8000u);
