@@ -72,7 +72,11 @@ void loopback_up()
     struct ifreq request = {};
     strcpy(request.ifr_name, "lo");
     request.ifr_flags = IFF_UP | IFF_RUNNING;
-    if (!fd || ioctl(fd.get(), SIOCSIFFLAGS, &request) < 0) fail("no loopback: %s", strerror(errno));
+    if (fd && ioctl(fd.get(), SIOCSIFFLAGS, &request) == 0) return;
+    // The first thing done in the new namespaces: some systems give them without the rights in them.
+    fail("no loopback: %s; run as root, or, if the system keeps back the rights in user namespaces, set "
+         "kernel.apparmor_restrict_unprivileged_userns=0 with sysctl",
+         strerror(errno));
 }
 
 std::vector<char*> pointers(const std::vector<std::string>& words)

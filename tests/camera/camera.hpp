@@ -28,6 +28,8 @@ inline void write_file(const fs::path& path, const std::string& bytes)
 
 using Lines = std::vector<std::string>;
 
+inline std::string vcam_program = VCAM; // that the tests start
+
 // What one start of the camera left.
 struct Outcome {
     int status = -1;
@@ -52,7 +54,7 @@ public:
     {
         char name[] = "/tmp/camera-test.XXXXXX";
         folder_ = mkdtemp(name);
-        Lines command = {VCAM, "new", (folder_ / "camera").string()};
+        Lines command = {vcam_program, "new", (folder_ / "camera").string()};
         command.insert(command.end(), options.begin(), options.end());
         EXPECT_EQ(spawn(command), 0) << read_file(folder_ / "err");
     }
@@ -64,7 +66,7 @@ public:
     Outcome run(const Lines& command, const Lines& options = {})
     {
         size_t journal = read_file(state("journal")).size(), log = read_file(state("syslog")).size();
-        Lines line = {VCAM, "run", state("").string(), "--timeout", "60"};
+        Lines line = {vcam_program, "run", state("").string(), "--timeout", "60"};
         line.insert(line.end(), options.begin(), options.end());
         line.emplace_back("--");
         line.insert(line.end(), command.begin(), command.end());
