@@ -11,7 +11,7 @@
 #include "sim/drv/registers.hpp"
 #include "sim/drv/rtc_chip.hpp"
 #include "sim/drv/serial_line.hpp"
-#include "sim/drv/media/page.hpp"
+#include "sim/drv/media/audio.hpp"
 #include "sim/drv/state.hpp"
 
 #include <cerrno>
@@ -180,7 +180,8 @@ private:
     {
         pollfd wait[2] = {{signals_.get(), POLLIN, 0}, {log_.fd(), POLLIN, 0}};
         if (poll(wait, 2, kWatchdogLookMs) < 0 && errno != EINTR) fail("poll: %s", strerror(errno));
-        clock::check_watchdog(); // nobody else may be there to see it fire
+        clock::check_watchdog();                  // nobody else may be there to see it fire
+        media::catch_up(media::Locked::Wait::no); // nor to let sound flow; a program may be stopped in there
         log_.drain();
         signalfd_siginfo info;
         while (!ending_ && read(signals_.get(), &info, sizeof info) == ssize_t(sizeof info))
@@ -241,6 +242,7 @@ private:
         while (wait(nullptr) > 0 || errno == EINTR) {
         }
         log_.drain();
+        media::catch_up(media::Locked::Wait::yes);
         // What was written to the file system before the end is on the flash: JFFS2 has no write-back.
         for (const auto& line : split(read_file(camera_.path("mounts")), '\n')) {
             auto words = split(line, ' ');

@@ -131,10 +131,25 @@ std::string list(uint32_t count, const std::function<std::string(uint32_t)>& ite
     return "[" + join(items, ",") + "]";
 }
 
+// Only what goes to an output flows in the drivers; an encoder's program fetches for itself.
+bool flows(const Bind& b) { return b.destination.module == int(kModAo); }
+
+void print_binds(const Page& page)
+{
+    for (const Bind& b : page.sys.binds) {
+        if (!b.used) continue;
+        const std::string counts = text(", %u frames, %u dropped", b.frames, b.dropped);
+        printf("bind      %s -> %s%s\n", name_of(b.source).c_str(), name_of(b.destination).c_str(),
+               flows(b) ? counts.c_str() : "");
+    }
+}
+
 std::string bind_json(const Bind& b)
 {
     if (!b.used) return {};
-    return text("{\"from\":\"%s\",\"to\":\"%s\"}", name_of(b.source).c_str(), name_of(b.destination).c_str());
+    const std::string counts = text(",\"frames\":%u,\"dropped\":%u", b.frames, b.dropped);
+    return text("{\"from\":\"%s\",\"to\":\"%s\"%s}", name_of(b.source).c_str(),
+                name_of(b.destination).c_str(), flows(b) ? counts.c_str() : "");
 }
 
 std::string pool_json(uint32_t number, const Pool& p)
@@ -182,8 +197,7 @@ void print_media(const Page& page)
 {
     printf("media     system %s, pools %s\n", page.sys.ready ? "started" : "stopped",
            page.vb.ready ? "started" : "stopped");
-    for (const Bind& b : page.sys.binds)
-        if (b.used) printf("bind      %s -> %s\n", name_of(b.source).c_str(), name_of(b.destination).c_str());
+    print_binds(page);
     print_pools(page);
     print_input(page);
     print_output(page);
@@ -214,14 +228,18 @@ std::string media_dot(const Page* page)
             out += text("  \"mic.wav\" -> \"%s\" [label=\"%u taken, %u lost\"];\n", name.c_str(), c.delivered,
                         c.lost);
     }
-    for (const Bind& b : page->sys.binds)
+    for (const Bind& b : page->sys.binds) {
+        const std::string counts = text(" [label=\"%u frames, %u dropped\"]", b.frames, b.dropped);
         if (b.used)
-            out += text("  \"%s\" -> \"%s\";\n", name_of(b.source).c_str(), name_of(b.destination).c_str());
+            out += text("  \"%s\" -> \"%s\"%s;\n", name_of(b.source).c_str(), name_of(b.destination).c_str(),
+                        flows(b) ? counts.c_str() : "");
+    }
     for (uint32_t slot = 0; slot < kSlots; ++slot) {
         const AoChannel& c = page->ao[slot];
         if (!used(c)) continue;
         const std::string name = slot_name("ao", slot), file = speaker_file(*page, slot);
-        out += text("  \"program\" -> \"%s\" [label=\"%u frames\"];\n", name.c_str(), c.frames);
+        if (c.frames > c.bound || !c.bound)
+            out += text("  \"program\" -> \"%s\" [label=\"%u frames\"];\n", name.c_str(), c.frames - c.bound);
         out += text("  \"%s\" -> \"%s\" [label=\"%u under-runs\"];\n", name.c_str(),
                     file.substr(file.rfind('/') + 1).c_str(), c.underruns);
     }

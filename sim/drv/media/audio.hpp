@@ -52,6 +52,12 @@ void stop_capture(Page& page, uint32_t slot);
 int take_frame(Page& page, uint32_t slot, Ns now, Exchange& out, Ns* next);
 int give_back(Page& page, uint32_t slot, const Frame& frame);
 uint32_t frames_waiting(Page& page, uint32_t slot, Ns now, Ns* next);
+// What one side of a frame of the channel holds.
+void hear(Page& page, uint32_t slot, uint32_t number, uint32_t side, std::span<int16_t> out);
+// When the frame that comes next has been taken: kNever without one.
+Ns next_frame(const Page& page, uint32_t slot);
+// That frame passes. It is lost where programs have no room for it, unless it was heard elsewhere.
+void pass(Page& page, uint32_t slot, bool heard);
 
 // ---- output
 
@@ -70,5 +76,22 @@ bool has_room(const Page& page, uint32_t slot, Ns now, uint32_t points, Ns* next
 std::string speaker_file(const Page& page, uint32_t slot);
 // What the channel played from `from` on, silence elsewhere.
 void played(const Page& page, uint32_t slot, Ns from, std::span<int16_t> out);
+
+// ---- from input to output
+
+// Inputs that are bound to outputs play there, frame by frame as they were taken, up to now.
+void flow(Page& page, Ns now);
+// The same, if the camera has a page and, unless it is to wait for it, nobody holds that now.
+void catch_up(Locked::Wait wait);
+
+// The page under its lock, with all that has happened by `now`.
+class Current : public Locked {
+public:
+    explicit Current(Wait wait = Wait::yes) : Locked(wait), now(clock::now_ns())
+    {
+        if (*this) flow(**this, now);
+    }
+    const Ns now;
+};
 
 } // namespace vcam::media

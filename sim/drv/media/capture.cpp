@@ -38,6 +38,18 @@ Ns start_of(const AiDevice& d, uint32_t frame)
     return d.start_ns + time_of(int64_t(frame) * d.attributes.points, d.attributes.rate);
 }
 
+// Keeps the frame that passes for programs, if there is room.
+bool keep(Page& page, uint32_t slot)
+{
+    AiChannel& c = page.ai[slot];
+    const AiDevice& d = page.ai_device[device_of(slot)];
+    Pool* pool = pool_at(page, d.pool);
+    const uint32_t block = pool && c.count < d.attributes.frames ? take_block(*pool, Block::driver) : kBlocks;
+    if (block == kBlocks) return false;
+    c.ring[(c.head + c.count++) % kMaxFrames] = {c.passed, block};
+    return true;
+}
+
 uint32_t passed(const AiDevice& d, Ns now)
 {
     return uint32_t(samples_in(now - d.start_ns, d.attributes.rate) / d.attributes.points);
@@ -47,14 +59,8 @@ uint32_t passed(const AiDevice& d, Ns now)
 void advance(Page& page, uint32_t slot, Ns now)
 {
     AiChannel& c = page.ai[slot];
-    const AiDevice& d = page.ai_device[device_of(slot)];
-    Pool* pool = pool_at(page, d.pool);
-    const uint32_t end = passed(d, now);
-    while (c.passed < end && c.count < d.attributes.frames) {
-        const uint32_t block = pool ? take_block(*pool, Block::driver) : kBlocks;
-        if (block == kBlocks) break;
-        c.ring[(c.head + c.count++) % kMaxFrames] = {c.passed++, block};
-    }
+    const uint32_t end = passed(page.ai_device[device_of(slot)], now);
+    while (c.passed < end && keep(page, slot)) ++c.passed;
     c.lost += end - c.passed;
     c.passed = end;
 }
@@ -113,17 +119,12 @@ void add_loop(const Page& page, const AiDevice& d, uint32_t number, std::span<in
 
 void fill(Page& page, uint32_t slot, uint32_t number, const Frame& f)
 {
-    const AiDevice& d = page.ai_device[device_of(slot)];
-    const Attributes& a = d.attributes;
-    const uint32_t sides = a.sound_mode + 1;
+    const Attributes& a = page.ai_device[device_of(slot)].attributes;
     int16_t samples[kMaxPoints];
-    for (uint32_t side = 0; side < sides; ++side) {
+    for (uint32_t side = 0; side <= a.sound_mode; ++side) {
         const std::span<int16_t> part(samples, a.points);
-        wav::resample(microphone(), slot % kChannels * sides + side, a.rate, int64_t(number) * a.points,
-                      part);
-        add_loop(page, d, number, part);
+        hear(page, slot, number, side, part);
         store(a, f.physical[side], part);
-        if (side == 0) measure(page.ai[slot].level, part);
     }
 }
 
@@ -159,6 +160,29 @@ void free_waiting(Page& page, uint32_t slot)
 }
 
 } // namespace
+
+void hear(Page& page, uint32_t slot, uint32_t number, uint32_t side, std::span<int16_t> out)
+{
+    const AiDevice& d = page.ai_device[device_of(slot)];
+    const Attributes& a = d.attributes;
+    wav::resample(microphone(), slot % kChannels * (a.sound_mode + 1) + side, a.rate,
+                  int64_t(number) * a.points, out);
+    add_loop(page, d, number, out);
+    if (side == 0) measure(page.ai[slot].level, out);
+}
+
+Ns next_frame(const Page& page, uint32_t slot)
+{
+    const AiChannel& c = page.ai[slot];
+    return c.enabled ? start_of(page.ai_device[device_of(slot)], c.passed + 1) : kNever;
+}
+
+void pass(Page& page, uint32_t slot, bool heard)
+{
+    AiChannel& c = page.ai[slot];
+    if (!keep(page, slot) && !heard) ++c.lost;
+    ++c.passed;
+}
 
 int start_input(Page& page, uint32_t device)
 {
@@ -219,7 +243,7 @@ uint32_t frames_waiting(Page& page, uint32_t slot, Ns now, Ns* next)
     AiChannel& c = page.ai[slot];
     if (!c.enabled) return 0;
     advance(page, slot, now);
-    *next = start_of(page.ai_device[device_of(slot)], c.passed + 1);
+    *next = next_frame(page, slot);
     return c.count;
 }
 

@@ -16,7 +16,7 @@
 namespace vcam::media {
 namespace {
 
-constexpr uint32_t kVersion = 0x3141434D;     // "MCA1"
+constexpr uint32_t kVersion = 0x3241434D;     // "MCA2"
 constexpr int64_t kLockPause = 1'000'000;     // host time
 constexpr int64_t kChangePause = 100'000'000; // host time
 constexpr int kPatience = 50;                 // looks at a holder before it is asked whether it lives
@@ -62,12 +62,16 @@ Page* current()
 
 } // namespace
 
-Locked::Locked() : page_(current())
+Locked::Locked(Wait wait) : page_(current())
 {
     const auto self = uint32_t(raw::tid());
     for (int looks = 0;; ++looks) {
         uint32_t holder = 0;
         if (page_->owner.compare_exchange_strong(holder, self)) break;
+        if (wait == Wait::no) {
+            page_ = nullptr;
+            return;
+        }
         const bool orphaned = looks >= kPatience && !quiet::alive(int(holder));
         if (orphaned && page_->owner.compare_exchange_strong(holder, self)) break;
         ++page_->waiters;
@@ -79,6 +83,7 @@ Locked::Locked() : page_(current())
 
 Locked::~Locked()
 {
+    if (!page_) return;
     page_->owner = 0;
     if (page_->waiters) raw::futex_wake(&page_->owner);
 }

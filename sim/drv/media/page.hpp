@@ -40,10 +40,12 @@ struct Chn {
     int32_t module, device, channel;
     bool operator==(const Chn&) const = default;
 };
+constexpr uint32_t slot_of(const Chn& c) { return uint32_t(c.device) * kChannels + uint32_t(c.channel); }
 
 struct Bind {
     Chn source, destination;
     uint32_t used;
+    uint32_t frames, dropped; // of an output's: what it got, what it could not take
 };
 
 struct Sys {
@@ -118,8 +120,8 @@ struct AoChannel {
     uint32_t segment_count; // all since the start; the last kSegments are kept
     Segment segments[kSegments];
     uint32_t frames, underruns, full, cleared;
-    uint32_t fed; // a frame has come since the channel was enabled, cleared or paused
-    uint32_t pad;
+    uint32_t fed;   // a frame has come since the channel was enabled, cleared or paused
+    uint32_t bound; // frames that came over a binding
     Level level;
     uint32_t pad2;
 };
@@ -159,15 +161,17 @@ struct Page {
     alignas(8) AoDevice ao_device[kDevices];
     alignas(8) AoChannel ao[kSlots];
 };
-static_assert(sizeof(Page) == 323528);
+static_assert(sizeof(Page) == 324296);
 
 // The page of the state folder's camera under its lock. A holder that dies loses it.
 class Locked {
 public:
-    Locked();
+    enum class Wait : uint8_t { no, yes };
+    explicit Locked(Wait wait = Wait::yes);
     ~Locked();
     Locked(const Locked&) = delete;
     Locked& operator=(const Locked&) = delete;
+    explicit operator bool() const { return page_; } // false only where it must not wait
     Page* operator->() const { return page_; }
     Page& operator*() const { return *page_; }
 

@@ -155,7 +155,9 @@ int play(Page& page, uint32_t slot, Ns now, std::span<const int16_t> samples, ui
     AoChannel& c = page.ao[slot];
     if (!c.enabled) return coded(kModAo, kNotPermitted);
     if (!has_room(page, slot, now, points, next)) return 1;
-    const bool dry = !c.paused && queued(page, slot, now) == 0;
+    // What comes within a sample's time of the end is in time.
+    const Ns sample = time_of(1, attributes(page, slot).rate);
+    const bool dry = !c.paused && queued(page, slot, now - sample) == 0;
     if (dry && c.fed) ++c.underruns;
     if (dry) begin_segment(c, now, c.written, 0);
     if (c.paused)

@@ -46,9 +46,9 @@ public:
     {
         const uint32_t slot = slot_of(fd);
         if (slot == kNoSlot) return {};
-        Locked page;
+        Current page;
         Readiness r;
-        if (frames_waiting(*page, slot, clock::now_ns(), &r.changes_ns)) r.events = POLLIN | POLLRDNORM;
+        if (frames_waiting(*page, slot, page.now, &r.changes_ns)) r.events = POLLIN | POLLRDNORM;
         return r;
     }
     size_t record_size(uint32_t request) const override
@@ -66,7 +66,7 @@ private:
     int on_slot(uint32_t slot, uint32_t request, void* argument) override
     {
         if (request == kGetFrame) return get_frame(slot, argument);
-        Locked page;
+        Current page;
         AiDevice& d = page->ai_device[slot / kChannels];
         switch (request) {
         case kSetAttributes:
@@ -80,7 +80,7 @@ private:
         case kGetPool:
             return d.enabled ? store(argument, d.pool) : refused(kNotPermitted);
         case kEnableChannel:
-            return start_capture(*page, slot, clock::now_ns());
+            return start_capture(*page, slot, page.now);
         case kDisableChannel:
             stop_capture(*page, slot);
             return 0;
@@ -125,9 +125,9 @@ private:
             Ns next = kNever;
             uint32_t generation = 0;
             {
-                Locked page;
+                Current page;
                 Exchange exchange;
-                const int result = take_frame(*page, slot, clock::now_ns(), exchange, &next);
+                const int result = take_frame(*page, slot, page.now, exchange, &next);
                 if (result == 0) return store(argument, exchange);
                 if (result < 0) return result;
                 generation = page->generation;

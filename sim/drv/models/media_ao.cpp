@@ -85,11 +85,11 @@ public:
     {
         const uint32_t slot = slot_of(fd);
         if (slot == kNoSlot) return {};
-        Locked page;
+        Current page;
         if (!page->ao[slot].enabled) return {};
         const uint32_t points = page->ao_device[slot / kChannels].attributes.points;
         Readiness r;
-        if (has_room(*page, slot, clock::now_ns(), points, &r.changes_ns))
+        if (has_room(*page, slot, page.now, points, &r.changes_ns))
             r.events = POLLOUT | POLLWRNORM;
         else
             ++page->ao[slot].full;
@@ -109,9 +109,8 @@ private:
     int on_slot(uint32_t slot, uint32_t request, void* argument) override
     {
         if (request == kSendFrame) return send(slot, load<Frame>(argument));
-        Locked page;
+        Current page;
         AoDevice& d = page->ao_device[slot / kChannels];
-        const Ns now = clock::now_ns();
         switch (request) {
         case kSetAttributes:
             return set_attributes(*page, d, load<Attributes>(argument));
@@ -123,15 +122,15 @@ private:
             start_output(*page, slot / kChannels);
             return 0;
         case kDisable:
-            stop_output(*page, slot / kChannels, now);
+            stop_output(*page, slot / kChannels, page.now);
             return 0;
         case kEnableChannel:
             return start_playing(*page, slot);
         case kDisableChannel:
-            stop_playing(*page, slot, now);
+            stop_playing(*page, slot, page.now);
             return 0;
         default:
-            return on_channel(*page, slot, request, now);
+            return on_channel(*page, slot, request, page.now);
         }
     }
 
@@ -163,9 +162,9 @@ private:
             Ns next = kNever;
             uint32_t generation = 0;
             {
-                Locked page;
+                Current page;
                 const int result =
-                    play(*page, slot, clock::now_ns(), samples, uint32_t(samples.size() / channels), &next);
+                    play(*page, slot, page.now, samples, uint32_t(samples.size() / channels), &next);
                 if (result <= 0) return result;
                 if (first) ++page->ao[slot].full;
                 generation = page->generation;

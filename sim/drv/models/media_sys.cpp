@@ -63,15 +63,19 @@ Bind* bound(Page& page, const Chn& destination)
     return nullptr;
 }
 
-int bind(Page& page, const Chn& from, const Chn& to)
+int bind(Page& page, const Chn& from, const Chn& to, Ns now)
 {
     if (!exists(from) || !exists(to) || from.module != int(kModAi) || to.module == int(kModAi))
         return refused(kIllegal);
     if (!page.sys.ready) return refused(kNotReady);
     if (bound(page, to)) return refused(kNotPermitted);
-    for (Bind& b : page.sys.binds)
-        if (!b.used) return b = {from, to, 1}, 0;
-    return refused(kNoMemory);
+    Bind* free = std::find_if(std::begin(page.sys.binds), std::end(page.sys.binds),
+                              [](const Bind& b) { return !b.used; });
+    if (free == std::end(page.sys.binds)) return refused(kNoMemory);
+    Ns next = kNever;
+    frames_waiting(page, slot_of(from), now, &next); // what has been taken by now is not for the new one
+    *free = {from, to, 1, 0, 0};
+    return 0;
 }
 
 int unbind(Page& page, const Chn* from, const Chn& to)
@@ -84,9 +88,8 @@ int unbind(Page& page, const Chn* from, const Chn& to)
     return 0;
 }
 
-void stop_all(Page& page)
+void stop_all(Page& page, Ns now)
 {
-    const Ns now = clock::now_ns();
     for (uint32_t device = 0; device < kDevices; ++device) {
         stop_input(page, device, true);
         page.ai_device[device].configured = 0;
@@ -149,12 +152,12 @@ private:
     static int start(bool on)
     {
         {
-            Locked page;
+            Current page;
             if (page->sys.ready == on) return 0;
             if (on)
                 page->sys.ready = 1;
             else
-                stop_all(*page);
+                stop_all(*page, page.now);
         }
         note("sys", on ? "init" : "exit");
         return 0;
@@ -187,9 +190,9 @@ private:
         Chn* to = request == kGetBindByDest ? pair.first : pair.second;
         Chn* from = request == kGetBindByDest ? pair.second : pair.first;
         if (!to || (!from && request != kUnbind)) return refused(kNull);
-        Locked page;
+        Current page;
         if (request == kUnbind) return unbind(*page, from, *to);
-        if (request == kBind) return bind(*page, *from, *to);
+        if (request == kBind) return bind(*page, *from, *to, page.now);
         const Bind* b = exists(*to) ? bound(*page, *to) : nullptr;
         return b ? store(from, b->source) : refused(exists(*to) ? kMissing : kIllegal);
     }

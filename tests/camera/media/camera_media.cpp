@@ -23,7 +23,7 @@ TEST_P(Media, Inside)
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Media,
-                         testing::Values("Capture", "Playback", "Time", "Stages", "Paths", "Requests",
+                         testing::Values("Capture", "Playback", "Time", "Stages", "Paths", "Flow", "Requests",
                                          "BadInput", "Hostile"));
 
 namespace {
@@ -120,4 +120,31 @@ TEST_F(MediaLoop, ANewRunBeginsANewRecording)
     EXPECT_EQ(status("").find("media "), std::string::npos);
     EXPECT_EQ(run("1").status, 0);
     EXPECT_EQ(parse_wav(read_file(heard)).samples.size(), 8000u);
+}
+
+// Bound in the drivers: sound flows whoever looks, until the camera ends.
+TEST_F(MediaLoop, SoundFlowsThroughTheDriversAfterTheProgramsEnd)
+{
+    const Samples sent = ramp(8000 * 5);
+    write_file(mic, wav_bytes(sent, 8000));
+    const Outcome outcome =
+        camera.run({kInside, "--gtest_filter=FlowLeft.*"},
+                   {"--bind", INSIDE_MEDIA, "--mic", mic, "--speaker", heard, "--linger", "1.5"});
+    EXPECT_EQ(outcome.status, 0) << outcome.out;
+    const Samples got = parse_wav(read_file(heard)).samples;
+    EXPECT_GE(got.size(), 1.5 * 8000 - 160);
+    ASSERT_LE(got.size(), 2.5 * 8000);
+    EXPECT_EQ(got, Samples(sent.begin(), sent.begin() + long(got.size())));
+
+    const std::string frames = std::to_string(got.size() / 160) + " frames", counts = frames + ", 0 dropped";
+    const std::string text = status("");
+    EXPECT_THAT(text, HasSubstr("bind      ai 2,0 -> ao 2,0, " + counts + "\n"));
+    EXPECT_THAT(text, HasSubstr(", 0 taken, 0 given back, 0 lost  ["));
+    EXPECT_THAT(text, HasSubstr("ao 2,0    enabled, " + frames));
+    EXPECT_THAT(text, HasSubstr(", 0 under-runs, 0 times full,"));
+    const std::string dot = status("--dot");
+    EXPECT_THAT(dot, HasSubstr("\"ai 2,0\" -> \"ao 2,0\" [label=\"" + counts + "\"];"));
+    EXPECT_EQ(dot.find("program"), std::string::npos);
+    EXPECT_THAT(status("--json"), HasSubstr("\"to\":\"ao 2,0\",\"frames\":" +
+                                            std::to_string(got.size() / 160) + ",\"dropped\":0}"));
 }

@@ -49,7 +49,7 @@ inline Wav parse_wav(const std::string& bytes)
     memcpy(&size, &bytes[40], 4);
     if (size != bytes.size() - 44) return wav;
     wav.samples.resize(size / 2);
-    memcpy(wav.samples.data(), &bytes[44], size);
+    if (size) memcpy(wav.samples.data(), &bytes[44], size);
     return wav;
 }
 

@@ -1,0 +1,164 @@
+// An input bound to an output in the drivers: what is heard there, when, and what is not.
+#include "tests/camera/media/media.hpp"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+constexpr int32_t kSys = MPP_ERROR(HI_ID_SYS, 0);
+constexpr size_t kFrame = 160;
+
+struct Flow : Platform {
+    static int32_t bind(int32_t from = 0, int32_t to = 0)
+    {
+        MPP_CHN_S input = {HI_ID_AI, kDev, from}, output = {HI_ID_AO, kDev, to};
+        return HI_MPI_SYS_Bind(&input, &output);
+    }
+    static int32_t unbind()
+    {
+        MPP_CHN_S input = {HI_ID_AI, kDev, 0}, output = {HI_ID_AO, kDev, 0};
+        return HI_MPI_SYS_UnBind(&input, &output);
+    }
+    // The output waits for the input's first frame.
+    static void start(const AIO_ATTR_S& in, const AIO_ATTR_S& out)
+    {
+        open_output(out);
+        ASSERT_EQ(bind(), 0);
+        open_input(in);
+    }
+    // As much as so many seconds have, and not much more: the host takes its time too.
+    static void expect_seconds(size_t samples, double seconds, uint32_t points = kFrame)
+    {
+        EXPECT_GE(double(samples), seconds * 8000 - points);
+        EXPECT_LE(double(samples), (seconds + 0.5) * 8000);
+        EXPECT_EQ(samples % points, 0u);
+    }
+};
+using FlowLeft = Flow;
+
+} // namespace
+
+TEST_F(Flow, EachFrameIsHeardOnceFromWhenItIsTakenUntilItIsUnbound)
+{
+    constexpr uint32_t kLong = 1600; // 200 ms, for slow hosts
+    const Samples sound = ramp(8000 * 5);
+    microphone(sound, 8000);
+    start(attributes(8000, kLong), attributes(8000, kLong));
+    usleep(50000);
+    EXPECT_EQ(unbind() | bind(), 0);
+    EXPECT_TRUE(speaker().samples.empty()) << "no frame is whole yet";
+    usleep(1000000);
+    ASSERT_EQ(unbind(), 0);
+    const Samples heard = speaker().samples;
+    expect_seconds(heard.size(), 1.05, kLong);
+    EXPECT_EQ(heard, part(sound, 0, heard.size()));
+    usleep(600000);
+    EXPECT_EQ(bind(), 0);
+    EXPECT_EQ(speaker().samples.size(), heard.size()) << "what was taken in between is not made up for";
+    usleep(600000);
+    ASSERT_EQ(HI_MPI_AI_DisableChn(kDev, 0), 0);
+    const Samples all = speaker().samples;
+    ASSERT_GT(all.size(), heard.size());
+    const size_t more = all.size() - heard.size();
+    expect_seconds(more, 0.6, kLong);
+    const auto place = std::search(sound.begin(), sound.end(), all.end() - long(more), all.end());
+    expect_seconds(size_t(place - sound.begin()) - heard.size(), 0.6, kLong);
+}
+
+// The programs' way to the same frames, the echo reference included, stays as it is.
+TEST_F(Flow, AProgramGetsTheFramesTooAndWhatIsHeardAsTheirReference)
+{
+    const Samples sound = ramp(8000 * 2);
+    microphone(sound, 8000);
+    ASSERT_EQ(HI_MPI_AI_EnableAec(kDev, 0, kDev, 0), 0);
+    start(attributes(), attributes());
+    for (size_t i = 0; i < 50; ++i) {
+        AUDIO_FRAME_S frame = {};
+        AEC_FRAME_S aec = {};
+        ASSERT_EQ(HI_MPI_AI_GetFrame(kDev, 0, &frame, &aec, 1), 0);
+        EXPECT_EQ(Samples(samples_of(frame), samples_of(frame) + kFrame), part(sound, i * kFrame, kFrame))
+            << i;
+        const Samples played = i ? part(sound, (i - 1) * kFrame, kFrame) : Samples(kFrame);
+        EXPECT_EQ(Samples(samples_of(aec.stFrame), samples_of(aec.stFrame) + kFrame), played) << i;
+        ASSERT_EQ(HI_MPI_AI_ReleaseFrame(kDev, 0, &frame, &aec), 0);
+    }
+    EXPECT_EQ(part(speaker().samples, 0, 50 * kFrame), part(sound, 0, 50 * kFrame));
+}
+
+TEST_F(Flow, SidesGoWhereTheyFit)
+{
+    Samples both, left, doubled;
+    for (int16_t i = 0; i < 8000; ++i) {
+        both.insert(both.end(), {i, int16_t(-i)});
+        left.push_back(i);
+        doubled.insert(doubled.end(), {i, i});
+    }
+    microphone(both, 8000, 2);
+    const struct {
+        uint32_t in, out;
+        const Samples& heard;
+    } kWays[] = {{AUDIO_SOUND_STEREO, AUDIO_SOUND_STEREO, both},
+                 {AUDIO_SOUND_STEREO, AUDIO_SOUND_MONO, left},
+                 {AUDIO_SOUND_MONO, AUDIO_SOUND_STEREO, doubled}};
+    for (const auto& way : kWays) {
+        start_platform();
+        start(attributes(8000, 160, way.in), attributes(8000, 160, way.out));
+        usleep(500000);
+        ASSERT_EQ(unbind(), 0);
+        const Samples heard = speaker().samples;
+        ASSERT_GE(heard.size(), 24 * kFrame);
+        EXPECT_EQ(heard, part(way.heard, 0, heard.size())) << way.in << " to " << way.out;
+    }
+}
+
+TEST_F(Flow, OneInputFeedsTwoOutputs)
+{
+    microphone(ramp(8000), 8000);
+    open_output(attributes());
+    ASSERT_EQ(HI_MPI_AO_EnableChn(kDev, 1), 0);
+    ASSERT_EQ(bind(0, 0), 0);
+    ASSERT_EQ(bind(0, 1), 0);
+    open_input(attributes());
+    usleep(300000);
+    ASSERT_EQ(HI_MPI_AI_Disable(kDev), 0);
+    expect_seconds(speaker().samples.size(), 0.3);
+    EXPECT_EQ(parse_wav(file_text(state_file("speaker-2-1.wav"))).samples, speaker().samples);
+}
+
+// The drivers convert nothing.
+TEST_F(Flow, WhatTheDevicesDoNotHaveInCommonIsNotHeard)
+{
+    const Samples sound = ramp(8000);
+    microphone(sound, 8000);
+    AIO_ATTR_S narrow = attributes();
+    narrow.enBitwidth = AUDIO_BIT_WIDTH_8;
+    for (const AIO_ATTR_S& other : {attributes(16000, 160), attributes(8000, 80), narrow}) {
+        start_platform();
+        start(attributes(), other);
+        usleep(200000);
+        ASSERT_EQ(unbind(), 0);
+        EXPECT_TRUE(speaker().samples.empty()) << other.enSamplerate << " " << other.u32PtNumPerFrm;
+        EXPECT_EQ(capture(3), part(sound, 0, 3 * kFrame)) << "programs still get it";
+    }
+}
+
+TEST_F(Flow, TheDriverRefusesWhatCannotBeBound)
+{
+    EXPECT_EQ(bind(), 0);
+    EXPECT_EQ(bind(1, 0), kSys | 9) << "an output has one source";
+    MPP_CHN_S input = {HI_ID_AI, kDev, 0}, output = {HI_ID_AO, kDev, 0}, found = {};
+    EXPECT_EQ(HI_MPI_SYS_GetBindByDest(&output, &found), 0);
+    EXPECT_EQ(memcmp(&found, &input, sizeof found), 0);
+    EXPECT_EQ(HI_MPI_SYS_Bind(&output, &input), kSys | 3);
+    EXPECT_EQ(HI_MPI_SYS_Bind(&output, &output), kSys | 3);
+    EXPECT_EQ(bind(16, 1), kSys | 3);
+    EXPECT_EQ(bind(0, 16), kSys | 3);
+}
+
+// No program of the camera is there any more: the drivers go on.
+TEST_F(FlowLeft, BoundAsTheProgramEnds)
+{
+    start(attributes(), attributes());
+    _exit(HasFailure());
+}
