@@ -40,6 +40,8 @@ public:
     // "" or what is wrong with the line.
     std::string add(const std::string& line);
     [[nodiscard]] std::optional<uint32_t> word(uint32_t address) const;
+    // Addresses and words of all such registers; of two lines for one the later counts.
+    [[nodiscard]] const std::vector<std::pair<uint32_t, uint32_t>>& words() const { return words_; }
     // The level of a line at a camera time. `driven` says what an output puts out, nothing for an input.
     [[nodiscard]] bool level(Line line, int64_t now_ns,
                              const std::function<std::optional<bool>(Line)>& driven) const;

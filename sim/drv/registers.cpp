@@ -96,6 +96,18 @@ int read(uint32_t address, uint32_t& value)
 int set_bits(uint32_t address, uint32_t bits) { return change(address, bits, 0); }
 int clear_bits(uint32_t address, uint32_t bits) { return change(address, 0, bits); }
 
+int settle(uint32_t first, uint64_t bytes)
+{
+    const pins::Plan plan = pins::load();
+    if (plan.words().empty()) return 0;
+    const File file(O_RDWR | O_CREAT);
+    int result = file ? 0 : -errno;
+    for (const auto& [address, word] : plan.words())
+        if (result == 0 && address >= first && address - first < bytes && !is_data(address))
+            result = file.store(address, word);
+    return result;
+}
+
 void power_on() { ::unlink(state::path("registers").c_str()); }
 
 std::vector<Word> all()

@@ -4,6 +4,7 @@
 // In a GPIO bank the address says which lines an access to the data register means: bits 2 to 9 are the mask.
 // Lines that the direction register (bank + 0x400) makes outputs read as they were written, inputs as
 // their pins are. The file keeps what was written to the data register at bank + 0x3FC.
+// Programs that map the registers see the file as it is: nobody computes there what an input has.
 #pragma once
 
 #include <cstdint>
@@ -17,6 +18,8 @@ int set_bits(uint32_t address, uint32_t bits);
 int clear_bits(uint32_t address, uint32_t bits);
 
 void power_on(); // all words are zero again
+// Before a program maps a stretch: registers that always read one word hold it in the file, too.
+int settle(uint32_t first, uint64_t bytes);
 
 struct Word {
     uint32_t address, value;

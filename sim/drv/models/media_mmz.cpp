@@ -3,6 +3,7 @@
 #include "sim/drv/models/media.hpp"
 #include "sim/drv/models/table.hpp"
 #include "sim/drv/raw.hpp"
+#include "sim/drv/registers.hpp"
 
 #include <map>
 #include <mutex>
@@ -159,6 +160,8 @@ public:
     MemDriver() : Model("/dev/mem", "mem") {}
     void* map(int, void* address, size_t length, int protection, int flags, int64_t offset) override
     {
+        const int settled = offset >= 0 && offset < kRam ? registers::settle(uint32_t(offset), length) : 0;
+        if (settled < 0) return errno = -settled, MAP_FAILED;
         return map_physical(address, length, protection, flags, offset);
     }
     ssize_t read(int, void*, size_t) override { return -EPERM; }

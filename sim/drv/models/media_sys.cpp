@@ -4,6 +4,7 @@
 #include "sim/drv/media/memory.hpp"
 #include "sim/drv/models/media.hpp"
 #include "sim/drv/models/table.hpp"
+#include "sim/drv/registers.hpp"
 
 #include <map>
 #include <mutex>
@@ -110,7 +111,7 @@ uint32_t register_address(uint32_t physical)
     const uint32_t base = physical & ~(kPageSize - 1);
     uint32_t& at = pages[base];
     if (!at) {
-        void* mapped = map_low(kPageSize, base);
+        void* mapped = registers::settle(base, kPageSize) == 0 ? map_low(kPageSize, base) : MAP_FAILED;
         if (mapped == MAP_FAILED) return 0;
         at = uint32_t(reinterpret_cast<uintptr_t>(mapped));
     }

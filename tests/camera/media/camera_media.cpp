@@ -122,6 +122,15 @@ TEST_F(MediaLoop, ANewRunBeginsANewRecording)
     EXPECT_EQ(parse_wav(read_file(heard)).samples.size(), 8000u);
 }
 
+TEST_F(MediaLoop, AWiredRegisterReadsItsWordInAMappingToo)
+{
+    write_file(camera.state("pins"), "0x10070000 reads 0x2\n");
+    const Outcome outcome = camera.run({kInside, "--gtest_filter=Wired.*"}, {"--bind", INSIDE_MEDIA});
+    EXPECT_EQ(outcome.status, 0) << outcome.out;
+    EXPECT_THAT(outcome.out, HasSubstr("0x10070000: 0x00000002\n0x10070008: 0x000000A5\n"));
+    EXPECT_THAT(status(""), HasSubstr("register  0x10070008 = 0x00000005\n"));
+}
+
 // Bound in the drivers: sound flows whoever looks, until the camera ends.
 TEST_F(MediaLoop, SoundFlowsThroughTheDriversAfterTheProgramsEnd)
 {

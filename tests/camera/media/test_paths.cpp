@@ -30,6 +30,8 @@ struct Paths : Platform {
     }
 };
 
+using Wired = Paths;
+
 constexpr int32_t kSys = MPP_ERROR(HI_ID_SYS, 0), kVb = MPP_ERROR(HI_ID_VB, 0);
 
 } // namespace
@@ -240,6 +242,26 @@ TEST_F(Paths, RegistersAndMediaMemory)
     char version[MPP_VERSION_SIZE];
     EXPECT_EQ(HI_MPI_SYS_GetVersion(version), 0);
     EXPECT_STREQ(version, "HI_VERSION=Hi3516_MPP_V1.0.6.1 Debug");
+}
+
+// On a camera whose chip's register always reads 2: mappings, the tool and the driver have the same words.
+TEST_F(Wired, RegistersAreOneHoweverTheyAreReached)
+{
+    uint32_t chip = 0, value = 0, address = 0x10070000;
+    ASSERT_EQ(HI_MPI_SYS_GetVirtRegAddr(&address), 0);
+    const auto* at = reinterpret_cast<volatile uint32_t*>(uintptr_t(address));
+    EXPECT_EQ(*at, 2u);
+    EXPECT_EQ(HI_MPI_SYS_GetChipId(&chip), 0);
+    EXPECT_EQ(chip, 3517u);
+    ASSERT_EQ(HI_MPI_SYS_SetReg(0x10070000, 1), 0);
+    EXPECT_EQ(HI_MPI_SYS_GetReg(0x10070000, &value), 0);
+    EXPECT_EQ(value, 2u);
+    ASSERT_EQ(HI_MPI_SYS_SetReg(0x10070008, 0xA5), 0);
+    EXPECT_EQ(at[2], 0xA5u);
+    EXPECT_EQ(system("reg -r 0x10070000; reg -r 0x10070008; reg -c 0x10070008 0xA0"), 0);
+    EXPECT_EQ(at[2], 0x05u);
+    EXPECT_EQ(HI_MPI_SYS_GetReg(0x10070008, &value), 0);
+    EXPECT_EQ(value, 0x05u);
 }
 
 TEST_F(Paths, TheLogTellsWhatTheDriversDid)
