@@ -33,8 +33,8 @@ struct Probe {
     timeval last = {};
 };
 
-// Bound to the ARP protocol alone: such a socket does not receive this host's own probes. Until it is bound it
-// has no protocol, so that frames of other interfaces are not waiting in it.
+// Bound to the ARP protocol alone: such a socket does not receive this host's own probes. Until it is bound
+// it has no protocol, so that frames of other interfaces are not waiting in it.
 bool open_link(Probe& probe, const char* interface)
 {
     probe.fd.reset(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0));

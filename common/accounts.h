@@ -10,8 +10,8 @@ extern "C" {
 /*
  * Operating-system accounts in "/etc/passwd", with traditional crypt() hashes (two-character salt). The file
  * is rewritten through "/etc/npasswd" and a rename, keeping its mode and every line that is not the user's;
- * when anything fails, or the new file would have lost its superuser, the old one stays. A missing file is made
- * anew. Lines of 4095 characters and more are passed over; a file with one is not rewritten. No lock;
+ * when anything fails, or the new file would have lost its superuser, the old one stays. A missing file is
+ * made anew. Lines of 4095 characters and more are passed over; a file with one is not rewritten. No lock;
  * the C library's crypt() has static storage, so one caller at a time.
  */
 
@@ -19,7 +19,8 @@ extern "C" {
 #define QRN_SUPERUSER_SIZE 256
 
 /**
- * Name of the superuser: the first account whose uid and gid are both the number 0. Empty fields do not count.
+ * Name of the superuser: the first account whose uid and gid are both the number 0. Empty fields do not
+ * count.
  *
  * @param name  at least QRN_SUPERUSER_SIZE bytes
  * @return 0; -1 for null, when "/etc/passwd" cannot be opened or no account qualifies

@@ -49,7 +49,7 @@ int32_t CMMAP_Init(CMMAP_S* region, const char* path, int32_t key, uint32_t flag
  * Copy from or to the start of the region under both locks. A lock that fails is reported and the copy is
  * made all the same. Waits for other holders.
  *
- * @param length  bytes; not held against the size, only against the pages that are mapped and the file as it is
+ * @param length  bytes; not held against the size, only against the mapped pages and the file as it is
  * @return 0; -1 without a mapping, or for a length beyond the mapped pages or a file made shorter since
  */
 int32_t CMMAP_Read(CMMAP_S* region, void* to, uint32_t length);

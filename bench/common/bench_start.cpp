@@ -5,10 +5,10 @@ int main()
 {
     constexpr int kStarts = 200;
     auto start = [](const char* file, const char* name) {
-        return best_ms(5, [=] {
-                   for (int i = 0; i < kStarts; ++i) run({name}, file);
-               }) /
-               kStarts;
+        auto starts = [=] {
+            for (int i = 0; i < kStarts; ++i) run({name}, file);
+        };
+        return best_ms(5, starts) / kStarts;
     };
     printf("start of a whole program, mean of %d, best of 5\n", kStarts);
     const double least = start(SMALLEST_PROGRAM, "smallest");
@@ -19,5 +19,6 @@ int main()
     row("busybox true (static)", busybox);
     row("zep as init_upgrade, linked statically as on the device", fixed);
     row("zep as init_upgrade, linked dynamically", dynamic);
-    printf("  ratio, static zep to the smallest program %.2f, to busybox %.2f\n", fixed / least, fixed / busybox);
+    printf("  ratio, static zep to the smallest program %.2f, to busybox %.2f\n", fixed / least,
+           fixed / busybox);
 }

@@ -4,19 +4,18 @@
 #pragma GCC system_header
 #include <clocale>
 #define _GLIBCXX_NUM_CATEGORIES 0
-namespace std _GLIBCXX_VISIBILITY(default)
-{
-    _GLIBCXX_BEGIN_NAMESPACE_VERSION
-    typedef int* __c_locale;
+namespace std {
+_GLIBCXX_BEGIN_NAMESPACE_VERSION
+typedef int* __c_locale;
 
-    inline int __convert_from_v(const __c_locale&, char* out, const int size, const char* format, ...)
-    {
-        __builtin_va_list arguments;
-        __builtin_va_start(arguments, format);
-        const int length = __builtin_vsnprintf(out, size, format, arguments);
-        __builtin_va_end(arguments);
-        return length;
-    }
-    _GLIBCXX_END_NAMESPACE_VERSION
-} // namespace )
+inline int __convert_from_v(const __c_locale&, char* out, const int size, const char* format, ...)
+{
+    __builtin_va_list arguments;
+    __builtin_va_start(arguments, format);
+    const int length = __builtin_vsnprintf(out, size, format, arguments);
+    __builtin_va_end(arguments);
+    return length;
+}
+_GLIBCXX_END_NAMESPACE_VERSION
+} // namespace std
 #endif

@@ -107,8 +107,8 @@ void* HI_MPI_SYS_Mmap(uint32_t u32PhysAddr, uint32_t u32Size)
     const uint64_t offset = u32PhysAddr % kPage, length = page_length(offset, u32Size);
     // Beyond the end of what 32 bits address there is nothing, and a length cut to them would be too short.
     if (u32PhysAddr - offset + length > uint64_t(UINT32_MAX) + 1) return nullptr;
-    void* base = mmap(nullptr, size_t(length), PROT_READ | PROT_WRITE, MAP_SHARED,
-                      zep::mem_driver.fd(), off_t(u32PhysAddr - offset));
+    void* base = mmap(nullptr, size_t(length), PROT_READ | PROT_WRITE, MAP_SHARED, zep::mem_driver.fd(),
+                      off_t(u32PhysAddr - offset));
     if (base != MAP_FAILED) return static_cast<char*>(base) + offset;
     perror("mmap error");
     return nullptr;
