@@ -1,6 +1,7 @@
 // Client of the configuration daemon.
 #include "common/cconfd.h"
 #include "common/cconfd_frame.hpp"
+#include "common/monotonic.hpp"
 #include "common/qrn_socket.h"
 #include "common/qrn_uds.hpp"
 

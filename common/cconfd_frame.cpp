@@ -1,11 +1,11 @@
 // Frames between the configuration daemon and its clients.
 #include "common/cconfd_frame.hpp"
+#include "common/monotonic.hpp"
 #include "common/qrn_tcp.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 #include <poll.h>
 #include <sys/ioctl.h>
 
@@ -24,13 +24,6 @@ bool failed(int error)
 }
 
 } // namespace
-
-int64_t monotonic_ms()
-{
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
-}
 
 // The stream functions measure their limit with a clock that may be set meanwhile. So they are called for
 // what goes through at once, and all waiting is done here.

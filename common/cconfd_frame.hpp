@@ -7,9 +7,6 @@
 
 namespace zep {
 
-// Milliseconds that only go forward.
-int64_t monotonic_ms();
-
 class ConfdStream {
 public:
     // `end_ms`: monotonic time at which transfers give up.

@@ -2,6 +2,7 @@
 #include "factory/audio_player.hpp"
 
 #include "common/fd.hpp"
+#include "common/monotonic.hpp"
 #include "factory/start_audio.h"
 #include "mpi/src/mpi_adec.h"
 
@@ -34,13 +35,6 @@ public:
 private:
     pthread_mutex_t& lock_;
 };
-
-int64_t now_ms()
-{
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
-}
 
 } // namespace
 
@@ -163,7 +157,7 @@ void* AudioPlayer::enter(void* self)
 void AudioPlayer::run()
 {
     Fd file;
-    int64_t due_ms = source_.path ? now_ms() + kSilenceMs : kForEver; // the file's turn
+    int64_t due_ms = source_.path ? monotonic_ms() + kSilenceMs : kForEver; // the file's turn
     while (true) {
         Frame* frame;
         {

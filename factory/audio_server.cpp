@@ -2,6 +2,7 @@
 #include "factory/audio_server.hpp"
 
 #include "base/mpp_error.h"
+#include "common/monotonic.hpp"
 #include "common/qrn_socket.h"
 #include "common/qrn_tcp.h"
 #include "factory/start_audio.h"
@@ -11,7 +12,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -26,13 +26,6 @@ constexpr size_t kPiece = 4096;          // bytes taken from a station at a time
 constexpr int kLastWords = 64;           // pieces that a station may have left when the next one comes
 constexpr uint32_t kLongestFrame = 8192; // of the built-in codecs
 constexpr int kSendBuffer = 64 * 1024;   // seconds of sound, not minutes: who lags more is not listening
-
-int64_t now_ms()
-{
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
-}
 
 void set_option(int fd, int level, int option, int value)
 {
@@ -94,7 +87,7 @@ int AudioServer::wait_ms() const
 {
     if (!station_ || (session_ != Session::none && !receiver_.within())) return -1;
     const int64_t limit_s = receiver_.within() ? AUDIO_WIRE_MESSAGE_S : AUDIO_WIRE_IDLE_S;
-    const int64_t left = since_ms_ + limit_s * 1000 - now_ms();
+    const int64_t left = since_ms_ + limit_s * 1000 - monotonic_ms();
     return left > 0 ? int(left) : 0;
 }
 
@@ -115,7 +108,7 @@ void AudioServer::accept_station()
     if (!station_) {
         station_ = static_cast<Fd&&>(coming);
         receiver_.reset();
-        since_ms_ = now_ms();
+        since_ms_ = monotonic_ms();
         return;
     }
     uint8_t refusal[AUDIO_WIRE_HEADER + 4];
@@ -142,12 +135,12 @@ void AudioServer::receive()
     std::span<const uint8_t> piece(bytes, size_t(got));
     // A piece may hold a hundred starts: the end does not wait for all of them.
     while (station_ && !piece.empty() && !ending()) {
-        if (!receiver_.within()) since_ms_ = now_ms();
+        if (!receiver_.within()) since_ms_ = monotonic_ms();
         switch (receiver_.take(piece)) {
         case WireReceiver::Result::more:
             return;
         case WireReceiver::Result::message:
-            since_ms_ = now_ms();
+            since_ms_ = monotonic_ms();
             handle();
             break;
         case WireReceiver::Result::fault:
@@ -202,7 +195,7 @@ void AudioServer::start(bool encode)
         }
     }
     // The time that the path took is not the station's.
-    since_ms_ = now_ms();
+    since_ms_ = monotonic_ms();
     const uint32_t body = uint32_t(result > 0 ? -result : result);
     if (!reply(request, &body, 1)) drop_station();
 }

@@ -2,6 +2,7 @@
 #include "factory/serial.hpp"
 
 #include "common/ctime.h"
+#include "common/monotonic.hpp"
 #include "common/shell.hpp"
 
 #include <cerrno>

@@ -6,6 +6,7 @@
 
 #include "common/ds1339_uapi.h"
 #include "common/fd.hpp"
+#include "common/monotonic.hpp"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,6 +1,8 @@
 // Waits of the tests that change hardware settings, and the signals that end them.
 #include "factory/waiting.hpp"
 
+#include "common/monotonic.hpp"
+
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
@@ -15,13 +17,6 @@ constinit volatile sig_atomic_t came = 0;
 void note_signal(int number) { came = number; }
 
 } // namespace
-
-int64_t monotonic_ms()
-{
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
-}
 
 Interruptible::Interruptible()
 {

@@ -6,8 +6,6 @@
 
 namespace zep {
 
-int64_t monotonic_ms();
-
 // While it lives, SIGINT, SIGTERM and SIGHUP only end pauses, so that the test can put the hardware back; at
 // the end of its life a signal that came ends the process. One at a time.
 class Interruptible {
