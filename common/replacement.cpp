@@ -1,5 +1,6 @@
 // The new contents of a file, put in its place by a rename or not at all.
 #include "common/replacement.hpp"
+#include "common/whole_io.hpp"
 
 #include <algorithm>
 #include <climits>
@@ -74,15 +75,7 @@ void Replacement::put(const char* data, size_t length)
 
 bool Replacement::flush()
 {
-    for (size_t done = 0; done < used_ && error_ == 0;) {
-        ssize_t out = write(file_.get(), buffer_ + done, used_ - done);
-        if (out > 0)
-            done += size_t(out);
-        else if (out == 0)
-            error_ = ENOSPC;
-        else if (errno != EINTR)
-            error_ = errno;
-    }
+    if (error_ == 0 && !write_fully(file_.get(), buffer_, used_)) error_ = errno;
     used_ = 0;
     return error_ == 0;
 }

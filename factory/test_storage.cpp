@@ -1,10 +1,11 @@
 // test_sdcard, test_usb: writes, reads back and removes a file on a storage medium.
 #include "factory/applets.h"
 #include "factory/options.hpp"
-#include "factory/waiting.hpp"
 #include "factory/wiring.hpp"
 
 #include "common/fd.hpp"
+#include "common/monotonic.hpp"
+#include "common/whole_io.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -107,7 +108,7 @@ struct Buffers {
     alignas(kAlign) uint8_t wanted[kBlock];
     alignas(kAlign) uint8_t seen[kBlock];
 };
-constinit Buffers buffers; // too large for the device's stack
+constinit Buffers buffers = {}; // too large for the device's stack
 
 bool refuse(const Steps& steps, const char* what)
 {
@@ -158,30 +159,6 @@ bool has_room(const char* folder, int64_t bytes, const Steps& steps)
     return false;
 }
 
-bool write_whole(int fd, const uint8_t* data, size_t size)
-{
-    while (size > 0) {
-        ssize_t written = write(fd, data, size);
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        data += written;
-        size -= size_t(written);
-    }
-    return true;
-}
-
-bool read_whole(int fd, uint8_t* data, size_t size)
-{
-    while (size > 0) {
-        ssize_t got = read(fd, data, size);
-        if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) return false;
-        data += got;
-        size -= size_t(got);
-    }
-    return true;
-}
-
 bool write_file(int64_t bytes, const Steps& steps)
 {
     zep::Fd fd = TestFile::create();
@@ -190,7 +167,7 @@ bool write_file(int64_t bytes, const Steps& steps)
     Pattern pattern;
     for (int64_t done = 0; done < bytes; done += kBlock) {
         pattern.fill(buffers.wanted, kBlock);
-        if (!write_whole(fd.get(), buffers.wanted, kBlock)) return refuse(steps, "write");
+        if (!zep::write_fully(fd.get(), buffers.wanted, kBlock)) return refuse(steps, "write");
         if (too_slow("write", watch, done / int64_t(kBlock), steps)) return false;
     }
     if (fsync(fd.get()) < 0) return refuse(steps, "sync");
@@ -217,7 +194,7 @@ bool compare_file(int64_t bytes, const Steps& steps)
     Pattern pattern;
     for (int64_t done = 0; done < bytes; done += kBlock) {
         pattern.fill(buffers.wanted, kBlock);
-        if (!read_whole(fd.get(), buffers.seen, kBlock)) return refuse(steps, "read");
+        if (zep::read_fully(fd.get(), buffers.seen, kBlock) < kBlock) return refuse(steps, "read");
         if (too_slow("read", watch, done / int64_t(kBlock), steps)) return false;
         if (memcmp(buffers.wanted, buffers.seen, kBlock) == 0) continue;
         steps.say("compare : difference in the 64 KiB at %lld : failed\n", static_cast<long long>(done));

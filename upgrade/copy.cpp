@@ -2,6 +2,7 @@
 #include "upgrade/cflash.h"
 
 #include "common/fd.hpp"
+#include "common/whole_io.hpp"
 #include "upgrade/file_reader.hpp"
 #include "upgrade/log.hpp"
 #include "upgrade/package.hpp"
@@ -45,14 +46,7 @@ int differs(const Pass& pass, const char* device)
 
 Outcome write_chunk(int device, Chunk bytes)
 {
-    while (!bytes.empty()) {
-        ssize_t n = write(device, bytes.data(), bytes.size());
-        if (n < 0 && errno == EINTR) continue;
-        if (n == 0) errno = ENOSPC; // a device that takes nothing would be asked for ever
-        if (n <= 0) return Outcome::failed;
-        bytes = bytes.subspan(size_t(n));
-    }
-    return Outcome::done;
+    return write_fully(device, bytes.data(), bytes.size()) ? Outcome::done : Outcome::failed;
 }
 
 Outcome compare_chunk(int device, Chunk bytes)

@@ -2,12 +2,12 @@
 #include "upgrade/cflash.h"
 
 #include "common/fd.hpp"
+#include "common/whole_io.hpp"
 #include "upgrade/bytes.hpp"
 #include "upgrade/crc32.hpp"
 #include "upgrade/file_reader.hpp"
 #include "upgrade/log.hpp"
 #include "upgrade/package.hpp"
-#include "upgrade/read_fully.hpp"
 
 #include <algorithm>
 #include <cstring>

@@ -1,9 +1,9 @@
 // Package header and sizes against the device and the file.
 #include "upgrade/package.hpp"
 
+#include "common/whole_io.hpp"
 #include "upgrade/bytes.hpp"
 #include "upgrade/log.hpp"
-#include "upgrade/read_fully.hpp"
 
 #include <fcntl.h>
 

@@ -6,6 +6,7 @@
 #include "upgrade/log.hpp"
 
 #include "common/parse_int.hpp"
+#include "common/whole_io.hpp"
 
 #include <array>
 #include <cstdio>
@@ -99,7 +100,7 @@ std::string header_bytes(const BuildOptions& options, const Images& images)
 bool write_image(int to, const Input& image, int64_t pad)
 {
     std::vector<char> fill(size_t(pad), char(0xFF));
-    if (copy_bytes(image.fd.get(), to, image.size) && write_all(to, fill.data(), fill.size())) return true;
+    if (copy_bytes(image.fd.get(), to, image.size) && zep::write_fully(to, fill.data(), fill.size())) return true;
     complain(image.path);
     return false;
 }
@@ -133,7 +134,7 @@ bool write_package(const BuildOptions& options, const Images& images, int to)
     int64_t total = int64_t(header.size());
     for (const Input& image : images) total += image.size + padding(image, options.page);
     Progress progress("writing", to, total);
-    if (!write_all(to, header.data(), header.size())) {
+    if (!zep::write_fully(to, header.data(), header.size())) {
         complain(options.output);
         return false;
     }

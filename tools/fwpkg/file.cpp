@@ -1,6 +1,8 @@
 // Reading and writing whole files.
 #include "tools/fwpkg/file.hpp"
 
+#include "common/whole_io.hpp"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -35,19 +37,6 @@ bool Input::open(const char* file)
     return true;
 }
 
-bool write_all(int fd, const void* data, size_t size)
-{
-    auto* p = static_cast<const char*>(data);
-    while (size) {
-        ssize_t n = write(fd, p, size);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        p += n;
-        size -= size_t(n);
-    }
-    return true;
-}
-
 bool copy_bytes(int from, int to, int64_t size)
 {
     std::vector<char> buffer(256 * 1024);
@@ -55,7 +44,7 @@ bool copy_bytes(int from, int to, int64_t size)
         ssize_t n = read(from, buffer.data(), size_t(std::min<int64_t>(size, int64_t(buffer.size()))));
         if (n < 0 && errno == EINTR) continue;
         if (n == 0) errno = ENODATA; // shorter than a moment ago
-        if (n <= 0 || !write_all(to, buffer.data(), size_t(n))) return false;
+        if (n <= 0 || !zep::write_fully(to, buffer.data(), size_t(n))) return false;
         size -= n;
     }
     return true;

@@ -20,8 +20,6 @@ struct Input {
 // "fwpkg: <path>: <text>" on standard error; without text, that of errno.
 void complain(const std::string& path, const char* text = nullptr);
 
-bool write_all(int fd, const void* data, size_t size);
-
 // Copies size bytes from the position of one descriptor to that of the other.
 bool copy_bytes(int from, int to, int64_t size);
 

@@ -1,4 +1,4 @@
-// Reads until the buffer is full.
+// Transfers that go on until all bytes are through.
 #pragma once
 
 #include <cerrno>
@@ -20,6 +20,21 @@ inline size_t read_fully(int fd, void* buffer, size_t size)
         done += size_t(n);
     }
     return done;
+}
+
+// False with errno; ENOSPC for what takes nothing, which would be asked for ever.
+inline bool write_fully(int fd, const void* buffer, size_t size)
+{
+    auto* bytes = static_cast<const uint8_t*>(buffer);
+    while (size > 0) {
+        ssize_t n = write(fd, bytes, size);
+        if (n < 0 && errno == EINTR) continue;
+        if (n == 0) errno = ENOSPC;
+        if (n <= 0) return false;
+        bytes += n;
+        size -= size_t(n);
+    }
+    return true;
 }
 
 } // namespace zep
