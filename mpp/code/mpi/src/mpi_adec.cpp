@@ -6,8 +6,8 @@
 #include "base/mpp_report.hpp"
 #include "mkp/bind/sys_bind.h"
 #include "mpi/src/mpi_adec_stream.hpp"
+#include "mpi/src/mpi_codec_port.hpp"
 #include "mpi/src/mpi_codec_registry.h"
-#include "mpi/src/mpi_driver.hpp"
 #include "mpi/src/mpi_lock.hpp"
 #include "mpi/src/mpi_modules.hpp"
 
@@ -32,30 +32,26 @@ struct State {
     Channel channels[ADEC_MAX_CHN_NUM];
 };
 constinit State state; // all zeros at the start, so it takes no room in the file
-constinit zep::Driver driver(ADEC_DEVICE, "open adec");
+constinit zep::CodecPort port = {
+    .module = HI_ID_ADEC,
+    .name = "adec",
+    .channels = ADEC_MAX_CHN_NUM,
+    .min_buffer = ADEC_MIN_BUF_SIZE,
+    .max_buffer = ADEC_MAX_BUF_SIZE,
+    .driver = {ADEC_DEVICE, "open adec"},
+};
 
 constexpr int32_t coded(uint32_t number) { return MPP_ERROR(HI_ID_ADEC, number); }
 
-int32_t check_channel(const char* function, int line, int32_t channel)
-{
-    if (uint32_t(channel) < ADEC_MAX_CHN_NUM) return 0;
-    zep::mpp_log(function, line, "adec chnid %d is invalid\n", channel);
-    return coded(MPP_ERR_CHANNEL);
-}
-#define ADEC_CHECK(CHANNEL)                                                                                  \
-    if (int32_t refused = check_channel(__func__, __LINE__, (CHANNEL))) return refused
-
 int32_t check_attr(const char* function, int line, const ADEC_CHN_ATTR_S& attr, ADEC_DECODER_S& codec)
 {
-    if (attr.u32BufSize < ADEC_MIN_BUF_SIZE || attr.u32BufSize > ADEC_MAX_BUF_SIZE)
-        zep::mpp_log(function, line, "u32BufSize:%u is invalid\n", attr.u32BufSize);
-    else if (attr.enMode > ADEC_MODE_STREAM)
+    if (int32_t refused = port.check_buffer(function, line, attr.u32BufSize)) return refused;
+    if (attr.enMode > ADEC_MODE_STREAM) {
         zep::mpp_log(function, line, "enMode:%u is invalid\n", attr.enMode);
-    else if (MPI_ADEC_FindDecoder(attr.enType, &codec) != 0)
-        zep::mpp_log(function, line, "payload type:%d is invalid\n", attr.enType);
-    else
-        return 0;
-    return coded(MPP_ERR_PARAM);
+        return coded(MPP_ERR_PARAM);
+    }
+    if (MPI_ADEC_FindDecoder(attr.enType, &codec) == 0) return 0;
+    return port.refuse_payload(function, line, attr.enType);
 }
 
 // Under the channel's lock: 0 when it is there.
@@ -122,7 +118,7 @@ int32_t MPI_ADEC_DeInit(void)
 
 int32_t HI_MPI_ADEC_CreateChn(int32_t s32Chn, const ADEC_CHN_ATTR_S* pstAttr)
 {
-    ADEC_CHECK(s32Chn);
+    CODEC_CHECK(port, s32Chn);
     if (!pstAttr || !pstAttr->pValue) return coded(MPP_ERR_NULL);
     Channel& channel = state.channels[s32Chn];
     MutexLock locked(channel.lock);
@@ -139,7 +135,7 @@ int32_t HI_MPI_ADEC_CreateChn(int32_t s32Chn, const ADEC_CHN_ATTR_S* pstAttr)
 
 int32_t HI_MPI_ADEC_DestroyChn(int32_t s32Chn)
 {
-    ADEC_CHECK(s32Chn);
+    CODEC_CHECK(port, s32Chn);
     Channel& channel = state.channels[s32Chn];
     MutexLock locked(channel.lock);
     if (int32_t failed = check_exists(channel)) return failed;
@@ -149,12 +145,9 @@ int32_t HI_MPI_ADEC_DestroyChn(int32_t s32Chn)
 
 int32_t HI_MPI_ADEC_SendStream(int32_t s32Chn, const AENC_STREAM_HEADER_S* pstStream, uint32_t bBlock)
 {
-    ADEC_CHECK(s32Chn);
+    CODEC_CHECK(port, s32Chn);
     if (!pstStream || (!pstStream->pu8Data && pstStream->u32Len > 0)) return coded(MPP_ERR_NULL);
-    if (bBlock > 1) {
-        MPP_LOG("illegal param: bBlock(%d)!\n", int(bBlock));
-        return coded(MPP_ERR_PARAM);
-    }
+    if (int32_t refused = port.check_block(__func__, __LINE__, bBlock)) return refused;
     if (pstStream->u32Len > ADEC_MAX_STREAM_LEN) return coded(MPP_ERR_PARAM);
     Channel& channel = state.channels[s32Chn];
     {
@@ -173,7 +166,7 @@ int32_t HI_MPI_ADEC_SendStream(int32_t s32Chn, const AENC_STREAM_HEADER_S* pstSt
 
 int32_t HI_MPI_ADEC_ClearChnBuf(int32_t s32Chn)
 {
-    ADEC_CHECK(s32Chn);
+    CODEC_CHECK(port, s32Chn);
     Channel& channel = state.channels[s32Chn];
     MutexLock locked(channel.lock);
     if (int32_t failed = take(channel, locked, true)) return failed;
@@ -184,7 +177,7 @@ int32_t HI_MPI_ADEC_ClearChnBuf(int32_t s32Chn)
 
 int32_t HI_MPI_ADEC_GetChnStat(int32_t s32Chn, ADEC_CHN_STAT_S* pstStat)
 {
-    ADEC_CHECK(s32Chn);
+    CODEC_CHECK(port, s32Chn);
     if (!pstStat) return coded(MPP_ERR_NULL);
     Channel& channel = state.channels[s32Chn];
     MutexLock locked(channel.lock);
@@ -197,9 +190,9 @@ int32_t HI_MPI_ADEC_GetChnStat(int32_t s32Chn, ADEC_CHN_STAT_S* pstStat)
 
 int32_t HI_MPI_ADEC_GetFd(int32_t s32Chn)
 {
-    ADEC_CHECK(s32Chn);
+    CODEC_CHECK(port, s32Chn);
     Channel& channel = state.channels[s32Chn];
     MutexLock locked(channel.lock);
     if (int32_t failed = check_exists(channel)) return failed;
-    return driver.open() == 0 ? driver.fd() : coded(MPP_ERR_REFUSED);
+    return port.descriptor_or_code();
 }

@@ -3,11 +3,10 @@
 
 #include "base/mpp_codec.h"
 #include "base/mpp_error.h"
-#include "base/mpp_report.hpp"
 #include "mpi/src/mpi_aenc_queue.hpp"
 #include "mpi/src/mpi_ai.h"
+#include "mpi/src/mpi_codec_port.hpp"
 #include "mpi/src/mpi_codec_registry.h"
-#include "mpi/src/mpi_driver.hpp"
 #include "mpi/src/mpi_lock.hpp"
 #include "mpi/src/mpi_modules.hpp"
 #include "mpi/src/mpi_sys.h"
@@ -40,25 +39,16 @@ struct State {
     Channel channels[AENC_MAX_CHN_NUM];
 };
 constinit State state; // all zeros at the start, so it takes no room in the file
-constinit zep::Driver driver(AENC_DEVICE, "open aenc");
+constinit zep::CodecPort port = {
+    .module = HI_ID_AENC,
+    .name = "aenc",
+    .channels = AENC_MAX_CHN_NUM,
+    .min_buffer = AENC_MIN_BUF_SIZE,
+    .max_buffer = AENC_MAX_BUF_SIZE,
+    .driver = {AENC_DEVICE, "open aenc"},
+};
 
 constexpr int32_t coded(uint32_t number) { return MPP_ERROR(HI_ID_AENC, number); }
-
-int32_t check_channel(const char* function, int line, int32_t channel)
-{
-    if (uint32_t(channel) < AENC_MAX_CHN_NUM) return 0;
-    zep::mpp_log(function, line, "aenc chnid %d is invalid\n", channel);
-    return coded(MPP_ERR_CHANNEL);
-}
-#define AENC_CHECK(CHANNEL)                                                                                  \
-    if (int32_t refused = check_channel(__func__, __LINE__, (CHANNEL))) return refused
-
-int32_t check_block(const char* function, int line, uint32_t block)
-{
-    if (block <= 1) return 0;
-    zep::mpp_log(function, line, "illegal param: bBlock(%d)!\n", int(block));
-    return coded(MPP_ERR_PARAM);
-}
 
 // Under the channel's lock: 0 when it is there.
 int32_t check_exists(const Channel& channel)
@@ -69,14 +59,10 @@ int32_t check_exists(const Channel& channel)
 
 int32_t find_codec(const char* function, int line, const AENC_CHN_ATTR_S& attr, AENC_ENCODER_S& codec)
 {
-    if (attr.u32BufSize < AENC_MIN_BUF_SIZE || attr.u32BufSize > AENC_MAX_BUF_SIZE) {
-        zep::mpp_log(function, line, "u32BufSize:%u is invalid\n", attr.u32BufSize);
-        return coded(MPP_ERR_PARAM);
-    }
+    if (int32_t refused = port.check_buffer(function, line, attr.u32BufSize)) return refused;
     int32_t failed = MPI_AENC_FindEncoder(attr.enType, &codec);
     if (!failed && codec.u32MaxFrmLen > 0 && codec.u32MaxFrmLen <= kLongestFrame) return 0;
-    zep::mpp_log(function, line, "payload type:%d is invalid\n", attr.enType);
-    return coded(MPP_ERR_PARAM);
+    return port.refuse_payload(function, line, attr.enType);
 }
 
 int32_t open_channel(Channel& channel, const AENC_ENCODER_S& codec, const AENC_CHN_ATTR_S& attr)
@@ -206,7 +192,7 @@ int32_t MPI_AENC_DeInit(void)
 
 int32_t HI_MPI_AENC_CreateChn(int32_t s32Chn, const AENC_CHN_ATTR_S* pstAttr)
 {
-    AENC_CHECK(s32Chn);
+    CODEC_CHECK(port, s32Chn);
     if (!pstAttr || !pstAttr->pValue) return coded(MPP_ERR_NULL);
     Channel& channel = state.channels[s32Chn];
     MutexLock locked(channel.lock);
@@ -219,7 +205,7 @@ int32_t HI_MPI_AENC_CreateChn(int32_t s32Chn, const AENC_CHN_ATTR_S* pstAttr)
 
 int32_t HI_MPI_AENC_DestroyChn(int32_t s32Chn)
 {
-    AENC_CHECK(s32Chn);
+    CODEC_CHECK(port, s32Chn);
     Channel& channel = state.channels[s32Chn];
     MutexLock locked(channel.lock);
     if (int32_t failed = check_exists(channel)) return failed;
@@ -229,7 +215,7 @@ int32_t HI_MPI_AENC_DestroyChn(int32_t s32Chn)
 
 int32_t HI_MPI_AENC_SendFrame(int32_t s32Chn, const AUDIO_FRAME_S* pstFrm)
 {
-    AENC_CHECK(s32Chn);
+    CODEC_CHECK(port, s32Chn);
     if (!pstFrm) return coded(MPP_ERR_NULL);
     Channel& channel = state.channels[s32Chn];
     MutexLock locked(channel.lock);
@@ -239,9 +225,9 @@ int32_t HI_MPI_AENC_SendFrame(int32_t s32Chn, const AUDIO_FRAME_S* pstFrm)
 
 int32_t HI_MPI_AENC_GetStream(int32_t s32Chn, AENC_STREAM_HEADER_S* pstStream, uint32_t bBlock)
 {
-    AENC_CHECK(s32Chn);
+    CODEC_CHECK(port, s32Chn);
     if (!pstStream) return coded(MPP_ERR_NULL);
-    if (int32_t refused = check_block(__func__, __LINE__, bBlock)) return refused;
+    if (int32_t refused = port.check_block(__func__, __LINE__, bBlock)) return refused;
     Channel& channel = state.channels[s32Chn];
     uint32_t generation = 0;
     // Another caller may be handed the frame that this one has waited for: who waits begins anew then.
@@ -259,7 +245,7 @@ int32_t HI_MPI_AENC_GetStream(int32_t s32Chn, AENC_STREAM_HEADER_S* pstStream, u
 
 int32_t HI_MPI_AENC_ReleaseStream(int32_t s32Chn, const AENC_STREAM_HEADER_S* pstStream)
 {
-    AENC_CHECK(s32Chn);
+    CODEC_CHECK(port, s32Chn);
     if (!pstStream) return coded(MPP_ERR_NULL);
     Channel& channel = state.channels[s32Chn];
     MutexLock locked(channel.lock);
@@ -275,7 +261,7 @@ int32_t HI_MPI_AENC_ReleaseStream(int32_t s32Chn, const AENC_STREAM_HEADER_S* ps
 
 int32_t HI_MPI_AENC_GetChnStat(int32_t s32Chn, AENC_CHN_STAT_S* pstStat)
 {
-    AENC_CHECK(s32Chn);
+    CODEC_CHECK(port, s32Chn);
     if (!pstStat) return coded(MPP_ERR_NULL);
     Channel& channel = state.channels[s32Chn];
     MutexLock locked(channel.lock);
@@ -287,9 +273,9 @@ int32_t HI_MPI_AENC_GetChnStat(int32_t s32Chn, AENC_CHN_STAT_S* pstStat)
 
 int32_t HI_MPI_AENC_GetFd(int32_t s32Chn)
 {
-    AENC_CHECK(s32Chn);
+    CODEC_CHECK(port, s32Chn);
     Channel& channel = state.channels[s32Chn];
     MutexLock locked(channel.lock);
     if (int32_t failed = check_exists(channel)) return failed;
-    return driver.open() == 0 ? driver.fd() : coded(MPP_ERR_REFUSED);
+    return port.descriptor_or_code();
 }
