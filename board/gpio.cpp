@@ -1,14 +1,15 @@
 // GPIO lines through the register-access driver.
 #include "board/gpio.h"
 
+#include "board/handle.hpp"
 #include "board/hi3516_reg_uapi.h"
 
-#include <cstdio>
-#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace {
+
+using namespace zep;
 
 constexpr uint32_t kBanks[] = {
     0,                                                          // there is no group 0
@@ -83,25 +84,13 @@ uint32_t mask_of(int32_t bit) { return bit >= 0 && bit < 32 ? uint32_t(1) << bit
 // A line's data register lies at its mask shifted by two, so one access touches one line.
 uint32_t data_register(int32_t group, uint32_t mask) { return kBanks[group] + mask * 4; }
 
-bool invalid(const char* function, int fd)
-{
-    if (fd >= 0) return false;
-    printf("Error : %s Invalid handle '%d'\n", function, fd);
-    return true;
-}
-
 } // namespace
 
-int open_gpio(void)
-{
-    int fd = open(HI3516_REG_DEVICE, O_RDWR | O_CLOEXEC);
-    if (fd < 0) printf("Error : %s can not open '%s'\n", __func__, HI3516_REG_DEVICE);
-    return fd;
-}
+int open_gpio(void) { return open_handle(__func__, HI3516_REG_DEVICE); }
 
 void set_gpio(int fd, int32_t group, int32_t bit, int32_t value)
 {
-    if (invalid(__func__, fd)) return;
+    if (invalid_handle(__func__, fd)) return;
     switch_pin(fd, group, bit);
     if (!valid_group(group)) return;
     uint32_t mask = mask_of(bit);
@@ -111,7 +100,7 @@ void set_gpio(int fd, int32_t group, int32_t bit, int32_t value)
 
 int32_t get_gpio(int fd, int32_t group, int32_t bit)
 {
-    if (invalid(__func__, fd)) return -1;
+    if (invalid_handle(__func__, fd)) return -1;
     switch_pin(fd, group, bit);
     if (!valid_group(group)) return -1;
     uint32_t mask = mask_of(bit);
@@ -122,7 +111,7 @@ int32_t get_gpio(int fd, int32_t group, int32_t bit)
 
 int32_t save_gpio(int fd, int32_t group, int32_t bit, GPIO_STATE_S* state)
 {
-    if (invalid(__func__, fd) || !valid_line(group, bit)) return -1;
+    if (invalid_handle(__func__, fd) || !valid_line(group, bit)) return -1;
     uint32_t mask = mask_of(bit);
     uint32_t direction = 0, data = 0, multiplex = 0;
     const Pin* pin = find_pin(group, bit);
@@ -136,7 +125,7 @@ int32_t save_gpio(int fd, int32_t group, int32_t bit, GPIO_STATE_S* state)
 
 int32_t restore_gpio(int fd, const GPIO_STATE_S* state)
 {
-    if (invalid(__func__, fd) || !valid_line(state->group, state->bit)) return -1;
+    if (invalid_handle(__func__, fd) || !valid_line(state->group, state->bit)) return -1;
     uint32_t mask = mask_of(state->bit);
     bool done = true;
     // The level first: an output must not show another one for a moment.
