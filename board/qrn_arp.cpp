@@ -93,7 +93,7 @@ Step wait_frame(Probe& probe)
     if (result == 0) return Step::timers;
     if (result != 1) return Step::end;
     if (ready.revents & POLLIN) return receive(probe);
-    return ready.revents & POLLERR ? Step::end : Step::again;
+    return (ready.revents & POLLERR) ? Step::end : Step::again;
 }
 
 bool expired(const timeval& since, int32_t limit_ms)

@@ -89,7 +89,7 @@ int32_t start_platform()
 std::optional<uint8_t> rate_group(int32_t rate)
 {
     constexpr int32_t kRates[] = {8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000};
-    for (uint8_t i = 0; i < sizeof kRates / sizeof kRates[0]; ++i)
+    for (size_t i = 0; i < sizeof kRates / sizeof kRates[0]; ++i)
         if (kRates[i] == rate) return uint8_t(i / 3);
     return {};
 }
