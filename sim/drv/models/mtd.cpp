@@ -78,24 +78,16 @@ private:
     uint32_t begin_ = 0, end_ = 0;
 };
 
-class Mtd final : public Model {
+// What both devices over a partition do alike.
+class PartitionModel : public Model {
 public:
-    Mtd(const char* device_path, const char* device_name, unsigned number)
-        : Model(device_path, device_name), number_(number), stretch_(device_name)
+    PartitionModel(const char* device_path, const char* device_name, unsigned number)
+        : Model(device_path, device_name), number_(number)
     {
     }
     std::string backing() const override
     {
         return state::Partition{.number = number_, .bad_blocks = {}}.image();
-    }
-
-    int open(int flags) override
-    {
-        const auto part = measure();
-        if (part.size == 0) return -ENODEV;
-        if (!state::complete_image(part)) return -errno;
-        const int fd = raw::open(part.image().c_str(), flags & ~(O_CREAT | O_EXCL | O_TRUNC | O_APPEND));
-        return fd < 0 ? -errno : fd;
     }
     ssize_t write(int fd, const void* data, size_t size) override
     {
@@ -104,6 +96,26 @@ public:
         if (n > 0) raw::seek(fd, at + n, SEEK_SET);
         return n;
     }
+
+protected:
+    ~PartitionModel() = default;
+    static int open_image(const state::Partition& part, int flags)
+    {
+        if (part.size == 0) return -ENODEV;
+        if (!state::complete_image(part)) return -errno;
+        const int fd = raw::open(part.image().c_str(), flags & ~(O_CREAT | O_EXCL | O_TRUNC | O_APPEND));
+        return fd < 0 ? -errno : fd;
+    }
+    const unsigned number_;
+};
+
+class Mtd final : public PartitionModel {
+public:
+    Mtd(const char* device_path, const char* device_name, unsigned number)
+        : PartitionModel(device_path, device_name, number), stretch_(device_name)
+    {
+    }
+    int open(int flags) override { return open_image(measure(), flags); }
     ssize_t pwrite(int fd, const void* data, size_t size, int64_t offset) override
     {
         if (!writable(fd)) return -EBADF;
@@ -282,7 +294,6 @@ private:
         return stuck ? -EIO : ssize_t(done);
     }
 
-    unsigned number_;
     mutable std::mutex geometry_lock_;
     mutable std::shared_ptr<const state::Partition> geometry_;
     std::mutex lock_;
@@ -291,31 +302,10 @@ private:
 
 // The block device over a partition. Reads are the image's own; writes go through erase and
 // program in the kernel's translation layer, so the image takes them as they are.
-class MtdBlock final : public Model {
+class MtdBlock final : public PartitionModel {
 public:
-    MtdBlock(const char* device_path, const char* device_name, unsigned number)
-        : Model(device_path, device_name), number_(number)
-    {
-    }
-    std::string backing() const override
-    {
-        return state::Partition{.number = number_, .bad_blocks = {}}.image();
-    }
-    int open(int flags) override
-    {
-        const auto part = state::partition(number_);
-        if (part.size == 0) return -ENODEV;
-        if (!state::complete_image(part)) return -errno;
-        const int fd = raw::open(part.image().c_str(), flags & ~(O_CREAT | O_EXCL | O_TRUNC | O_APPEND));
-        return fd < 0 ? -errno : fd;
-    }
-    ssize_t write(int fd, const void* data, size_t size) override
-    {
-        const int64_t at = raw::seek(fd, 0, SEEK_CUR);
-        const ssize_t n = pwrite(fd, data, size, at);
-        if (n > 0) raw::seek(fd, at + n, SEEK_SET);
-        return n;
-    }
+    using PartitionModel::PartitionModel;
+    int open(int flags) override { return open_image(state::partition(number_), flags); }
     ssize_t pwrite(int fd, const void* data, size_t size, int64_t offset) override
     {
         const int64_t end = state::partition(number_).size;
@@ -329,9 +319,6 @@ public:
         Model::seek(fd, before, SEEK_SET);
         return -EINVAL;
     }
-
-private:
-    unsigned number_;
 };
 
 } // namespace
