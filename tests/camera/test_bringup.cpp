@@ -12,8 +12,7 @@ using testing::IsEmpty;
 namespace {
 
 // What each model's start-up loads, as its builders wrote it down: "d" is the folder of the drivers, "+a m"
-// and
-// "-a m" set and clear register bits.
+// and "-a m" set and clear register bits.
 const std::map<std::string, Lines>& start_ups()
 {
     static const Lines usual = {"Hi3512reg", "d tw_9910", "d tlv_320", "d ise_2010"};

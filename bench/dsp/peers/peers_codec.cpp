@@ -160,6 +160,16 @@ struct Sx {
     int bits;
     const char* type;
     std::vector<sox_sample_t> tmp;
+
+    sox_encodinginfo_t encoding() const
+    {
+        sox_encodinginfo_t ei;
+        memset(&ei, 0, sizeof ei);
+        ei.encoding = enc;
+        ei.bits_per_sample = bits;
+        ei.compression = HUGE_VAL;
+        return ei;
+    }
 };
 void sx_start()
 {
@@ -185,11 +195,7 @@ int sx_enc(void* v, const int16_t* p, int n, uint8_t* o)
 {
     Sx* s = (Sx*)v;
     sox_signalinfo_t si = {8000, 1, 16, 0, nullptr};
-    sox_encodinginfo_t ei;
-    memset(&ei, 0, sizeof ei);
-    ei.encoding = s->enc;
-    ei.bits_per_sample = s->bits;
-    ei.compression = HUGE_VAL;
+    sox_encodinginfo_t ei = s->encoding();
     char* buf = nullptr;
     size_t len = 0;
     sox_format_t* f = sox_open_memstream_write(&buf, &len, &si, &ei, s->type, nullptr);
@@ -209,11 +215,7 @@ int sx_dec(void* v, const uint8_t* in, int bytes, int16_t* pcm)
 {
     Sx* s = (Sx*)v;
     sox_signalinfo_t si = {8000, 1, 0, 0, nullptr};
-    sox_encodinginfo_t ei;
-    memset(&ei, 0, sizeof ei);
-    ei.encoding = s->enc;
-    ei.bits_per_sample = s->bits;
-    ei.compression = HUGE_VAL;
+    sox_encodinginfo_t ei = s->encoding();
     sox_format_t* f = sox_open_mem_read((void*)in, bytes, &si, &ei, s->type);
     if (!f) {
         fprintf(stderr, "sox read %s\n", s->type);

@@ -1,6 +1,6 @@
 // An audio input that an encoder channel finds bound to it, in place of the drivers. The program is linked
-// with
-// --wrap for the calls that encoder channels make below themselves; without a fake they go to the real ones.
+// with --wrap for the calls that encoder channels make below themselves; without a fake they go to the real
+// ones.
 #pragma once
 
 #include "base/mpp_audio.h"
