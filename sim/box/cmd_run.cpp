@@ -20,8 +20,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-extern char** environ;
-
 namespace vcam {
 namespace {
 

@@ -19,7 +19,7 @@ using namespace media;
 constexpr double kQuietest = -60; // dB of full scale, the meter's left end
 constexpr int kMeterWidth = 20;
 
-double decibels(uint32_t level) { return level ? 20 * std::log10(level / 32768.0) : -INFINITY; }
+double decibels(uint32_t level) { return level ? 20 * std::log10(level / 32768.0) : -HUGE_VAL; }
 
 // "|########            | -24.1 dB, peak -3.0", filled up to the mean level, the peak marked.
 std::string meter(const Level& level)

@@ -16,7 +16,7 @@
 namespace vcam {
 namespace {
 
-constexpr size_t kStampLength = strlen("Sep 19 04:24:00 ");
+constexpr size_t kStampLength = sizeof "Sep 19 04:24:00 " - 1;
 
 bool is_stamp(std::string_view s)
 {

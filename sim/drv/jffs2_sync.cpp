@@ -275,7 +275,8 @@ std::string compact(const std::string& path, size_t size, uint32_t erase_size, b
     std::map<uint32_t, Bytes> blocks;
     for (uint32_t at = 0; at < size; at += erase_size)
         if (!bad.contains(at))
-            blocks[at].assign(image.begin() + at, image.begin() + std::min<size_t>(at + erase_size, size));
+            blocks[at].assign(image.begin() + at,
+                              image.begin() + ptrdiff_t(std::min<size_t>(at + erase_size, size)));
     return write_pieces(path, blocks);
 }
 

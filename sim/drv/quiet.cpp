@@ -50,7 +50,7 @@ char read_thread(const char* path, uint64_t& switches)
     const char* state = ::strstr(text, "\nState:\t");
     switches = number_after(text, "\nvoluntary_ctxt_switches:\t") +
                number_after(text, "nonvoluntary_ctxt_switches:\t");
-    return state ? state[8] : 0;
+    return state ? state[8] : '\0';
 }
 
 // Calls visit(number) for each entry of the folder that is a number. False when it cannot be read.

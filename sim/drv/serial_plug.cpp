@@ -39,7 +39,7 @@ bool parse_effect(const std::string& word, Plug& plug)
 
 std::string parse_reply(const std::string& line, Reply& reply)
 {
-    const std::string problem = "'" + line + "': write it as \"E0: FF E0 01 00\", in hexadecimal";
+    std::string problem = "'" + line + "': write it as \"E0: FF E0 01 00\", in hexadecimal";
     std::istringstream in(line);
     std::string word;
     unsigned long number = 0;

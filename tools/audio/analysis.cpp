@@ -74,7 +74,9 @@ std::optional<Tone> find_tone(std::span<const int16_t> samples, int rate, double
     // Coarse: the strongest of a comb of frequencies, as close as the length tells them apart.
     const double reach = 0.02 * radians, tooth = 2 * M_PI / double(samples.size()) / 4;
     double best = -1, found = radians;
-    for (double at = radians - reach; at <= radians + reach; at += tooth) {
+    const long teeth = std::lround(2 * reach / tooth);
+    for (long i = 0; i <= teeth; ++i) {
+        const double at = radians - reach + double(i) * tooth;
         const double strength = std::abs(component(samples, mean, at));
         if (strength > best) best = strength, found = at;
     }
@@ -106,7 +108,7 @@ std::vector<int16_t> make_burst(int rate, double level, double seconds)
     // Each value is held for two samples: every codec keeps the lower half of the band.
     for (size_t i = 0; i < samples.size(); ++i)
         samples[i] =
-            i % 2 ? samples[i - 1] : int16_t(amplitude * (int64_t(random() % 20001) - 10000) / 10000);
+            i % 2 ? samples[i - 1] : int16_t(amplitude * double(int64_t(random() % 20001) - 10000) / 10000);
     return samples;
 }
 

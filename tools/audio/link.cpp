@@ -87,7 +87,8 @@ Link::~Link() { close(fd_); }
 
 void Link::send(uint16_t command, uint32_t number, const std::vector<uint8_t>& body)
 {
-    std::vector<uint8_t> all(AUDIO_WIRE_MAGIC, AUDIO_WIRE_MAGIC + 4);
+    constexpr char kMagic[] = AUDIO_WIRE_MAGIC;
+    std::vector<uint8_t> all(kMagic, kMagic + 4);
     store(all, AUDIO_WIRE_VERSION, 2);
     store(all, command, 2);
     store(all, uint32_t(body.size()), 4);

@@ -100,7 +100,8 @@ std::string header_bytes(const BuildOptions& options, const Images& images)
 bool write_image(int to, const Input& image, int64_t pad)
 {
     std::vector<char> fill(size_t(pad), char(0xFF));
-    if (copy_bytes(image.fd.get(), to, image.size) && zep::write_fully(to, fill.data(), fill.size())) return true;
+    if (copy_bytes(image.fd.get(), to, image.size) && zep::write_fully(to, fill.data(), fill.size()))
+        return true;
     complain(image.path);
     return false;
 }

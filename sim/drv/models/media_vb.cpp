@@ -48,7 +48,6 @@ struct InfoRecord {
 };
 
 constexpr int refused(uint32_t number) { return coded(kModVb, number); }
-constexpr uint32_t kAnyPool = 0xFFFFFFFF;
 
 bool usable(const uint32_t (&conf)[17])
 {

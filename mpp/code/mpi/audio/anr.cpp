@@ -82,7 +82,7 @@ void analyse(const Plan& plan, const int16_t* past, Complex* lines)
 constexpr auto kWidthLog = [] {
     std::array<int16_t, kBands16k> t{};
     for (int b = 0; b < kBands16k; ++b) {
-        const int width = kBandEdges[b + 1] - kBandEdges[b], whole = std::bit_width(unsigned(width)) - 1;
+        const int width = kBandEdges[b + 1] - kBandEdges[b], whole = int(std::bit_width(unsigned(width))) - 1;
         t[size_t(b)] = int16_t(whole * 256 + nearest(256 * log2_series(double(width) / (1 << whole))));
     }
     return t;

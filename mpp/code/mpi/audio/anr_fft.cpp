@@ -11,7 +11,7 @@ namespace {
 constexpr auto kTwiddle = [] {
     std::array<Complex, kMaxWindow> t{};
     for (int k = 0; k < kMaxWindow; ++k) {
-        const double angle = 2 * kPi * (k - kMaxWindow / 2) / kMaxWindow;
+        const double angle = kPi * (2 * k - kMaxWindow) / kMaxWindow;
         t[size_t(k)] = {nearest(-1073741824.0 * cos_series(angle)),
                         nearest(1073741824.0 * sin_series(angle))};
     }
