@@ -1,40 +1,14 @@
 // Transfers that go on until all bytes are through.
 #pragma once
 
-#include <cerrno>
 #include <cstddef>
-#include <cstdint>
-#include <unistd.h>
 
 namespace zep {
 
 // The number of bytes read: fewer than size at the end of the file or after an error.
-inline size_t read_fully(int fd, void* buffer, size_t size)
-{
-    auto* bytes = static_cast<uint8_t*>(buffer);
-    size_t done = 0;
-    while (done < size) {
-        ssize_t n = read(fd, bytes + done, size - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        done += size_t(n);
-    }
-    return done;
-}
+size_t read_fully(int fd, void* buffer, size_t size);
 
 // False with errno; ENOSPC for what takes nothing, which would be asked for ever.
-inline bool write_fully(int fd, const void* buffer, size_t size)
-{
-    auto* bytes = static_cast<const uint8_t*>(buffer);
-    while (size > 0) {
-        ssize_t n = write(fd, bytes, size);
-        if (n < 0 && errno == EINTR) continue;
-        if (n == 0) errno = ENOSPC;
-        if (n <= 0) return false;
-        bytes += n;
-        size -= size_t(n);
-    }
-    return true;
-}
+bool write_fully(int fd, const void* buffer, size_t size);
 
 } // namespace zep
