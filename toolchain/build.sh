@@ -48,7 +48,7 @@ cxx_include=/usr/$triplet/include/c++/$($triplet-gcc -dumpversion)
 # --- the cache ------------------------------------------------------------------
 
 key=$({
-    (cd "$recipe" && cat build.sh uclibc.config relro.c check.cpp c++/bits/*)
+    (cd "$recipe" && cat build.sh uclibc.config atomic.h relro.c check.cpp c++/bits/*)
     [ -z "$extra" ] || cat "$extra"
     [ -z "$changed" ] || tar -C "$changed" --sort=name --mtime=@0 -cf - .
     $triplet-gcc --version
@@ -100,6 +100,8 @@ else
     download
 fi
 
+cp "$recipe/atomic.h" src/libc/sysdeps/linux/arm/bits/atomic.h
+
 # The kernel's headers come with the cross compiler.
 headers=$(dpkg-query -S "/usr/$triplet/include/linux/version.h" | cut -d: -f1)
 dpkg-query -L "$headers" | sed -n "s#^/usr/$triplet/include/\(.*\.h\)\$#\1#p" > headers.list
@@ -135,6 +137,7 @@ done < wanted
 
 say "building the C library (about two minutes on two processors)"
 library_make -j"${ZEP_JOBS:-2}" lib/libc.a lib/crt1.o lib/crti.o lib/crtn.o
+$triplet-nm src/lib/libc.a | grep -q 'U __sync_val_compare_and_swap_4$' || die "the C library's locks are no locks"
 out=$work/out
 library_make PREFIX="$out/sysroot" install_headers
 

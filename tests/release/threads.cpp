@@ -90,6 +90,44 @@ void waits_end_at_their_time()
     EQUAL(errno, EAGAIN);
 }
 
+struct Contended {
+    pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+    sem_t places;
+    volatile int rounds, inside, most;
+} contended;
+
+void* crowd(void*)
+{
+    for (int i = 0; i < 5000; ++i) {
+        sem_wait(&contended.places);
+        pthread_mutex_lock(&contended.lock);
+        contended.rounds = contended.rounds + 1;
+        contended.inside = contended.inside + 1;
+        if (contended.inside > contended.most) contended.most = contended.inside;
+        pthread_mutex_unlock(&contended.lock);
+        pthread_mutex_lock(&contended.lock);
+        contended.inside = contended.inside - 1;
+        pthread_mutex_unlock(&contended.lock);
+        sem_post(&contended.places);
+    }
+    return nullptr;
+}
+
+// A library built for a processor without atomic instructions may have locks that only look like some.
+void locks_lock_and_semaphores_count()
+{
+    EQUAL(sem_init(&contended.places, 0, 2), 0);
+    pthread_t threads[kThreads];
+    for (pthread_t& t : threads) EQUAL(pthread_create(&t, nullptr, crowd, nullptr), 0);
+    for (pthread_t t : threads) EQUAL(pthread_join(t, nullptr), 0);
+    EQUAL(contended.rounds, kThreads * 5000);
+    EQUAL(contended.inside, 0);
+    EQUAL(contended.most <= 2, 1);
+    int places = -1;
+    EQUAL(sem_getvalue(&contended.places, &places), 0);
+    EQUAL(places, 2);
+}
+
 // A detached thread with a small stack, and one that is cancelled in a wait.
 void detach_and_cancel()
 {
@@ -124,6 +162,7 @@ int main()
     alarm(100); // a wait that never ends must not keep the tests
     share_once_semaphore_and_condition();
     waits_end_at_their_time();
+    locks_lock_and_semaphores_count();
     detach_and_cancel();
     return failed != 0;
 }
