@@ -300,7 +300,10 @@ int64_t Sleeper::try_skip()
 {
     Page* p = page();
     if (!p) return kTick;
-    generation_ = p->generation;
+    if (const uint32_t skips = p->generation; skips != generation_) {
+        generation_ = skips;
+        since_ns_ = host_ns();
+    }
     if (watchdog_due(*p, now(*p))) watchdog::expire();
     const int64_t left = deadline_ - now(*p);
     if (left <= 0) return 0;

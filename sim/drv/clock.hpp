@@ -72,7 +72,7 @@ private:
     int slot_ = -1;
     int64_t deadline_;
     uint32_t generation_ = 0;
-    int64_t since_ns_; // host time since which nothing was skipped here
+    int64_t since_ns_; // host time since which the camera has not skipped
 };
 
 // Holds signals back while it lives.

@@ -22,6 +22,9 @@ namespace {
 
 constexpr int64_t kNoLimit = INT64_MAX;
 constexpr int64_t kCondSlice = 2'000'000; // host time
+// Nothing wakes a wait for a model: it must look before the camera has stood still long enough to skip.
+constexpr int64_t kModelSlice = 2'000'000;
+static_assert(kModelSlice * 4 < clock::kLongestSettle);
 
 using Poll = int(pollfd*, nfds_t, int);
 using Ppoll = int(pollfd*, nfds_t, const timespec*, const sigset_t*);
@@ -94,6 +97,7 @@ int wait_for(pollfd* fds, nfds_t count, int64_t limit_ns, const sigset_t* wanted
     // Who stands outside the camera makes no model ready.
     const auto alone =
         std::all_of(fds, fds + count, has_model) ? clock::Wait::plain : clock::Wait::descriptor;
+    const int64_t slice = any_model(fds, count) ? kModelSlice : kNoLimit;
     int64_t changes = kNoLimit;
     int n = look_at_all(fds, count, 0, mask, &changes);
     while (n == 0 && clock::now_ns() < deadline) {
@@ -103,6 +107,7 @@ int wait_for(pollfd* fds, nfds_t count, int64_t limit_ns, const sigset_t* wanted
         // Peers outside the camera get their time before the first skip.
         int64_t pause = kind == clock::Wait::plain ? sleeper.try_skip() : clock::kPeerGrace;
         while (n == 0 && !sleeper.over() && std::min(deadline, changes) == until) {
+            pause = std::min(pause, slice);
             n = look_at_all(fds, count, std::clamp<int64_t>(pause, 0, until - clock::now_ns()), mask,
                             &changes);
             if (n == 0) pause = sleeper.try_skip();
