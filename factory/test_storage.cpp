@@ -194,6 +194,7 @@ bool compare_file(int64_t bytes, const Steps& steps)
     Pattern pattern;
     for (int64_t done = 0; done < bytes; done += kBlock) {
         pattern.fill(buffers.wanted, kBlock);
+        errno = EIO; // what a file that ends too early is told as
         if (zep::read_fully(fd.get(), buffers.seen, kBlock) < kBlock) return refuse(steps, "read");
         if (too_slow("read", watch, done / int64_t(kBlock), steps)) return false;
         if (memcmp(buffers.wanted, buffers.seen, kBlock) == 0) continue;
