@@ -45,7 +45,11 @@ ends=0     # the status that board.sh shall end with; 123 is a reset
 # Failures go to $work of the case, its verdict counts them.
 wrong() { echo "$*" >> "$out/../failures"; }
 # A misspelt check must not pass for one that found nothing.
-command_not_found_handle() { wrong "no command $1"; return 127; }
+command_not_found_handle() {
+    echo "$1: command not found" >&2
+    [ -z "${out-}" ] || wrong "no command $1"
+    return 127
+}
 
 equal() { # WHAT EXPECTED FOUND
     [ "$2" = "$3" ] || wrong "$1: expected '$2', found '$3'"
@@ -130,8 +134,8 @@ settle() { # waits for the oldest test and tells its verdict
     running=("${running[@]:1}")
 }
 for name in "${names[@]}"; do
-    set -m # a process group of its own, for clean_up
-    (run_case "$name") &
+    set -m # a process group of its own, for clean_up; the terminal stays with the script
+    (run_case "$name") < /dev/null &
     set +m
     running+=("$! $name")
     [ ${#running[@]} -lt 2 ] || settle
