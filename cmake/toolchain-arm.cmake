@@ -5,9 +5,9 @@ set(ZEP_TEST_LAUNCHER qemu-arm-static;-cpu;arm926 CACHE STRING "runs a target pr
 set(ZEP_DEVICE ON CACHE BOOL "the device target: no virtual camera, no host tools")
 get_filename_component(ZEP_TOP ${CMAKE_CURRENT_LIST_DIR} DIRECTORY)
 
-# zep_toolchain(SCRIPT COMPILER): the toolchain that the script of toolchain/ builds or finds in its cache, with
-# the compilers bin/COMPILER-gcc and -g++.
-macro(zep_toolchain script compiler)
+# zep_toolchain(SCRIPT): the toolchain that the script of toolchain/ builds or finds in its cache, with
+# the compilers bin/arm-uclibc-gcc and -g++.
+macro(zep_toolchain script)
     if(NOT ZEP_TOOLCHAIN)
         execute_process(COMMAND ${ZEP_TOP}/toolchain/${script}
             OUTPUT_VARIABLE text RESULT_VARIABLE failed OUTPUT_STRIP_TRAILING_WHITESPACE)
@@ -18,8 +18,8 @@ macro(zep_toolchain script compiler)
         set(ZEP_TOOLCHAIN ${text} CACHE PATH "the toolchain that toolchain/${script} built" FORCE)
     endif()
     list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ZEP_TOOLCHAIN)
-    set(CMAKE_C_COMPILER ${ZEP_TOOLCHAIN}/bin/${compiler}-gcc)
-    set(CMAKE_CXX_COMPILER ${ZEP_TOOLCHAIN}/bin/${compiler}-g++)
+    set(CMAKE_C_COMPILER ${ZEP_TOOLCHAIN}/bin/arm-uclibc-gcc)
+    set(CMAKE_CXX_COMPILER ${ZEP_TOOLCHAIN}/bin/arm-uclibc-g++)
     foreach(tool AR NM RANLIB STRIP OBJCOPY OBJDUMP READELF ADDR2LINE)
         string(TOLOWER ${tool} name)
         set(CMAKE_${tool} ${ZEP_TOOLCHAIN}/bin/arm-uclibc-${name} CACHE FILEPATH "")

@@ -1,6 +1,8 @@
 /* The C library's own locks. Its sources have them for ARM code; for Thumb code of this processor they fall
  * back to plain loads and stores, with which two threads can hold one lock. The compiler's functions ask the
- * kernel, as the ARM code does. */
+ * kernel, as the ARM code does.
+ *
+ * Replaces libc/sysdeps/linux/arm/bits/atomic.h of the library and is under the library's licence. */
 #ifndef _BITS_ATOMIC_H
 #define _BITS_ATOMIC_H 1
 

@@ -100,7 +100,10 @@ else
     download
 fi
 
-cp "$recipe/atomic.h" src/libc/sysdeps/linux/arm/bits/atomic.h
+own=src/libc/sysdeps/linux/arm/bits/atomic.h
+if grep -q __thumb__ "$own"; then # a changed source may have mended it otherwise
+    cp "$recipe/atomic.h" "$own"
+fi
 
 # The kernel's headers come with the cross compiler.
 headers=$(dpkg-query -S "/usr/$triplet/include/linux/version.h" | cut -d: -f1)

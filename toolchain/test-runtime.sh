@@ -1,23 +1,30 @@
 #!/bin/sh
-# Adds the C++ runtime library to the release toolchain, so that test programs can use all of C++ on the
-# device's C library; the product never links it. Built from the distribution's gcc-VERSION-source (80 MB).
+# The release toolchain with a C++ runtime library, so that test programs can use all of C++ on the device's C
+# library; the product never links it. Built from the distribution's gcc-VERSION-source (80 MB).
 #
 #   toolchain/test-runtime.sh
 #
-# The last line of the output is the toolchain's folder; the compilers are bin/arm-uclibc-test-gcc and -g++.
+# The result stands beside the release toolchain (see build.sh), in a folder whose name carries a hash of both
+# recipes. The last line of the output is that folder; its compilers are bin/arm-uclibc-gcc and -g++.
 set -eu
 export LC_ALL=C
 unset CFLAGS CPPFLAGS CXXFLAGS LDFLAGS ARCH CROSS_COMPILE MAKEFLAGS MAKELEVEL || :
 
 recipe=$(cd "$(dirname "$0")" && pwd)
 triplet=arm-linux-gnueabi
-said=$("$recipe/build.sh")
-prefix=${said##*
+die() {
+    printf 'toolchain: %s\n' "$*" >&2
+    exit 1
 }
-ready=$prefix/test-runtime
-key=$(sha256sum < "$recipe/test-runtime.sh")
+said=$("$recipe/build.sh") || { echo "$said"; exit 1; }
+release=${said##*
+}
+[ "$said" = "$release" ] || echo "${said%
+*}"
+key=$({ echo "$release"; cat "$recipe/test-runtime.sh"; } | sha256sum | cut -c1-16)
+prefix=${release%/*}/arm-uclibc-test-$key
 done_already() {
-    [ "$(cat "$ready/ready" 2>/dev/null)" = "$key" ] || return 0
+    [ -e "$prefix/ready" ] || return 0
     echo "$prefix"
     exit 0
 }
@@ -25,13 +32,9 @@ done_already
 exec 9> "$prefix.lock"
 flock 9 # another build may be at it
 done_already
-die() {
-    printf 'toolchain: %s\n' "$*" >&2
-    exit 1
-}
 work=$prefix.work
-rm -rf "$work" "$ready"
-mkdir -p "$work/obj" "$ready"
+rm -rf "$work" "$prefix"
+mkdir -p "$work/obj" "$prefix/bin"
 cd "$work"
 
 # --- sources --------------------------------------------------------------------
@@ -64,32 +67,35 @@ cp gcc/libgcc/gthr-posix.h gcc/libgcc/gthr-default.h
 # --- compilers ------------------------------------------------------------------
 
 # The toolchain's specs without its C++ headers, which are configured for no runtime library.
-sed '/^%rename cc1plus/d; /^\*cc1plus:/,/^$/d' "$prefix/specs" > "$ready/specs"
-cpu=$(sed -n 's/.*-muclibc \(-march.*\) -fno-pie.*/\1/p' "$prefix/bin/arm-uclibc-gcc")
+sed '/^%rename cc1plus/d; /^\*cc1plus:/,/^$/d' "$release/specs" > "$prefix/specs"
+cpu=$(sed -n 's/.*-muclibc \(-march.*\) -fno-pie.*/\1/p' "$release/bin/arm-uclibc-gcc")
 wrapper() { # name, driver, flags
     printf '#!/bin/sh\nexec %s-%s -specs=%s/specs -muclibc %s -fno-pie -no-pie -static%s "$@"\n' \
-        $triplet "$2" "$ready" "$cpu" "$3" > "$prefix/bin/$1"
+        $triplet "$2" "$prefix" "$cpu" "$3" > "$prefix/bin/$1"
     chmod 755 "$prefix/bin/$1"
 }
-wrapper arm-uclibc-test-gcc gcc ""
-wrapper arm-uclibc-test-g++ g++ ""
+for tool in ar nm ranlib strip objcopy objdump readelf size addr2line; do
+    ln -s "$release/bin/arm-uclibc-$tool" "$prefix/bin/"
+done
+wrapper arm-uclibc-gcc gcc ""
+wrapper arm-uclibc-g++ g++ ""
 
 # --- build ----------------------------------------------------------------------
 
 echo "toolchain: building the C++ runtime library for tests (about a minute on two processors)"
 cd obj
 {
-    CC=$prefix/bin/arm-uclibc-test-gcc CXX=$prefix/bin/arm-uclibc-test-g++ CFLAGS=-Os CXXFLAGS=-Os \
+    CC=$prefix/bin/arm-uclibc-gcc CXX=$prefix/bin/arm-uclibc-g++ CFLAGS=-Os CXXFLAGS=-Os \
         AR=$triplet-ar RANLIB=$triplet-ranlib ../gcc/libstdc++-v3/configure --build="$(gcc -dumpmachine)" \
-        --host=arm-linux-uclibcgnueabi --prefix="$ready" --disable-shared --disable-nls --disable-multilib \
-        --disable-libstdcxx-pch --with-gxx-include-dir="$ready/include" &&
+        --host=arm-linux-uclibcgnueabi --prefix="$prefix" --disable-shared --disable-nls --disable-multilib \
+        --disable-libstdcxx-pch --with-gxx-include-dir="$prefix/include" &&
         make -j"${ZEP_JOBS:-2}" && make install
 } > ../build.log 2>&1 || {
     tail -n 30 ../build.log >&2
     die "the C++ runtime library cannot be built; the whole log is $work/build.log"
 }
-i=$ready/include
-wrapper arm-uclibc-test-g++ g++ " -nostdinc++ -isystem $i -isystem $i/arm-linux-uclibcgnueabi -isystem $i/backward -L$ready/lib"
+i=$prefix/include
+wrapper arm-uclibc-g++ g++ " -nostdinc++ -isystem $i -isystem $i/arm-linux-uclibcgnueabi -isystem $i/backward -L$prefix/lib"
 
 # --- check ----------------------------------------------------------------------
 
@@ -116,11 +122,11 @@ int main()
     return text.str() != "test runtime ready";
 }
 CHECK
-"$prefix/bin/arm-uclibc-test-g++" -std=c++20 -Os check.cpp -o check
+"$prefix/bin/arm-uclibc-g++" -std=c++20 -Os check.cpp -o check
 if command -v qemu-arm-static >/dev/null; then
     qemu-arm-static -cpu arm926 ./check || die "the check program fails: status $?"
 fi
 cd /
 rm -r "$work"
-echo "$key" > "$ready/ready"
+touch "$prefix/ready"
 echo "$prefix"

@@ -28,6 +28,7 @@ General Public License 2.1 (COPYING.LIB). To use a changed C library:
 1. Get the source: Debian's package uclibc-source, of this version and checksum of the archive inside it:
 
 {source}
+   toolchain/atomic.h, which replaces one header of it, is part of the library too.
 2. Unpack and change it, and build it: sh toolchain/build.sh --source <folder>
    It names the toolchain's folder in its last line. Any other way will do that keeps the ARM EABI, ARMv5TE,
    soft float.
