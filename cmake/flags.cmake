@@ -23,7 +23,7 @@ if(ZEP_SANITIZE)
     foreach(t zep_product zep_host)
         # The checks that a sanitizer adds make GCC see uninitialised values in library code that has none.
         target_compile_options(${t} INTERFACE -fsanitize=${ZEP_SANITIZE} -fno-sanitize-recover=all
-            $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized> -fno-omit-frame-pointer -g)
+            $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized> -fno-omit-frame-pointer -g1)
         target_link_options(${t} INTERFACE -fsanitize=${ZEP_SANITIZE})
     endforeach()
 endif()
