@@ -106,6 +106,7 @@ Fd Camera::lock() const
     if (fcntl(fd.get(), F_OFD_SETLK, &lock) < 0)
         fail("the camera in %s runs already; wait for its end, or join it with: vcam exec %s -- COMMAND",
              folder_.c_str(), folder_.c_str());
+    unlink(path("pid").c_str()); // a killed launcher's: its number may be anybody's by now
     return fd;
 }
 

@@ -224,7 +224,7 @@ int exec_in(const Camera& camera, const RunOptions& o, const Arguments& command)
         fail("the camera in %s does not run; start it with vcam run or vcam shell", camera.folder().c_str());
     auto variables = environment(camera, o);
     if (!o.no_preload) variables.emplace_back("LD_PRELOAD=" + std::string(kLibraryInside));
-    return join_sandbox(pid, command, variables);
+    return join_sandbox(camera, pid, command, variables);
 }
 
 int shell_body(const Arguments& arguments)

@@ -17,6 +17,7 @@
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -122,11 +123,21 @@ int wait_for(pid_t child)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-void enter_namespaces(pid_t pid)
+// Until the camera's first process has entered its root, the machine's own is still around it.
+bool has_entered(const Camera& camera, const Fd& root)
+{
+    struct stat inside, own;
+    return fstat(root.get(), &inside) == 0 && stat(camera.root("").c_str(), &own) == 0 &&
+           inside.st_dev == own.st_dev && inside.st_ino == own.st_ino;
+}
+
+void enter_namespaces(const Camera& camera, pid_t pid)
 {
     Fd target(int(syscall(SYS_pidfd_open, pid, 0)));
     Fd root(open(text("/proc/%d/root", pid).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!target || !root) fail("cannot join the camera, process %d: %s", pid, strerror(errno));
+    if (!has_entered(camera, root))
+        fail("the camera in %s is still starting; try again", camera.folder().c_str());
     // Without a user namespace of its own the camera shares ours, and joining that is refused.
     if (setns(target.get(), CLONE_NEWUSER) < 0 && errno != EINVAL)
         fail("cannot join the camera, process %d: %s", pid, strerror(errno));
@@ -135,11 +146,11 @@ void enter_namespaces(pid_t pid)
 }
 
 // The command's parent, which itself stays outside the camera's process space.
-[[noreturn]] void joiner_main(pid_t pid, const std::vector<std::string>& arguments,
+[[noreturn]] void joiner_main(const Camera& camera, pid_t pid, const std::vector<std::string>& arguments,
                               const std::vector<std::string>& environment)
 {
     try {
-        enter_namespaces(pid);
+        enter_namespaces(camera, pid);
     } catch (const Error& e) {
         fprintf(stderr, "vcam: %s\n", e.what());
         _exit(kSandboxFailure);
@@ -187,13 +198,13 @@ pid_t start_sandbox(const Camera& camera, const Pieces& pieces, const SandboxPla
     return child;
 }
 
-int join_sandbox(pid_t pid, const std::vector<std::string>& arguments,
+int join_sandbox(const Camera& camera, pid_t pid, const std::vector<std::string>& arguments,
                  const std::vector<std::string>& environment)
 {
     fflush(nullptr);
     pid_t joiner = fork();
     if (joiner < 0) fail("no process: %s", strerror(errno));
-    if (joiner == 0) joiner_main(pid, arguments, environment);
+    if (joiner == 0) joiner_main(camera, pid, arguments, environment);
     return wait_for(joiner);
 }
 

@@ -46,8 +46,9 @@ struct SandboxPlan {
 // fails later, inside, is told by the child itself: one line, exit status 125.
 pid_t start_sandbox(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan);
 
-// Runs a command inside a running camera; returns its exit status as a shell counts it.
-int join_sandbox(pid_t pid, const std::vector<std::string>& arguments,
+// Runs a command inside a running camera, pid its first process; returns its exit status as a shell counts
+// it, and kSandboxFailure, with a line of its own, as long as that process is on its way in.
+int join_sandbox(const Camera& camera, pid_t pid, const std::vector<std::string>& arguments,
                  const std::vector<std::string>& environment);
 
 constexpr int kSandboxFailure = 125;

@@ -232,6 +232,28 @@ TEST_F(RunningCamera, IsJoinedByExecAndStartedByNobodyElse)
     EXPECT_TRUE(eventually([&] { return read_file(camera.state("ending")) == "reboot\n"; }));
 }
 
+// The first process is known before it has left the machine's root.
+TEST_F(RunningCamera, IsNotJoinedThroughAProcessOutsideIt)
+{
+    const std::string real = read_file(camera.state("pid")), folder = camera.state("").string();
+    write_file(camera.state("pid"), std::to_string(getpid()) + "\n");
+    for (const std::string& command : {"exec " + folder + " -- ls /", "shell " + folder}) {
+        const auto refused = vcam(command);
+        EXPECT_EQ(refused.status, 125) << command;
+        EXPECT_THAT(refused.text, HasSubstr("is still starting; try again"));
+    }
+    write_file(camera.state("pid"), real);
+    EXPECT_EQ(vcam("exec " + folder + " -- true").status, 0);
+}
+
+TEST(Sandbox, AStartForgetsTheProcessOfAnEarlierOne)
+{
+    Camera camera;
+    write_file(camera.state("pid"), std::to_string(getpid()) + "\n");
+    EXPECT_EQ(camera.run({"true"}, {"--mic", "/dev/null"}).status, 125) << "before it has a process";
+    EXPECT_FALSE(fs::exists(camera.state("pid")));
+}
+
 TEST_F(RunningCamera, LeavesNoProcessBehindAKilledLauncher)
 {
     pid_t init = atoi(read_file(camera.state("pid")).c_str());
