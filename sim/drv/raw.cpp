@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <exception>
 #include <fcntl.h>
 #include <linux/futex.h>
 #include <poll.h>
@@ -161,7 +162,11 @@ std::string read_file(const std::string& path, std::vector<uint8_t>& out)
     const Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     const int64_t size = fd ? seek(fd.get(), 0, SEEK_END) : -1;
     if (size < 0) return path + ": " + strerror(errno);
-    out.resize(size_t(size));
+    try {
+        out.resize(size_t(size));
+    } catch (const std::exception&) { // longer than this word size has memory for
+        return path + ": " + strerror(ENOMEM);
+    }
     size_t done = 0;
     while (done < out.size()) {
         const ssize_t n = pread(fd.get(), out.data() + done, out.size() - done, int64_t(done));

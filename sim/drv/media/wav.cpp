@@ -2,11 +2,9 @@
 #include "sim/drv/raw.hpp"
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -80,38 +78,21 @@ int16_t interpolate(const Reader& file, uint32_t channel, double at, double band
 
 Reader::Reader(const std::string& path) : path_(path), stamp_(stamp_of(path))
 {
-    error_ = map();
+    error_ = raw::read_file(path, bytes_);
     if (error_.empty()) error_ = parse();
     if (!error_.empty()) points_ = 0;
 }
 
-Reader::~Reader()
-{
-    if (memory_) ::munmap(memory_, size_);
-}
-
 bool Reader::current() const { return stamp_of(path_) == stamp_; }
-
-std::string Reader::map()
-{
-    const raw::Fd fd(raw::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!fd) return path_ + ": " + strerror(errno);
-    const int64_t size = raw::seek(fd.get(), 0, SEEK_END);
-    if (size < 12) return path_ + ": no WAV file";
-    void* at = ::mmap(nullptr, size_t(size), PROT_READ, MAP_PRIVATE, fd.get(), 0);
-    if (at == MAP_FAILED) return path_ + ": " + strerror(errno);
-    memory_ = static_cast<uint8_t*>(at);
-    size_ = size_t(size);
-    return {};
-}
 
 std::string Reader::parse()
 {
-    if (memcmp(memory_, "RIFF", 4) != 0 || memcmp(memory_ + 8, "WAVE", 4) != 0)
+    const uint8_t* file = bytes_.data();
+    if (bytes_.size() < 12 || memcmp(file, "RIFF", 4) != 0 || memcmp(file + 8, "WAVE", 4) != 0)
         return path_ + ": no WAV file";
-    for (size_t at = 12; at + 8 <= size_;) {
-        const uint8_t* chunk = memory_ + at;
-        const size_t size = std::min<size_t>(load<uint32_t>(chunk + 4), size_ - at - 8);
+    for (size_t at = 12; at + 8 <= bytes_.size();) {
+        const uint8_t* chunk = file + at;
+        const size_t size = std::min<size_t>(load<uint32_t>(chunk + 4), bytes_.size() - at - 8);
         if (memcmp(chunk, "fmt ", 4) == 0 && size >= 16) {
             const auto kind = load<uint16_t>(chunk + 8);
             channels_ = load<uint16_t>(chunk + 10);

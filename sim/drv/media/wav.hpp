@@ -5,14 +5,15 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace vcam::wav {
 
-// A file with samples of 16 bits, mapped. Empty when there is none or it is of another kind.
+// A file with samples of 16 bits, read whole: whoever cuts it short meanwhile takes nothing away. Empty when
+// there is none or it is of another kind.
 class Reader {
 public:
     explicit Reader(const std::string& path);
-    ~Reader();
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
 
@@ -32,13 +33,11 @@ public:
 private:
     std::string path_, error_;
     uint64_t stamp_ = 0;
-    uint8_t* memory_ = nullptr;
-    size_t size_ = 0;
+    std::vector<uint8_t> bytes_;
     const int16_t* samples_ = nullptr;
     uint32_t rate_ = 0, channels_ = 0;
     int64_t points_ = 0;
 
-    std::string map();
     std::string parse();
 };
 
