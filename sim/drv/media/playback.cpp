@@ -29,6 +29,12 @@ uint32_t played_of(const Segment& s, uint32_t rate, Ns now)
     return uint32_t(std::clamp<int64_t>(samples_in(now - s.start_ns, rate), 0, s.samples));
 }
 
+// Stays at the highest number: the file is full long before, and its beginning is not for the end's samples.
+uint32_t behind(uint32_t written, uint32_t points)
+{
+    return written + std::min(points, UINT32_MAX - written);
+}
+
 void begin_segment(AoChannel& c, Ns now, uint32_t first, uint32_t samples)
 {
     c.segments[c.segment_count++ % kSegments] = {now, first, samples};
@@ -166,7 +172,7 @@ int play(Page& page, uint32_t slot, Ns now, std::span<const int16_t> samples, ui
         last_segment(c)->samples += points;
     c.fed = !c.paused;
     wav::put(speaker_file(page, slot), c.file_channels, c.written, samples);
-    c.written += points;
+    c.written = behind(c.written, points);
     ++c.frames;
     measure(c.level, samples);
     return 0;
@@ -184,7 +190,7 @@ void played(const Page& page, uint32_t slot, Ns from, std::span<int16_t> out)
         const int64_t begin = std::max<int64_t>(0, -skip);
         const int64_t end = std::min<int64_t>(int64_t(out.size()), int64_t(s.samples) - skip);
         if (begin >= end) continue;
-        wav::get(speaker_file(page, slot), c.file_channels, uint32_t(s.first + skip + begin),
+        wav::get(speaker_file(page, slot), c.file_channels, s.first + skip + begin,
                  out.subspan(size_t(begin), size_t(end - begin)));
     }
 }

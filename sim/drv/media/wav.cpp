@@ -13,6 +13,7 @@ namespace vcam::wav {
 namespace {
 
 constexpr uint32_t kHeader = 44;
+constexpr uint64_t kMostBytes = UINT32_MAX - kHeader; // of samples: the header's sizes have 32 bits
 constexpr uint16_t kPcm = 1, kExtensible = 0xFFFE;
 constexpr int kCrossings = 16; // of the interpolation's sinc, to each side
 
@@ -120,6 +121,8 @@ void resample(const Reader& file, uint32_t channel, uint32_t rate, int64_t first
         return;
     }
     const double step = double(file.rate()) / rate, band = std::min(1.0, 1 / step);
+    if (double(first) * step - kCrossings / band >= double(file.points()))
+        return std::fill(out.begin(), out.end(), int16_t(0));
     for (size_t i = 0; i < out.size(); ++i)
         out[i] = interpolate(file, source, double(first + int64_t(i)) * step, band);
 }
@@ -139,25 +142,26 @@ bool create(const std::string& path, uint32_t rate, uint32_t channels)
 bool put(const std::string& path, uint32_t channels, uint32_t point, std::span<const int16_t> samples)
 {
     const raw::Fd fd(raw::open(path.c_str(), O_WRONLY | O_CLOEXEC));
-    const uint32_t begin = point * 2 * channels;
-    return fd && raw::pwrite_all(fd.get(), samples.data(), samples.size_bytes(), kHeader + int64_t(begin)) &&
-           finish(fd.get(), begin + uint32_t(samples.size_bytes()));
+    const uint64_t begin = uint64_t(point) * 2 * channels, end = begin + samples.size_bytes();
+    return fd && end <= kMostBytes &&
+           raw::pwrite_all(fd.get(), samples.data(), samples.size_bytes(), int64_t(kHeader + begin)) &&
+           finish(fd.get(), uint32_t(end));
 }
 
 bool truncate(const std::string& path, uint32_t channels, uint32_t points)
 {
     const raw::Fd fd(raw::open(path.c_str(), O_WRONLY | O_CLOEXEC));
-    const uint32_t bytes = points * 2 * channels;
-    return fd && ::ftruncate(fd.get(), off_t(kHeader + bytes)) == 0 && finish(fd.get(), bytes);
+    const uint64_t bytes = uint64_t(points) * 2 * channels;
+    return fd && bytes <= kMostBytes && ::ftruncate64(fd.get(), int64_t(kHeader + bytes)) == 0 &&
+           finish(fd.get(), uint32_t(bytes));
 }
 
-void get(const std::string& path, uint32_t channels, uint32_t point, std::span<int16_t> out)
+void get(const std::string& path, uint32_t channels, int64_t point, std::span<int16_t> out)
 {
     const raw::Fd fd(raw::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     std::vector<int16_t> whole(out.size() * channels);
     const ssize_t n =
-        fd ? raw::pread(fd.get(), whole.data(), whole.size() * 2, kHeader + int64_t(point) * 2 * channels)
-           : 0;
+        fd ? raw::pread(fd.get(), whole.data(), whole.size() * 2, kHeader + point * 2 * channels) : 0;
     for (size_t i = 0; i < out.size() && ssize_t((i + 1) * 2 * channels) <= n; ++i)
         out[i] = whole[i * channels];
 }

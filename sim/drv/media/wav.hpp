@@ -47,10 +47,11 @@ void resample(const Reader& file, uint32_t channel, uint32_t rate, int64_t first
 
 // Makes the file anew, without samples. False with errno.
 bool create(const std::string& path, uint32_t rate, uint32_t channels);
-// Writes samples (of all channels) behind `point`; the file then ends with them.
+// Writes samples (of all channels) behind `point`; the file then ends with them. False, and nothing is
+// written, where the header could not tell the file's size.
 bool put(const std::string& path, uint32_t channels, uint32_t point, std::span<const int16_t> samples);
 bool truncate(const std::string& path, uint32_t channels, uint32_t points);
 // Reads points of the first channel; what the file does not have stays as it is.
-void get(const std::string& path, uint32_t channels, uint32_t point, std::span<int16_t> out);
+void get(const std::string& path, uint32_t channels, int64_t point, std::span<int16_t> out);
 
 } // namespace vcam::wav
