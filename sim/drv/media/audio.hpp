@@ -56,8 +56,8 @@ uint32_t frames_waiting(Page& page, uint32_t slot, Ns now, Ns* next);
 void hear(Page& page, uint32_t slot, uint32_t number, uint32_t side, std::span<int16_t> out);
 // When the frame that comes next has been taken: kNever without one.
 Ns next_frame(const Page& page, uint32_t slot);
-// That frame passes. It is lost where programs have no room for it, unless it was heard elsewhere.
-void pass(Page& page, uint32_t slot, bool heard);
+// That frame passes. False where programs have no room for it.
+bool pass(Page& page, uint32_t slot);
 
 // ---- output
 
@@ -79,9 +79,10 @@ void played(const Page& page, uint32_t slot, Ns from, std::span<int16_t> out);
 
 // ---- from input to output
 
-// Inputs that are bound to outputs play there, frame by frame as they were taken, up to now.
-void flow(Page& page, Ns now);
-// The same, if the camera has a page and, unless it is to wait for it, nobody holds that now.
+// Inputs that are bound to outputs play there, frame by frame as they were taken, up to now; for one who must
+// not wait, as far as a moment takes it.
+void flow(Page& page, Ns now, Locked::Wait wait);
+// The same, if the camera has a page and, unless it is to wait for it, nobody alive holds that now.
 void catch_up(Locked::Wait wait);
 
 // The page under its lock, with all that has happened by `now`.
@@ -89,7 +90,7 @@ class Current : public Locked {
 public:
     explicit Current(Wait wait = Wait::yes) : Locked(wait), now(clock::now_ns())
     {
-        if (*this) flow(**this, now);
+        if (*this) flow(**this, now, wait);
     }
     const Ns now;
 };

@@ -33,20 +33,21 @@ const wav::Reader& microphone()
     return *file;
 }
 
-Ns start_of(const AiDevice& d, uint32_t frame)
+Ns start_of(const AiDevice& d, int64_t frame)
 {
-    return d.start_ns + time_of(int64_t(frame) * d.attributes.points, d.attributes.rate);
+    return d.start_ns + time_of(frame * d.attributes.points, d.attributes.rate);
 }
 
-// Keeps the frame that passes for programs, if there is room.
-bool keep(Page& page, uint32_t slot)
+// Keeps a frame that passes for programs, if there is room.
+bool keep(Page& page, uint32_t slot, uint32_t number)
 {
     AiChannel& c = page.ai[slot];
     const AiDevice& d = page.ai_device[device_of(slot)];
     Pool* pool = pool_at(page, d.pool);
     const uint32_t block = pool && c.count < d.attributes.frames ? take_block(*pool, Block::driver) : kBlocks;
     if (block == kBlocks) return false;
-    c.ring[(c.head + c.count++) % kMaxFrames] = {c.passed, block};
+    c.ring[(c.head + c.count) % kMaxFrames] = {number, block};
+    ++c.count;
     return true;
 }
 
@@ -60,7 +61,7 @@ void advance(Page& page, uint32_t slot, Ns now)
 {
     AiChannel& c = page.ai[slot];
     const uint32_t end = passed(page.ai_device[device_of(slot)], now);
-    while (c.passed < end && keep(page, slot)) ++c.passed;
+    while (c.passed < end && keep(page, slot, c.passed)) ++c.passed;
     c.lost += end - c.passed;
     c.passed = end;
 }
@@ -174,14 +175,13 @@ void hear(Page& page, uint32_t slot, uint32_t number, uint32_t side, std::span<i
 Ns next_frame(const Page& page, uint32_t slot)
 {
     const AiChannel& c = page.ai[slot];
-    return c.enabled ? start_of(page.ai_device[device_of(slot)], c.passed + 1) : kNever;
+    return c.enabled ? start_of(page.ai_device[device_of(slot)], int64_t(c.passed) + 1) : kNever;
 }
 
-void pass(Page& page, uint32_t slot, bool heard)
+bool pass(Page& page, uint32_t slot)
 {
-    AiChannel& c = page.ai[slot];
-    if (!keep(page, slot) && !heard) ++c.lost;
-    ++c.passed;
+    const uint32_t number = page.ai[slot].passed++;
+    return keep(page, slot, number);
 }
 
 int start_input(Page& page, uint32_t device)
