@@ -68,12 +68,13 @@ Locked::Locked(Wait wait) : page_(current())
     for (int looks = 0;; ++looks) {
         uint32_t holder = 0;
         if (page_->owner.compare_exchange_strong(holder, self)) break;
+        const bool doubtful = wait == Wait::no || looks >= kPatience;
+        const bool orphaned = doubtful && !quiet::alive(int(holder));
+        if (orphaned && page_->owner.compare_exchange_strong(holder, self)) break;
         if (wait == Wait::no) {
             page_ = nullptr;
             return;
         }
-        const bool orphaned = looks >= kPatience && !quiet::alive(int(holder));
-        if (orphaned && page_->owner.compare_exchange_strong(holder, self)) break;
         ++page_->waiters;
         raw::futex_wait(&page_->owner, holder, kLockPause);
         --page_->waiters;

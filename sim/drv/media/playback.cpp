@@ -164,6 +164,8 @@ int play(Page& page, uint32_t slot, Ns now, std::span<const int16_t> samples, ui
     // What comes within a sample's time of the end is in time.
     const Ns sample = time_of(1, attributes(page, slot).rate);
     const bool dry = !c.paused && queued(page, slot, now - sample) == 0;
+    // The file comes first: whoever is killed in here leaves no counter that tells of samples it lacks.
+    wav::put(speaker_file(page, slot), c.file_channels, c.written, samples);
     if (dry && c.fed) ++c.underruns;
     if (dry) begin_segment(c, now, c.written, 0);
     if (c.paused)
@@ -171,7 +173,6 @@ int play(Page& page, uint32_t slot, Ns now, std::span<const int16_t> samples, ui
     else
         last_segment(c)->samples += points;
     c.fed = !c.paused;
-    wav::put(speaker_file(page, slot), c.file_channels, c.written, samples);
     c.written = behind(c.written, points);
     ++c.frames;
     measure(c.level, samples);

@@ -1,9 +1,11 @@
-// The media drivers' shared page: how much is done for whom.
+// The media drivers' shared page: who may take it, and how much is done for whom.
 #include "sim/drv/media/audio.hpp"
 #include "sim/drv/state.hpp"
 #include "tests/unit/sim/folder.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace vcam::media {
 namespace {
@@ -32,6 +34,22 @@ void bind(Page& page)
 }
 
 } // namespace
+
+TEST_F(MediaPage, IsTakenFromTheDeadAloneByOneWhoMustNotWait)
+{
+    Page* page = nullptr;
+    {
+        Locked first;
+        page = &*first;
+        EXPECT_FALSE(Locked(Wait::no)) << "its holder lives";
+    }
+    const pid_t dead = ::fork();
+    if (dead == 0) ::_exit(0);
+    ::waitpid(dead, nullptr, 0);
+    page->owner = uint32_t(dead);
+    EXPECT_TRUE(Locked(Wait::no));
+    EXPECT_EQ(page->owner, 0u);
+}
 
 // An hour's sound takes seconds to write.
 TEST_F(MediaPage, FlowsAMomentForOneWhoMustNotWaitAndWhollyForTheOthers)
