@@ -219,10 +219,13 @@ protected:
 
 TEST_F(RunningCamera, IsJoinedByExecAndStartedByNobodyElse)
 {
+    std::string folder = camera.state("").string();
+    EXPECT_EQ(vcam("exec " + folder + " -- reg -s 0x20110094 0x5").status, 0);
     auto second = camera.run({"true"});
     EXPECT_EQ(second.status, 125);
     EXPECT_THAT(second.err, HasSubstr("runs already"));
-    std::string folder = camera.state("").string();
+    EXPECT_EQ(vcam("exec " + folder + " -- reg -r 0x20110094").text, "0x20110094: 0x00000005\n")
+        << "a start that is refused switches nothing off";
     auto joined =
         vcam("exec " + folder + " -- sh -c 'cat /etc/cam_model.conf; ls /proc/101 >/dev/null; exit 5'");
     EXPECT_EQ(joined.text, "# set in production\ncam_model=ZM131\n");

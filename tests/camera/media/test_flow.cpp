@@ -27,11 +27,29 @@ struct Flow : Platform {
         ASSERT_EQ(bind(), 0);
         open_input(in);
     }
-    // As much as so many seconds have, and not much more: the host takes its time too.
-    static void expect_seconds(size_t samples, double seconds, uint32_t points = kFrame)
+
+    // Camera time in samples, as the host lets it pass.
+    static double now()
     {
-        EXPECT_GE(double(samples), seconds * 8000 - points);
-        EXPECT_LE(double(samples), (seconds + 0.5) * 8000);
+        uint64_t us = 0;
+        EXPECT_EQ(HI_MPI_SYS_GetCurPts(&us), 0);
+        return double(us) * 8000e-6;
+    }
+    // When something was done: between these two.
+    struct Moment {
+        double before, after;
+    };
+    template<class Action> static Moment at(Action action)
+    {
+        const double before = now();
+        action();
+        return {before, now()};
+    }
+    // As many whole frames as end from one moment to the other.
+    static void expect_time(size_t samples, Moment from, Moment to, uint32_t points = kFrame)
+    {
+        EXPECT_GE(double(samples), to.before - from.after - points);
+        EXPECT_LE(double(samples), to.after - from.before + points);
         EXPECT_EQ(samples % points, 0u);
     }
 };
@@ -44,26 +62,29 @@ TEST_F(Flow, EachFrameIsHeardOnceFromWhenItIsTakenUntilItIsUnbound)
     constexpr uint32_t kLong = 1600; // 200 ms, for slow hosts
     const Samples sound = ramp(8000 * 5);
     microphone(sound, 8000);
-    start(attributes(8000, kLong), attributes(8000, kLong));
+    const Moment begin = at([] { start(attributes(8000, kLong), attributes(8000, kLong)); });
     usleep(50000);
-    EXPECT_EQ(unbind() | bind(), 0);
-    EXPECT_TRUE(speaker().samples.empty()) << "no frame is whole yet";
+    EXPECT_EQ(unbind(), 0);
+    const Wav early = speaker();
+    EXPECT_EQ(bind(), 0);
+    EXPECT_EQ(early.rate, 8000u);
+    EXPECT_LE(double(early.samples.size()), now() - begin.before) << "no frame before it is whole";
     usleep(1000000);
-    ASSERT_EQ(unbind(), 0);
+    const Moment parted = at([] { ASSERT_EQ(unbind(), 0); });
     const Samples heard = speaker().samples;
-    expect_seconds(heard.size(), 1.05, kLong);
+    expect_time(heard.size(), begin, parted, kLong);
     EXPECT_EQ(heard, part(sound, 0, heard.size()));
     usleep(600000);
-    EXPECT_EQ(bind(), 0);
-    EXPECT_EQ(speaker().samples.size(), heard.size()) << "what was taken in between is not made up for";
+    const Moment again = at([] { EXPECT_EQ(bind(), 0); });
     usleep(600000);
-    ASSERT_EQ(HI_MPI_AI_DisableChn(kDev, 0), 0);
+    const Moment end = at([] { ASSERT_EQ(HI_MPI_AI_DisableChn(kDev, 0), 0); });
     const Samples all = speaker().samples;
     ASSERT_GT(all.size(), heard.size());
     const size_t more = all.size() - heard.size();
-    expect_seconds(more, 0.6, kLong);
+    expect_time(more, again, end, kLong);
+    // What was taken in between is not made up for.
     const auto place = std::search(sound.begin(), sound.end(), all.end() - long(more), all.end());
-    expect_seconds(size_t(place - sound.begin()) - heard.size(), 0.6, kLong);
+    expect_time(size_t(place - sound.begin()) - heard.size(), parted, again, kLong);
 }
 
 // The programs' way to the same frames, the echo reference included, stays as it is.
@@ -83,6 +104,7 @@ TEST_F(Flow, AProgramGetsTheFramesTooAndWhatIsHeardAsTheirReference)
         EXPECT_EQ(Samples(samples_of(aec.stFrame), samples_of(aec.stFrame) + kFrame), played) << i;
         ASSERT_EQ(HI_MPI_AI_ReleaseFrame(kDev, 0, &frame, &aec), 0);
     }
+    ASSERT_EQ(unbind(), 0);
     EXPECT_EQ(part(speaker().samples, 0, 50 * kFrame), part(sound, 0, 50 * kFrame));
 }
 
@@ -119,10 +141,10 @@ TEST_F(Flow, OneInputFeedsTwoOutputs)
     ASSERT_EQ(HI_MPI_AO_EnableChn(kDev, 1), 0);
     ASSERT_EQ(bind(0, 0), 0);
     ASSERT_EQ(bind(0, 1), 0);
-    open_input(attributes());
+    const Moment begin = at([] { open_input(attributes()); });
     usleep(300000);
-    ASSERT_EQ(HI_MPI_AI_Disable(kDev), 0);
-    expect_seconds(speaker().samples.size(), 0.3);
+    const Moment end = at([] { ASSERT_EQ(HI_MPI_AI_Disable(kDev), 0); });
+    expect_time(speaker().samples.size(), begin, end);
     EXPECT_EQ(parse_wav(file_text(state_file("speaker-2-1.wav"))).samples, speaker().samples);
 }
 
@@ -138,7 +160,9 @@ TEST_F(Flow, WhatTheDevicesDoNotHaveInCommonIsNotHeard)
         start(attributes(), other);
         usleep(200000);
         ASSERT_EQ(unbind(), 0);
-        EXPECT_TRUE(speaker().samples.empty()) << other.enSamplerate << " " << other.u32PtNumPerFrm;
+        const Wav heard = speaker();
+        EXPECT_EQ(heard.rate, other.enSamplerate) << "a file, and a whole one";
+        EXPECT_TRUE(heard.samples.empty()) << other.enSamplerate << " " << other.u32PtNumPerFrm;
         EXPECT_EQ(capture(3), part(sound, 0, 3 * kFrame)) << "programs still get it";
     }
 }

@@ -38,7 +38,7 @@ inline std::string wav_bytes(const Samples& samples, uint32_t rate, uint16_t cha
     return out;
 }
 
-// Without samples when the header does not fit the file.
+// Nothing when the header does not fit the file.
 inline Wav parse_wav(const std::string& bytes)
 {
     Wav wav;
@@ -47,7 +47,7 @@ inline Wav parse_wav(const std::string& bytes)
     memcpy(&wav.channels, &bytes[22], 2);
     memcpy(&wav.rate, &bytes[24], 4);
     memcpy(&size, &bytes[40], 4);
-    if (size != bytes.size() - 44) return wav;
+    if (size != bytes.size() - 44) return {};
     wav.samples.resize(size / 2);
     if (size) memcpy(wav.samples.data(), &bytes[44], size);
     return wav;
