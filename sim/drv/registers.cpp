@@ -14,6 +14,7 @@ namespace vcam::registers {
 namespace {
 
 constexpr uint32_t kDirection = 0x400, kAllData = 0x3FC;
+constexpr uint64_t kPage = 4096;
 
 // The register file, locked against other processes while this lives.
 class File {
@@ -100,10 +101,11 @@ int settle(uint32_t first, uint64_t bytes)
 {
     const pins::Plan plan = pins::load();
     if (plan.words().empty()) return 0;
+    const uint64_t whole = (bytes + kPage - 1) / kPage * kPage;
     const File file(O_RDWR | O_CREAT);
     int result = file ? 0 : -errno;
     for (const auto& [address, word] : plan.words())
-        if (result == 0 && address >= first && address - first < bytes && !is_data(address))
+        if (result == 0 && address >= first && address - first < whole && !is_data(address))
             result = file.store(address, word);
     return result;
 }

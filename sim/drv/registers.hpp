@@ -18,7 +18,8 @@ int set_bits(uint32_t address, uint32_t bits);
 int clear_bits(uint32_t address, uint32_t bits);
 
 void power_on(); // all words are zero again
-// Before a program maps a stretch: registers that always read one word hold it in the file, too.
+// Before a program maps a stretch, which is whole pages however few bytes it asks for: registers that always
+// read one word hold it in the file, too.
 int settle(uint32_t first, uint64_t bytes);
 
 struct Word {

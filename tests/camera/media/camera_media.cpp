@@ -124,7 +124,7 @@ TEST_F(MediaLoop, ANewRunBeginsANewRecording)
 
 TEST_F(MediaLoop, AWiredRegisterReadsItsWordInAMappingToo)
 {
-    write_file(camera.state("pins"), "0x10070000 reads 0x2\n");
+    write_file(camera.state("pins"), "0x10070000 reads 0x2\n0x10070FFC reads 0x3\n");
     const Outcome outcome = camera.run({kInside, "--gtest_filter=Wired.*"}, {"--bind", INSIDE_MEDIA});
     EXPECT_EQ(outcome.status, 0) << outcome.out;
     EXPECT_THAT(outcome.out, HasSubstr("0x10070000: 0x00000002\n0x10070008: 0x000000A5\n"));

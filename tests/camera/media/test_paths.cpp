@@ -6,6 +6,8 @@
 #include "mpi/src/mpi_adec.h"
 #include "mpi/src/mpi_aenc.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <thread>
 
@@ -248,6 +250,11 @@ TEST_F(Paths, RegistersAndMediaMemory)
 TEST_F(Wired, RegistersAreOneHoweverTheyAreReached)
 {
     uint32_t chip = 0, value = 0, address = 0x10070000;
+    const int memory = open("/dev/mem", O_RDWR | O_SYNC);
+    const void* page = mmap(nullptr, 4, PROT_READ, MAP_SHARED, memory, off_t(address));
+    ASSERT_NE(page, MAP_FAILED);
+    EXPECT_EQ(static_cast<const volatile uint32_t*>(page)[0xFFC / 4], 3u) << "a page is mapped whole";
+    close(memory);
     ASSERT_EQ(HI_MPI_SYS_GetVirtRegAddr(&address), 0);
     const auto* at = reinterpret_cast<volatile uint32_t*>(uintptr_t(address));
     EXPECT_EQ(*at, 2u);
