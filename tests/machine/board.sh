@@ -32,8 +32,8 @@
 # packed. Its busybox shell prefers its own applets to files of the same name in PATH, not to files
 # named by their path.
 #
-# Needs qemu-system-arm, cpio and dpkg, and is quicker with xz. $ZEP_CACHE (default ~/.cache/zep)
-# keeps the kernel.
+# Needs qemu-system-arm, cpio, dpkg and setpriv and flock of util-linux, and is quicker with xz.
+# $ZEP_CACHE (default ~/.cache/zep) keeps the kernel.
 set -u -o pipefail
 export LC_ALL=C
 
@@ -170,7 +170,7 @@ if [ -z "$prepare" ]; then
     [ "$(od -A n -t x1 -N 6 "$exe" | tr -d ' ')$(od -A n -t x1 -j 18 -N 2 "$exe" | tr -d ' ')" = 7f454c4601012800 ] ||
         die "$exe is no ARM executable"
 fi
-for tool in qemu-system-arm cpio dpkg-deb flock; do
+for tool in qemu-system-arm cpio dpkg-deb flock setpriv; do
     [ -n "$(command -v $tool)" ] || die "$tool is not installed"
 done
 
