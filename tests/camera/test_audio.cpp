@@ -375,9 +375,10 @@ TEST_F(Audio, WrongCommandLinesAndSignals)
     }
     // A second server finds the port taken; a signal in mid-session ends the first, with everything shut
     // down.
-    const Outcome outcome = with_server("test_audio 5000; echo second $?\n"
-                                        "/run/bin/zep-audio record -t 50 $at /tmp/x.wav & STATION=$!; sleep 1\n"
-                                        "kill -INT $SERVER; wait $SERVER; echo first $?; wait $STATION\n");
+    const Outcome outcome =
+        with_server("test_audio 5000; echo second $?\n"
+                    "/run/bin/zep-audio record -t 50 $at /tmp/x.wav & STATION=$!; sleep 1\n"
+                    "kill -INT $SERVER; wait $SERVER; echo first $?; wait $STATION\n");
     EXPECT_THAT(outcome.out, HasSubstr("second 255"));
     EXPECT_THAT(outcome.out, HasSubstr("first 0"));
     EXPECT_THAT(outcome.journal, testing::Contains("sys exit"));
