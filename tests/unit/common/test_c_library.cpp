@@ -3,16 +3,13 @@
 
 #include <crypt.h>
 #include <netdb.h>
-#include <pthread.h>
 #include <pwd.h>
-#include <semaphore.h>
 #include <sys/sem.h>
 
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -77,48 +74,6 @@ TEST(CLibrary, DottedAddressesAndTheOwnNameNeedNoServer)
         memcpy(&address, host->h_addr_list[0], 4);
         EXPECT_STREQ(inet_ntoa(address), strcmp(name, "localhost") == 0 ? "127.0.0.1" : name);
     }
-}
-
-TEST(CLibrary, OnceAndSemaphoreAndConditionWorkBetweenThreads)
-{
-    struct Shared {
-        pthread_once_t once = PTHREAD_ONCE_INIT;
-        pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
-        pthread_cond_t changed = PTHREAD_COND_INITIALIZER;
-        sem_t go;
-        int done = 0;
-    };
-    static Shared shared;
-    static int inits;
-    static thread_local int own = 7;
-    ASSERT_EQ(sem_init(&shared.go, 0, 0), 0);
-    constexpr int kThreads = 4;
-    pthread_t threads[kThreads];
-    auto body = [](void*) -> void* {
-        sem_wait(&shared.go);
-        pthread_once(&shared.once, [] { ++inits; });
-        const int before = own++;
-        pthread_mutex_lock(&shared.lock);
-        shared.done += before == 7;
-        pthread_cond_signal(&shared.changed);
-        pthread_mutex_unlock(&shared.lock);
-        return nullptr;
-    };
-    for (pthread_t& t : threads) ASSERT_EQ(pthread_create(&t, nullptr, body, nullptr), 0);
-    for (int i = 0; i < kThreads; ++i) sem_post(&shared.go);
-    timespec end;
-    clock_gettime(CLOCK_REALTIME, &end);
-    end.tv_sec += 10;
-    pthread_mutex_lock(&shared.lock);
-    int late = 0;
-    while (shared.done < kThreads && !late)
-        late = pthread_cond_timedwait(&shared.changed, &shared.lock, &end);
-    pthread_mutex_unlock(&shared.lock);
-    for (pthread_t t : threads) pthread_join(t, nullptr);
-    EXPECT_EQ(late, 0);
-    EXPECT_EQ(inits, 1);
-    EXPECT_EQ(own, 7) << "a thread's own variable is its own";
-    sem_destroy(&shared.go);
 }
 
 TEST(CLibrary, SystemVSemaphoresUndoWhatADeadProcessHeld)
