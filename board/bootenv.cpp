@@ -1,7 +1,7 @@
 // Reader of the boot loader's environment.
 #include "board/bootenv.h"
 
-#include "common/fd.hpp"
+#include "common/base/fd.hpp"
 
 #include <algorithm>
 #include <cstdio>

@@ -2,7 +2,7 @@
 #include "board/applets.h"
 #include "board/bootenv.h"
 
-#include "common/shell.hpp"
+#include "common/base/shell.hpp"
 
 #include <cstdio>
 #include <cstring>

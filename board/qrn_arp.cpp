@@ -3,8 +3,8 @@
 #include "board/arp_frame.hpp"
 
 #include "common/ctime.h"
-#include "common/fd.hpp"
-#include "common/parse_int.hpp"
+#include "common/base/fd.hpp"
+#include "common/base/parse_int.hpp"
 
 #include <arpa/inet.h>
 #include <cerrno>

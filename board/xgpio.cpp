@@ -2,7 +2,7 @@
 #include "board/applets.h"
 #include "board/gpio.h"
 
-#include "common/parse_int.hpp"
+#include "common/base/parse_int.hpp"
 
 #include <cstdio>
 

@@ -2,7 +2,7 @@
 #include "board/applets.h"
 
 #include "common/ctime.h"
-#include "common/shell.hpp"
+#include "common/base/shell.hpp"
 
 #include <cstdio>
 

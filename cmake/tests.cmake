@@ -30,15 +30,31 @@ function(test_program name)
     target_precompile_headers(${name} REUSE_FROM test_headers)
 endfunction()
 
-# unit_tests(FOLDER LIBRARIES...): every test_*.cpp in tests/unit/FOLDER becomes one program,
-# unit_FOLDER. These tests need no device file and no private root: they run on every target.
+# unit_tests(FOLDER LIBRARIES...): every .cpp in tests/FOLDER becomes one program, named after the folder:
+# unit_common of unit/common. These tests need no device file and no private root.
 function(unit_tests folder)
-    file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/unit/${folder}/*.cpp)
-    if(NOT sources)
-        return()
-    endif()
-    test_program(unit_${folder} ${sources})
-    target_link_libraries(unit_${folder} PRIVATE ${ARGN} gtest_main gmock)
-    add_test(NAME unit_${folder} COMMAND ${ZEP_TEST_LAUNCHER} $<TARGET_FILE:unit_${folder}>)
-    set_tests_properties(unit_${folder} PROPERTIES LABELS unit TIMEOUT 300)
+    file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/${folder}/*.cpp)
+    string(REPLACE "/" "_" name ${folder})
+    test_program(${name} ${sources})
+    target_link_libraries(${name} PRIVATE ${ARGN} gtest_main gmock)
+    add_test(NAME ${name} COMMAND ${ZEP_TEST_LAUNCHER} $<TARGET_FILE:${name}>)
+    set_tests_properties(${name} PROPERTIES LABELS unit TIMEOUT 300)
+endfunction()
+
+# camera_programs(FOLDER): every test_NAME.cpp of a folder below the caller's becomes a program that works with
+# virtual cameras, named PREFIX_NAME after the caller's folder.
+function(camera_programs folder)
+    get_filename_component(prefix ${CMAKE_CURRENT_SOURCE_DIR} NAME)
+    file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/test_*.cpp)
+    foreach(source ${sources})
+        get_filename_component(name ${source} NAME_WE)
+        string(REPLACE "test_" "${prefix}_" name ${name})
+        test_program(${name} ${source})
+        target_link_libraries(${name} PRIVATE zepupgrade gtest_main gmock)
+        target_compile_definitions(${name} PRIVATE VCAM="$<TARGET_FILE:vcam>" HELPER="$<TARGET_FILE:camera_helper>"
+            PEER="$<TARGET_FILE:camera_peer>")
+        add_dependencies(${name} vcam vcam-guest vcamsim zep camera_helper camera_peer)
+        add_test(NAME ${name} COMMAND ${name})
+        set_tests_properties(${name} PROPERTIES LABELS camera TIMEOUT 300)
+    endforeach()
 endfunction()

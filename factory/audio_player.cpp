@@ -1,8 +1,8 @@
 // The decoding thread of the audio loop-back test.
 #include "factory/audio_player.hpp"
 
-#include "common/fd.hpp"
-#include "common/monotonic.hpp"
+#include "common/base/fd.hpp"
+#include "common/base/monotonic.hpp"
 #include "factory/start_audio.h"
 #include "mpi/src/mpi_adec.h"
 

@@ -2,7 +2,7 @@
 #include "factory/audio_server.hpp"
 
 #include "base/mpp_error.h"
-#include "common/monotonic.hpp"
+#include "common/base/monotonic.hpp"
 #include "common/qrn_socket.h"
 #include "common/qrn_tcp.h"
 #include "factory/start_audio.h"

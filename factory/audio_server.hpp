@@ -1,7 +1,7 @@
 // The server of the audio loop-back test: one station, its session, and the frames in both directions.
 #pragma once
 
-#include "common/fd.hpp"
+#include "common/base/fd.hpp"
 #include "factory/audio_player.hpp"
 #include "factory/audio_wire.hpp"
 

@@ -2,8 +2,8 @@
 #include "factory/serial.hpp"
 
 #include "common/ctime.h"
-#include "common/monotonic.hpp"
-#include "common/shell.hpp"
+#include "common/base/monotonic.hpp"
+#include "common/base/shell.hpp"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,7 +1,7 @@
 // A serial port of the board under test.
 #pragma once
 
-#include "common/fd.hpp"
+#include "common/base/fd.hpp"
 #include "factory/waiting.hpp"
 
 #include <cstddef>

@@ -1,8 +1,8 @@
 // The audio path of the loop-back test, from the codec chip to the bindings.
 #include "factory/start_audio.h"
 
-#include "common/fd.hpp"
-#include "common/shell.hpp"
+#include "common/base/fd.hpp"
+#include "common/base/shell.hpp"
 #include "factory/acodec_uapi.h"
 #include "mpi/src/mpi_adec.h"
 #include "mpi/src/mpi_aenc.h"

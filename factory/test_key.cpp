@@ -6,7 +6,7 @@
 #include "factory/wiring.hpp"
 
 #include "board/gpio.h"
-#include "common/monotonic.hpp"
+#include "common/base/monotonic.hpp"
 
 #include <cstdio>
 #include <cstdlib>

@@ -5,8 +5,8 @@
 #include "factory/wiring.hpp"
 
 #include "common/ds1339_uapi.h"
-#include "common/fd.hpp"
-#include "common/monotonic.hpp"
+#include "common/base/fd.hpp"
+#include "common/base/monotonic.hpp"
 
 #include <cerrno>
 #include <cstdio>

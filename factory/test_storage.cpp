@@ -3,9 +3,9 @@
 #include "factory/options.hpp"
 #include "factory/wiring.hpp"
 
-#include "common/fd.hpp"
-#include "common/monotonic.hpp"
-#include "common/whole_io.hpp"
+#include "common/base/fd.hpp"
+#include "common/base/monotonic.hpp"
+#include "common/base/whole_io.hpp"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 // Waits of the tests that change hardware settings, and the signals that end them.
 #include "factory/waiting.hpp"
 
-#include "common/monotonic.hpp"
+#include "common/base/monotonic.hpp"
 
 #include <algorithm>
 #include <cstdio>

@@ -2,7 +2,7 @@
 #include "factory/wiring.hpp"
 
 #include "board/cmodel.h"
-#include "common/conf_scan.hpp"
+#include "common/conf/conf_scan.hpp"
 
 #include <cstdarg>
 #include <cstddef>

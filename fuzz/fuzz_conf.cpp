@@ -1,5 +1,5 @@
 // Configuration text: the tokenizer, the getter and the table-driven scan.
-#include "common/conf_scan.hpp"
+#include "common/conf/conf_scan.hpp"
 #include "common/cutil_conf.h"
 #include "fuzz/fuzz_file.hpp"
 

@@ -1,5 +1,5 @@
 // Tables of the network: the first byte chooses the reader, the rest is the file.
-#include "common/qrn_status_files.hpp"
+#include "common/net/qrn_status_files.hpp"
 #include "fuzz/fuzz_file.hpp"
 
 #include <arpa/inet.h>

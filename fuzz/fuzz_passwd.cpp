@@ -1,5 +1,5 @@
 // The account file: a change of one hash touches nothing else, and a file that cannot be copied stays.
-#include "common/passwd_file.hpp"
+#include "common/users/passwd_file.hpp"
 #include "fuzz/fuzz_file.hpp"
 
 #include <cstring>

@@ -1,5 +1,5 @@
 // The service users' file: what loads is bounded, and a user that loads is there again after a save.
-#include "common/user_file.hpp"
+#include "common/users/user_file.hpp"
 #include "fuzz/fuzz_file.hpp"
 
 #include <cstring>

@@ -1,6 +1,6 @@
 // A job in a thread of its own.
 #include "service/cthread.h"
-#include "common/report.hpp"
+#include "common/base/report.hpp"
 
 #include <cstddef>
 #include <pthread.h>

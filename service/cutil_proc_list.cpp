@@ -1,5 +1,5 @@
 // Signals to all processes that a list file names.
-#include "common/fd.hpp"
+#include "common/base/fd.hpp"
 #include "service/cutil_proc.h"
 #include "service/kill_list.hpp"
 #include "service/proc_scan.hpp"

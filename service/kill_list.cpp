@@ -1,6 +1,6 @@
 // Process names of a list file.
 #include "service/kill_list.hpp"
-#include "common/line_reader.hpp"
+#include "common/base/line_reader.hpp"
 
 #include <cstring>
 

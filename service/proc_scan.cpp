@@ -1,7 +1,7 @@
 // One scan of the process list, which all that look for processes share.
 #include "service/proc_scan.hpp"
-#include "common/fd.hpp"
-#include "common/parse_int.hpp"
+#include "common/base/fd.hpp"
+#include "common/base/parse_int.hpp"
 
 #include <algorithm>
 #include <cstdio>

@@ -6,9 +6,9 @@
 #ifndef _BITS_ATOMIC_H
 #define _BITS_ATOMIC_H 1
 
-#define atomic_compare_and_exchange_val_acq(mem, newval, oldval) \
+#define atomic_compare_and_exchange_val_acq(mem, newval, oldval)                                             \
     __sync_val_compare_and_swap((mem), (oldval), (newval))
-#define atomic_compare_and_exchange_bool_acq(mem, newval, oldval) \
+#define atomic_compare_and_exchange_bool_acq(mem, newval, oldval)                                            \
     (!__sync_bool_compare_and_swap((mem), (oldval), (newval)))
 #define atomic_full_barrier() __sync_synchronize()
 

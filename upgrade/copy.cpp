@@ -1,8 +1,8 @@
 // Writes a stretch of a package to flash and reads it back for comparison.
 #include "upgrade/cflash.h"
 
-#include "common/fd.hpp"
-#include "common/whole_io.hpp"
+#include "common/base/fd.hpp"
+#include "common/base/whole_io.hpp"
 #include "upgrade/file_reader.hpp"
 #include "upgrade/log.hpp"
 #include "upgrade/package.hpp"

@@ -1,7 +1,7 @@
 // Erases whole flash partitions.
 #include "upgrade/cflash.h"
 
-#include "common/fd.hpp"
+#include "common/base/fd.hpp"
 #include "upgrade/log.hpp"
 #include "upgrade/mtd_uapi.h"
 

@@ -2,7 +2,7 @@
 #include "upgrade/cflash.h"
 
 #include "common/cutil_conf.h"
-#include "common/parse_int.hpp"
+#include "common/base/parse_int.hpp"
 #include "upgrade/package.hpp"
 
 #include <cstdio>

@@ -1,8 +1,8 @@
 // Kernel image and JFFS2 image checks.
 #include "upgrade/cflash.h"
 
-#include "common/fd.hpp"
-#include "common/whole_io.hpp"
+#include "common/base/fd.hpp"
+#include "common/base/whole_io.hpp"
 #include "upgrade/bytes.hpp"
 #include "upgrade/crc32.hpp"
 #include "upgrade/file_reader.hpp"

@@ -1,7 +1,7 @@
 // Package header and sizes against the device and the file.
 #include "upgrade/package.hpp"
 
-#include "common/whole_io.hpp"
+#include "common/base/whole_io.hpp"
 #include "upgrade/bytes.hpp"
 #include "upgrade/log.hpp"
 

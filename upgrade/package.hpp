@@ -1,7 +1,7 @@
 // The layout of a firmware package and what its checks find.
 #pragma once
 
-#include "common/fd.hpp"
+#include "common/base/fd.hpp"
 
 #include <array>
 #include <cstdint>

@@ -1,7 +1,7 @@
 // The upgrade core: from a checked package to written flash and restored settings.
 #include "upgrade/cflash.h"
 
-#include "common/shell.hpp"
+#include "common/base/shell.hpp"
 #include "upgrade/log.hpp"
 #include "upgrade/package.hpp"
 #include "upgrade/pin_program.hpp"

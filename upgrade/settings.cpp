@@ -2,8 +2,8 @@
 #include "upgrade/settings.hpp"
 
 #include "common/cutil_conf.h"
-#include "common/parse_int.hpp"
-#include "common/shell.hpp"
+#include "common/base/parse_int.hpp"
+#include "common/base/shell.hpp"
 
 #include <cstdio>
 #include <unistd.h>

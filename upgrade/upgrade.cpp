@@ -2,9 +2,9 @@
 #include "upgrade/applets.h"
 
 #include "common/build_stamp.h"
-#include "common/fd.hpp"
+#include "common/base/fd.hpp"
 #include "common/qrn_udp.h"
-#include "common/shell.hpp"
+#include "common/base/shell.hpp"
 #include "service/cutil_proc.h"
 #include "service/cutil_reboot.h"
 #include "upgrade/cflash.h"

@@ -1,7 +1,7 @@
 // xupgrade: writes the package in /tmp to flash while a worker feeds the watchdog.
 #include "upgrade/applets.h"
 
-#include "common/parse_int.hpp"
+#include "common/base/parse_int.hpp"
 #include "service/cthread.h"
 #include "service/cudpdebug.h"
 #include "service/cutil_proc.h"

@@ -2,7 +2,7 @@
 // values, the same record.
 #include "bench/common/measure.hpp"
 #include "common/cconf_server.h"
-#include "common/conf_readers.hpp"
+#include "common/conf/conf_readers.hpp"
 
 #include <cstring>
 #include <fstream>

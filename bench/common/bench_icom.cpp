@@ -1,7 +1,7 @@
 // A message from one process's endpoint to another's, beside the same bytes through sendto and recvfrom.
 #include "bench/common/measure.hpp"
 #include "common/cicomm.h"
-#include "common/inet_address.hpp"
+#include "common/net/inet_address.hpp"
 
 #include <cstring>
 #include <memory>

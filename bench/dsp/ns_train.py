@@ -234,7 +234,7 @@ def export(net, path):
                ("dense_offset", o(p["d.bias"], 16)), ("reset_offset", offset[:H]), ("keep_offset", offset[H:]),
                ("candidate_offset", bi[2 * H:]), ("candidate_back_offset", bh[2 * H:]), ("context_offset", context)]
     with open(path, "w") as f:
-        f.write('// Written by bench/dsp/ns_train.py; do not edit.\n#include "mpi/audio/anr_net.hpp"\n\n'
+        f.write('// Written by bench/dsp/ns_train.py; do not edit.\n#include "mpi/audio/dsp/anr_net.hpp"\n\n'
                 "// clang-format off\nconst zep::anr::Weights zep::anr::kWeights = {\n")
         for name, a in members:
             f.write(f".{name} = {braces(a)},\n")

@@ -4,6 +4,6 @@ set -eu
 build=$(realpath "$1")
 dir=$(mktemp -d)
 trap 'rm -rf "$dir"' EXIT
-"$build/sim/box/vcam" new "$dir/camera"
-"$build/sim/box/vcam" run "$dir/camera" --realtime --no-preload --link 192.168.10.1 \
+"$build/bin/vcam" new "$dir/camera"
+"$build/bin/vcam" run "$dir/camera" --realtime --no-preload --link 192.168.10.1 \
     --bind "$build/bench/link/bench_probe_interval" -- /run/bin/bench_probe_interval 10

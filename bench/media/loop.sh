@@ -7,7 +7,7 @@ set -eu
 build=$(realpath "$1")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-"$build/sim/box/vcam" new "$work/camera" > /dev/null
+"$build/bin/vcam" new "$work/camera" > /dev/null
 sox -n -r 8000 -b 16 -c 1 "$work/camera/mic.wav" synth 620 sine 1000 gain -12
 
 cat > "$work/script" << 'END'
@@ -27,5 +27,5 @@ for i in $(seq 980); do /run/bin/zep-audio status 127.0.0.1 5000 > /dev/null; do
 echo "after 1,000 connections: $(memory) $(ls /proc/$server/fd | wc -l) descriptors"
 kill $server; wait $server
 END
-"$build/sim/box/vcam" run "$work/camera" --timeout 1800 --bind "$build/tools/zep-audio" --bind "$work/script" \
+"$build/bin/vcam" run "$work/camera" --timeout 1800 --bind "$build/bin/zep-audio" --bind "$work/script" \
     -- bash /run/bin/script

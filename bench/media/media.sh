@@ -4,5 +4,5 @@ set -eu
 build=$(realpath "$1")
 dir=$(mktemp -d)
 trap 'rm -rf "$dir"' EXIT
-"$build/sim/box/vcam" new "$dir/camera" > /dev/null
-"$build/sim/box/vcam" run "$dir/camera" --bind "$build/bench/media/bench_media" -- /run/bin/bench_media "${@:2}"
+"$build/bin/vcam" new "$dir/camera" > /dev/null
+"$build/bin/vcam" run "$dir/camera" --bind "$build/bench/media/bench_media" -- /run/bin/bench_media "${@:2}"

@@ -6,7 +6,7 @@ build=$(realpath "$1")
 dir=$(mktemp -d)
 trap 'rm -rf "$dir"' EXIT
 cd "$dir"
-PATH=$build/sim/box:$build/tools:$PATH:/usr/sbin
+PATH=$build/bin:$PATH:/usr/sbin
 guest=$build/bench/upgrade/bench_in_camera
 
 mkdir etc

@@ -1,6 +1,6 @@
 // test_audio on the virtual camera, with zep-audio as its station: both directions, each codec, and stations
 // that misbehave. Microphone and loudspeaker are WAV files.
-#include "tests/camera/camera.hpp"
+#include "tests/support/camera.hpp"
 
 #include "tools/audio/analysis.hpp"
 #include "tools/audio/codec.hpp"

@@ -1,5 +1,5 @@
 // Bringing a camera up: drivers and registers by model, parameters from the boot loader's environment.
-#include "tests/camera/camera.hpp"
+#include "tests/support/camera.hpp"
 
 #include <gmock/gmock.h>
 #include <map>

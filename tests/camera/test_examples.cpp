@@ -1,5 +1,5 @@
 // The examples of the manual pages do in the camera what their pages say.
-#include "tests/camera/camera.hpp"
+#include "tests/support/camera.hpp"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,6 @@
 // Factory tests of digital lines, LEDs and key; good boards, faulty ones, and that
 // nothing stays changed.
-#include "tests/camera/factory_board.hpp"
+#include "tests/support/factory_board.hpp"
 
 #include <gmock/gmock.h>
 

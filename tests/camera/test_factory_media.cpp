@@ -1,5 +1,5 @@
 // The storage tests on media of every kind, and the packets to the system manager.
-#include "camera.hpp"
+#include "tests/support/camera.hpp"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // test_rtc: good and broken clocks, and that the true time comes back.
-#include "tests/camera/factory_board.hpp"
+#include "tests/support/factory_board.hpp"
 
 #include <ctime>
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
 // Erase, write and compare on the virtual camera's flash partitions.
-#include "tests/camera/camera.hpp"
+#include "tests/support/camera.hpp"
 
 #include <gmock/gmock.h>
 

@@ -7,7 +7,7 @@
 //   .\" run: OPTIONS       options of vcam run
 //   .\" package: PATH      a firmware package that the camera takes
 //   .\" vcam: COMMAND ARGUMENT ...   a vcam command on this camera, quoted as for the shell
-#include "tests/camera/firmware.hpp"
+#include "tests/support/firmware.hpp"
 
 #include <algorithm>
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
 // The upgrade applet on a virtual camera: console, log, commands, flash and settings.
-#include "tests/camera/firmware.hpp"
+#include "tests/support/firmware.hpp"
 
 #include <gmock/gmock.h>
 

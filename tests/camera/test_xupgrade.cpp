@@ -1,5 +1,5 @@
 // The xupgrade applet on a virtual camera, and the datagrams that both applets send.
-#include "tests/camera/firmware.hpp"
+#include "tests/support/firmware.hpp"
 
 #include <gmock/gmock.h>
 

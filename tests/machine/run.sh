@@ -15,7 +15,7 @@ export LC_ALL=C.UTF-8
 here=$(cd "${BASH_SOURCE[0]%/*}" && pwd)
 zep=$(realpath "$1") programs=$(realpath "$2") host=$(realpath "$3")
 shift 3
-fwpkg=$host/tools/fwpkg vcam=$host/sim/box/vcam
+fwpkg=$host/bin/fwpkg vcam=$host/bin/vcam
 export PATH=$PATH:/usr/sbin
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/machine.XXXXXX")

@@ -7,7 +7,7 @@
 set -eu
 build=$(cd "$1" && pwd)
 work=${2:-$build/demo-audio}
-vcam=$build/sim/box/vcam
+vcam=$build/bin/vcam
 camera=$work/camera
 failed=0
 
@@ -33,7 +33,7 @@ END
 run() {
     what=$1
     shift
-    "$vcam" run "$camera" "$@" --bind "$build/tools/zep-audio" --bind "$work/session" --bind "$work/speech.wav" \
+    "$vcam" run "$camera" "$@" --bind "$build/bin/zep-audio" --bind "$work/session" --bind "$work/speech.wav" \
         --env CODEC=$codec --env WHAT=$what -- sh /run/bin/session >> "$work/said" 2>> "$work/errors" || failed=1
 }
 

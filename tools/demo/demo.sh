@@ -6,8 +6,8 @@
 set -eu
 build=$(cd "$1" && pwd)
 work=${2:-$build/demo}
-vcam=$build/sim/box/vcam
-fwpkg=$build/tools/fwpkg
+vcam=$build/bin/vcam
+fwpkg=$build/bin/fwpkg
 camera=$work/camera
 line=$work/line
 

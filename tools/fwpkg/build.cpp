@@ -5,8 +5,8 @@
 #include "tools/fwpkg/progress.hpp"
 #include "upgrade/log.hpp"
 
-#include "common/parse_int.hpp"
-#include "common/whole_io.hpp"
+#include "common/base/parse_int.hpp"
+#include "common/base/whole_io.hpp"
 
 #include <array>
 #include <cstdio>

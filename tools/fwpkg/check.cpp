@@ -1,7 +1,7 @@
 // fwpkg check: what a device would say to a package.
 #include "tools/fwpkg/check.hpp"
 
-#include "common/parse_int.hpp"
+#include "common/base/parse_int.hpp"
 #include "tools/fwpkg/commands.hpp"
 #include "tools/fwpkg/describe.hpp"
 #include "tools/fwpkg/progress.hpp"

@@ -1,7 +1,7 @@
 // Reading and writing whole files.
 #include "tools/fwpkg/file.hpp"
 
-#include "common/whole_io.hpp"
+#include "common/base/whole_io.hpp"
 
 #include <algorithm>
 #include <cerrno>

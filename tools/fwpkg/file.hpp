@@ -1,7 +1,7 @@
 // Files as fwpkg reads and writes them: whole, streamed, and never half in place.
 #pragma once
 
-#include "common/fd.hpp"
+#include "common/base/fd.hpp"
 
 #include <cstdint>
 #include <string>

@@ -1,5 +1,5 @@
 // Library functions in the camera: what they leave in the system log and the journal.
-#include "tests/camera/camera.hpp"
+#include "tests/support/camera.hpp"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // The real-time clock's functions: what they give back, print and ask of the driver.
-#include "inside.hpp"
+#include "tests/camera/libs/inside.hpp"
 
 #include "common/ctime.h"
 

@@ -1,7 +1,7 @@
 // Network time and the real-time clock: a server of another project, and one that misbehaves.
 #include "common/ctime.h"
 #include "common/ds1339_uapi.h"
-#include "common/fd.hpp"
+#include "common/base/fd.hpp"
 #include "tests/camera/libs/inside.hpp"
 
 #include <arpa/inet.h>

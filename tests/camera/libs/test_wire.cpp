@@ -1,6 +1,6 @@
 // What goes to the system manager's port, and the watchdog's driver.
 #include "common/csysmgr.h"
-#include "common/fd.hpp"
+#include "common/base/fd.hpp"
 #include "common/qrn_udp.h"
 #include "service/cwatchdog.h"
 #include "tests/camera/libs/inside.hpp"

@@ -1,6 +1,6 @@
 // The media platform in the camera, each group of tests on a camera of its own.
-#include "tests/camera/camera.hpp"
-#include "tests/camera/media/wav.hpp"
+#include "tests/support/camera.hpp"
+#include "tests/support/wav.hpp"
 
 #include <gmock/gmock.h>
 

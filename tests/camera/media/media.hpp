@@ -7,7 +7,7 @@
 #include "mpi/src/mpi_ao.h"
 #include "mpi/src/mpi_sys.h"
 #include "mpi/src/mpi_vb.h"
-#include "tests/camera/media/wav.hpp"
+#include "tests/support/wav.hpp"
 
 #include <cstdint>
 #include <cstdlib>

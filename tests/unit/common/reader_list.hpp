@@ -6,7 +6,7 @@
 #include "common/cconf_network.h"
 #include "common/cconf_server.h"
 #include "common/cconf_video.h"
-#include "common/conf_readers.hpp"
+#include "common/conf/conf_readers.hpp"
 
 #include <cstring>
 #include <string>

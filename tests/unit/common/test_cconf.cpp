@@ -1,7 +1,7 @@
 // The typed readers, each on its own: samples, defaults, pages, files that cannot be read.
-#include "common/conf_table.hpp"
+#include "common/conf/conf_table.hpp"
 #include "tests/unit/common/reader_list.hpp"
-#include "tests/unit/common/temp_folder.hpp"
+#include "tests/support/temp_folder.hpp"
 
 #include <gtest/gtest.h>
 #include <regex>

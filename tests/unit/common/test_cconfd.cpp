@@ -1,8 +1,8 @@
 // The client of the configuration daemon against one that the test plays.
 #include "common/cconfd.h"
 #include "common/qrn_uds.h"
-#include "tests/unit/common/socket_helpers.hpp"
-#include "tests/unit/common/temp_folder.hpp"
+#include "tests/support/socket_helpers.hpp"
+#include "tests/support/temp_folder.hpp"
 
 #include <chrono>
 #include <cstring>

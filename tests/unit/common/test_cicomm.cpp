@@ -2,7 +2,7 @@
 #include "common/csysmgr.h"
 #include "common/cutil_command.h"
 #include "common/qrn_udp.h"
-#include "tests/unit/common/socket_helpers.hpp"
+#include "tests/support/socket_helpers.hpp"
 
 #include <cstddef>
 #include <cstring>

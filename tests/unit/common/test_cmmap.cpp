@@ -1,6 +1,6 @@
 #include "common/cmmap.h"
-#include "tests/unit/common/socket_helpers.hpp"
-#include "tests/unit/common/temp_folder.hpp"
+#include "tests/support/socket_helpers.hpp"
+#include "tests/support/temp_folder.hpp"
 
 #include <csignal>
 #include <cstring>

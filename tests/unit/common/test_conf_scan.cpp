@@ -1,5 +1,5 @@
-#include "common/conf_scan.hpp"
-#include "tests/unit/common/temp_folder.hpp"
+#include "common/conf/conf_scan.hpp"
+#include "tests/support/temp_folder.hpp"
 
 #include <cstddef>
 #include <gtest/gtest.h>

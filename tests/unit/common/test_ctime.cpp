@@ -1,6 +1,6 @@
 #include "common/ctime.h"
 #include "common/cutil_file.h"
-#include "tests/unit/common/temp_folder.hpp"
+#include "tests/support/temp_folder.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/time.h>

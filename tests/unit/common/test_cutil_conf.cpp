@@ -1,5 +1,5 @@
 #include "common/cutil_conf.h"
-#include "tests/unit/common/temp_folder.hpp"
+#include "tests/support/temp_folder.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "common/cutil_conf.h"
-#include "common/replacement.hpp"
-#include "tests/unit/common/temp_folder.hpp"
+#include "common/base/replacement.hpp"
+#include "tests/support/temp_folder.hpp"
 
 #include <csignal>
 #include <fcntl.h>

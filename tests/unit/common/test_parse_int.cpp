@@ -1,4 +1,4 @@
-#include "common/parse_int.hpp"
+#include "common/base/parse_int.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // Tables of the network as the kernel and others may write them.
-#include "common/fd.hpp"
-#include "common/qrn_status_files.hpp"
-#include "tests/unit/common/temp_folder.hpp"
+#include "common/base/fd.hpp"
+#include "common/net/qrn_status_files.hpp"
+#include "tests/support/temp_folder.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

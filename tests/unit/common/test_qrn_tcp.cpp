@@ -1,6 +1,6 @@
 #include "common/qrn_socket.h"
 #include "common/qrn_tcp.h"
-#include "tests/unit/common/socket_helpers.hpp"
+#include "tests/support/socket_helpers.hpp"
 
 #include <chrono>
 #include <csignal>

@@ -1,5 +1,5 @@
 #include "common/qrn_udp.h"
-#include "tests/unit/common/socket_helpers.hpp"
+#include "tests/support/socket_helpers.hpp"
 
 #include <fcntl.h>
 #include <sys/resource.h>

@@ -1,7 +1,7 @@
 #include "common/qrn_socket.h"
 #include "common/qrn_uds.h"
-#include "tests/unit/common/socket_helpers.hpp"
-#include "tests/unit/common/temp_folder.hpp"
+#include "tests/support/socket_helpers.hpp"
+#include "tests/support/temp_folder.hpp"
 
 #include <cstring>
 

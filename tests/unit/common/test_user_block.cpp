@@ -1,4 +1,4 @@
-#include "common/user_block.hpp"
+#include "common/users/user_block.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "service/cfdevent.h"
 
-#include "tests/unit/common/socket_helpers.hpp"
+#include "tests/support/socket_helpers.hpp"
 
 #include <algorithm>
 #include <cerrno>

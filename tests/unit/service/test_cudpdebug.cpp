@@ -1,6 +1,6 @@
 #include "common/qrn_udp.h"
 #include "service/cudpdebug.h"
-#include "tests/unit/common/socket_helpers.hpp"
+#include "tests/support/socket_helpers.hpp"
 
 #include <cstring>
 #include <memory>

@@ -1,7 +1,7 @@
 #include "service/applets.h"
 #include "service/cutil_proc.h"
-#include "tests/unit/common/temp_folder.hpp"
-#include "tests/unit/service/child.hpp"
+#include "tests/support/temp_folder.hpp"
+#include "tests/support/child.hpp"
 
 #include <chrono>
 #include <csignal>

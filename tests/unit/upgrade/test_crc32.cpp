@@ -1,5 +1,5 @@
 // CRC-32 against published values and a bit-by-bit computation.
-#include "package_file.hpp"
+#include "tests/support/package_file.hpp"
 
 #include "upgrade/crc32.hpp"
 

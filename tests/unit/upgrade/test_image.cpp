@@ -1,5 +1,5 @@
 // Kernel image and JFFS2 checks: each refusal with its message, in its order.
-#include "package_file.hpp"
+#include "tests/support/package_file.hpp"
 
 #include "upgrade/cflash.h"
 

@@ -1,5 +1,5 @@
 // Package header and sizes against what a device expects.
-#include "package_file.hpp"
+#include "tests/support/package_file.hpp"
 
 #include <gmock/gmock.h>
 #include <random>

@@ -1,7 +1,7 @@
 // Codec adapter: the table of built-in codecs, and what their operations share.
 #include "mpi/audio/audio_voice_adp.h"
 
-#include "mpi/audio/adp_common.hpp"
+#include "mpi/audio/codec/adp_common.hpp"
 
 namespace {
 

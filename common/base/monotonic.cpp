@@ -1,0 +1,15 @@
+// A clock that only goes forward.
+#include "common/base/monotonic.hpp"
+
+#include <ctime>
+
+namespace zep {
+
+int64_t monotonic_ms()
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
+}
+
+} // namespace zep

@@ -1,0 +1,333 @@
+// The echo canceller's adaptive filter.
+#include "mpi/audio/dsp/aec_filter.hpp"
+
+#include "mpi/audio/dsp/aec_math.hpp"
+
+#include <algorithm>
+#include <cstring>
+
+namespace zep {
+namespace {
+
+constexpr int kSampleShift = 4;
+constexpr int kWeightShift = 22;
+constexpr int kVarianceShift = 33;
+constexpr int kPowerBits = 26;             // of a far power when it meets a variance
+constexpr int32_t kMostSpectrum = 1 << 27; // also 32.0 as a weight
+constexpr int32_t kMostError = 1 << 20;
+constexpr int64_t kQuietest = 200 * 256;      // least power that is divided by
+constexpr int32_t kFirstVariance = INT32_MAX; // 0.25: an echo as loud as its source is expected
+constexpr int32_t kForget = 210;              // Q20 a block, 0.0002
+constexpr int kTrims = 1;                     // partitions trimmed in a block
+
+// What dividing by the power of the innovation takes, bin by bin.
+struct Divisor {
+    int32_t inverse; // Q30 to Q31 of the normalised power
+    int places;      // bits of the power
+};
+
+struct Estimate {
+    AecComplex echo[kAecMaxBins];
+    int64_t uncertainty[kAecMaxBins]; // S: variance times far power, over all partitions
+    int8_t far_bits[kAecMaxBins];     // of the largest far power in the bin
+    int8_t far_shift[kAecMaxBins];    // brings far powers into kPowerBits
+};
+
+const AecComplex* far_of(const AecFilter& f, int age)
+{
+    int at = f.head + age;
+    return f.far + (at < f.ring ? at : at - f.ring) * f.bins;
+}
+
+const int64_t* power_of(const AecFilter& f, int age) { return f.far_power + (far_of(f, age) - f.far); }
+
+void take_far(AecFilter& f, const int16_t* far)
+{
+    f.head = f.head ? f.head - 1 : f.ring - 1;
+    memmove(f.far_frame, f.far_frame + f.block, size_t(f.block) * sizeof f.far_frame[0]);
+    for (int i = 0; i < f.block; ++i) f.far_frame[f.block + i] = far[i] * (1 << kSampleShift);
+    AecComplex* x = f.far + f.head * f.bins;
+    aec_fft_forward(2 * f.block, f.far_frame, x);
+    for (int k = 0; k < f.bins; ++k) f.far_power[f.head * f.bins + k] = square(x[k].re) + square(x[k].im);
+}
+
+const int16_t* near_of(const AecFilter& f, int age)
+{
+    return f.near_ring + (f.near_head + age) % (kAecHistory + 1) * kAecMaxBlock;
+}
+
+void take_near(AecFilter& f, const int16_t* near)
+{
+    f.near_head = f.near_head ? f.near_head - 1 : kAecHistory;
+    memcpy(f.near_ring + f.near_head * kAecMaxBlock, near, size_t(f.block) * sizeof *near);
+}
+
+// The echo as the filter has it, `age` blocks ago, and how wrong it may be.
+void estimate(const AecFilter& f, int age, Estimate& to)
+{
+    int64_t re[kAecMaxBins] = {}, im[kAecMaxBins] = {}, sum[kAecMaxBins] = {}, top[kAecMaxBins] = {};
+    for (int p = 0; p < f.parts; ++p) {
+        const int64_t* power = power_of(f, age + p);
+        for (int k = 0; k < f.bins; ++k) top[k] |= power[k];
+    }
+    for (int k = 0; k < f.bins; ++k) {
+        to.far_bits[k] = int8_t(bits_of(uint64_t(top[k])));
+        to.far_shift[k] = int8_t(std::max(0, to.far_bits[k] - kPowerBits));
+    }
+    for (int p = 0; p < f.parts; ++p) {
+        const AecComplex* x = far_of(f, age + p);
+        const int64_t* power = power_of(f, age + p);
+        const AecComplex* w = f.weight + p * f.bins;
+        const int32_t* v = f.variance + p * f.bins;
+        for (int k = 0; k < f.bins; ++k) {
+            re[k] += int64_t(w[k].re) * x[k].re - int64_t(w[k].im) * x[k].im;
+            im[k] += int64_t(w[k].re) * x[k].im + int64_t(w[k].im) * x[k].re;
+            sum[k] += int64_t(v[k]) * int32_t(power[k] >> to.far_shift[k]);
+        }
+    }
+    constexpr int64_t kHalf = int64_t(1) << (kWeightShift - 1);
+    for (int k = 0; k < f.bins; ++k) {
+        to.echo[k] = {clamp_to((re[k] + kHalf) >> kWeightShift, kMostSpectrum),
+                      clamp_to((im[k] + kHalf) >> kWeightShift, kMostSpectrum)};
+        to.uncertainty[k] = sum[k] >> (kVarianceShift - to.far_shift[k]);
+    }
+}
+
+// error = near - echo over one block, and its spectrum behind a block of zeros.
+void subtract(const AecFilter& f, const Estimate& of, const int16_t* near, int32_t* error,
+              AecComplex* spectrum)
+{
+    int32_t frame[kAecMaxSize];
+    aec_fft_inverse(2 * f.block, of.echo, frame);
+    for (int i = 0; i < f.block; ++i) {
+        error[i] = clamp_to(near[i] * (1 << kSampleShift) - frame[f.block + i], kMostError);
+    }
+    memset(frame, 0, size_t(f.block) * sizeof frame[0]);
+    memcpy(frame + f.block, error, size_t(f.block) * sizeof frame[0]);
+    aec_fft_forward(2 * f.block, frame, spectrum);
+}
+
+void track_noise(AecFilter& f, const AecComplex* error)
+{
+    int64_t power[kAecMaxBins];
+    for (int k = 0; k < f.bins; ++k) power[k] = square(error[k].re) + square(error[k].im);
+    for (int k = 0; k < f.bins; ++k) {
+        int64_t below = power[k ? k - 1 : 0];
+        int64_t above = power[k + 1 < f.bins ? k + 1 : k];
+        f.noise[k] += (((below + 2 * power[k] + above) >> 2) - f.noise[k]) >> 1;
+    }
+}
+
+Divisor divisor(const AecFilter& f, const Estimate& from, int k)
+{
+    uint64_t d = uint64_t(from.uncertainty[k] + 2 * f.noise[k] + kQuietest);
+    int places = bits_of(d);
+    uint64_t normal = places > 31 ? d >> (places - 31) : d << (31 - places);
+    return {int32_t(std::min<uint64_t>((uint64_t(1) << 61) / normal, INT32_MAX)), places};
+}
+
+// How one bin's weights move: by variance * conj(far) * step, then shifted.
+struct Step {
+    int32_t re;
+    int32_t im;
+    int32_t inverse;
+    int8_t product_shift; // of conj(far) * step
+    int8_t weight_shift;  // of the whole
+    int8_t far_shift;
+    int8_t variance_shift;
+};
+
+Step step_of(const AecFilter& f, const Estimate& from, const AecComplex* error, int k)
+{
+    Divisor d = divisor(f, from, k);
+    Step s = {int32_t(int64_t(error[k].re) * d.inverse >> 31),
+              int32_t(int64_t(error[k].im) * d.inverse >> 31),
+              d.inverse,
+              0,
+              0,
+              from.far_shift[k],
+              0};
+    int reach = bits_of(uint64_t(std::max(std::abs(int64_t(s.re)), std::abs(int64_t(s.im)))));
+    s.product_shift = int8_t(std::max(0, (from.far_bits[k] + 1) / 2 + reach + 1 - 31));
+    s.weight_shift = int8_t(std::clamp(10 + d.places - s.product_shift, 1, 62));
+    s.variance_shift = int8_t(std::max(0, d.places + 5 - from.far_shift[k]));
+    return s;
+}
+
+void move_weight(AecComplex& w, int32_t variance, AecComplex x, const Step& s)
+{
+    int64_t re = (int64_t(x.re) * s.re + int64_t(x.im) * s.im) >> s.product_shift;
+    int64_t im = (int64_t(x.re) * s.im - int64_t(x.im) * s.re) >> s.product_shift;
+    int64_t half = int64_t(1) << (s.weight_shift - 1);
+    w.re = clamp_to(w.re + ((variance * re + half) >> s.weight_shift), kMostSpectrum);
+    w.im = clamp_to(w.im + ((variance * im + half) >> s.weight_shift), kMostSpectrum);
+}
+
+void adapt(AecFilter& f, int age, const Estimate& from, const AecComplex* error, bool settle)
+{
+    Step steps[kAecMaxBins];
+    for (int k = 0; k < f.bins; ++k) steps[k] = step_of(f, from, error, k);
+    for (int p = 0; p < f.parts; ++p) {
+        const AecComplex* x = far_of(f, age + p);
+        AecComplex* w = f.weight + p * f.bins;
+        int32_t* v = f.variance + p * f.bins;
+        for (int k = 0; k < f.bins; ++k) move_weight(w[k], v[k], x[k], steps[k]);
+        if (!settle) continue;
+        // What was learnt is taken off the variance: half of it, as half of the frame is new.
+        const int64_t* power = power_of(f, age + p);
+        for (int k = 0; k < f.bins; ++k) {
+            int64_t part = int64_t(v[k]) * int32_t(power[k] >> steps[k].far_shift) >> 27;
+            int64_t share = std::min<int64_t>(part * steps[k].inverse >> steps[k].variance_shift, INT32_MAX);
+            v[k] -= int32_t(v[k] * share >> 32);
+        }
+    }
+}
+
+// Half of a partition's taps belong to a circle that a linear echo path does not have.
+void trim(AecFilter& f, int p)
+{
+    AecComplex* w = f.weight + p * f.bins;
+    int32_t taps[kAecMaxSize];
+    aec_fft_inverse(2 * f.block, w, taps);
+    memset(taps + f.block, 0, size_t(f.block) * sizeof taps[0]);
+    int64_t sum = 0;
+    for (int i = 0; i < f.block; ++i) sum += std::abs(int64_t(taps[i]));
+    int down = std::max(0, bits_of(uint64_t(sum)) - 27);
+    for (int i = 0; i < f.block; ++i) taps[i] >>= down;
+    aec_fft_forward(2 * f.block, taps, w);
+}
+
+// The echo path drifts: its variance grows in proportion to its power.
+void let_drift(AecFilter& f, int p)
+{
+    for (int i = p * f.bins; i < (p + 1) * f.bins; ++i) {
+        int64_t power =
+            (square(f.weight[i].re) + square(f.weight[i].im)) >> (2 * kWeightShift - kVarianceShift);
+        int64_t v = f.variance[i] + (((power - f.variance[i]) * f.forget_q20) >> 20);
+        f.variance[i] = int32_t(std::min<int64_t>(v, INT32_MAX));
+    }
+}
+
+void doubt(AecFilter& f, int shift)
+{
+    for (int i = 0; i < f.parts * f.bins; ++i) {
+        f.variance[i] = std::max(f.variance[i], f.prior[i / f.bins] >> shift);
+    }
+}
+
+// A filter that has failed before is trusted with less: the loudspeaker may not be heard at all.
+void restart(AecFilter& f)
+{
+    memset(f.weight, 0, sizeof f.weight);
+    memset(f.noise, 0, sizeof f.noise);
+    memset(f.variance, 0, sizeof f.variance);
+    doubt(f, 2 * (f.watch.failures - 1));
+}
+
+void shrink(AecFilter& f)
+{
+    for (int i = 0; i < f.parts * f.bins; ++i) {
+        f.weight[i] = {f.weight[i].re / 2, f.weight[i].im / 2};
+        f.variance[i] /= 4;
+    }
+}
+
+AecVerdict judge(AecFilter& f, const Estimate& now, const int16_t* near, const AecComplex* error)
+{
+    AecEnergies energy = {};
+    for (int i = 0; i < f.block; ++i) {
+        int32_t d = near[i] * (1 << kSampleShift);
+        energy.near += square(d);
+        energy.error += square(f.error[i]);
+        energy.echo += square(d - f.error[i]);
+    }
+    for (int k = 0; k < f.bins; ++k) energy.expected += now.uncertainty[k] >> 1;
+    return aec_watch_run(f.watch, f.bins, energy, error, now.echo);
+}
+
+void replay(AecFilter& f)
+{
+    for (int j = 1; j <= kAecReplays; ++j) {
+        Estimate then;
+        int32_t error[kAecMaxBlock];
+        AecComplex spectrum[kAecMaxBins];
+        estimate(f, j * kAecReplayStep, then);
+        subtract(f, then, near_of(f, j * kAecReplayStep), error, spectrum);
+        adapt(f, j * kAecReplayStep, then, spectrum, false);
+    }
+}
+
+void pass_through(AecFilter& f, const int16_t* near)
+{
+    for (int i = 0; i < f.block; ++i) f.error[i] = near[i] * (1 << kSampleShift);
+    memset(f.residual, 0, sizeof f.residual);
+    memset(f.echo, 0, sizeof f.echo);
+}
+
+bool any_sound(const int16_t* far, int n)
+{
+    return std::any_of(far, far + n, [](int16_t v) { return v != 0; });
+}
+
+void learn(AecFilter& f, const Estimate& now, const AecComplex* error)
+{
+    track_noise(f, error);
+    adapt(f, 0, now, error, true);
+    // Right after a change the earlier blocks are from another room.
+    if (f.watch.since > kAecHistory && aec_watch_learning(f.watch, f.block)) replay(f);
+    for (int i = 0; i < kTrims; ++i) {
+        trim(f, f.turn);
+        let_drift(f, f.turn);
+        f.turn = (f.turn + 1) % f.parts;
+    }
+}
+
+} // namespace
+
+void aec_filter_init(AecFilter& f, int block, int parts, bool short_blocks)
+{
+    f.block = block;
+    f.bins = block + 1;
+    f.parts = parts;
+    f.ring = parts + kAecHistory;
+    f.silent = parts + 1;
+    f.forget_q20 = (short_blocks ? kForget / 2 : kForget) * parts;
+    // Rooms fade by some 12 dB in 100 ms at least; a partition is 10 ms, or 5.
+    int64_t v = kFirstVariance;
+    for (int p = 0; p < parts; ++p) {
+        f.prior[p] = int32_t(v);
+        v = v * (short_blocks ? 28378 : 24576) >> 15;
+    }
+    doubt(f, 0);
+}
+
+void aec_filter_run(AecFilter& f, const int16_t* near, const int16_t* far)
+{
+    f.silent = any_sound(far, f.block) ? 0 : f.silent + 1;
+    if (f.silent > f.parts + 1) {
+        f.silent = f.parts + 2;
+        pass_through(f, near);
+        return;
+    }
+    take_far(f, far);
+    take_near(f, near);
+    Estimate now;
+    AecComplex error[kAecMaxBins];
+    estimate(f, 0, now);
+    subtract(f, now, near, f.error, error);
+    for (int k = 0; k < f.bins; ++k) {
+        f.residual[k] = now.uncertainty[k] >> 1; // the transform spans two blocks, the error one
+        f.echo[k] = (square(now.echo[k].re) + square(now.echo[k].im)) >> 1;
+    }
+    AecVerdict verdict = judge(f, now, near, error);
+    if (verdict == AecVerdict::restart) {
+        restart(f);
+        pass_through(f, near);
+        return;
+    }
+    if (verdict == AecVerdict::relearn) doubt(f, 3);
+    if (verdict == AecVerdict::shrink) shrink(f);
+    learn(f, now, error);
+}
+
+} // namespace zep

@@ -1,0 +1,47 @@
+// Tells a change of the echo path from a near talker.
+//
+// Both raise the error. But after a change the filter adds its outdated echo to the microphone's
+// instead of removing one, and what is left is coherent with the estimated echo, since both come from
+// the far signal; a near talker's is not.
+#ifndef MPI_AUDIO_AEC_WATCH_HPP
+#define MPI_AUDIO_AEC_WATCH_HPP
+
+#include "mpi/audio/dsp/aec_fft.hpp"
+
+namespace zep {
+
+struct AecEnergies {
+    int64_t near; // Q8, of a block
+    int64_t error;
+    int64_t echo;     // the estimated one
+    int64_t expected; // of the error as the filter expects it, times the block's length
+};
+
+struct AecWatch {
+    AecEnergies recent;            // smoothed over a tenth of a second
+    AecEnergies lasting;           // over more than one
+    int64_t cross_re[kAecMaxBins]; // of error and echo
+    int64_t cross_im[kAecMaxBins];
+    int64_t error_power[kAecMaxBins];
+    int64_t echo_power[kAecMaxBins];
+    int alike;    // blocks in which the error was coherent with the echo
+    int failures; // restarts since the filter last took most of the echo away
+    int since;    // blocks since the last verdict
+};
+
+enum class AecVerdict {
+    keep,
+    shrink,  // for a second and more the filter has taken nothing away: less of it
+    relearn, // some of the echo path is new
+    restart, // nothing of it is left
+};
+
+AecVerdict aec_watch_run(AecWatch& w, int bins, const AecEnergies& now, const AecComplex* error,
+                         const AecComplex* echo);
+
+// The filter is still far from its aim, and what it leaves is echo rather than a near talker.
+bool aec_watch_learning(const AecWatch& w, int block);
+
+} // namespace zep
+
+#endif

@@ -1,0 +1,41 @@
+#include "sim/clock/power.hpp"
+#include "sim/clock/clock.hpp"
+#include "sim/clock/journal.hpp"
+#include "sim/base/raw.hpp"
+
+#include <csignal>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace vcam::power {
+namespace {
+
+// The first process of the space ends it; until then nothing more happens here.
+void stay()
+{
+    sigset_t all;
+    ::sigfillset(&all);
+    ::sigprocmask(SIG_BLOCK, &all, nullptr);
+    for (;;) raw::sleep_ns(clock::kSecond);
+}
+
+} // namespace
+
+void lose(Loss how)
+{
+    if (clock::mark_power_off()) {
+        if (how == Loss::cut) journal::add("power", "cut");
+        if (how == Loss::watchdog) journal::add("watchdog", "reset");
+        if (clock::owns_pids()) ::syscall(SYS_kill, 1, SIGRTMIN + int(how));
+    }
+    if (clock::owns_pids() && raw::pid() != 1) stay();
+}
+
+bool on()
+{
+    if (clock::has_power()) return true;
+    if (clock::owns_pids() && raw::pid() != 1) stay();
+    return false;
+}
+
+} // namespace vcam::power

@@ -1,0 +1,90 @@
+// mount and umount: JFFS2 from the simulated flash, everything else by busybox.
+#include "sim/guest/guest.hpp"
+#include "sim/guest/simlog.hpp"
+#include "sim/base/text.hpp"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <sys/mount.h>
+#include <unistd.h>
+
+namespace vcam {
+namespace {
+
+int by_busybox(int argc, char** argv)
+{
+    std::vector<char*> words(argv, argv + argc);
+    words.push_back(nullptr);
+    execv("/bin/busybox", words.data());
+    fprintf(stderr, "%s: no /bin/busybox: %s\n", argv[0], strerror(errno));
+    return 127;
+}
+
+std::string command_line(int argc, char** argv)
+{
+    return join(std::vector<std::string>(argv + 1, argv + argc), " ");
+}
+
+std::string without_slash(std::string path)
+{
+    while (path.size() > 1 && path.back() == '/') path.pop_back();
+    return path;
+}
+
+bool is_mounted(const std::string& mounts, const std::string& target)
+{
+    for (const auto& line : split(mounts, '\n'))
+        if (split(line, ' ')[0] == target) return true;
+    return false;
+}
+
+// 0 or an errno, as the kernel's mount would answer.
+int mount_jffs2(const Camera& camera, const std::string& device, const std::string& target)
+{
+    constexpr std::string_view kBlock = "/dev/mtdblock";
+    if (!starts_with(device, kBlock) || !exists(device)) return ENOENT;
+    const auto& p = camera.partition("mtd" + device.substr(kBlock.size()));
+    if (is_mounted(try_read_file(camera.path("mounts")).value_or(""), target)) return EBUSY;
+    std::string size = text("mode=755,size=%llu", (unsigned long long)p.size);
+    if (mount(device.c_str(), target.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, size.c_str()) < 0) return errno;
+    try {
+        unpack_image(camera.image(p), p, target);
+    } catch (const Error& e) {
+        fprintf(stderr, "mount: %s\n", e.what());
+        umount2(target.c_str(), MNT_DETACH);
+        return EIO;
+    }
+    append_file(camera.path("mounts"), text("%s %s\n", target.c_str(), p.name.c_str()));
+    return 0;
+}
+
+} // namespace
+
+int mount_main(int argc, char** argv)
+{
+    if (argc > 1) note_event("mount", command_line(argc, argv));
+    const bool jffs2 = argc == 5 && strcmp(argv[1], "-t") == 0 && strcmp(argv[2], "jffs2") == 0;
+    if (!jffs2) return by_busybox(argc, argv);
+    int error = mount_jffs2(Camera(kStateInside), argv[3], without_slash(argv[4]));
+    if (!error) return 0;
+    fprintf(stderr, "mount: mounting %s on %s failed: %s\n", argv[3], argv[4], strerror(error));
+    return 255;
+}
+
+// The preloaded umount2 writes a JFFS2 mount back and tells the journal.
+int umount_main(int argc, char** argv)
+{
+    if (argc != 2 || argv[1][0] == '-') return by_busybox(argc, argv);
+    if (umount2(argv[1], 0) == 0) return 0;
+    fprintf(stderr, "umount: can't unmount %s: %s\n", argv[1], strerror(errno));
+    return 1;
+}
+
+int ifconfig_main(int argc, char** argv)
+{
+    if (argc > 1) note_event("ifconfig", command_line(argc, argv));
+    return by_busybox(argc, argv);
+}
+
+} // namespace vcam

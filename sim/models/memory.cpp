@@ -1,0 +1,110 @@
+#include "sim/models/memory.hpp"
+#include "sim/base/raw.hpp"
+#include "sim/base/state.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <mutex>
+#include <string>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <vector>
+
+namespace vcam::media {
+namespace {
+
+bool grow(int fd, int64_t size)
+{
+    if (raw::seek(fd, 0, SEEK_END) >= size) return true;
+    const char zero = 0;
+    return raw::pwrite(fd, &zero, 1, size - 1) == 1;
+}
+
+struct View {
+    std::mutex lock;
+    std::string folder;
+    uint8_t* base = nullptr;
+};
+
+View& view()
+{
+    static auto* one = new View;
+    return *one;
+}
+
+struct Stretch {
+    uint64_t begin, end;
+};
+
+std::vector<Stretch> taken(const Page& page)
+{
+    std::vector<Stretch> out;
+    for (const Pool& p : page.vb.pools)
+        if (p.used) out.push_back({p.physical, uint64_t(p.physical) + uint64_t(p.block_size) * p.blocks});
+    for (const MmzBlock& b : page.mmz)
+        if (b.used) out.push_back({b.physical, uint64_t(b.physical) + b.size});
+    std::sort(out.begin(), out.end(), [](auto& a, auto& b) { return a.begin < b.begin; });
+    return out;
+}
+
+} // namespace
+
+void* map_physical(void* address, size_t length, int protection, int flags, int64_t physical)
+{
+    const int64_t end = physical + int64_t(length);
+    const bool ram = physical >= kRam;
+    if (physical < 0 || length == 0 || end > (ram ? int64_t(kRam) + kRamSize : int64_t(kRam))) {
+        errno = ENXIO;
+        return MAP_FAILED;
+    }
+    const int64_t offset = ram ? physical - kRam : physical;
+    const std::string path = state::path(ram ? "memory" : "registers");
+    const raw::Fd fd(raw::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    const int64_t whole = (offset + int64_t(length) + kPageSize - 1) / kPageSize * kPageSize;
+    if (!fd || !grow(fd.get(), ram ? int64_t(kRamSize) : whole)) return MAP_FAILED;
+    return raw::map(address, length, protection, flags, fd.get(), offset);
+}
+
+void* map_low(size_t length, uint32_t physical)
+{
+#ifdef MAP_32BIT
+    const int low = MAP_32BIT;
+#else
+    const int low = 0;
+#endif
+    return map_physical(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED | low, physical);
+}
+
+uint8_t* zone_at(uint32_t physical)
+{
+    View& v = view();
+    const std::lock_guard hold(v.lock);
+    if (!v.base || v.folder != state::dir()) {
+        if (v.base) ::munmap(v.base, kZoneSize);
+        void* at = map_physical(nullptr, kZoneSize, PROT_READ | PROT_WRITE, MAP_SHARED, kZone);
+        v.base = at == MAP_FAILED ? nullptr : static_cast<uint8_t*>(at);
+        v.folder = state::dir();
+    }
+    return v.base && physical >= kZone ? v.base + (physical - kZone) : nullptr;
+}
+
+void forget_zone()
+{
+    View& v = view();
+    const std::lock_guard hold(v.lock);
+    v.folder.clear();
+}
+
+uint32_t allocate(const Page& page, uint64_t size)
+{
+    const uint64_t whole = (size + kPageSize - 1) / kPageSize * kPageSize;
+    uint64_t at = kZone;
+    for (const Stretch& s : taken(page)) {
+        if (s.begin >= at + whole) break;
+        at = (std::max(at, s.end) + kPageSize - 1) / kPageSize * kPageSize;
+    }
+    return whole && at + whole <= uint64_t(kZone) + kZoneSize ? uint32_t(at) : 0;
+}
+
+} // namespace vcam::media

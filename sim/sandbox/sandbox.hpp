@@ -1,0 +1,56 @@
+// The sandbox: fresh namespaces and a private root, in which a camera's processes live.
+//
+// The root is the camera's own root/ folder with the host's libraries and programs bound
+// read-only into it; the file systems that a camera has of its own (/etc, /dev, /proc) are mounted
+// on top. Always inside a user namespace where the host allows one: setting the clock, rebooting
+// or loading a module is then refused by the kernel, whoever asks. Without it (root only) those
+// rights are dropped for good before the camera's first process starts.
+#pragma once
+
+#include "sim/base/camera.hpp"
+#include "sim/sandbox/pieces.hpp"
+
+#include <string>
+#include <vector>
+
+namespace vcam {
+
+struct Bind {
+    std::string host;
+    std::string inside; // absolute path in the camera
+    bool writable = false;
+};
+
+// HOST[:INSIDE]; without INSIDE the file appears as /run/bin/<name>. Throws.
+Bind parse_bind(const std::string& words, bool writable);
+
+// A storage medium in a slot: a file system of its own in memory, gone with the run.
+struct Medium {
+    std::string slot; // "sd" or "usb", mounted on /mnt/sd or /mnt/usb
+    uint64_t size = 0;
+    bool read_only = false;
+};
+
+// SLOT=SIZE[,ro], as "sd=16M". Throws.
+Medium parse_medium(const std::string& words);
+
+struct SandboxPlan {
+    std::vector<Bind> binds;
+    std::vector<std::string> arguments;   // of pid 1, its name first
+    std::vector<std::string> environment; // of pid 1
+    std::string neighbour;                // address of the host at the other end of eth0; empty: none
+    std::vector<Medium> media;
+};
+
+// Starts pid 1 and returns its number on the host; throws where no namespace can be had. What
+// fails later, inside, is told by the child itself: one line, exit status 125.
+pid_t start_sandbox(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan);
+
+// Runs a command inside a running camera, pid its first process; returns its exit status as a shell counts
+// it, and kSandboxFailure, with a line of its own, as long as that process is on its way in.
+int join_sandbox(const Camera& camera, pid_t pid, const std::vector<std::string>& arguments,
+                 const std::vector<std::string>& environment);
+
+constexpr int kSandboxFailure = 125;
+
+} // namespace vcam

@@ -1,0 +1,97 @@
+// vcam pin, rtc: what the board is wired to, and its real-time clock.
+#include "sim/base/camera.hpp"
+#include "sim/vcam/commands.hpp"
+#include "sim/vcam/options.hpp"
+#include "sim/base/text.hpp"
+#include "sim/clock/clock.hpp"
+#include "sim/board/pins.hpp"
+#include "sim/board/rtc_chip.hpp"
+#include "sim/base/state.hpp"
+
+#include <cstdio>
+
+namespace vcam {
+namespace {
+
+void attach(const Camera& camera)
+{
+    state::set_dir(camera.folder());
+    clock::attach();
+}
+
+// "8.1 press +0.5 0.3" counts from now on: the file holds camera seconds.
+std::string absolute(const std::string& line)
+{
+    auto words = split(line, ' ');
+    if (words.size() < 3 || words[1] != "press" || words[2][0] != '+') return line;
+    const double at = double(clock::now_ns()) / 1e9 + parse_seconds(words[2].substr(1), "pin");
+    words[2] = text("%.3f", at);
+    return join(words, " ");
+}
+
+void set_time(rtc::Chip& chip, const std::string& when)
+{
+    rtc::Time time = {};
+    if (!rtc::parse(when, time))
+        fail("rtc: '%s' is no time such as \"2012-02-28 23:59:58\" from 2000 to 2099", when.c_str());
+    chip.set = time;
+    chip.at_ns = clock::now_ns();
+}
+
+void set_fault(rtc::Chip& chip, const std::string& name)
+{
+    // What it has counted so far stays; a stopped one goes on from where it stood.
+    chip.set = rtc::counted(chip);
+    chip.at_ns = clock::now_ns();
+    if (name == "none")
+        chip.stopped = chip.no_leap = chip.bcd = false;
+    else if (!rtc::add_fault(chip, name))
+        fail("rtc: there are the faults stopped, no-leap, bcd and none, not %s", name.c_str());
+}
+
+} // namespace
+
+int pin_main(const Arguments& arguments)
+{
+    bool clear = false;
+    auto words = parse_options(
+        arguments, {{"--clear", nullptr, "forget all wiring first", [&](auto&) { clear = true; }}}, 1);
+    if (words.plain.size() != 1) fail("pin: write it as: vcam pin DIR [--clear] [\"8.1 press +0 0.3\" ...]");
+    const Camera camera(words.plain[0]);
+    attach(camera);
+    for (auto& line : words.command) {
+        line = absolute(line);
+        if (auto problem = pins::check(line); !problem.empty()) fail("pin: %s", problem.c_str());
+    }
+    if (clear) write_file(camera.path("pins"), "");
+    for (const auto& line : words.command) append_file(camera.path("pins"), line + "\n");
+    if (words.command.empty() && !clear)
+        fputs(try_read_file(camera.path("pins")).value_or("").c_str(), stdout);
+    return 0;
+}
+
+int rtc_main(const Arguments& arguments)
+{
+    std::string when;
+    std::vector<std::string> faults;
+    auto words = parse_options(
+        arguments, {{"--set", "\"DATE TIME\"", "what it counts from now on", [&](auto& v) { when = v; }},
+                    {"--fault", "NAME", "stopped, no-leap, bcd; none heals the chip",
+                     [&](auto& v) { faults.push_back(v); }}});
+    if (words.plain.size() != 1)
+        fail("rtc: write it as: vcam rtc DIR [--set \"2012-02-28 23:59:58\"] [--fault NAME]");
+    const Camera camera(words.plain[0]);
+    attach(camera);
+    if (when.empty() && faults.empty() && !exists(camera.path("rtc")))
+        fail("rtc: the camera never ran and its clock was never set");
+    rtc::Chip chip = rtc::load();
+    for (const auto& name : faults) set_fault(chip, name);
+    if (!when.empty()) set_time(chip, when);
+    if (!rtc::store(chip)) fail("rtc: cannot write %s", camera.path("rtc").c_str());
+    const std::string words_of_faults = rtc::faults(chip);
+    printf("%s%s%s\n", rtc::format(rtc::counted(chip)).c_str(), words_of_faults.empty() ? "" : ", ",
+           words_of_faults.c_str());
+    return 0;
+}
+
+} // namespace vcam

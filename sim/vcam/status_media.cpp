@@ -1,0 +1,249 @@
+// The media drivers' part of vcam status: what is bound to what, what is in use, how loud it is.
+#include "sim/vcam/status_media.hpp"
+#include "sim/base/text.hpp"
+#include "sim/clock/clock.hpp"
+#include "sim/models/audio.hpp"
+#include "sim/models/pools.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <functional>
+#include <vector>
+
+namespace vcam {
+namespace {
+
+using namespace media;
+
+constexpr double kQuietest = -60; // dB of full scale, the meter's left end
+constexpr int kMeterWidth = 20;
+
+double decibels(uint32_t level) { return level ? 20 * std::log10(level / 32768.0) : -HUGE_VAL; }
+
+// "|########            | -24.1 dB, peak -3.0", filled up to the mean level, the peak marked.
+std::string meter(const Level& level)
+{
+    const auto place = [](uint32_t value) {
+        const double part = (decibels(value) - kQuietest) / -kQuietest;
+        return int(std::lround(std::clamp(part, 0.0, 1.0) * kMeterWidth));
+    };
+    std::string bar(kMeterWidth, ' ');
+    std::fill_n(bar.begin(), place(level.rms), '#');
+    if (const int at = place(level.peak)) bar[size_t(at - 1)] = '|';
+    const auto number = [](uint32_t value) {
+        return value ? text("%.1f dB", decibels(value)) : std::string("silent");
+    };
+    return "[" + bar + "] " + number(level.rms) + ", highest " + number(level.highest);
+}
+
+std::string name_of(const Chn& c)
+{
+    if (c.module == int(kModAi)) return text("ai %d,%d", c.device, c.channel);
+    if (c.module == int(kModAo)) return text("ao %d,%d", c.device, c.channel);
+    return text("%s %d", c.module == int(kModAenc) ? "aenc" : "module", c.channel);
+}
+
+std::string slot_name(const char* module, uint32_t slot)
+{
+    return text("%s %u,%u", module, slot / kChannels, slot % kChannels);
+}
+
+std::string describe(const Attributes& a)
+{
+    return text("%u Hz, %u bits, %s, %u points a frame, %u frames, %u channels", a.rate, a.bit_width ? 16 : 8,
+                a.sound_mode == kStereo ? "stereo" : "mono", a.points, a.frames, a.channels);
+}
+
+bool used(const AiChannel& c) { return c.enabled || c.delivered || c.lost; }
+bool used(const AoChannel& c) { return c.enabled || c.frames; }
+
+std::string owner(const Pool& p)
+{
+    if (p.module == kModAi) return text("ai %u", p.device);
+    return p.common ? "common" : "program";
+}
+
+void print_pools(const Page& page)
+{
+    for (uint32_t i = 0; i < kPools; ++i) {
+        const Pool& p = page.vb.pools[i];
+        if (!p.used) continue;
+        printf("pool %-4u %s, %u blocks of %u at 0x%08X, in use: driver %u, programs %u, at most %u\n", i,
+               owner(p).c_str(), p.blocks, p.block_size, p.physical, in_use(p, Block::driver),
+               in_use(p, Block::user), p.most_in_use);
+    }
+    for (const MmzBlock& b : page.mmz)
+        if (b.used) printf("memory    0x%08X, %u bytes %s\n", b.physical, b.size, b.name);
+}
+
+void print_input(const Page& page)
+{
+    for (uint32_t i = 0; i < kDevices; ++i) {
+        const AiDevice& d = page.ai_device[i];
+        if (d.configured)
+            printf("ai %-6u %s, %s\n", i, d.enabled ? "enabled" : "off", describe(d.attributes).c_str());
+    }
+    for (uint32_t slot = 0; slot < kSlots; ++slot) {
+        const AiChannel& c = page.ai[slot];
+        if (!used(c)) continue;
+        printf("%-9s %s, %u waiting, %u taken, %u given back, %u lost%s  %s\n", slot_name("ai", slot).c_str(),
+               c.enabled ? "enabled" : "off", c.count, c.delivered, c.released, c.lost,
+               c.aec ? text(", %u with echo reference", c.echoes).c_str() : "", meter(c.level).c_str());
+    }
+}
+
+void print_output(const Page& page)
+{
+    for (uint32_t i = 0; i < kDevices; ++i) {
+        const AoDevice& d = page.ao_device[i];
+        if (d.configured)
+            printf("ao %-6u %s, %s\n", i, d.enabled ? "enabled" : "off", describe(d.attributes).c_str());
+    }
+    for (uint32_t slot = 0; slot < kSlots; ++slot) {
+        const AoChannel& c = page.ao[slot];
+        if (!used(c)) continue;
+        printf("%-9s %s, %u frames, %u points queued, %u under-runs, %u times full, %u points dropped  %s\n",
+               slot_name("ao", slot).c_str(),
+               c.paused    ? "paused"
+               : c.enabled ? "enabled"
+                           : "off",
+               c.frames, c.enabled ? queued(page, slot, clock::now_ns()) : 0, c.underruns, c.full, c.cleared,
+               meter(c.level).c_str());
+    }
+}
+
+void print_acodec(const Acodec& chip)
+{
+    constexpr const char* kNames[] = {"",      "rate",  "input", "",      "",     "mic L",
+                                      "mic R", "DAC L", "DAC R", "ADC L", "ADC R"};
+    std::vector<std::string> words;
+    for (size_t i = 0; i < std::size(kNames); ++i)
+        if (chip.known[i]) words.push_back(text("%s 0x%02X", kNames[i], chip.setting[i]));
+    if (!words.empty()) printf("acodec    %s\n", join(words, ", ").c_str());
+}
+
+std::string list(uint32_t count, const std::function<std::string(uint32_t)>& item)
+{
+    std::vector<std::string> items;
+    for (uint32_t i = 0; i < count; ++i)
+        if (std::string one = item(i); !one.empty()) items.push_back(std::move(one));
+    return "[" + join(items, ",") + "]";
+}
+
+// Only what goes to an output flows in the drivers; an encoder's program fetches for itself.
+bool flows(const Bind& b) { return b.destination.module == int(kModAo); }
+
+void print_binds(const Page& page)
+{
+    for (const Bind& b : page.sys.binds) {
+        if (!b.used) continue;
+        const std::string counts = text(", %u frames, %u dropped", b.frames, b.dropped);
+        printf("bind      %s -> %s%s\n", name_of(b.source).c_str(), name_of(b.destination).c_str(),
+               flows(b) ? counts.c_str() : "");
+    }
+}
+
+std::string bind_json(const Bind& b)
+{
+    if (!b.used) return {};
+    const std::string counts = text(",\"frames\":%u,\"dropped\":%u", b.frames, b.dropped);
+    return text("{\"from\":\"%s\",\"to\":\"%s\"%s}", name_of(b.source).c_str(),
+                name_of(b.destination).c_str(), flows(b) ? counts.c_str() : "");
+}
+
+std::string pool_json(uint32_t number, const Pool& p)
+{
+    if (!p.used) return {};
+    return text("{\"pool\":%u,\"owner\":\"%s\",\"blocks\":%u,\"block_size\":%u,\"address\":%u,\"driver\":%u,"
+                "\"programs\":%u,\"most\":%u}",
+                number, owner(p).c_str(), p.blocks, p.block_size, p.physical, in_use(p, Block::driver),
+                in_use(p, Block::user), p.most_in_use);
+}
+
+std::string level_json(const Level& l)
+{
+    return text("\"rms\":%u,\"peak\":%u,\"highest\":%u", l.rms, l.peak, l.highest);
+}
+
+std::string input_json(uint32_t slot, const AiChannel& c)
+{
+    if (!used(c)) return {};
+    return text(
+        "{\"channel\":\"%s\",\"enabled\":%s,\"waiting\":%u,\"taken\":%u,\"given_back\":%u,\"lost\":%u,"
+        "\"echoes\":%u,%s}",
+        slot_name("ai", slot).c_str(), c.enabled ? "true" : "false", c.count, c.delivered, c.released, c.lost,
+        c.echoes, level_json(c.level).c_str());
+}
+
+std::string output_json(uint32_t slot, const AoChannel& c)
+{
+    if (!used(c)) return {};
+    return text("{\"channel\":\"%s\",\"enabled\":%s,\"paused\":%s,\"frames\":%u,\"underruns\":%u,\"full\":%u,"
+                "\"dropped\":%u,%s}",
+                slot_name("ao", slot).c_str(), c.enabled ? "true" : "false", c.paused ? "true" : "false",
+                c.frames, c.underruns, c.full, c.cleared, level_json(c.level).c_str());
+}
+
+} // namespace
+
+std::unique_ptr<Page> read_media()
+{
+    auto page = std::make_unique<Page>();
+    return snapshot(*page) ? std::move(page) : nullptr;
+}
+
+void print_media(const Page& page)
+{
+    printf("media     system %s, pools %s\n", page.sys.ready ? "started" : "stopped",
+           page.vb.ready ? "started" : "stopped");
+    print_binds(page);
+    print_pools(page);
+    print_input(page);
+    print_output(page);
+    print_acodec(page.acodec);
+}
+
+std::string media_json(const Page* page)
+{
+    if (!page) return {};
+    const Page& p = *page;
+    return text("\"media\":{\"system\":%s,\"binds\":%s,\"pools\":%s,\"ai\":%s,\"ao\":%s},",
+                p.sys.ready ? "true" : "false",
+                list(kBinds, [&](uint32_t i) { return bind_json(p.sys.binds[i]); }).c_str(),
+                list(kPools, [&](uint32_t i) { return pool_json(i, p.vb.pools[i]); }).c_str(),
+                list(kSlots, [&](uint32_t i) { return input_json(i, p.ai[i]); }).c_str(),
+                list(kSlots, [&](uint32_t i) { return output_json(i, p.ao[i]); }).c_str());
+}
+
+// Bindings of a decoder are its program's own; of those the drivers see the frames that reach an output.
+std::string media_dot(const Page* page)
+{
+    std::string out = "digraph media {\n  rankdir=LR; node [shape=box];\n";
+    if (!page) return out + "}\n";
+    for (uint32_t slot = 0; slot < kSlots; ++slot) {
+        const AiChannel& c = page->ai[slot];
+        const std::string name = slot_name("ai", slot);
+        if (used(c))
+            out += text("  \"mic.wav\" -> \"%s\" [label=\"%u taken, %u lost\"];\n", name.c_str(), c.delivered,
+                        c.lost);
+    }
+    for (const Bind& b : page->sys.binds) {
+        const std::string counts = text(" [label=\"%u frames, %u dropped\"]", b.frames, b.dropped);
+        if (b.used)
+            out += text("  \"%s\" -> \"%s\"%s;\n", name_of(b.source).c_str(), name_of(b.destination).c_str(),
+                        flows(b) ? counts.c_str() : "");
+    }
+    for (uint32_t slot = 0; slot < kSlots; ++slot) {
+        const AoChannel& c = page->ao[slot];
+        if (!used(c)) continue;
+        const std::string name = slot_name("ao", slot), file = speaker_file(*page, slot);
+        if (c.frames > c.bound || !c.bound)
+            out += text("  \"program\" -> \"%s\" [label=\"%u frames\"];\n", name.c_str(), c.frames - c.bound);
+        out += text("  \"%s\" -> \"%s\" [label=\"%u under-runs\"];\n", name.c_str(),
+                    file.substr(file.rfind('/') + 1).c_str(), c.underruns);
+    }
+    return out + "}\n";
+}
+
+} // namespace vcam

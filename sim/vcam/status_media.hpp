@@ -1,0 +1,19 @@
+// The media drivers' part of vcam status: what is bound to what, what is in use, how loud it is.
+#pragma once
+
+#include "sim/models/page.hpp"
+
+#include <memory>
+#include <string>
+
+namespace vcam {
+
+// Null when no media driver was used since the camera was made.
+std::unique_ptr<media::Page> read_media();
+
+void print_media(const media::Page& page);
+std::string media_json(const media::Page* page); // one member, with a comma behind it
+// The ways of sound as a graph for dot(1).
+std::string media_dot(const media::Page* page);
+
+} // namespace vcam

@@ -1,0 +1,112 @@
+#!/usr/bin/env python3
+"""The installed tree: what each component holds, and that programs of others build and run with it."""
+import os
+import shlex
+import subprocess
+import tempfile
+import unittest
+
+BUILD = os.environ["ZEP_BUILD"]
+TOOLCHAIN_FILE = os.environ.get("ZEP_TOOLCHAIN_FILE", "")
+TOOLCHAIN = os.environ.get("ZEP_TOOLCHAIN", "")
+LAUNCHER = os.environ.get("ZEP_LAUNCHER", "").split()
+COMPILER = {"c": os.environ["ZEP_CC"], "cpp": os.environ["ZEP_CXX"]}
+HERE = os.path.dirname(os.path.abspath(__file__))
+CONSUMER = os.path.join(HERE, "consumer")
+APPLETS = """qrn_arp load_drv get_boot_param init_upgrade upgrade xupgrade xbootenv xgpio xi2c xgpioi2c xkill xtime
+             test_dio test_led test_rs485 test_rs232 test_sdcard test_usb test_key test_rtc test_send_watchdog
+             test_audio get_cb_cam_info""".split()
+# A-law of 1000 in 16 bits, and the first account with uid and gid 0.
+SAID = "fa root\n"
+
+
+def quietly(*words, **more):
+    run = subprocess.run(words, capture_output=True, text=True, stdin=subprocess.DEVNULL, **more)
+    if run.returncode:
+        raise AssertionError(f"{shlex.join(words)}: status {run.returncode}\n{run.stdout}{run.stderr}")
+    return run.stdout
+
+
+def install(component, stage):
+    quietly("cmake", "--install", BUILD, "--prefix", "/usr", "--component", component,
+            env={**os.environ, "DESTDIR": stage})
+
+
+def files(folder):
+    return {os.path.relpath(os.path.join(at, name), folder) for at, _, names in os.walk(folder) for name in names}
+
+
+def pages(sections):
+    """The manual pages of these sections, where they are installed."""
+    names = os.listdir(os.path.join(HERE, "../../../docs/man"))
+    return {f"usr/share/man/man{name[-1]}/{name}" for name in names if name[-1] in sections}
+
+
+class Installed(unittest.TestCase):
+    def setUp(self):
+        scratch = tempfile.TemporaryDirectory()
+        self.addCleanup(scratch.cleanup)
+        self.stage = os.path.join(scratch.name, "stage")
+        self.work = os.path.join(scratch.name, "work")
+        os.mkdir(self.work)
+
+    def test_runtime_is_the_executable_one_link_an_applet_and_manual_pages(self):
+        install("runtime", self.stage)
+        install("runtime", self.stage)  # over itself
+        found = files(self.stage)
+        self.assertEqual(found, {"usr/bin/zep", *("usr/bin/" + a for a in APPLETS), *pages("8")})
+        for applet in APPLETS:
+            self.assertEqual(os.readlink(os.path.join(self.stage, "usr/bin", applet)), "zep")
+
+    def test_tools_make_and_run_a_camera_from_where_they_stand(self):
+        install("tools", self.stage)
+        if LAUNCHER:  # a camera has no use for them
+            self.assertEqual(files(self.stage), set())
+            return
+        commands = [f for f in files(self.stage) if f.startswith("usr/bin/")]
+        self.assertEqual(sorted(commands), ["usr/bin/fwpkg", "usr/bin/vcam", "usr/bin/zep-audio"])
+        for command in commands:
+            self.assertIn(command.replace("bin", "share/man/man1") + ".1", files(self.stage))
+        vcam = os.path.join(self.stage, "usr/bin/vcam")
+        camera = os.path.join(self.work, "camera")
+        quietly(vcam, "new", camera)
+        listed = quietly(vcam, "run", camera, "--", "zep").splitlines()[-1]
+        self.assertEqual(sorted(listed.split(", ")), sorted(APPLETS))
+
+    def test_development_tells_nothing_of_where_it_was_built_or_staged(self):
+        install("development", self.stage)
+        self.assertFalse([f for f in files(self.stage) if f.startswith("usr/bin")])
+        self.assertEqual({f for f in files(self.stage) if "/man/" in f}, pages("357"))
+        for name in files(self.stage):
+            if name.endswith((".pc", ".cmake", ".h")):
+                with open(os.path.join(self.stage, name)) as file:
+                    text = file.read()
+                for path in (BUILD, self.stage):
+                    self.assertNotIn(path, text, name)
+
+    def run_all(self, programs):
+        for program in programs:
+            self.assertEqual(quietly(*LAUNCHER, os.path.join(self.work, program)), SAID, program)
+
+    def test_programs_build_by_the_cmake_package(self):
+        install("development", self.stage)
+        quietly("cmake", "-G", "Ninja", "-S", CONSUMER, "-B", self.work, "-Dzep_ROOT=" + self.stage + "/usr",
+                "-DCMAKE_FIND_ROOT_PATH_MODE_PACKAGE=BOTH", "-DCMAKE_TOOLCHAIN_FILE=" + TOOLCHAIN_FILE, "-DZEP_TOOLCHAIN=" + TOOLCHAIN,
+                "-DCMAKE_C_COMPILER=" + COMPILER["c"], "-DCMAKE_CXX_COMPILER=" + COMPILER["cpp"])
+        quietly("cmake", "--build", self.work)
+        self.run_all(["by_cmake_c", "by_cmake_cpp"])
+
+    def test_programs_build_by_pkg_config(self):
+        install("development", self.stage)
+        libraries = [os.path.join(at) for at, _, names in os.walk(self.stage) if "zepmpp.pc" in names]
+        environment = {**os.environ, "PKG_CONFIG_LIBDIR": libraries[0], "PKG_CONFIG_SYSROOT_DIR": self.stage}
+        flags = quietly("pkg-config", "--cflags", "--libs", "zepmpp", "zepcommon", env=environment).split()
+        for language in ("c", "cpp"):
+            out = os.path.join(self.work, "by_pkg_config_" + language)
+            standard = {"c": "-std=gnu11", "cpp": "-std=gnu++20"}[language]
+            quietly(COMPILER["c"], standard, os.path.join(CONSUMER, "main." + language), *flags, "-o", out)
+        self.run_all(["by_pkg_config_c", "by_pkg_config_cpp"])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,51 @@
+// A camera around each case: a state folder of its own and the simulated drivers in this process.
+#pragma once
+
+#include "sim/preload/vcamsim.h"
+#include "tests/support/folder.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace vcam::test {
+
+class CameraTest : public testing::Test {
+protected:
+    explicit CameraTest(
+        std::string_view flash = "mtd1=nor,256K,64K,1\nmtd2=nand,128K,16K,2K\nmtd3=nor,1M,64K,1\n")
+    {
+        write(folder / "camera.conf", flash);
+        std::filesystem::create_directories(folder / "flash");
+        if (vcamsim_start(folder.path().c_str(), 0) != 0) std::abort();
+    }
+    ~CameraTest() override { vcamsim_stop(); }
+
+    [[nodiscard]] std::string image(int number) const
+    {
+        return read(folder / ("flash/mtd" + std::to_string(number)));
+    }
+    [[nodiscard]] std::string journal() const { return read(folder / "journal"); }
+    [[nodiscard]] static double seconds() { return double(vcamsim_now_us()) / 1e6; }
+    // Runs a program of the host in the camera, as the executable runs there.
+    [[nodiscard]] int run(const std::string& command) const
+    {
+        const std::string line =
+            "VCAM_STATE='" + folder.path() + "' LD_PRELOAD='" VCAM_PRELOAD "/$LIB/libvcamsim.so' " + command;
+        // The shell that sets the environment is not in the camera itself.
+        const pid_t child = ::fork();
+        if (child == 0) {
+            ::execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
+            ::_exit(127);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+
+    Folder folder;
+};
+
+} // namespace vcam::test

@@ -1,0 +1,80 @@
+// What a program asks of other programs and of the system: written down to the letter, then done.
+#include "sim/jffs2/jffs2.hpp"
+#include "tests/sim/preload/camera.hpp"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <sys/mount.h>
+
+using namespace vcam;
+
+namespace {
+
+class Process : public test::CameraTest {
+protected:
+    // The journal without its times and process numbers.
+    [[nodiscard]] std::string events() const
+    {
+        std::istringstream in(journal());
+        std::string out;
+        for (std::string line; std::getline(in, line);)
+            out += line.substr(line.find(' ', line.find(' ') + 1) + 1) + "\n";
+        return out;
+    }
+};
+
+TEST_F(Process, CommandLinesAreKeptToTheLetterAndRun)
+{
+    const std::string mark = folder / "mark";
+    const std::string command = "printf '%s\\n' \"a  b\" | tee " + mark + " >/dev/null\nexit 3";
+    const int status = std::system(command.c_str());
+    EXPECT_EQ(WEXITSTATUS(status), 3);
+    EXPECT_EQ(test::read(mark), "a  b\n");
+    ASSERT_EQ(vcamsim_fault("system 0 1 EAGAIN"), 0);
+    EXPECT_EQ(std::system("touch /nowhere"), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_EQ(events(), "system printf '%s\\n' \"a  b\" | tee " + mark +
+                            " >/dev/null\\nexit 3\nsystem touch /nowhere\n");
+}
+
+TEST_F(Process, SignalsAreToldWithTheNameOfWhoGetsThem)
+{
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::execl("/bin/sleep", "/bin/confd", "1000", nullptr);
+        ::_exit(127);
+    }
+    const std::string cmdline = "/proc/" + std::to_string(child) + "/cmdline";
+    while (test::read(cmdline).rfind("/bin/confd", 0) != 0) ::usleep(0);
+    EXPECT_EQ(::kill(child, 0), 0); // only a question
+    EXPECT_EQ(::kill(child, SIGTERM), 0);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(WTERMSIG(status), SIGTERM);
+    EXPECT_EQ(events(), "kill SIGTERM " + std::to_string(child) + " /bin/confd\n");
+}
+
+// The settings are on the flash before the mount point goes away, whether or not it does.
+TEST_F(Process, UnmountingWritesTheSettingsBack)
+{
+    const std::string settings = folder / "etc";
+    test::write(settings + "/network/network.conf", "ip=192.168.10.100\n");
+    test::write(folder / "mounts", settings + " mtd3\n");
+    ASSERT_EQ(vcamsim_fault("umount 0 1 EBUSY"), 0);
+    const int fd = ::open("/dev/mtd3", O_RDONLY); // makes the image
+    EXPECT_EQ(::umount(settings.c_str()), -1);
+    EXPECT_EQ(errno, EBUSY);
+    EXPECT_EQ(image(3), std::string(1 << 20, '\xFF'));
+    EXPECT_EQ(::umount((settings + "/").c_str()), -1); // no mount point of this machine
+    EXPECT_NE(errno, EBUSY);
+    const std::string out = folder / "out";
+    std::filesystem::create_directory(out);
+    ASSERT_EQ(jffs2::unpack(folder / "flash/mtd3", 64 << 10, out), "");
+    EXPECT_EQ(test::read(out + "/network/network.conf"), "ip=192.168.10.100\n");
+    EXPECT_EQ(test::read(folder / "mounts"), settings + " mtd3\n"); // still mounted
+    EXPECT_EQ(events(), "umount " + settings + "\numount " + settings + "/\n");
+    ::close(fd);
+}
+
+} // namespace

@@ -1,0 +1,160 @@
+// The vcam command: cameras alike, files in and out, what it reports and what it refuses.
+#include "tests/support/vcam_command.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <gmock/gmock.h>
+
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+namespace {
+
+// Every path below the folder with its content; links by their target.
+std::string tree(const fs::path& folder)
+{
+    Lines lines;
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        std::string line = entry.path().string().substr(folder.string().size());
+        if (entry.is_symlink())
+            line += " -> " + fs::read_symlink(entry.path()).string();
+        else if (entry.is_regular_file())
+            line += " " + std::to_string(std::hash<std::string>()(read_file(entry.path())));
+        lines.push_back(line);
+    }
+    std::sort(lines.begin(), lines.end());
+    std::string all;
+    for (const auto& line : lines) all += line + "\n";
+    return all;
+}
+
+uint32_t crc32(const std::string& bytes)
+{
+    uint32_t crc = ~0u;
+    for (unsigned char byte : bytes) {
+        crc ^= byte;
+        for (int bit = 0; bit < 8; ++bit) crc = crc & 1 ? crc >> 1 ^ 0xEDB88320 : crc >> 1;
+    }
+    return ~crc;
+}
+
+} // namespace
+
+TEST(Vcam, SameOptionsMakeTheSameBytes)
+{
+    Camera a({"--model", "ZM135"}), b({"--model", "ZM135"}), c({"--model", "ZM131"});
+    EXPECT_EQ(tree(a.state("")), tree(b.state("")));
+    EXPECT_NE(tree(a.state("")), tree(c.state("")));
+}
+
+TEST(Vcam, TheBootEnvironmentIsWhatTheBootLoaderWrites)
+{
+    Camera camera({"--mac", "00:11:22:33:44:55", "--serial", "AB12", "--product", "P-7"});
+    std::string environment = camera.flash(0).substr(0x40000, 0x10000);
+    for (const char* variable : {"ethaddr=00:11:22:33:44:55", "serial_no=AB12", "product_code=P-7"})
+        EXPECT_NE(environment.find(std::string(1, '\0') + variable + '\0'), std::string::npos) << variable;
+    uint32_t stored = 0;
+    for (int i = 3; i >= 0; --i) stored = stored << 8 | static_cast<unsigned char>(environment[size_t(i)]);
+    EXPECT_EQ(stored, crc32(environment.substr(4)));
+}
+
+TEST(Vcam, FlashIsAsLargeAndAsBadAsAsked)
+{
+    Camera camera({"--flash", "nand", "--size", "mtd2=16M", "--bad", "mtd2:3", "--bad", "mtd2:7"});
+    EXPECT_EQ(camera.flash(2).size(), 16u << 20);
+    EXPECT_EQ(camera.flash(2).substr(7 << 14, 1 << 14), std::string(1 << 14, '\xFF'));
+    EXPECT_EQ(read_file(camera.state("flash/mtd2.bad")), "3\n7\n");
+    EXPECT_THAT(read_file(camera.state("camera.conf")), HasSubstr("mtd2=nand,0x1000000,0x4000,512\n"));
+}
+
+TEST(Vcam, APutFileIsInTheCameraAndNeverBehindALink)
+{
+    Camera camera;
+    std::string folder = camera.state("").string(), file = (camera.folder() / "mine").string();
+    write_file(file, "mine\n");
+    const std::string host = read_file("/bin/cat");
+    for (const char* target :
+         {"/etc/deep/er/mine", "/tmp/", "/bin/cat", "/bin/confd", "/new/folder/x", "/tmp/../etc/up"})
+        EXPECT_EQ(vcam("put " + folder + " " + file + " " + target).text, "") << target;
+    EXPECT_EQ(read_file("/bin/cat"), host);
+    EXPECT_EQ(
+        camera.shell("head -9 /etc/deep/er/mine /tmp/mine /new/folder/x /bin/confd /etc/up | grep -c mine$"),
+        "5\n");
+    EXPECT_EQ(vcam("get " + folder + " /bin/cat").text, "mine\n");
+    camera.shell("ln -s /etc/shadow /tmp/out; ln -s /etc /tmp/folder; echo kept > /etc/mine");
+    EXPECT_THAT(vcam("get " + folder + " /tmp/out").text, HasSubstr("the camera has no /tmp/out"));
+    EXPECT_EQ(vcam("get " + folder + " /etc/mine").text, "kept\n");
+    EXPECT_EQ(vcam("get " + folder + " /etc " + file + ".d").status, 0);
+    EXPECT_EQ(read_file(file + ".d/deep/er/mine"), "mine\n");
+}
+
+TEST(Vcam, DiffTellsWhatTheLastRunChanged)
+{
+    Camera camera;
+    camera.run({"sh", "-c", "echo before > /tmp/old"});
+    camera.run({"sh", "-c",
+                "echo port=8080 > /etc/web.conf; rm /etc/hosts; echo new=1 > /etc/n.conf;"
+                "echo x > /tmp/made; rm /tmp/old"});
+    const std::string text = vcam("diff " + camera.state("").string()).text;
+    EXPECT_THAT(text, StartsWith("flash\nmtd0: unchanged\nmtd1: unchanged\nmtd2: unchanged\nmtd3: "));
+    EXPECT_THAT(text, HasSubstr("settings\n- /etc/hosts: line 1=127.0.0.1\\tlocalhost camera\n"
+                                "~ /etc/web.conf: port: 80 -> 8080\n- /etc/web.conf: timeout=300\n"
+                                "+ /etc/n.conf: new=1\nfiles\n- /tmp/old\n+ /tmp/made\n"));
+    EXPECT_THAT(text, HasSubstr("ending\nexit 0\n"));
+}
+
+TEST(Vcam, StatusIsGivenToPeopleAndPrograms)
+{
+    Camera camera;
+    camera.run({"sh", "-c", "/sbin/insmod /dvs/Hi3512reg.ko; logger hello; exit 3"});
+    std::string folder = camera.state("").string();
+    EXPECT_EQ(vcam("fault " + folder + " 'mtd1 write 3 1 EIO'").text, "");
+    const std::string text = vcam("status " + folder).text, json = vcam("status --json " + folder).text;
+    for (const char* part :
+         {"off (exit 3)", "drivers   Hi3512reg\n", "1 system log lines", "fault     mtd1 write 3 1 EIO",
+          "mtd1      nor       3M in blocks of 64K,  1572864 bytes used"})
+        EXPECT_THAT(text, HasSubstr(part));
+    for (const char* part :
+         {"\"ending\":\"exit 3\"", "\"drivers\":[\"Hi3512reg\"]", "\"faults\":[\"mtd1 write 3 1 EIO\"]",
+          "\"syslog_lines\":1", "\"name\":\"mtd3\",\"type\":\"nor\",\"size\":1048576"})
+        EXPECT_THAT(json, HasSubstr(part));
+}
+
+TEST(Vcam, WrongUseIsOneLineThatNamesIt)
+{
+    Camera camera;
+    const std::string folder = camera.state("").string(), fresh = (camera.folder() / "fresh").string();
+    struct {
+        std::string arguments;
+        int status;
+        const char* names;
+    } const kWrong[] = {
+        {"fly " + folder, 2, "'fly'"},
+        {"new", 1, "folder"},
+        {"new " + folder, 1, "--force"},
+        {"new " + fresh + " --flash eeprom", 1, "eeprom"},
+        {"new " + fresh + " --size mtd1=100", 1, "erase blocks"},
+        {"new " + fresh + " --size mtd9=1M", 1, "mtd9"},
+        {"new " + fresh + " --bad mtd1:3", 1, "NAND"},
+        {"new " + fresh + " --flash nand --bad mtd1:512", 1, "512 blocks"},
+        {"new " + fresh + " --colour red", 1, "--colour"},
+        {"run " + fresh + " -- true", 125, "vcam new"},
+        {"run " + folder, 125, "COMMAND"},
+        {"run " + folder + " --timeout soon -- true", 125, "'soon'"},
+        {"run " + folder + " --bind /nowhere -- true", 125, "/nowhere"},
+        {"run " + folder + " --daemon confd -- true", 125, "/bin/confd"},
+        {"exec " + folder + " -- true", 125, "does not run"},
+        {"put " + folder + " /nowhere", 1, "/nowhere"},
+        {"get " + folder + " /tmp/nothing", 1, "/tmp/nothing"},
+        {"get " + folder + " tmp", 1, "absolute"},
+        {"fault " + folder + " 'mtd1 write often'", 1, "fault"},
+        {"diff " + folder, 1, "not run yet"},
+    };
+    for (const auto& wrong : kWrong) {
+        auto said = vcam(wrong.arguments);
+        EXPECT_EQ(said.status, wrong.status) << wrong.arguments;
+        EXPECT_THAT(said.text, MatchesRegex("vcam: [^\n]*\n")) << wrong.arguments;
+        EXPECT_THAT(said.text, HasSubstr(wrong.names)) << wrong.arguments;
+    }
+}

@@ -1,0 +1,36 @@
+// What the tests of sockets share.
+#pragma once
+
+#include "common/base/fd.hpp"
+#include "common/net/inet_address.hpp"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/socket.h>
+
+inline int port_of(int fd)
+{
+    sockaddr_in address = {};
+    socklen_t size = sizeof address;
+    EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    return ntohs(address.sin_port);
+}
+
+inline std::string printed(auto&& action)
+{
+    testing::internal::CaptureStdout();
+    action();
+    return testing::internal::GetCapturedStdout();
+}
+
+struct SocketPair {
+    zep::Fd near, far;
+
+    explicit SocketPair(int type = SOCK_STREAM)
+    {
+        int fds[2] = {-1, -1};
+        EXPECT_EQ(socketpair(AF_UNIX, type, 0, fds), 0);
+        near.reset(fds[0]);
+        far.reset(fds[1]);
+    }
+};
