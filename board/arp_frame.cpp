@@ -1,6 +1,8 @@
 // ARP frames: building the probe, judging what arrives.
 #include "board/arp_frame.hpp"
 
+#include "common/base/bytes.hpp"
+
 namespace zep {
 
 namespace {
@@ -13,14 +15,6 @@ constexpr size_t kDestination = 0, kSource = 6, kType = 12, kHardwareType = 14, 
 constexpr uint16_t kTypeArp = 0x0806;
 constexpr uint16_t kRequest = 1;
 constexpr uint16_t kReply = 2;
-
-void put16(ArpFrame& frame, size_t at, uint16_t value)
-{
-    frame[at] = uint8_t(value >> 8);
-    frame[at + 1] = uint8_t(value);
-}
-
-uint16_t get16(const uint8_t* frame, size_t at) { return uint16_t(frame[at] << 8 | frame[at + 1]); }
 
 template<size_t N> bool same(const uint8_t* frame, size_t at, const std::array<uint8_t, N>& address)
 {
@@ -35,12 +29,12 @@ ArpFrame make_arp_request(const HardwareAddress& own, const ProtocolAddress& sen
     ArpFrame frame = {};
     memset(&frame[kDestination], 0xFF, own.size());
     memcpy(&frame[kSource], own.data(), own.size());
-    put16(frame, kType, kTypeArp);
-    put16(frame, kHardwareType, 1);
-    put16(frame, kProtocolType, 0x0800);
+    store_be16(&frame[kType], kTypeArp);
+    store_be16(&frame[kHardwareType], 1);
+    store_be16(&frame[kProtocolType], 0x0800);
     frame[kHardwareLength] = uint8_t(own.size());
     frame[kProtocolLength] = uint8_t(sender.size());
-    put16(frame, kOperation, kRequest);
+    store_be16(&frame[kOperation], kRequest);
     memcpy(&frame[kSenderHardware], own.data(), own.size());
     memcpy(&frame[kSenderProtocol], sender.data(), sender.size());
     memcpy(&frame[kTargetProtocol], target.data(), target.size());
@@ -50,8 +44,8 @@ ArpFrame make_arp_request(const HardwareAddress& own, const ProtocolAddress& sen
 ArpVerdict judge_arp_frame(const uint8_t* frame, size_t length, const HardwareAddress& own,
                            const ProtocolAddress& probed)
 {
-    if (length < kArpFrameSize || get16(frame, kType) != kTypeArp) return ArpVerdict::ignore;
-    uint16_t operation = get16(frame, kOperation);
+    if (length < kArpFrameSize || load_be16(frame + kType) != kTypeArp) return ArpVerdict::ignore;
+    uint16_t operation = load_be16(frame + kOperation);
     if (operation != kRequest && operation != kReply) return ArpVerdict::ignore;
     if (same(frame, kSenderProtocol, probed) && !same(frame, kSenderHardware, own))
         return ArpVerdict::conflict;

@@ -2,6 +2,7 @@
 #include "factory/audio_server.hpp"
 
 #include "base/mpp_error.h"
+#include "common/base/bytes.hpp"
 #include "common/base/monotonic.hpp"
 #include "common/qrn_socket.h"
 #include "common/qrn_tcp.h"
@@ -115,7 +116,7 @@ void AudioServer::accept_station()
     uint8_t header[AUDIO_WIRE_HEADER];
     write_header({AUDIO_WIRE_BUSY | AUDIO_WIRE_REPLY, 4, 0}, header);
     memcpy(refusal, header, sizeof header);
-    store_word(refusal + sizeof header, uint32_t(-EBUSY));
+    store_le32(refusal + sizeof header, uint32_t(-EBUSY));
     // A new socket has room for it; one that has not is no reason to wait.
     [[maybe_unused]] ssize_t n = ::send(coming.get(), refusal, sizeof refusal, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
@@ -177,7 +178,7 @@ void AudioServer::start(bool encode)
     const WireHeader request = receiver_.header();
     int32_t word[AUDIO_WIRE_START_WORDS];
     for (int i = 0; i < AUDIO_WIRE_START_WORDS; ++i)
-        word[i] = int32_t(load_word(receiver_.body().data() + i * 4));
+        word[i] = int32_t(load_le32(receiver_.body().data() + i * 4));
     stop_session();
     int32_t result = -EINVAL;
     if (word[0] == int32_t(encode)) {
@@ -263,7 +264,7 @@ bool AudioServer::reply(const WireHeader& request, const uint32_t* words, size_t
     uint8_t header[AUDIO_WIRE_HEADER];
     write_header({uint16_t(request.command | AUDIO_WIRE_REPLY), uint32_t(count * 4), request.number}, header);
     memcpy(message, header, sizeof header);
-    for (size_t i = 0; i < count; ++i) store_word(message + sizeof header + i * 4, words[i]);
+    for (size_t i = 0; i < count; ++i) store_le32(message + sizeof header + i * 4, words[i]);
     return send(message, sizeof header + count * 4);
 }
 

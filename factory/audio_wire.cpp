@@ -1,6 +1,8 @@
 // Messages between a station and the camera.
 #include "factory/audio_wire.hpp"
 
+#include "common/base/bytes.hpp"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -11,14 +13,6 @@ namespace {
 
 constexpr size_t kMagic = sizeof AUDIO_WIRE_MAGIC - 1;
 static_assert(kMagic + 2 + 2 + 4 + 4 == AUDIO_WIRE_HEADER);
-
-uint16_t load_half(const uint8_t* bytes) { return uint16_t(bytes[0] | bytes[1] << 8); }
-
-void store_half(uint8_t* bytes, uint16_t half)
-{
-    bytes[0] = uint8_t(half);
-    bytes[1] = uint8_t(half >> 8);
-}
 
 // What a station may ask, and the lengths of its bodies.
 struct Form {
@@ -44,28 +38,20 @@ bool well_formed(const WireHeader& header)
 
 } // namespace
 
-uint32_t load_word(const uint8_t* bytes) { return load_half(bytes) | uint32_t(load_half(bytes + 2)) << 16; }
-
-void store_word(uint8_t* bytes, uint32_t word)
-{
-    store_half(bytes, uint16_t(word));
-    store_half(bytes + 2, uint16_t(word >> 16));
-}
-
 void write_header(const WireHeader& header, uint8_t (&bytes)[AUDIO_WIRE_HEADER])
 {
     memcpy(bytes, AUDIO_WIRE_MAGIC, kMagic);
-    store_half(bytes + 4, AUDIO_WIRE_VERSION);
-    store_half(bytes + 6, header.command);
-    store_word(bytes + 8, header.length);
-    store_word(bytes + 12, header.number);
+    store_le16(bytes + 4, AUDIO_WIRE_VERSION);
+    store_le16(bytes + 6, header.command);
+    store_le32(bytes + 8, header.length);
+    store_le32(bytes + 12, header.number);
 }
 
 bool WireReceiver::read_header()
 {
-    if (memcmp(head_, AUDIO_WIRE_MAGIC, kMagic) != 0 || load_half(head_ + 4) != AUDIO_WIRE_VERSION)
+    if (memcmp(head_, AUDIO_WIRE_MAGIC, kMagic) != 0 || load_le16(head_ + 4) != AUDIO_WIRE_VERSION)
         return false;
-    header_ = {load_half(head_ + 6), load_word(head_ + 8), load_word(head_ + 12)};
+    header_ = {load_le16(head_ + 6), load_le32(head_ + 8), load_le32(head_ + 12)};
     if (header_.length > AUDIO_WIRE_MAX_BODY) {
         printf("recv size(%d) is exeed RECV_BUFFER_SIZE(%d)\n", int(header_.length), AUDIO_WIRE_MAX_BODY);
         return false;

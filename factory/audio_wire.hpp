@@ -17,10 +17,6 @@ struct WireHeader {
 
 void write_header(const WireHeader& header, uint8_t (&bytes)[AUDIO_WIRE_HEADER]);
 
-// Words of a body.
-void store_word(uint8_t* bytes, uint32_t word);
-uint32_t load_word(const uint8_t* bytes);
-
 // Puts together what a station sends, from pieces of any size. Holds one message; never more than
 // AUDIO_WIRE_MAX_BODY of it.
 class WireReceiver {

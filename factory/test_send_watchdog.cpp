@@ -3,6 +3,7 @@
 #include "factory/options.hpp"
 #include "factory/wiring.hpp"
 
+#include "common/base/bytes.hpp"
 #include "common/csysmgr.h"
 
 #include <cstdio>
@@ -17,12 +18,7 @@ constexpr char kUsage[] =
     "    sending alone. Commands are numbers (default: the words \"WDSP\" and \"WDRS\").\n";
 
 // Four characters as a command word: they stand in the packet in this order.
-constexpr int64_t word(const char* text)
-{
-    int64_t value = 0;
-    for (int i = 3; i >= 0; --i) value = value << 8 | static_cast<unsigned char>(text[i]);
-    return value;
-}
+constexpr int64_t word(const char* text) { return zep::load_le32(text); }
 
 bool send_command(const char* name, int64_t command, const zep::Steps& steps)
 {

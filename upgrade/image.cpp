@@ -3,7 +3,7 @@
 
 #include "common/base/fd.hpp"
 #include "common/base/whole_io.hpp"
-#include "upgrade/bytes.hpp"
+#include "common/base/bytes.hpp"
 #include "upgrade/crc32.hpp"
 #include "upgrade/file_reader.hpp"
 #include "upgrade/log.hpp"

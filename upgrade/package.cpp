@@ -2,7 +2,7 @@
 #include "upgrade/package.hpp"
 
 #include "common/base/whole_io.hpp"
-#include "upgrade/bytes.hpp"
+#include "common/base/bytes.hpp"
 #include "upgrade/log.hpp"
 
 #include <fcntl.h>

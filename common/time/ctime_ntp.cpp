@@ -2,6 +2,7 @@
 #include "common/ctime.h"
 #include "common/time/ctime_rtc.hpp"
 
+#include "common/base/bytes.hpp"
 #include "common/base/fd.hpp"
 
 #include <array>
@@ -36,16 +37,6 @@ static_assert(sizeof kZoneHours == 56 && kZoneHours[18] == 0 && kZoneHours[19] =
 
 using Packet = std::array<uint8_t, CTIME_NTP_PACKET_SIZE>;
 
-void put32(uint8_t* at, uint32_t value)
-{
-    for (int i = 0; i < 4; ++i) at[i] = uint8_t(value >> (24 - 8 * i));
-}
-
-uint32_t get32(const uint8_t* at)
-{
-    return uint32_t(at[0]) << 24 | uint32_t(at[1]) << 16 | uint32_t(at[2]) << 8 | at[3];
-}
-
 Packet make_request()
 {
     timeval now;
@@ -55,10 +46,11 @@ Packet make_request()
     packet[0] = 0x1B; // no leap warning, version 3, client
     packet[2] = 4;    // poll interval: 16 s
     packet[3] = 0xFA; // precision: 2^-6 s
-    put32(&packet[4], 0x00010000);
-    put32(&packet[8], 0x00010000);
-    put32(&packet[kTransmitSeconds], uint32_t(uint64_t(now.tv_sec)) + kUnixEpoch);
-    put32(&packet[kTransmitFraction], us * 4294 + ((us * 1981) >> 11)); // 2^32 / 10^6 = 4294 + 1981 / 2^11
+    zep::store_be32(&packet[4], 0x00010000);
+    zep::store_be32(&packet[8], 0x00010000);
+    zep::store_be32(&packet[kTransmitSeconds], uint32_t(uint64_t(now.tv_sec)) + kUnixEpoch);
+    zep::store_be32(&packet[kTransmitFraction],
+                    us * 4294 + ((us * 1981) >> 11)); // 2^32 / 10^6 = 4294 + 1981 / 2^11
     return packet;
 }
 
@@ -125,9 +117,9 @@ ssize_t ask(int fd, uint8_t* reply)
 int32_t setTime(const uint8_t* reply, int32_t dst, int32_t zone)
 {
     bool known = zone >= 0 && zone < int32_t(sizeof kZoneHours);
-    uint32_t fraction = get32(reply + kTransmitFraction);
+    uint32_t fraction = zep::load_be32(reply + kTransmitFraction);
     // Modulo 2^32: right across the end of the era in 2036.
-    uint32_t seconds = get32(reply + kTransmitSeconds) - kUnixEpoch;
+    uint32_t seconds = zep::load_be32(reply + kTransmitSeconds) - kUnixEpoch;
     seconds += uint32_t(3600 * (known ? kZoneHours[zone] : 0));
     if (dst) seconds += 3600;
     uint32_t us = (fraction >> 12) - 759 * (((fraction >> 10) + 32768) >> 16);

@@ -1,6 +1,8 @@
 // Scrambling of service users' passwords. It hides them from a glance, no more.
 #include "common/users/user_block.hpp"
 
+#include "common/base/bytes.hpp"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -32,9 +34,7 @@ UserBlock scramble_password(const char* password)
 {
     UserBlock block = {};
     srandom(unsigned(time(nullptr)));
-    long value = random();
-    block[0] = uint8_t(value);
-    block[1] = uint8_t(value >> 8);
+    store_le16(block.data(), uint16_t(random()));
     // The filler makes two saves within one second differ.
     if (getrandom(&block[2], kPasswordAt - 2, GRND_NONBLOCK) < 0)
         for (size_t i = 2; i < kPasswordAt; ++i) block[i] = uint8_t(random());

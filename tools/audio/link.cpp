@@ -1,5 +1,7 @@
 #include "tools/audio/link.hpp"
 
+#include "common/base/bytes.hpp"
+
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -15,19 +17,9 @@ namespace zaudio {
 
 namespace {
 
+using zep::append_le16, zep::append_le32, zep::load_le16, zep::load_le32;
+
 [[noreturn]] void fail(const std::string& what) { throw std::runtime_error(what); }
-
-uint32_t load(const uint8_t* at, int count)
-{
-    uint32_t value = 0;
-    for (int i = count; i-- > 0;) value = value << 8 | at[i];
-    return value;
-}
-
-void store(std::vector<uint8_t>& to, uint32_t value, int count)
-{
-    for (int i = 0; i < count; ++i) to.push_back(uint8_t(value >> (8 * i)));
-}
 
 int wait_ms(Clock::time_point until)
 {
@@ -67,7 +59,7 @@ std::string lost()
 
 int32_t Message::word(size_t index) const
 {
-    return body.size() >= 4 * index + 4 ? int32_t(load(body.data() + 4 * index, 4)) : 0;
+    return body.size() >= 4 * index + 4 ? int32_t(load_le32(body.data() + 4 * index)) : 0;
 }
 
 Link::Link(const std::string& host, const std::string& port, std::chrono::seconds limit) : limit_(limit)
@@ -89,10 +81,10 @@ void Link::send(uint16_t command, uint32_t number, const std::vector<uint8_t>& b
 {
     constexpr char kMagic[] = AUDIO_WIRE_MAGIC;
     std::vector<uint8_t> all(kMagic, kMagic + 4);
-    store(all, AUDIO_WIRE_VERSION, 2);
-    store(all, command, 2);
-    store(all, uint32_t(body.size()), 4);
-    store(all, number, 4);
+    append_le16(all, AUDIO_WIRE_VERSION);
+    append_le16(all, command);
+    append_le32(all, uint32_t(body.size()));
+    append_le32(all, number);
     all.insert(all.end(), body.begin(), body.end());
     const auto until = Clock::now() + limit_;
     for (size_t done = 0; done < all.size();) {
@@ -129,11 +121,11 @@ std::optional<Message> Link::read_message(Clock::time_point until)
 {
     if (!fill(AUDIO_WIRE_HEADER, until)) return {};
     const uint8_t* header = bytes_.data();
-    const uint32_t length = load(header + 8, 4);
+    const uint32_t length = load_le32(header + 8);
     if (memcmp(header, AUDIO_WIRE_MAGIC, 4) != 0) fail("this is no test_audio: its answer has another form");
-    if (load(header + 4, 2) != AUDIO_WIRE_VERSION) fail("the camera speaks another version");
+    if (load_le16(header + 4) != AUDIO_WIRE_VERSION) fail("the camera speaks another version");
     if (length > AUDIO_WIRE_MAX_BODY) fail("the camera sends a message that is too long");
-    Message message{uint16_t(load(header + 6, 2)), load(header + 12, 4), {}};
+    Message message{uint16_t(load_le16(header + 6)), load_le32(header + 12), {}};
     if (!fill(AUDIO_WIRE_HEADER + length, until)) return {};
     const auto body = bytes_.begin() + AUDIO_WIRE_HEADER;
     message.body.assign(body, body + length);
@@ -168,7 +160,7 @@ Message Link::ask(uint16_t command, const std::vector<uint8_t>& body)
 void Link::start(bool encode, const int32_t (&words)[AUDIO_WIRE_START_WORDS])
 {
     std::vector<uint8_t> body;
-    for (int32_t word : words) store(body, uint32_t(word), 4);
+    for (int32_t word : words) append_le32(body, uint32_t(word));
     const int32_t result = ask(encode ? AUDIO_WIRE_START_ENCODE : AUDIO_WIRE_START_DECODE, body).word(0);
     if (result == 0) return;
     char text[80];

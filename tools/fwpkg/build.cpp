@@ -5,6 +5,7 @@
 #include "tools/fwpkg/progress.hpp"
 #include "upgrade/log.hpp"
 
+#include "common/base/bytes.hpp"
 #include "common/base/parse_int.hpp"
 #include "common/base/whole_io.hpp"
 
@@ -81,17 +82,13 @@ bool parse(int argc, char** argv, BuildOptions& options)
 
 int64_t padding(const Input& image, int64_t page) { return (page - image.size % page) % page; }
 
-void put32(std::string& bytes, uint32_t value)
-{
-    for (int shift = 0; shift < 32; shift += 8) bytes += char(value >> shift);
-}
-
 std::string header_bytes(const BuildOptions& options, const Images& images)
 {
     std::string bytes = options.marker;
-    put32(bytes, uint32_t(options.version));
-    if (options.version == 3) put32(bytes, 0);
-    for (const Input& image : images) put32(bytes, uint32_t(image.size + padding(image, options.page)));
+    zep::append_le32(bytes, uint32_t(options.version));
+    if (options.version == 3) zep::append_le32(bytes, 0);
+    for (const Input& image : images)
+        zep::append_le32(bytes, uint32_t(image.size + padding(image, options.page)));
     if (options.version == 3) bytes.resize(64);
     return bytes;
 }

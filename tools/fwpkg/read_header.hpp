@@ -2,7 +2,7 @@
 #pragma once
 
 #include "tools/fwpkg/file.hpp"
-#include "upgrade/bytes.hpp"
+#include "common/base/bytes.hpp"
 #include "upgrade/log.hpp"
 #include "upgrade/package.hpp"
 

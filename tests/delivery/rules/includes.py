@@ -20,7 +20,7 @@ ALLOWED = {
     "factory": ["common/", "service/", "board/*.h", MODULES + "/*.h", AUDIO + "/*.h", BIND + "/*.h", BASE + "/*.h"],
     "app": ["*/applets.h", "common/build_stamp.h"],
     BASE: [],
-    AUDIO: [BASE + "/"],
+    AUDIO: [BASE + "/", "common/base/bytes.hpp"],
     BIND: [BASE + "/"],
     MODULES: [AUDIO + "/", BIND + "/", BASE + "/"],
     "sim/base": [],

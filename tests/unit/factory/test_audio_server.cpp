@@ -1,6 +1,8 @@
 // The audio server with stations that behave and stations that do not; no session starts here.
 #include "factory/audio_server.hpp"
 
+#include "common/base/bytes.hpp"
+
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
@@ -65,10 +67,10 @@ public:
         const Bytes header = receive(AUDIO_WIRE_HEADER);
         if (header.size() != AUDIO_WIRE_HEADER) return {};
         EXPECT_EQ(header[6] | header[7] << 8, command | AUDIO_WIRE_REPLY);
-        EXPECT_EQ(load_word(header.data() + 12), number);
-        const Bytes body = receive(load_word(header.data() + 8));
+        EXPECT_EQ(load_le32(header.data() + 12), number);
+        const Bytes body = receive(load_le32(header.data() + 8));
         std::vector<uint32_t> words;
-        for (size_t i = 0; i + 4 <= body.size(); i += 4) words.push_back(load_word(body.data() + i));
+        for (size_t i = 0; i + 4 <= body.size(); i += 4) words.push_back(load_le32(body.data() + i));
         return words;
     }
     [[nodiscard]] bool closed() const { return receive(1).empty(); }

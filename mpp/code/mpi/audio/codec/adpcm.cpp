@@ -5,6 +5,8 @@
 // that the only load between one sample and the next is at [row of the magnitude][index].
 #include "mpi/audio/adpcm.h"
 
+#include "common/base/bytes.hpp"
+
 #include <algorithm>
 #include <array>
 
@@ -120,10 +122,11 @@ private:
 
 void put_header(const ADPCM_STATE_S& state, uint8_t* octets)
 {
-    const uint8_t high = uint8_t(state.s16Predictor >> 8), low = uint8_t(state.s16Predictor);
-    const bool dvi4 = state.u8Format == ADPCM_DVI4;
-    octets[0] = dvi4 ? high : low;
-    octets[1] = dvi4 ? low : high;
+    const uint16_t predictor = uint16_t(state.s16Predictor);
+    if (state.u8Format == ADPCM_DVI4)
+        zep::store_be16(octets, predictor);
+    else
+        zep::store_le16(octets, predictor);
     octets[2] = state.u8Index;
     octets[3] = 0;
 }
@@ -132,7 +135,7 @@ bool take_header(ADPCM_STATE_S& state, const uint8_t* octets)
 {
     if (octets[2] >= kSteps) return false;
     const bool dvi4 = state.u8Format == ADPCM_DVI4;
-    state.s16Predictor = int16_t(octets[dvi4 ? 0 : 1] << 8 | octets[dvi4 ? 1 : 0]);
+    state.s16Predictor = int16_t(dvi4 ? zep::load_be16(octets) : zep::load_le16(octets));
     state.u8Index = octets[2];
     return true;
 }
