@@ -53,6 +53,7 @@ protected:
         EXPECT_EQ(SYS_BIND_RegisterReceiver(&receiver), 0);
         played.clear();
         on_frame = nullptr;
+        refusal = 0;
     }
     ~Channels() override
     {
@@ -88,6 +89,7 @@ protected:
 
     static inline std::vector<std::vector<int16_t>> played; // samples of each frame
     static inline std::function<void(const AUDIO_FRAME_S&)> on_frame;
+    static inline int32_t refusal = 0; // what the receiver answers
 
 private:
     static int32_t receive(int32_t, int32_t, int32_t, void* data)
@@ -97,7 +99,7 @@ private:
         const auto* samples = reinterpret_cast<const int16_t*>(frame.pu8VirtAddr[0]);
         std::lock_guard lock(mutex_);
         played.emplace_back(samples, samples + frame.u32Len / 2);
-        return 0;
+        return refusal;
     }
     static inline std::mutex mutex_;
 };

@@ -108,8 +108,20 @@ TEST_F(Adec, NullPointersAndWordsOutsideTheirBoundsAreRefused)
     EXPECT_EQ(HI_MPI_ADEC_GetChnStat(0, nullptr), adec(MPP_ERR_NULL));
     EXPECT_EQ(send(0, {1}, 2), adec(MPP_ERR_PARAM));
     EXPECT_EQ(send(0, std::vector<uint8_t>(ADEC_MAX_STREAM_LEN + 1)), adec(MPP_ERR_PARAM));
-    EXPECT_EQ(send(0, {1}), 0) << "nobody is bound: decoded and dropped";
-    EXPECT_EQ(stat_of(0).u32Frames, 1u);
+}
+
+TEST_F(Adec, FramesThatNothingTakesAreCountedAndNoFailure)
+{
+    ASSERT_EQ(create_adec(0, PT_G711A), 0);
+    EXPECT_EQ(send(0, {1}), 0);
+    EXPECT_EQ(stat_of(0).u32Unheard, 1u) << "nothing is bound";
+    ASSERT_EQ(bind(0), 0);
+    EXPECT_EQ(send(0, {1}), 0);
+    EXPECT_EQ(stat_of(0).u32Unheard, 1u);
+    refusal = MPP_ERROR(HI_ID_AO, MPP_ERR_REFUSED);
+    EXPECT_EQ(send(0, std::vector<uint8_t>(AUDIO_MAX_POINTS + 1)), 0);
+    EXPECT_EQ(stat_of(0).u32Unheard, 3u) << "refused, two frames of one call";
+    EXPECT_EQ(stat_of(0).u32Frames, 4u);
 }
 
 TEST_F(Adec, EachCodecGivesTheSameSamplesPackedAndStreamedInAnyChunks)

@@ -79,6 +79,17 @@ TEST_F(Bind, DataReachesEveryReceiverInTheOrderOfBinding)
     answer = -1;
     EXPECT_EQ(send(7, &item, 0), 0) << "what a receiver returns is its own affair";
     EXPECT_EQ(received, (std::vector<Received>{{0, 4, 0, &item}, {0, 9, 0, &item}}));
+    const SYS_BIND_RECEIVER_S willing = {5, 1, 4, count_only};
+    EXPECT_EQ(SYS_BIND_RegisterReceiver(&willing), 0);
+    uint32_t taken = 99;
+    const auto counted = [&](int32_t channel) {
+        return SYS_BIND_SendDataCounted(HI_ID_ADEC, 0, channel, 2, &item, &taken);
+    };
+    EXPECT_EQ(std::pair(counted(7), taken), std::pair(0, 0u)) << "both refuse";
+    EXPECT_EQ(bind(7, {5, 0, 1}), 0);
+    EXPECT_EQ(std::pair(counted(7), taken), std::pair(0, 1u));
+    EXPECT_EQ(std::pair(counted(0), taken), std::pair(0, 0u)) << "nothing is bound";
+    EXPECT_EQ(SYS_BIND_SendDataCounted(HI_ID_ADEC, 0, 7, 2, &item, nullptr), sys(MPP_ERR_NULL));
     // A sender with one device is not asked for it.
     EXPECT_EQ(SYS_BIND_SendData(HI_ID_ADEC, 99, 8, 2, &item), 0);
     EXPECT_EQ(received.back(), (Received{2, 11, 2, &item}));

@@ -1,15 +1,17 @@
 // Channel binder: registrations by module, bindings by channel.
 #include "mkp/bind/sys_bind.h"
 
+#include "base/mpp_lock.hpp"
 #include "base/mpp_report.hpp"
 
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <pthread.h>
 
 namespace {
+
+using zep::MutexLock;
 
 [[noreturn]] void assert_failed(const char* function, int line, const char* condition)
 {
@@ -81,14 +83,6 @@ struct State {
     Receiver receivers[HI_ID_BUTT];
 };
 constinit State state;
-
-class Locked {
-public:
-    Locked() { pthread_mutex_lock(&state.lock); }
-    ~Locked() { pthread_mutex_unlock(&state.lock); }
-    Locked(const Locked&) = delete;
-    Locked& operator=(const Locked&) = delete;
-};
 
 constexpr int32_t coded(uint32_t number) { return MPP_ERROR(HI_ID_SYS, number); }
 
@@ -242,13 +236,37 @@ int32_t check_unregistration(int32_t module, bool registered)
     return coded(MPP_ERR_NOT_PERM);
 }
 
+// Walks the receivers of `source`; `taken` counts those whose callback returned 0.
+int32_t send_data(const char* function, MPP_CHN_S source, int32_t type, void* data, uint32_t& taken)
+{
+    // Negative values fail the published conditions too.
+    if (!valid_module(source.s32ModId)) assert_failed(function, __LINE__, "enModId < HI_ID_BUTT");
+    if (uint32_t(type) >= MPP_DATA_BUTT) assert_failed(function, __LINE__, "enDataType < MPP_DATA_BUTT");
+    if (!data) return null_point();
+    Sender& sender = state.senders[source.s32ModId];
+    if (!sender.heads) return not_registered(source.s32ModId);
+    if (!several_devices(source.s32ModId)) source.s32DevId = 0;
+    if (!sender.counts.contains(source.s32DevId, source.s32ChnId)) return coded(MPP_ERR_PARAM);
+
+    Node& head = head_of(sender, source);
+    const auto after = [](const Node& node) { return node.next.load(std::memory_order_acquire); };
+    for (Node* node = after(head); node != &head; node = after(*node)) {
+        const MPP_CHN_S& to = node->destination;
+        const Receiver& receiver = state.receivers[to.s32ModId];
+        if (!receiver.receive) return not_registered(to.s32ModId);
+        if (receiver.receive(to.s32DevId, to.s32ChnId, type, data) == 0) ++taken;
+        node->sent.fetch_add(1, std::memory_order_relaxed);
+    }
+    return 0;
+}
+
 } // namespace
 
 int32_t SYS_BIND_Init(void) { return 0; }
 
 int32_t SYS_BIND_DeInit(void)
 {
-    Locked locked;
+    MutexLock locked(state.lock);
     drop_connections([](int32_t, const MPP_CHN_S&) { return true; });
     for (Sender& sender : state.senders) {
         free(sender.heads);
@@ -264,7 +282,7 @@ int32_t SYS_BIND_DeInit(void)
 int32_t SYS_BIND_RegisterSender(const SYS_BIND_SENDER_S* pstSender)
 {
     if (!pstSender) return null_point();
-    Locked locked;
+    MutexLock locked(state.lock);
     const int32_t module = pstSender->enModId;
     const Counts counts = {pstSender->u32MaxDevCnt, pstSender->u32MaxChnCnt};
     bool taken = valid_module(module) && state.senders[module].heads;
@@ -279,7 +297,7 @@ int32_t SYS_BIND_RegisterSender(const SYS_BIND_SENDER_S* pstSender)
 int32_t SYS_BIND_RegisterReceiver(const SYS_BIND_RECEIVER_S* pstReceiver)
 {
     if (!pstReceiver || !pstReceiver->pfnReceive) return null_point();
-    Locked locked;
+    MutexLock locked(state.lock);
     const int32_t module = pstReceiver->enModId;
     const Counts counts = {pstReceiver->u32MaxDevCnt, pstReceiver->u32MaxChnCnt};
     bool taken = valid_module(module) && state.receivers[module].entries;
@@ -295,7 +313,7 @@ int32_t SYS_BIND_RegisterReceiver(const SYS_BIND_RECEIVER_S* pstReceiver)
 int32_t SYS_BIND_UnRegisterSender(int32_t enModId)
 {
     if (!valid_module(enModId)) return coded(MPP_ERR_PARAM);
-    Locked locked;
+    MutexLock locked(state.lock);
     Sender& sender = state.senders[enModId];
     if (int32_t refused = check_unregistration(enModId, sender.heads)) return refused;
     drop_connections([=](int32_t from, const MPP_CHN_S&) { return from == enModId; });
@@ -307,7 +325,7 @@ int32_t SYS_BIND_UnRegisterSender(int32_t enModId)
 int32_t SYS_BIND_UnRegisterReceiver(int32_t enModId)
 {
     if (!valid_module(enModId)) return coded(MPP_ERR_PARAM);
-    Locked locked;
+    MutexLock locked(state.lock);
     Receiver& receiver = state.receivers[enModId];
     if (int32_t refused = check_unregistration(enModId, receiver.entries)) return refused;
     // The connections stay, so that who sends on one is told that its receiver is gone.
@@ -319,31 +337,21 @@ int32_t SYS_BIND_UnRegisterReceiver(int32_t enModId)
 int32_t SYS_BIND_SendData(int32_t enModId, int32_t s32DevId, int32_t s32ChnId, int32_t enDataType,
                           void* pData)
 {
-    // Negative values fail the published conditions too.
-    if (!valid_module(enModId)) assert_failed(__func__, __LINE__, "enModId < HI_ID_BUTT");
-    if (uint32_t(enDataType) >= MPP_DATA_BUTT)
-        assert_failed(__func__, __LINE__, "enDataType < MPP_DATA_BUTT");
-    if (!pData) return null_point();
-    Sender& sender = state.senders[enModId];
-    if (!sender.heads) return not_registered(enModId);
-    const MPP_CHN_S source = {enModId, several_devices(enModId) ? s32DevId : 0, s32ChnId};
-    if (!sender.counts.contains(source.s32DevId, source.s32ChnId)) return coded(MPP_ERR_PARAM);
+    uint32_t taken = 0;
+    return send_data(__func__, {enModId, s32DevId, s32ChnId}, enDataType, pData, taken);
+}
 
-    Node& head = head_of(sender, source);
-    const auto after = [](const Node& node) { return node.next.load(std::memory_order_acquire); };
-    for (Node* node = after(head); node != &head; node = after(*node)) {
-        const MPP_CHN_S& to = node->destination;
-        const Receiver& receiver = state.receivers[to.s32ModId];
-        if (!receiver.receive) return not_registered(to.s32ModId);
-        receiver.receive(to.s32DevId, to.s32ChnId, enDataType, pData);
-        node->sent.fetch_add(1, std::memory_order_relaxed);
-    }
-    return 0;
+int32_t SYS_BIND_SendDataCounted(int32_t enModId, int32_t s32DevId, int32_t s32ChnId, int32_t enDataType,
+                                 void* pData, uint32_t* pu32Taken)
+{
+    if (!pu32Taken) return null_point();
+    *pu32Taken = 0;
+    return send_data(__func__, {enModId, s32DevId, s32ChnId}, enDataType, pData, *pu32Taken);
 }
 
 int32_t SYS_Bind(const MPP_CHN_S* pstSrc, const MPP_CHN_S* pstDest)
 {
-    Locked locked;
+    MutexLock locked(state.lock);
     Sender* sender = sender_of(*pstSrc);
     Receiver* receiver = sender ? receiver_of(*pstDest) : nullptr;
     if (!receiver) return coded(MPP_ERR_PARAM);
@@ -363,7 +371,7 @@ int32_t SYS_Bind(const MPP_CHN_S* pstSrc, const MPP_CHN_S* pstDest)
 
 int32_t SYS_UnBind(const MPP_CHN_S* pstDest)
 {
-    Locked locked;
+    MutexLock locked(state.lock);
     Receiver* receiver = receiver_of(*pstDest);
     if (!receiver) return coded(MPP_ERR_PARAM);
     Entry& entry = entry_of(*receiver, *pstDest);
@@ -378,7 +386,7 @@ int32_t SYS_UnBind(const MPP_CHN_S* pstDest)
 
 int32_t SYS_GetBindByDest(const MPP_CHN_S* pstDest, MPP_CHN_S* pstSrc)
 {
-    Locked locked;
+    MutexLock locked(state.lock);
     Receiver* receiver = receiver_of(*pstDest);
     if (!receiver) return coded(MPP_ERR_PARAM);
     const Entry& entry = entry_of(*receiver, *pstDest);

@@ -30,7 +30,11 @@ typedef enum {
     MPP_DATA_BUTT = 3
 } MPP_DATA_TYPE;
 
-/** Receives one item during SYS_BIND_SendData. @return ignored by the binder */
+/**
+ * Receives one item during SYS_BIND_SendData.
+ * @return 0 when the item was taken. Another result does not end the walk; SYS_BIND_SendDataCounted does not
+ *         count the receiver then.
+ */
 typedef int32_t (*SYS_BIND_RECEIVE_FN)(int32_t s32DevId, int32_t s32ChnId, int32_t enDataType, void* pData);
 
 typedef struct {
@@ -46,17 +50,16 @@ typedef struct {
     SYS_BIND_RECEIVE_FN pfnReceive;
 } SYS_BIND_RECEIVER_S;
 
-/** Make the binder ready, or drop all registrations and bindings. Doing either twice is harmless. @return 0
- */
+/** Make the binder ready, or drop all registrations and bindings. Doing either twice is harmless. @return 0 */
 int32_t SYS_BIND_Init(void);
 int32_t SYS_BIND_DeInit(void);
 
 /**
  * Register a module.
  *
- * @return 0; with the number MPP_ERR_NULL for a null record or callback, MPP_ERR_PARAM for a module above 40
- * or counts whose product is 0 or does not fit 32 bits, MPP_ERR_NOT_PERM when registered already,
- *         MPP_ERR_NO_MEMORY
+ * @return 0, or a code of HI_ID_SYS: MPP_ERR_NULL for a null record or callback; MPP_ERR_PARAM for a module
+ *         above 40, or counts whose product is 0 or does not fit 32 bits; MPP_ERR_NOT_PERM when the module is
+ *         registered; MPP_ERR_NO_MEMORY
  */
 int32_t SYS_BIND_RegisterSender(const SYS_BIND_SENDER_S* pstSender);
 int32_t SYS_BIND_RegisterReceiver(const SYS_BIND_RECEIVER_S* pstReceiver);
@@ -64,7 +67,7 @@ int32_t SYS_BIND_RegisterReceiver(const SYS_BIND_RECEIVER_S* pstReceiver);
 /**
  * Take a registration back. A sender's bindings go with it. A receiver's go when the module registers again;
  * until then data sent to them is refused.
- * @return 0; MPP_ERR_PARAM, MPP_ERR_NOT_PERM
+ * @return 0; MPP_ERR_PARAM for a module above 40; MPP_ERR_NOT_PERM when the module is not registered
  */
 int32_t SYS_BIND_UnRegisterSender(int32_t enModId);
 int32_t SYS_BIND_UnRegisterReceiver(int32_t enModId);
@@ -75,21 +78,41 @@ int32_t SYS_BIND_UnRegisterReceiver(int32_t enModId);
  *
  * @param s32DevId  counts only for modules with several devices (15, 21, 22)
  * @param pData     stays the caller's; receivers use it during the call only
- * @return 0, also when nobody is bound; MPP_ERR_NULL; MPP_ERR_NOT_PERM when the sender, or a receiver on the
- *         way, is not registered; MPP_ERR_PARAM for a device or channel outside the registration
+ * @return 0, also when nothing is bound and when a receiver refused the data; MPP_ERR_NULL for null data;
+ *         MPP_ERR_NOT_PERM when the sender or a receiver on the list is not registered, the walk ends there;
+ *         MPP_ERR_PARAM for a device or channel outside the registration
  */
 int32_t SYS_BIND_SendData(int32_t enModId, int32_t s32DevId, int32_t s32ChnId, int32_t enDataType,
                           void* pData);
 
 /**
- * Connect, disconnect, look up; the system module calls these with records whose device ids are normalised.
+ * The same, and how many receivers took the data.
  *
+ * @param pu32Taken  receives the number of receivers whose callback returned 0; 0 when nothing is bound. Of a
+ *                   walk that ends early: those before its end.
+ * @return as SYS_BIND_SendData; MPP_ERR_NULL also for a null pu32Taken, nothing is sent then
+ */
+int32_t SYS_BIND_SendDataCounted(int32_t enModId, int32_t s32DevId, int32_t s32ChnId, int32_t enDataType,
+                                 void* pData, uint32_t* pu32Taken);
+
+/**
+ * Connect a sender's channel to a receiver's. The system module calls this with normalised device ids.
  * @return 0; MPP_ERR_PARAM for an unknown or out-of-range channel, or out of memory; MPP_ERR_NOT_PERM when
- * the destination is bound already. Unbinding one that is not bound is 0, and it goes by the recorded source.
- * Looking up one that is not bound is MPP_ERR_PARAM.
+ *         the destination is bound already
  */
 int32_t SYS_Bind(const MPP_CHN_S* pstSrc, const MPP_CHN_S* pstDest);
+
+/**
+ * Disconnect a receiver's channel from the source that was recorded for it.
+ * @return 0, also when it is not bound; MPP_ERR_PARAM for an unknown or out-of-range channel
+ */
 int32_t SYS_UnBind(const MPP_CHN_S* pstDest);
+
+/**
+ * Look up the source of a receiver's channel.
+ * @param pstSrc  receives the source
+ * @return 0; MPP_ERR_PARAM for an unknown or out-of-range channel, and for one that is not bound
+ */
 int32_t SYS_GetBindByDest(const MPP_CHN_S* pstDest, MPP_CHN_S* pstSrc);
 
 #ifdef __cplusplus

@@ -8,7 +8,7 @@
 #include "mpi/src/mpi_adec_stream.hpp"
 #include "mpi/src/mpi_codec_port.hpp"
 #include "mpi/src/mpi_codec_registry.h"
-#include "mpi/src/mpi_lock.hpp"
+#include "base/mpp_lock.hpp"
 #include "mpi/src/mpi_modules.hpp"
 
 namespace {
@@ -159,6 +159,7 @@ int32_t HI_MPI_ADEC_SendStream(int32_t s32Chn, const AENC_STREAM_HEADER_S* pstSt
     MutexLock locked(channel.lock);
     channel.stat.u32Frames += done.u32Frames;
     channel.stat.u32Damaged += done.u32Damaged;
+    channel.stat.u32Unheard += done.u32Unheard;
     channel.stat.u64Bytes += done.u64Bytes;
     give_back(channel);
     return failed;

@@ -161,7 +161,9 @@ void DecodedStream::send(uint32_t bytes, uint32_t channels, Pass& pass)
     frame.u32Len = bytes;
     frame.s32PoolId = -1;
     ++pass.done.u32Frames;
-    pass.fail(SYS_BIND_SendData(HI_ID_ADEC, 0, channel_, MPP_DATA_AUDIO_FRAME, &frame));
+    uint32_t taken = 0;
+    pass.fail(SYS_BIND_SendDataCounted(HI_ID_ADEC, 0, channel_, MPP_DATA_AUDIO_FRAME, &frame, &taken));
+    if (taken == 0) ++pass.done.u32Unheard;
 }
 
 } // namespace zep

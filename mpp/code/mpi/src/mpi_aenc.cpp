@@ -7,7 +7,7 @@
 #include "mpi/src/mpi_ai.h"
 #include "mpi/src/mpi_codec_port.hpp"
 #include "mpi/src/mpi_codec_registry.h"
-#include "mpi/src/mpi_lock.hpp"
+#include "base/mpp_lock.hpp"
 #include "mpi/src/mpi_modules.hpp"
 #include "mpi/src/mpi_sys.h"
 

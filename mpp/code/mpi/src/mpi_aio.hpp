@@ -4,7 +4,7 @@
 #include "base/mpp_error.h"
 #include "mpi/audio/resampler.h"
 #include "mpi/src/mpi_aio.h"
-#include "mpi/src/mpi_lock.hpp"
+#include "base/mpp_lock.hpp"
 
 #include <atomic>
 #include <cstdint>

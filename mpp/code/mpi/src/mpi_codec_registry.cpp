@@ -4,7 +4,7 @@
 #include "base/mpp_error.h"
 #include "base/mpp_report.hpp"
 #include "mpi/audio/audio_voice_adp.h"
-#include "mpi/src/mpi_lock.hpp"
+#include "base/mpp_lock.hpp"
 
 namespace {
 

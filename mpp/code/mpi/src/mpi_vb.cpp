@@ -2,13 +2,14 @@
 #include "mpi/src/mpi_vb.h"
 #include "mpi/src/mpi_vb.hpp"
 
+#include "base/mpp_lock.hpp"
 #include "base/mpp_report.hpp"
 #include "mpi/src/mpi_driver.hpp"
 #include "mpi/src/mpi_sys.h"
 
-#include <pthread.h>
-
 namespace {
+
+using zep::MutexLock;
 
 struct Pool {
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
@@ -24,17 +25,6 @@ struct State {
 };
 constinit State state; // all zeros at the start, so it takes no room in the file
 constinit zep::Driver driver(VB_DEVICE, "open err\n");
-
-class Locked {
-public:
-    explicit Locked(Pool& pool) : pool_(pool) { pthread_mutex_lock(&pool_.lock); }
-    ~Locked() { pthread_mutex_unlock(&pool_.lock); }
-    Locked(const Locked&) = delete;
-    Locked& operator=(const Locked&) = delete;
-
-private:
-    Pool& pool_;
-};
 
 constexpr int32_t coded(uint32_t number) { return MPP_ERROR(HI_ID_VB, number); }
 
@@ -102,7 +92,7 @@ int32_t HI_MPI_VB_Exit(void)
     int32_t result = request(VB_REQ_EXIT);
     // After a new start the same number is another memory: a mapping kept would show the old one.
     for (Pool& pool : state.pools) {
-        Locked locked(pool);
+        MutexLock locked(pool.lock);
         if (result == 0) unmap(pool);
     }
     return result;
@@ -143,7 +133,7 @@ int32_t HI_MPI_VB_MmapPool(uint32_t u32Pool)
 {
     if (!VALID_POOL(u32Pool)) return coded(MPP_ERR_PARAM);
     Pool& pool = state.pools[u32Pool];
-    Locked locked(pool);
+    MutexLock locked(pool.lock);
     if (pool.mapped) {
         MPP_LOG("Pool %d has mapped!\n", int(u32Pool));
         return 0;
@@ -170,7 +160,7 @@ int32_t HI_MPI_VB_MunmapPool(uint32_t u32Pool)
 {
     if (!VALID_POOL(u32Pool)) return coded(MPP_ERR_PARAM);
     Pool& pool = state.pools[u32Pool];
-    Locked locked(pool);
+    MutexLock locked(pool.lock);
     if (!pool.mapped) {
         MPP_LOG("Pool %d hasn't mapped!\n", int(u32Pool));
         return coded(MPP_ERR_REFUSED);
@@ -193,7 +183,7 @@ int32_t HI_MPI_VB_GetBlkVirAddr(uint32_t u32Pool, uint32_t u32PhysAddr, void** p
     if (!ppVirtAddr) return coded(MPP_ERR_NULL);
     if (!VALID_POOL(u32Pool)) return coded(MPP_ERR_PARAM);
     Pool& pool = state.pools[u32Pool];
-    Locked locked(pool);
+    MutexLock locked(pool.lock);
     if (!mapped_pool(pool, u32Pool, __func__, __LINE__)) return coded(MPP_ERR_REFUSED);
     // No range check: callers translate addresses beside a block, and then use what lies inside.
     uintptr_t base = reinterpret_cast<uintptr_t>(pool.base);
@@ -205,7 +195,7 @@ void zep::vb_forget(uint32_t pool_id)
 {
     if (pool_id >= VB_MAX_POOLS) return;
     Pool& pool = state.pools[pool_id];
-    Locked locked(pool);
+    MutexLock locked(pool.lock);
     unmap(pool);
 }
 
@@ -214,7 +204,7 @@ int32_t zep::vb_translate(uint32_t pool_id, uint32_t physical, uint32_t length, 
     void* at = nullptr;
     if (int32_t failed = HI_MPI_VB_GetBlkVirAddr(pool_id, physical, &at)) return failed;
     Pool& pool = state.pools[pool_id];
-    Locked locked(pool);
+    MutexLock locked(pool.lock);
     uint32_t offset = physical - pool.physical;
     if (physical < pool.physical || offset > pool.size || length > pool.size - offset)
         return coded(MPP_ERR_PARAM);

@@ -1,4 +1,4 @@
-// A mutex held for a scope.
+// A mutex held for a scope: the platform's only guard.
 #pragma once
 
 #include <pthread.h>
