@@ -1,4 +1,4 @@
-// The decoding thread: what a station sends waits in a short queue and is decoded in the station's order.
+// The decoding thread: a station's messages wait in a short queue and are decoded in their order.
 #pragma once
 
 #include <cstddef>
@@ -11,16 +11,18 @@ namespace zep {
 // One player; its operations but run() belong to one thread.
 class AudioPlayer {
 public:
+    // Messages, but for `unheard`: frames that the output refused.
     struct Counts {
-        uint32_t received, dropped, damaged, waiting;
+        uint32_t received, dropped, damaged, unheard;
+        uint32_t waiting; // the one that is being played included
     };
 
-    // What is played while a station sends nothing; null: silence. `bytes` of it make a frame, every
-    // `frame_ms`.
+    // What a session plays.
     struct Source {
-        const char* path;
-        uint32_t bytes;
-        uint32_t frame_ms;
+        size_t longest;       // bytes of a message of the station; a longer one is damaged
+        const char* path;     // played while the station sends nothing; null: silence
+        uint32_t frame_bytes; // of the file that make a frame,
+        uint32_t frame_ms;    // one every so many milliseconds
     };
 
     AudioPlayer();
@@ -29,26 +31,26 @@ public:
 
     // Starts the thread; false when it cannot be made. Counts begin anew.
     bool start(const Source& source);
-    // Ends the thread, the output with the rest of the frame it is at, and drops what waits.
+    // Mutes the output, joins the thread and drops queued messages.
     void stop();
 
-    // Queues a copy. A queue that is full loses its oldest frames.
-    void push(std::span<const uint8_t> frame);
+    // Queues a copy. A queue that is full loses its oldest messages.
+    void push(std::span<const uint8_t> message);
 
     Counts counts();
 
 private:
-    struct Frame {
-        Frame* next;
+    struct Message {
+        Message* next;
         size_t length;
     };
 
     static void* enter(void* self);
     void run();
     static constexpr int64_t kForEver = -1;
-    // Under the lock, which is let go while it waits. Null: the time has come, or stop.
-    Frame* next_frame(int64_t until_ms);
-    void drop_oldest();
+    // Under the lock, which is released while it waits. Null: the time has come, or stop.
+    Message* next_message(int64_t until_ms);
+    Message* take_oldest();
     void play(uint8_t* data, size_t length);
     bool play_source(int fd);
 
@@ -58,9 +60,11 @@ private:
     bool running_ = false;
     // Under the lock:
     bool stopping_ = false;
-    Frame* first_ = nullptr;
-    Frame* last_ = nullptr;
-    size_t bytes_ = 0; // of the frames that wait
+    bool playing_ = false; // a message of the station is with the decoder
+    Message* first_ = nullptr;
+    Message* last_ = nullptr;
+    uint32_t queued_ = 0;
+    size_t queued_bytes_ = 0;
     Counts counts_ = {};
     Source source_ = {};
 };

@@ -10,12 +10,15 @@
 #include "mpi/src/mpi_aenc.h"
 #include "mpi/src/mpi_ai.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 namespace zep {
@@ -24,19 +27,28 @@ namespace {
 
 constexpr char kTestSource[] = "/tmp/AUDIO.G711";
 constexpr size_t kPiece = 4096;          // bytes taken from a station at a time
-constexpr int kLastWords = 64;           // pieces that a station may have left when the next one comes
+constexpr int kLastPieces = 64;          // read of a station, at most, before the next one is refused
 constexpr uint32_t kLongestFrame = 8192; // of the built-in codecs
-constexpr int kSendBuffer = 64 * 1024;   // seconds of sound, not minutes: who lags more is not listening
+constexpr int kSendBuffer = 64 * 1024;   // seconds of sound at most; behind it the input waits
+constexpr int64_t kNever = INT64_MAX;
 
 void set_option(int fd, int level, int option, int value)
 {
     setsockopt(fd, level, option, &value, sizeof value);
 }
 
-bool readable(int fd)
+bool ready(int fd, short event)
 {
-    pollfd wanted = {fd, POLLIN, 0};
+    pollfd wanted = {fd, event, 0};
     return poll(&wanted, 1, 0) > 0;
+}
+
+// Bytes for which the other end has no room. Those on their way are not among them: their acknowledgement may
+// come late without a fault.
+uint32_t untaken(int fd)
+{
+    int bytes = 0;
+    return ioctl(fd, SIOCOUTQNSD, &bytes) == 0 ? uint32_t(bytes) : 0;
 }
 
 // A station that is gone without a word is noticed within half a minute.
@@ -51,11 +63,15 @@ void prepare(int fd)
     set_option(fd, IPPROTO_TCP, TCP_KEEPCNT, 4);
 }
 
-// G.711 is a byte a point, so the file's frames are as long as the device's.
-AudioPlayer::Source test_source(bool encode, int32_t type, int32_t rate)
+// What may be played. A message of ADPCM is one frame, of the device's points at most: where one frame ends and
+// the next begins cannot be seen in the bytes. G.711 is a byte a point, so the file's frames are the device's.
+AudioPlayer::Source source_of(bool encode, int32_t type, int32_t rate)
 {
-    const bool fits = !encode && (type == PT_G711A || type == PT_G711U);
-    return {fits ? kTestSource : nullptr, AUDIO_PATH_DECODE_POINTS,
+    constexpr size_t kAdpcmHeader = 4;
+    const size_t points = encode ? AUDIO_PATH_ENCODE_POINTS : AUDIO_PATH_DECODE_POINTS;
+    const bool file = !encode && (type == PT_G711A || type == PT_G711U);
+    const size_t longest = type == PT_ADPCM ? kAdpcmHeader + points / 2 : size_t(AUDIO_WIRE_MAX_BODY);
+    return {longest, file ? kTestSource : nullptr, AUDIO_PATH_DECODE_POINTS,
             uint32_t(AUDIO_PATH_DECODE_POINTS * 1000 / rate)};
 }
 
@@ -68,50 +84,109 @@ void AudioServer::run()
     drop_station();
 }
 
+// A station that lags is not read, nor is the input taken for it: what it has not taken keeps to the send
+// buffer, and the input's driver counts on.
 bool AudioServer::turn()
 {
-    enum { kEnd, kListener, kStation, kInput, kCount };
-    pollfd wanted[kCount] = {
-        {end_, POLLIN, 0}, {listener_, POLLIN, 0}, {station_.get(), POLLIN, 0}, {input_, POLLIN, 0}};
+    enum { kEnd, kListener, kStation, kInput, kRefused, kCount = kRefused + kMaxRefused };
+    const bool room = station_ && ready(station_.get(), POLLOUT);
+    pollfd wanted[kCount] = {{end_, POLLIN, 0},
+                             {listener_, POLLIN, 0},
+                             {station_.get(), short(room ? POLLIN : POLLOUT), 0},
+                             {room ? input_ : -1, POLLIN, 0}};
+    for (size_t i = 0; i < kMaxRefused; ++i) wanted[kRefused + i] = {refused_[i].fd.get(), POLLIN, 0};
     fflush(stdout);
-    if (poll(wanted, kCount, wait_ms()) < 0 && errno != EINTR) return false;
+    if (poll(wanted, kCount, wait_ms()) < 0) return errno == EINTR;
     if (wanted[kEnd].revents) return false;
-    if (wanted[kStation].revents) receive();
+    if (station_) note_taken();
+    if (wanted[kStation].revents & ~POLLOUT) receive();
     if (input_ >= 0 && wanted[kInput].revents) input_event(wanted[kInput].revents);
+    for (size_t i = 0; i < kMaxRefused; ++i) {
+        uint8_t unread[kPiece];
+        if (wanted[kRefused + i].revents && recv(refused_[i].fd.get(), unread, sizeof unread, 0) <= 0)
+            refused_[i].fd.reset();
+    }
     if (wanted[kListener].revents) accept_station();
-    check_patience();
+    enforce_limits();
     return true;
 }
 
-// Until the station's time is over; -1 without a limit.
+// When the first of the station's limits is reached.
+int64_t AudioServer::station_due_ms() const
+{
+    if (!station_) return kNever;
+    int64_t due_ms = kNever;
+    if (receiver_.within())
+        due_ms = since_ms_ + AUDIO_WIRE_MESSAGE_S * 1000;
+    else if (session_ == Session::none)
+        due_ms = since_ms_ + AUDIO_WIRE_IDLE_S * 1000;
+    if (taken_bytes_ < sent_bytes_) due_ms = std::min<int64_t>(due_ms, taken_ms_ + AUDIO_WIRE_SEND_S * 1000);
+    return due_ms;
+}
+
+// Until the first limit of all; -1 without one.
 int AudioServer::wait_ms() const
 {
-    if (!station_ || (session_ != Session::none && !receiver_.within())) return -1;
-    const int64_t limit_s = receiver_.within() ? AUDIO_WIRE_MESSAGE_S : AUDIO_WIRE_IDLE_S;
-    const int64_t left = since_ms_ + limit_s * 1000 - monotonic_ms();
+    int64_t due_ms = station_due_ms();
+    for (const Refused& one : refused_)
+        if (one.fd) due_ms = std::min(due_ms, one.until_ms);
+    if (due_ms == kNever) return -1;
+    const int64_t left = due_ms - monotonic_ms();
     return left > 0 ? int(left) : 0;
 }
 
-void AudioServer::check_patience()
+void AudioServer::enforce_limits()
 {
-    if (station_ && wait_ms() == 0) drop_station();
+    if (station_) note_taken();
+    const int64_t now = monotonic_ms();
+    if (station_due_ms() <= now) drop_station();
+    for (Refused& one : refused_)
+        if (one.fd && one.until_ms <= now) one.fd.reset();
 }
 
-bool AudioServer::ending() const { return readable(end_); }
+// How far the station has come in what it was sent.
+void AudioServer::note_taken()
+{
+    const uint64_t taken = sent_bytes_ - std::min<uint64_t>(untaken(station_.get()), sent_bytes_);
+    const int64_t now = monotonic_ms();
+    if (taken != taken_bytes_) active_ms_ = now;
+    if (taken != taken_bytes_ || taken == sent_bytes_) taken_ms_ = now;
+    taken_bytes_ = taken;
+}
+
+bool AudioServer::ending() const { return ready(end_, POLLIN); }
 
 void AudioServer::accept_station()
 {
     Fd coming(accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC));
     if (!coming) return;
     prepare(coming.get());
-    // The one before may have said its last words and closed.
-    for (int i = 0; station_ && i < kLastWords && readable(station_.get()); ++i) receive();
-    if (!station_) {
-        station_ = static_cast<Fd&&>(coming);
-        receiver_.reset();
-        since_ms_ = monotonic_ms();
-        return;
-    }
+    // The one before may have sent its last message and closed.
+    for (int i = 0; station_ && i < kLastPieces && ready(station_.get(), POLLIN); ++i) receive();
+    if (silent_session()) end_silent_session();
+    if (station_) return refuse_station(static_cast<Fd&&>(coming));
+    station_ = static_cast<Fd&&>(coming);
+    receiver_.reset();
+    since_ms_ = active_ms_ = taken_ms_ = monotonic_ms();
+    sent_bytes_ = taken_bytes_ = 0;
+}
+
+bool AudioServer::silent_session() const
+{
+    return station_ && session_ != Session::none && monotonic_ms() - active_ms_ >= AUDIO_WIRE_IDLE_S * 1000;
+}
+
+void AudioServer::end_silent_session()
+{
+    fprintf(stderr, "test_audio: a session was silent for %d s and is ended for another station\n",
+            AUDIO_WIRE_IDLE_S);
+    stop_session();
+    session_ended(-ETIMEDOUT);
+    station_.reset();
+}
+
+void AudioServer::refuse_station(Fd coming)
+{
     uint8_t refusal[AUDIO_WIRE_HEADER + 4];
     uint8_t header[AUDIO_WIRE_HEADER];
     write_header({AUDIO_WIRE_BUSY | AUDIO_WIRE_REPLY, 4, 0}, header);
@@ -119,6 +194,12 @@ void AudioServer::accept_station()
     store_le32(refusal + sizeof header, uint32_t(-EBUSY));
     // A new socket has room for it; one that has not is no reason to wait.
     [[maybe_unused]] ssize_t n = ::send(coming.get(), refusal, sizeof refusal, MSG_NOSIGNAL | MSG_DONTWAIT);
+    shutdown(coming.get(), SHUT_WR);
+    Refused* place = refused_; // a free one, else the oldest
+    for (Refused& one : refused_)
+        if (place->fd && (!one.fd || one.until_ms < place->until_ms)) place = &one;
+    place->fd = static_cast<Fd&&>(coming);
+    place->until_ms = monotonic_ms() + AUDIO_WIRE_SEND_S * 1000;
 }
 
 void AudioServer::drop_station()
@@ -133,6 +214,7 @@ void AudioServer::receive()
     const ssize_t got = recv(station_.get(), bytes, sizeof bytes, 0);
     if (got < 0 && (errno == EAGAIN || errno == EINTR)) return;
     if (got <= 0) return drop_station();
+    active_ms_ = monotonic_ms();
     std::span<const uint8_t> piece(bytes, size_t(got));
     // A piece may hold a hundred starts: the end does not wait for all of them.
     while (station_ && !piece.empty() && !ending()) {
@@ -187,10 +269,11 @@ void AudioServer::start(bool encode)
     }
     if (result == 0) {
         session_ = encode ? Session::encode : Session::decode;
-        sent_ = 0;
+        rate_ = uint32_t(word[2]);
+        sent_ = lost_ = 0;
         input_ = encode ? HI_MPI_AI_GetFd(AUDIO_PATH_DEVICE, AUDIO_PATH_CHANNEL) : -1;
         const bool heard = !encode || input_ >= 0;
-        if (!heard || !player_.start(test_source(encode, word[1], word[2]))) {
+        if (!heard || !player_.start(source_of(encode, word[1], word[2]))) {
             stop_session();
             result = heard ? -EAGAIN : -EIO;
         }
@@ -228,11 +311,12 @@ bool AudioServer::send_encoded()
         session_failed(code);
         return true;
     }
+    count_lost(stream.u64TimeStamp);
     uint8_t message[AUDIO_WIRE_HEADER + kLongestFrame];
     uint8_t header[AUDIO_WIRE_HEADER];
     const bool fits = stream.u32Len <= kLongestFrame;
     if (fits) {
-        write_header({AUDIO_WIRE_FRAME, stream.u32Len, sent_++}, header);
+        write_header({AUDIO_WIRE_FRAME, stream.u32Len, lost_ + sent_++}, header);
         memcpy(message, header, sizeof header);
         memcpy(message + sizeof header, stream.pu8Data, stream.u32Len);
     }
@@ -241,12 +325,28 @@ bool AudioServer::send_encoded()
     return !fits || send(message, sizeof header + length);
 }
 
+// Frames carry the time of their first sample. A time that goes back, or by more than an hour, has been set.
+void AudioServer::count_lost(uint64_t stamp_us)
+{
+    constexpr uint64_t kHourUs = 3'600'000'000, kFrame = uint64_t(AUDIO_PATH_ENCODE_POINTS) * 1'000'000;
+    const uint64_t gap_us = stamp_us - stamp_us_;
+    stamp_us_ = stamp_us;
+    if (sent_ == 0 || gap_us > kHourUs) return;
+    const uint64_t frames = (gap_us * rate_ + kFrame / 2) / kFrame;
+    if (frames > 1) lost_ += uint32_t(frames - 1);
+}
+
+bool AudioServer::session_ended(int32_t result)
+{
+    const uint32_t body = uint32_t(result > 0 ? -result : result);
+    return reply({AUDIO_WIRE_FRAME, 0, lost_ + sent_}, &body, 1);
+}
+
 void AudioServer::session_failed(int32_t result)
 {
     printf("test_audio: the audio input ended with %#x\n", unsigned(result));
     stop_session();
-    const uint32_t body = uint32_t(result > 0 ? -result : result);
-    if (!reply({AUDIO_WIRE_FRAME, 0, sent_}, &body, 1)) drop_station();
+    if (!session_ended(result)) drop_station();
 }
 
 bool AudioServer::reply_status(const WireHeader& request)
@@ -254,7 +354,16 @@ bool AudioServer::reply_status(const WireHeader& request)
     const bool running = session_ != Session::none;
     const AudioPlayer::Counts counts = player_.counts();
     const uint32_t words[AUDIO_WIRE_STATUS_WORDS] = {
-        0, running, sent_, counts.received, counts.dropped, counts.damaged, counts.waiting};
+        0,
+        running,
+        sent_,
+        counts.received,
+        counts.dropped,
+        counts.damaged,
+        counts.waiting,
+        counts.unheard,
+        lost_,
+    };
     return reply(request, words, AUDIO_WIRE_STATUS_WORDS);
 }
 
@@ -270,7 +379,10 @@ bool AudioServer::reply(const WireHeader& request, const uint32_t* words, size_t
 
 bool AudioServer::send(const void* bytes, size_t length)
 {
-    return QRN_SendTCPStream(station_.get(), bytes, int(length), AUDIO_WIRE_SEND_S) == int(length);
+    note_taken();
+    if (QRN_SendTCPStream(station_.get(), bytes, int(length), AUDIO_WIRE_SEND_S) != int(length)) return false;
+    sent_bytes_ += length;
+    return true;
 }
 
 } // namespace zep

@@ -5,16 +5,22 @@
 
 #include "common/qrn_tcp.h"
 
+#include <arpa/inet.h>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr char kUsage[] = "usage: test_audio port\n"
-                          "    serves one station at a time on the TCP port, 1 to 65535\n";
+constexpr char kUsage[] =
+    "usage: test_audio port [address]\n"
+    "    serves one station at a time on the TCP port, 1 to 65535, of the camera's IPv4\n"
+    "    address, or of all its addresses; there is no authentication\n";
+constexpr int kBacklog = 10;
 
 int wake_up[2] = {-1, -1};
 
@@ -37,16 +43,42 @@ bool catch_signals()
     return true;
 }
 
+// A listening socket of one address, or -1 with errno.
+int listen_at(in_addr address, int port)
+{
+    zep::Fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!fd) return -1;
+    const int on = 1;
+    setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in own = {};
+    own.sin_family = AF_INET;
+    own.sin_port = htons(uint16_t(port));
+    own.sin_addr = address;
+    if (bind(fd.get(), reinterpret_cast<sockaddr*>(&own), sizeof own) < 0) return -1;
+    return listen(fd.get(), kBacklog) < 0 ? -1 : fd.release();
+}
+
+int open_listener(const char* text, in_addr address, int port)
+{
+    if (!text) return TSER_InitServer(port);
+    const int fd = listen_at(address, port);
+    if (fd < 0) fprintf(stderr, "test_audio: %s port %d: %s\n", text, port, strerror(errno));
+    return fd;
+}
+
 } // namespace
 
 int test_audio_main(int argc, char** argv)
 {
     int64_t port = 0;
-    if (argc != 2 || !zep::parse_number(argv[1], 1, 65535, port)) {
+    in_addr address = {};
+    const char* const text = argc == 3 ? argv[2] : nullptr;
+    if (argc < 2 || argc > 3 || !zep::parse_number(argv[1], 1, 65535, port) ||
+        (text && inet_pton(AF_INET, text, &address) != 1)) {
         fputs(kUsage, stderr);
         exit(-1);
     }
-    zep::Fd listener(TSER_InitServer(int(port)));
+    zep::Fd listener(open_listener(text, address, int(port)));
     if (!listener || !catch_signals()) {
         fflush(stdout);
         exit(-1);

@@ -108,7 +108,7 @@ private:
     std::thread thread_;
 };
 
-const std::vector<uint32_t> kAtRest = {0, 0, 0, 0, 0, 0, 0};
+const std::vector<uint32_t> kAtRest(AUDIO_WIRE_STATUS_WORDS, 0);
 
 TEST_F(Server, AnswersAStationAndRefusesTheNextOneUntilItHasGone)
 {
@@ -116,9 +116,14 @@ TEST_F(Server, AnswersAStationAndRefusesTheNextOneUntilItHasGone)
         const Station first(port);
         first.send(AUDIO_WIRE_STATUS, 7);
         EXPECT_EQ(first.reply(AUDIO_WIRE_STATUS, 7), kAtRest);
-        const Station second(port);
-        EXPECT_EQ(second.reply(AUDIO_WIRE_BUSY, 0), std::vector<uint32_t>{uint32_t(-EBUSY)});
-        EXPECT_TRUE(second.closed());
+        // Requests that the server does not read must not cost the refusal; the oldest of many may go early.
+        for (int many = 0; many < 6; ++many) {
+            const Station second(port);
+            second.send(AUDIO_WIRE_STATUS, 1);
+            second.send(AUDIO_WIRE_FRAME, 0, Bytes(50'000));
+            EXPECT_EQ(second.reply(AUDIO_WIRE_BUSY, 0), std::vector<uint32_t>{uint32_t(-EBUSY)}) << many;
+            EXPECT_TRUE(second.closed());
+        }
         first.send(AUDIO_WIRE_FRAME, 0, {1, 2, 3});
         first.send(AUDIO_WIRE_STOP, 8);
         EXPECT_EQ(first.reply(AUDIO_WIRE_STOP, 8), kAtRest) << "a frame outside a session is dropped";
