@@ -161,7 +161,7 @@ TEST_F(Audio, ALineFromTheLoudspeakerToTheMicrophoneIsFoundWithItsLength)
         const Outcome outcome = with_server(std::string("station verdict -t 1 --snr 5 -c ") + codec + " $at",
                                             {"--loop", std::to_string(length)});
         EXPECT_GE(said(outcome, "delay"), length) << outcome.out << outcome.err;
-        EXPECT_LT(said(outcome, "delay"), length + 300) << outcome.out;
+        EXPECT_LT(said(outcome, "delay"), length + 900) << outcome.out << "a busy host starts late";
         EXPECT_NEAR(said(outcome, "level"), -12, 1.5) << outcome.out;
     }
     const Outcome without = with_server("station verdict -t 0.5 $at");
@@ -282,23 +282,111 @@ TEST_F(Audio, AHundredSessionsLeaveNothingBehind)
     EXPECT_LE(kilobytes[1], kilobytes[0] + 256);
 }
 
-TEST_F(Audio, StationsThatVanishStandStillOrCutInCostOnlyTheirOwnSession)
+TEST_F(Audio, SoundThatTheOutputDoesNotPlayIsNoSuccess)
 {
+    zaudio::write_wav(camera.folder() / "voice.wav", {8000, speech(8000, 2)});
+    struct Case {
+        const char* fault;
+        const char* said;
+        int status;
+    };
+    for (const Case& c : {Case{"ao send 0 -1 EIO", "took 50, dropped 0, damaged 0, unheard 50;", 1},
+                          {"ao send 7 1 0xA016800F", "took 50, dropped 0, damaged 0, unheard 1;", 1},
+                          {"", "took 50, dropped 0, damaged 0, unheard 0;", 0}}) {
+        SCOPED_TRACE(c.fault);
+        fs::remove(camera.state("faults.state"));
+        camera.faults(std::string(c.fault) + "\n");
+        const Outcome outcome =
+            with_server("station play $at /run/bin/voice.wav; echo status $?\nstation status $at\n",
+                        {"--bind", (camera.folder() / "voice.wav").string()});
+        EXPECT_THAT(outcome.out, HasSubstr(c.said)) << outcome.err;
+        EXPECT_EQ(said(outcome, "\nstatus "), c.status);
+        EXPECT_EQ(outcome.err.find("has not played everything") != std::string::npos, c.status != 0);
+    }
+}
+
+TEST_F(Audio, AMessageOfAdpcmIsOneFrame)
+{
+    const auto message = [](int points) {
+        char text[200];
+        snprintf(text, sizeof text,
+                 R"(printf 'TAUD\x01\x00\x04\x00\x%02x\x%02x\x00\x00\x00\x00\x00\x00' >&3; )"
+                 "head -c %d /dev/zero >&3\n",
+                 (4 + points / 2) % 256, (4 + points / 2) / 256, 4 + points / 2);
+        return std::string(text);
+    };
+    // One of 320 points, one of 160, and two of 320 in one message.
     const Outcome outcome = with_server(
-        "timeout -s KILL 1 /run/bin/zep-audio record -t 50 $at /tmp/x.wav\n"
-        "sleep 0.5; station status $at || echo still busy\n"
-        // One that reads nothing any more: it is given up, its session is over, the next one is served.
-        "/run/bin/zep-audio record -c lpcm -r 48000 -t 50 $at /tmp/y.wav & DEAF=$!\n"
-        "sleep 1; kill -STOP $DEAF\n"
-        "station status $at && echo not alone\n"
-        "sleep 20; station status $at\n"
-        "kill -KILL $DEAF; wait $DEAF\n"
-        "station record -t 0.4 $at /tmp/z.wav\n");
+        "exec 3<>/dev/tcp/127.0.0.1/5000\nprintf '" + start_decode(49) + "' >&3\n" + message(320) +
+        message(160) + message(648) + "sleep 1\nprintf '" + kStop + "' >&3\nhead -c 72 <&3 > /tmp/replies\n");
+    const std::string counts = read_file(camera.root("/tmp/replies")).substr(20 + 16 + 3 * 4, 16);
+    EXPECT_EQ(counts, std::string("\3\0\0\0\0\0\0\0\1\0\0\0\0\0\0\0", 16)) << "received, dropped, damaged";
+    EXPECT_EQ(zaudio::read_wav(camera.state("speaker.wav")).samples.size(), 480u);
+}
+
+TEST_F(Audio, StationsThatVanishOrCutInCostOnlyTheirOwnSession)
+{
+    const Outcome outcome = with_server("timeout -s KILL 1 /run/bin/zep-audio record -t 50 $at /tmp/x.wav\n"
+                                        "sleep 0.5; station status $at || echo still busy\n"
+                                        "/run/bin/zep-audio record -t 50 $at /tmp/y.wav & FIRST=$!\nsleep 1\n"
+                                        "station status $at && echo not alone\n"
+                                        "kill -KILL $FIRST; wait $FIRST\n"
+                                        "station record -t 0.4 $at /tmp/z.wav\n");
     EXPECT_THAT(outcome.out, Not(HasSubstr("still busy")));
     EXPECT_THAT(outcome.out, Not(HasSubstr("not alone")));
     EXPECT_THAT(outcome.err, HasSubstr("another station is connected"));
-    EXPECT_THAT(outcome.out, HasSubstr("no session; sent"));
     EXPECT_THAT(outcome.out, HasSubstr("/tmp/z.wav: 0.4"));
+}
+
+// A station that reads nothing keeps others out for the limit and what its receive buffer holds of the codec.
+TEST_F(Audio, AStationThatTakesNothingIsClosedSoonWithEachCodec)
+{
+    for (const char* codec : {"-c g726", "-c g711a", "-c lpcm -r 48000"}) {
+        SCOPED_TRACE(codec);
+        const Outcome outcome =
+            with_server(std::string("/run/bin/zep-audio record -t 500 ") + codec +
+                        " $at /tmp/y.wav & DEAF=$!\nsleep 1; kill -STOP $DEAF; asked=$(date +%s)\n"
+                        "until station status $at 2>/dev/null; do sleep 0.5; done\n"
+                        "echo took $(( $(date +%s) - asked ))\nkill -KILL $DEAF; wait $DEAF\n");
+        EXPECT_GE(said(outcome, "\ntook"), 2) << outcome.out;
+        EXPECT_LE(said(outcome, "\ntook"), 20) << outcome.out;
+    }
+}
+
+TEST_F(Audio, FramesThatTheInputLosesWhileAStationLagsAreCounted)
+{
+    const Outcome outcome =
+        with_server("/run/bin/zep-audio record -c lpcm -r 48000 -t 6 $at /tmp/y.wav & LATE=$!\n"
+                    "sleep 1; kill -STOP $LATE; sleep 2; kill -CONT $LATE; "
+                    "wait $LATE; echo status $?\n");
+    EXPECT_EQ(said(outcome, "\nstatus "), 0) << outcome.out << outcome.err;
+    EXPECT_GT(said(outcome, "lost in the camera's input "), 10) << outcome.out;
+}
+
+TEST_F(Audio, ASilentSessionEndsWhenAnotherStationAsks)
+{
+    const Outcome outcome =
+        with_server("exec 3<>/dev/tcp/127.0.0.1/5000\nprintf '" + start_decode(23) +
+                    "' >&3\nhead -c 20 <&3 > /tmp/started\n"
+                    "sleep 58; station status $at || echo early\n"
+                    "sleep 5; station status $at && echo free\ncat <&3 > /tmp/told\n"
+                    // A session whose sound flows is not silent, however long.
+                    "/run/bin/zep-audio record -t 80 $at /tmp/y.wav & LONG=$!\n"
+                    "sleep 70; station status $at || echo busy; wait $LONG; echo status $?\n");
+    EXPECT_THAT(outcome.out, HasSubstr("early\nno session")) << outcome.err;
+    EXPECT_THAT(outcome.out, HasSubstr("free\nbusy\n")) << outcome.err;
+    EXPECT_EQ(said(outcome, "\nstatus "), 0) << outcome.out << outcome.err;
+    EXPECT_EQ(read_file(camera.root("/tmp/told")).substr(6, 2), std::string("\x84\0", 2));
+    EXPECT_THAT(complaints, HasSubstr("test_audio: a session was silent for 60 s"));
+}
+
+TEST_F(Audio, APipeInPlaceOfTheTestFileIsNotPlayed)
+{
+    const Outcome outcome = with_server(
+        "rm -f /tmp/AUDIO.G711; mkfifo /tmp/AUDIO.G711\nexec 3<>/dev/tcp/127.0.0.1/5000\nprintf '" +
+        start_decode(19) + "' >&3\nhead -c 20 <&3 > /tmp/started; sleep 2\nasked=$(date +%s)\nprintf '" +
+        kStop + "' >&3\ntimeout 10 head -c 52 <&3 > /tmp/stopped\nrm /tmp/AUDIO.G711\n");
+    EXPECT_EQ(read_file(camera.root("/tmp/stopped")).size(), 52u);
 }
 
 TEST_F(Audio, ASilentStationHearsTheTestFileAndASlowOneIsCutOff)
@@ -316,7 +404,7 @@ TEST_F(Audio, ASilentStationHearsTheTestFileAndASlowOneIsCutOff)
         // A header that trickles in for longer than a message may take.
         "for byte in T A U D; do printf $byte >&3; sleep 4; done 2>/dev/null\n"
         "cat <&3 > /tmp/replies\nstation status $at\n");
-    EXPECT_EQ(read_file(camera.root("/tmp/replies")).size(), 20u + 20u + 44u);
+    EXPECT_EQ(read_file(camera.root("/tmp/replies")).size(), 20u + 20u + 52u);
     EXPECT_EQ(outcome.of("insmod").size(), 2u);
     EXPECT_THAT(outcome.out, HasSubstr("no session")) << outcome.err;
     EXPECT_THAT(console, HasSubstr("START DECODE AUDIO\n"));
@@ -332,7 +420,7 @@ TEST_F(Audio, AStopFreesAStartThatFailedHalfWayAndDoesNotWaitForALongMessage)
     const Outcome outcome =
         with_server("exec 3<>/dev/tcp/127.0.0.1/5000\nprintf '" + start_decode(22) +
                     "' >&3\nhead -c 20 <&3 > /tmp/refusal\nprintf '" + kStop +
-                    "' >&3\nhead -c 44 <&3 > /tmp/stopped\nprintf '" + start_decode(21) +
+                    "' >&3\nhead -c 52 <&3 > /tmp/stopped\nprintf '" + start_decode(21) +
                     "' >&3\nhead -c 20 <&3 > /tmp/started\n"
                     // The longest message: 51 seconds of sound.
                     "printf 'TAUD\\x01\\x00\\x04\\x00\\x00\\x90\\x01\\x00\\x00\\x00\\x00"
@@ -340,16 +428,16 @@ TEST_F(Audio, AStopFreesAStartThatFailedHalfWayAndDoesNotWaitForALongMessage)
                     "asked=$(date +%s)\nprintf '" +
                     kStop +
                     "' >&3\n"
-                    "head -c 44 <&3 > /tmp/stopped2\necho took $(( $(date +%s) - asked ))\n");
+                    "head -c 52 <&3 > /tmp/stopped2\necho took $(( $(date +%s) - asked ))\n");
     EXPECT_THAT(console,
                 HasSubstr("step 3: start Aenc\nStartAudio: invalid aenc payload type:22\nSTOP AUDIO\n"));
     EXPECT_EQ(read_file(camera.root("/tmp/refusal")).substr(16), "\xff\xff\xff\xff");
     const auto disabled = std::count(outcome.journal.begin(), outcome.journal.end(), "ai disable 2 0");
     EXPECT_EQ(disabled, 2) << "one of the failed start, one of the session";
     const std::string stopped = read_file(camera.root("/tmp/stopped2"));
-    ASSERT_EQ(stopped.size(), 44u);
+    ASSERT_EQ(stopped.size(), 52u);
     EXPECT_LT(said(outcome, "took"), 20) << "seconds";
-    EXPECT_EQ(stopped.substr(16 + 5 * 4, 4), std::string(4, '\0')) << "what is cut off is no damage";
+    EXPECT_EQ(stopped.substr(16 + 4 * 4), std::string(20, '\0')) << "what is cut off is no damage";
 }
 
 TEST_F(Audio, AnInterruptEndsAServerThatIsBusyStarting)
@@ -367,19 +455,28 @@ TEST_F(Audio, AnInterruptEndsAServerThatIsBusyStarting)
 TEST_F(Audio, WrongCommandLinesAndSignals)
 {
     for (const Lines& command : {Lines{"test_audio"}, Lines{"test_audio", "0"}, Lines{"test_audio", "65536"},
-                                 Lines{"test_audio", "50x"}, Lines{"test_audio", "5000", "5001"}}) {
+                                 Lines{"test_audio", "50x"}, Lines{"test_audio", "5000", "5001"},
+                                 Lines{"test_audio", "5000", "127.0.0.1", "x"}}) {
         const Outcome outcome = camera.run(command);
         EXPECT_EQ(outcome.status, 255);
-        EXPECT_THAT(outcome.err, HasSubstr("usage: test_audio port\n"));
+        EXPECT_THAT(outcome.err, HasSubstr("usage: test_audio port [address]\n"));
         EXPECT_EQ(outcome.out, "");
     }
     // A second server finds the port taken; a signal in mid-session ends the first, with everything shut
     // down.
     const Outcome outcome =
         with_server("test_audio 5000; echo second $?\n"
+                    // One address only: another of the camera's own is refused, a foreign one cannot be had.
+                    "test_audio 5001 127.0.0.2 & OTHER=$!\nsleep 1\n"
+                    "/run/bin/zep-audio status 127.0.0.2 5001 && echo heard\n"
+                    "/run/bin/zep-audio status 127.0.0.1 5001 || echo not heard\n"
+                    "kill $OTHER; wait $OTHER; test_audio 5001 192.0.2.1; echo foreign $?\n"
                     "/run/bin/zep-audio record -t 50 $at /tmp/x.wav & STATION=$!; sleep 1\n"
                     "kill -INT $SERVER; wait $SERVER; echo first $?; wait $STATION\n");
     EXPECT_THAT(outcome.out, HasSubstr("second 255"));
+    EXPECT_THAT(outcome.out, HasSubstr("\nheard\nnot heard\n"));
+    EXPECT_THAT(outcome.out, HasSubstr("foreign 255"));
+    EXPECT_THAT(outcome.err, HasSubstr("test_audio: 192.0.2.1 port 5001: Cannot assign requested address"));
     EXPECT_THAT(outcome.out, HasSubstr("first 0"));
     EXPECT_THAT(outcome.journal, testing::Contains("sys exit"));
     EXPECT_THAT(outcome.err, HasSubstr("the camera has closed the connection"));

@@ -169,7 +169,8 @@ TEST(ZepAudio, FindsItsToneAndTheDelayWithEachCodec)
             EXPECT_NEAR(value("frequency"), strstr(c.options, "3000") ? 3000 : 1000, 1);
             EXPECT_NEAR(value("level"), -12, c.snr_least < 30 ? 1.5 : 0.3);
             EXPECT_GT(value("signal to noise"), c.snr_least);
-            EXPECT_THAT(outcome.output, AllOf(HasSubstr("lost on the way 0"), HasSubstr("\nsuccessful\n")));
+            EXPECT_THAT(outcome.output, AllOf(HasSubstr("unheard 0; lost in the camera's input 0;"),
+                                              HasSubstr("\nsuccessful\n")));
         }));
     for (auto& one : all) one.get();
 }
@@ -273,7 +274,8 @@ TEST(ZepAudio, AToneFromElsewhereIsRecordedAndJudged)
     const FakeCamera camera(source);
     Outcome outcome = run("verdict --listen -t 0.8 -c lpcm " + camera.address + out);
     EXPECT_EQ(outcome.status, 0) << outcome.output;
-    EXPECT_THAT(outcome.output, AllOf(HasSubstr("1004.0 Hz  good"), HasSubstr("lost on the way 1")));
+    EXPECT_THAT(outcome.output,
+                AllOf(HasSubstr("1004.0 Hz  good"), HasSubstr("lost in the camera's input 1;")));
     // What others make of the file.
     FILE* pipe = popen(("sox " + out + " -n stat 2>&1").c_str(), "r");
     std::string text(4096, 0);

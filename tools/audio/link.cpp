@@ -19,6 +19,9 @@ namespace {
 
 using zep::append_le16, zep::append_le32, zep::load_le16, zep::load_le32;
 
+// A station that stops reading is then noticed by the camera while little of its sound is on the way.
+constexpr int kReceiveBuffer = 8 * 1024;
+
 [[noreturn]] void fail(const std::string& what) { throw std::runtime_error(what); }
 
 int wait_ms(Clock::time_point until)
@@ -32,6 +35,7 @@ int connect_to(const addrinfo& address, std::chrono::seconds limit)
 {
     const int fd = socket(address.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) return -1;
+    setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof kReceiveBuffer);
     if (connect(fd, address.ai_addr, address.ai_addrlen) == 0) return fd;
     pollfd wanted = {fd, POLLOUT, 0};
     int error = errno;
@@ -172,8 +176,11 @@ namespace {
 
 Status status_of(const Message& reply)
 {
-    return {reply.word(1) != 0,      uint32_t(reply.word(2)), uint32_t(reply.word(3)),
-            uint32_t(reply.word(4)), uint32_t(reply.word(5)), uint32_t(reply.word(6))};
+    Status status{reply.word(1) != 0};
+    uint32_t* const counts[] = {&status.sent,    &status.received, &status.dropped, &status.damaged,
+                                &status.waiting, &status.unheard,  &status.lost};
+    for (size_t i = 0; i < std::size(counts); ++i) *counts[i] = uint32_t(reply.word(2 + i));
+    return status;
 }
 
 } // namespace

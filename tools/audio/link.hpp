@@ -21,9 +21,10 @@ struct Message {
     [[nodiscard]] int32_t word(size_t index) const;
 };
 
+// The camera's counts.
 struct Status {
     bool running = false;
-    uint32_t sent = 0, received = 0, dropped = 0, damaged = 0, waiting = 0;
+    uint32_t sent = 0, received = 0, dropped = 0, damaged = 0, waiting = 0, unheard = 0, lost = 0;
 };
 
 // Every failure of the connection is thrown as std::runtime_error, one line.

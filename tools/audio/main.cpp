@@ -3,6 +3,7 @@
 #include "tools/audio/codec.hpp"
 #include "tools/audio/session.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -15,7 +16,7 @@ namespace {
 
 using namespace zaudio;
 
-enum Status { kGood = 0, kFailed = 1, kTrouble = 2 };
+enum ExitStatus { kGood = 0, kFailed = 1, kTrouble = 2 };
 
 constexpr char kUsage[] =
     "usage: zep-audio record [OPTION]... HOST PORT OUT.wav\n"
@@ -28,7 +29,7 @@ constexpr char kUsage[] =
     "play     plays through the camera's loudspeaker\n"
     "loop     both at once\n"
     "verdict  sends a tone and looks for it in what comes back\n"
-    "status   tells what the camera does, and the network's round trip\n"
+    "status   what the camera does, and the network's round trip\n"
     "\n"
     "  -c, --codec NAME       g711a (default), g711u, g726, lpcm or adpcm\n"
     "  -r, --rate HZ          sample rate; default 8000, or that of the file to be played\n"
@@ -42,15 +43,21 @@ constexpr char kUsage[] =
     "                         settings of the codec chip; default 1, 15, 0, 0\n"
     "      --limit S          for the connection and each answer; default 10\n"
     "\n"
-    "exit status: 0 good, 1 verdict failed, 2 wrong usage, file or connection\n";
+    "exit status: 0 good, 1 verdict failed or not all was played, 2 wrong usage, file or connection\n";
 
 double to_ms(Clock::duration time) { return std::chrono::duration<double, std::milli>(time).count(); }
 
-void print_end(const Report& report)
+// kFailed, with a line on standard error, when the camera has not played all that it was sent.
+int print_end(const Report& report)
 {
-    printf("camera sent %u, took %u, dropped %u, damaged %u; lost on the way %u; round trip %.1f ms\n",
-           report.status.sent, report.status.received, report.status.dropped, report.status.damaged,
-           report.lost, to_ms(report.round_trip));
+    const auto& status = report.status;
+    printf("camera sent %u, took %u, dropped %u, damaged %u, unheard %u; lost in the camera's input %u; "
+           "round trip %.1f ms\n",
+           status.sent, status.received, status.dropped, status.damaged, status.unheard, report.lost,
+           to_ms(report.round_trip));
+    if (report.heard()) return kGood;
+    fputs("zep-audio: the camera has not played everything\n", stderr);
+    return kFailed;
 }
 
 int record(const Options& options)
@@ -77,8 +84,7 @@ Sound input_of(const Options& options)
 int play(const Options& options)
 {
     const Sound sound = input_of(options);
-    print_end(run_session(options, sound.rate, {false, sound.samples, 0}));
-    return kGood;
+    return print_end(run_session(options, sound.rate, {false, sound.samples, 0}));
 }
 
 int loop(const Options& options)
@@ -94,8 +100,7 @@ int loop(const Options& options)
             report.recorded.samples,
             std::span(sound.samples).first(std::min<size_t>(sound.samples.size(), size_t(sound.rate)))))
         printf("comes back after %.1f ms\n", double(*at) * 1000 / sound.rate);
-    print_end(report);
-    return kGood;
+    return print_end(report);
 }
 
 struct Check {
@@ -150,7 +155,9 @@ int verdict(const Options& options)
     if (!options.listen) {
         const auto burst = find_signal(recorded, make_burst(rate, -6, kBurstS));
         if (!burst) {
-            printf("nothing of what was sent comes back (%.1f dB)\nfailed\n", level_db(recorded));
+            printf("nothing of what was sent comes back (%.1f dB)\n", level_db(recorded));
+            print_end(report);
+            puts("failed");
             return kFailed;
         }
         printf("%-16s %8.1f ms\n", "delay", (double(*burst) / rate - kSilenceS) * 1000);
@@ -160,8 +167,8 @@ int verdict(const Options& options)
         std::min(recorded.size() - std::min(begin, recorded.size()), size_t((tone_s - kSettleS) * rate));
     const auto tone =
         length ? find_tone(recorded.subspan(begin, length), rate, options.frequency) : std::nullopt;
-    const int status = tone ? judge(options, *tone) : kFailed;
-    print_end(report);
+    const int tone_status = tone ? judge(options, *tone) : kFailed;
+    const int status = std::max(tone_status, print_end(report));
     puts(status == kGood ? "successful" : "failed");
     return status;
 }
@@ -171,9 +178,10 @@ int status(const Options& options)
     Link link(options.host, options.port, std::chrono::seconds(options.limit_s));
     Clock::duration round_trip;
     const zaudio::Status now = link.status(&round_trip);
-    printf("%s; sent %u, took %u, dropped %u, damaged %u, waiting %u; round trip %.1f ms\n",
+    printf("%s; sent %u, took %u, dropped %u, damaged %u, unheard %u, waiting %u; lost in the input %u; "
+           "round trip %.1f ms\n",
            now.running ? "session" : "no session", now.sent, now.received, now.dropped, now.damaged,
-           now.waiting, to_ms(round_trip));
+           now.unheard, now.waiting, now.lost, to_ms(round_trip));
     return kGood;
 }
 

@@ -3,6 +3,8 @@
 #include "tools/audio/analysis.hpp"
 #include "tools/audio/codec.hpp"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <thread>
 
@@ -12,7 +14,10 @@ namespace {
 
 using std::chrono::duration_cast;
 
-constexpr uint32_t kLead = 4; // frames that the camera has in hand, against the network's hiccups
+// Sound that the camera has in hand against delays of the network and of this computer; at most what its queue
+// holds beside the output's own buffer.
+constexpr double kLeadS = 1;
+constexpr uint32_t kMaxLead = AUDIO_WIRE_QUEUE * 3 / 4;
 constexpr auto kMeterEvery = std::chrono::milliseconds(200);
 constexpr auto kTail =
     std::chrono::milliseconds(500); // what the output still holds when nothing waits any more
@@ -49,6 +54,10 @@ private:
     [[nodiscard]] bool all_sent() const { return played_ >= job_.to_play.size(); }
     [[nodiscard]] bool over() const { return all_sent() && report_.recorded.samples.size() >= wanted(); }
 
+    [[nodiscard]] uint32_t lead() const
+    {
+        return std::min(kMaxLead, uint32_t(std::ceil(kLeadS * rate_ / points_)));
+    }
     [[nodiscard]] Clock::duration time_of(uint64_t frames) const
     {
         return duration_cast<Clock::duration>(
@@ -57,7 +66,7 @@ private:
     [[nodiscard]] Clock::time_point next_due() const
     {
         if (all_sent()) return Clock::now() + std::chrono::seconds(options_.limit_s);
-        return begin_ + time_of(number_ > kLead ? number_ - kLead : 0);
+        return begin_ + time_of(number_ > lead() ? number_ - lead() : 0);
     }
 
     void send_due()
@@ -99,10 +108,19 @@ private:
         recent_.clear();
     }
 
+    // Throws when the camera plays nothing of what waits for as long as an answer may take.
     void wait_until_played()
     {
-        while (link_.status().waiting > 0) std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        std::this_thread::sleep_for(time_of(kLead) + kTail);
+        uint32_t before = UINT32_MAX;
+        auto until = Clock::now();
+        for (uint32_t waiting; (waiting = link_.status().waiting) > 0; before = waiting) {
+            if (waiting < before) until = Clock::now() + std::chrono::seconds(options_.limit_s);
+            if (Clock::now() > until)
+                throw std::runtime_error("the camera plays nothing of the " + std::to_string(waiting) +
+                                         " messages that wait");
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        std::this_thread::sleep_for(time_of(lead()) + kTail);
     }
 
     const Options& options_;

@@ -32,9 +32,12 @@ struct Job {
 
 struct Report {
     Sound recorded;
-    uint32_t lost = 0; // frames of the camera that are missing in their numbers
+    uint32_t lost = 0; // frames of the camera's input that are missing in their numbers
     Status status;     // the camera's at the end
     Clock::duration round_trip{};
+
+    // Whether the camera's output took all that was sent.
+    [[nodiscard]] bool heard() const { return status.dropped + status.damaged + status.unheard == 0; }
 };
 
 // Throws std::runtime_error.
