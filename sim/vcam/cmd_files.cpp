@@ -4,8 +4,9 @@
 #include "sim/vcam/options.hpp"
 #include "sim/vcam/settings.hpp"
 #include "sim/base/text.hpp"
+#include "tools/cli/output_file.hpp"
 
-#include <cerrno>
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -63,31 +64,100 @@ std::string place_in(const std::string& tree, const fs::path& inside)
     return folder + "/" + inside.filename().string();
 }
 
-// What stands at the target is replaced, never written through.
-void copy_one(const std::string& from, const std::string& to)
+// Whether the folder is the path or holds it.
+bool holds(const fs::path& folder, const fs::path& path)
 {
+    const auto [mismatch, unused] = std::mismatch(folder.begin(), folder.end(), path.begin(), path.end());
+    return mismatch == folder.end();
+}
+
+// A link to a file means that file; links inside a folder are copied as links.
+std::string meant(const std::string& from)
+{
+    return fs::is_directory(from) ? from : fs::canonical(from).string();
+}
+
+void check_kind(const std::string& from)
+{
+    const auto kind = fs::symlink_status(from).type();
+    if (kind != fs::file_type::regular && kind != fs::file_type::directory && kind != fs::file_type::symlink)
+        fail("%s is neither a file nor a folder nor a link; name one that is", from.c_str());
+}
+
+// Calls copy_one(from, to) for a file or link, or for each entry of a folder, folders first.
+template<class CopyOne> void copy(const std::string& source, const std::string& to, CopyOne copy_one)
+try {
+    const std::string from = meant(source);
+    if (!fs::is_directory(fs::symlink_status(from)) && !fs::is_directory(from)) return copy_one(from, to);
+    const auto entries = list_tree(from);
+    for (const auto& [name, entry] : entries) check_kind(from + "/" + name);
+    make_folders(to);
+    for (const auto& [name, entry] : entries) copy_one(from + "/" + name, to + "/" + name);
+} catch (const fs::filesystem_error& e) {
+    fail("cannot copy %s to %s: %s", source.c_str(), to.c_str(), e.code().message().c_str());
+}
+
+// Into the camera: what stands at the target is replaced, never written through.
+void put_one(const std::string& from, const std::string& to)
+{
+    check_kind(from);
     if (fs::is_directory(fs::symlink_status(from))) return make_folders(to);
     if (!fs::is_directory(fs::symlink_status(to))) fs::remove(to);
     fs::copy(from, to, fs::copy_options::copy_symlinks);
 }
 
-void copy(const std::string& from, const std::string& to)
-try {
-    if (fs::is_symlink(from) || !fs::is_directory(from)) {
-        // A file is meant by its name, wherever the link to it stands.
-        copy_one(fs::canonical(from).string(), to);
-        return;
+// Out of the camera, where the host's files are.
+struct Getter {
+    bool force;
+
+    void get_link(const std::string& from, const std::string& to) const
+    {
+        if (exists(to) && !force)
+            fail("%s: exists already; name another place, or replace it with --force", to.c_str());
+        if (exists(to)) fs::remove(to);
+        fs::copy_symlink(from, to);
     }
-    make_folders(to);
-    for (const auto& [name, entry] : list_tree(from)) copy_one(from + "/" + name, to + "/" + name);
-} catch (const fs::filesystem_error& e) {
-    fail("cannot copy %s to %s: %s", from.c_str(), to.c_str(), e.code().message().c_str());
+
+    void get_file(const std::string& from, const std::string& to) const
+    {
+        const auto mode = mode_t(fs::status(from).permissions()) & 0777;
+        cli::OutputFile output(to, {nullptr, nullptr, force, mode});
+        const Mapped bytes(from);
+        output.write(bytes.data(), bytes.size());
+        output.commit();
+    }
+
+    void operator()(const std::string& from, const std::string& to) const
+    {
+        check_kind(from);
+        if (fs::is_directory(fs::symlink_status(from))) return make_folders(to);
+        if (fs::is_symlink(from)) return get_link(from, to);
+        get_file(from, to);
+    }
+};
+
+// The name that "." and "folder/" have as well.
+std::string name_of(const std::string& path)
+{
+    fs::path full = fs::absolute(path).lexically_normal();
+    if (!full.has_filename()) full = full.parent_path();
+    return full.filename().string();
 }
 
 std::string with_name(const std::string& target, const std::string& source)
 {
-    const bool folder = fs::is_directory(fs::symlink_status(target));
-    return folder && !fs::is_directory(source) ? target + "/" + fs::path(source).filename().string() : target;
+    const bool folder = fs::is_directory(target);
+    return folder && !fs::is_directory(source) ? target + "/" + name_of(source) : target;
+}
+
+void check_source(const Camera& camera, const std::string& source)
+{
+    std::error_code error;
+    const fs::path real = fs::canonical(source, error);
+    if (error) fail("put: %s: %s", source.c_str(), error.message().c_str());
+    if (fs::is_directory(real) && holds(real, camera.folder()))
+        fail("put: %s holds the camera itself; name files, or a folder beside the camera", source.c_str());
+    if (!fs::is_directory(real)) check_kind(real.string());
 }
 
 } // namespace
@@ -99,24 +169,29 @@ int put_main(const Arguments& arguments)
         fail("put: write it as: vcam put DIR FILE [/PATH/IN/CAMERA]");
     Camera camera(words.plain[0]);
     const std::string& source = words.plain[1];
-    if (!exists(source)) fail("put: %s: %s", source.c_str(), strerror(ENOENT));
+    check_source(camera, source);
     std::string inside = words.plain.size() == 3 ? words.plain[2] : "/tmp/";
-    if (inside.back() == '/') inside += fs::path(source).filename().string();
+    if (inside.back() == '/') inside += name_of(source);
     Place place = place_of(inside);
     if (!place.in_flash) {
-        copy(source, with_name(place_in(camera.root(""), place.path), source));
+        const std::string target = place_in(camera.root(""), place.path);
+        if (fs::is_directory(source) && holds(fs::canonical(source), target))
+            fail("put: %s holds its own copy %s; put it elsewhere", source.c_str(), inside.c_str());
+        copy(source, with_name(target, source), put_one);
         return 0;
     }
     Fd held = camera.lock();
     SettingsFolder etc(camera);
-    copy(source, with_name(place_in(etc.path(), place.path), source));
+    copy(source, with_name(place_in(etc.path(), place.path), source), put_one);
     etc.write_back();
     return 0;
 }
 
 int get_main(const Arguments& arguments)
 {
-    auto words = parse_options(arguments, {});
+    bool force = false;
+    auto words = parse_options(
+        arguments, {{"--force", nullptr, "replace files that are there", [&](auto&) { force = true; }}});
     if (words.plain.size() < 2 || words.plain.size() > 3)
         fail("get: write it as: vcam get DIR /PATH/IN/CAMERA [FILE]");
     Camera camera(words.plain[0]);
@@ -128,7 +203,12 @@ int get_main(const Arguments& arguments)
         write_all(STDOUT_FILENO, read_file(source), "standard output");
         return 0;
     }
-    copy(source, with_name(words.plain.size() == 3 ? words.plain[2] : ".", source));
+    std::string target = words.plain.size() == 3 ? words.plain[2] : name_of(words.plain[1]);
+    if (target.empty()) fail("get: name a folder for the camera's %s", words.plain[1].c_str());
+    if (words.plain.size() == 2 && exists(target) && !force)
+        fail("get: %s exists already; name another folder, or add to it with --force", target.c_str());
+    if (fs::is_directory(target) && !fs::is_directory(source)) target += "/" + name_of(words.plain[1]);
+    copy(source, target, Getter{force});
     return 0;
 }
 

@@ -8,6 +8,7 @@
 #include "sim/sandbox/sandbox.hpp"
 #include "sim/base/text.hpp"
 #include "sim/models/wav.hpp"
+#include "tools/cli/output_file.hpp"
 
 #include <cerrno>
 #include <charconv>
@@ -17,6 +18,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <memory>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -34,7 +36,7 @@ struct RunOptions {
     std::string neighbour;
     std::string microphone, speaker; // host files
     std::string loop;                // milliseconds from the loudspeaker to the microphone
-    bool realtime = false, verbose = false, no_preload = false, no_mark = false;
+    bool realtime = false, verbose = false, no_preload = false, no_mark = false, force = false;
 };
 
 std::string parse_loop(const std::string& value)
@@ -77,6 +79,8 @@ std::vector<Option> option_table(RunOptions& o)
          [&](auto& v) { o.microphone = v; }},
         {"--speaker", "FILE.wav", "where to put what the loudspeaker has played",
          [&](auto& v) { o.speaker = v; }},
+        {"--force", nullptr, "let --speaker replace a file that is no WAV file",
+         [&](auto&) { o.force = true; }},
         {"--loop", "MS", "the microphone hears the loudspeaker too, so many milliseconds later",
          [&](auto& v) { o.loop = parse_loop(v); }},
         {"--realtime", nullptr, "sleeps take their time", [&](auto&) { o.realtime = true; }},
@@ -159,18 +163,29 @@ void give_microphone(const Camera& camera, const std::string& file)
                                std::filesystem::copy_options::overwrite_existing);
 }
 
-void take_speaker(const Camera& camera, const std::string& file)
+// Checked before the camera starts as well: a name that cannot be written would cost the whole run.
+std::unique_ptr<cli::OutputFile> speaker_file(const RunOptions& o)
+{
+    if (o.speaker.empty()) return nullptr;
+    auto output = std::make_unique<cli::OutputFile>(o.speaker, cli::wav_rule(o.force));
+    if (!o.microphone.empty()) output->keep_apart(o.microphone);
+    return output;
+}
+
+void take_speaker(const Camera& camera, const RunOptions& o, cli::OutputFile& output)
 {
     if (!exists(camera.path("speaker.wav"))) {
-        fprintf(stderr, "vcam: nothing was played: %s is not written\n", file.c_str());
+        fprintf(stderr, "vcam: nothing was played: %s is not written\n", o.speaker.c_str());
         return;
     }
-    std::filesystem::copy_file(camera.path("speaker.wav"), file,
-                               std::filesystem::copy_options::overwrite_existing);
+    const Mapped sound(camera.path("speaker.wav"));
+    output.write(sound.data(), sound.size());
+    output.commit();
 }
 
 int run_camera(const Camera& camera, const RunOptions& o, const Arguments& command)
 {
+    const auto speaker = speaker_file(o);
     Fd held = camera.lock();
     const Pieces pieces = find_pieces();
     if (!o.microphone.empty()) give_microphone(camera, o.microphone);
@@ -185,7 +200,7 @@ int run_camera(const Camera& camera, const RunOptions& o, const Arguments& comma
     forward_signals();
     int status = wait_for_end(pid_t(init_pid));
     unlink(camera.path("pid").c_str());
-    if (!o.speaker.empty()) take_speaker(camera, o.speaker);
+    if (speaker) take_speaker(camera, o, *speaker);
     auto ending = try_read_file(camera.path("ending"));
     if (!ending) return kSandboxFailure;
     if (o.verbose) fprintf(stderr, "vcam: the camera ended: %s\n", trim(*ending).c_str());

@@ -17,6 +17,12 @@ using testing::Not;
 
 namespace {
 
+void put_wav(const fs::path& path, const zaudio::Sound& sound)
+{
+    cli::OutputFile file(path.string(), cli::wav_rule(false));
+    zaudio::write_wav(file, sound);
+}
+
 struct Codec {
     const char* name;
     int32_t type;
@@ -63,7 +69,7 @@ protected:
     Audio()
     {
         microphone = {8000, zaudio::make_tone(8000, 1000, -12, 60)};
-        zaudio::write_wav(camera.state("mic.wav"), microphone);
+        put_wav(camera.state("mic.wav"), microphone);
     }
 
     // Runs `script` in the camera with a server on port 5000; "station" is zep-audio, $SERVER the server's
@@ -130,7 +136,7 @@ TEST_F(Audio, TheLoudspeakerPlaysWhatTheCodecLeavesOfTheStationsSpeech)
     for (const Codec& codec : kCodecs) {
         SCOPED_TRACE(codec.name);
         Camera fresh;
-        zaudio::write_wav(fresh.folder() / "voice.wav", voice);
+        put_wav(fresh.folder() / "voice.wav", voice);
         write_file(fresh.folder() / "script", "test_audio 5000 & sleep 1\n/run/bin/zep-audio play -c " +
                                                   std::string(codec.name) +
                                                   " 127.0.0.1 5000 /run/bin/voice.wav\nkill $!\nwait\n");
@@ -284,7 +290,7 @@ TEST_F(Audio, AHundredSessionsLeaveNothingBehind)
 
 TEST_F(Audio, SoundThatTheOutputDoesNotPlayIsNoSuccess)
 {
-    zaudio::write_wav(camera.folder() / "voice.wav", {8000, speech(8000, 2)});
+    put_wav(camera.folder() / "voice.wav", {8000, speech(8000, 2)});
     struct Case {
         const char* fault;
         const char* said;

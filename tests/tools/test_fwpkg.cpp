@@ -63,7 +63,7 @@ protected:
 
     [[nodiscard]] Outcome shell(const std::string& line) const
     {
-        return run("cd " + dir.string() + " && " + line);
+        return run("cd " + dir.string() + " && { " + line + "; }");
     }
     [[nodiscard]] Outcome fwpkg(const std::string& arguments) const { return shell(FWPKG " " + arguments); }
 
@@ -181,12 +181,108 @@ TEST_F(Fwpkg, WrongUsageAndUnreadableFilesEndWithTwo)
     EXPECT_EQ(fwpkg("extract uImage").status, 1);
 }
 
+// What stands at an output's name, and what becomes of it.
+TEST_F(Fwpkg, AnOutputHarmsNothingThatIsNotItsOwnToReplace)
+{
+    const std::string build = "build --page-size 1 ", images = " uImage rootfs jffs2";
+    ASSERT_EQ(fwpkg(build + "-o good" + images).status, 0);
+    const std::string good = read_file(dir / "good"), kernel = read_file(dir / "uImage");
+    write_file(dir / "mine", "mine");
+    write_file(dir / "empty", "");
+    EXPECT_EQ(
+        shell(
+            "ln -s good link; ln -s uImage kernel; ln -s nowhere/x broken; mkdir folder; mkfifo pipe; chmod "
+            "640 good")
+            .status,
+        0);
+    struct {
+        std::string output;
+        int status;
+        const char* says;
+    } const kOutputs[] = {
+        {"good", 0, ""},
+        {"link", 0, ""},
+        {"empty", 0, ""},
+        {"mine", 2,
+         "fwpkg: mine: exists and is not a firmware package; name another file, or replace it with "
+         "--force\n"},
+        {"uImage", 2, "fwpkg: uImage: exists and is not a firmware package"},
+        {"uImage --force", 2, "fwpkg: uImage: is read for this output; name another file\n"},
+        {"kernel --force", 2, "fwpkg: kernel: is read for this output"},
+        {"folder", 2, "fwpkg: folder: is a folder; name a file in it\n"},
+        {"folder/", 2, "fwpkg: folder/: is a folder"},
+        {"fresh/", 2, "fwpkg: fresh/: is no folder; name a file\n"},
+        {"nowhere/x", 2, "fwpkg: nowhere/x: there is no folder nowhere; make it first\n"},
+        {"broken", 2, "fwpkg: broken: there is no folder"},
+        {"mine/x", 2, "fwpkg: mine/x: cannot be written: Not a directory\n"},
+        {"''", 2, "fwpkg: an output has an empty name"},
+        {"mine --force", 0, ""},
+    };
+    for (const auto& output : kOutputs) {
+        const Outcome outcome = fwpkg(build + "-o " + output.output + images);
+        EXPECT_EQ(outcome.status, output.status) << output.output;
+        EXPECT_THAT(outcome.output, StartsWith(output.says));
+        EXPECT_EQ(outcome.output.empty(), output.status == 0) << outcome.output;
+    }
+    EXPECT_EQ(read_file(dir / "uImage"), kernel);
+    for (const char* written : {"good", "empty", "mine"})
+        EXPECT_TRUE(read_file(dir / written) == good) << written;
+    EXPECT_TRUE(fs::is_symlink(dir / "link"));
+    EXPECT_EQ(fs::status(dir / "good").permissions(), fs::perms(0640));
+    // Streams: all bytes, and the name stays what it was.
+    for (const char* line :
+         {FWPKG " build --page-size 1 -o /dev/stdout uImage rootfs jffs2 | cmp - good",
+          FWPKG " build --page-size 1 -o /dev/stdout uImage rootfs jffs2 > out && cmp out good",
+          "(echo x; " FWPKG " build --page-size 1 -o /dev/fd/3 uImage rootfs jffs2 3>&1) > out;"
+          "(echo x; cat good) | cmp - out",
+          "(timeout 10 cat pipe | cmp - good) & timeout 10 " FWPKG
+          " build --page-size 1 -o pipe uImage rootfs jffs2; wait $!",
+          // A package that a device refuses does not reach the stream.
+          FWPKG " build -o /dev/stdout rootfs rootfs jffs2 2> out | cmp - empty-file"})
+        EXPECT_EQ((write_file(dir / "empty-file", ""), shell(line).output), "") << line;
+    EXPECT_TRUE(fs::is_fifo(dir / "pipe"));
+    for (auto& entry : fs::directory_iterator(dir))
+        EXPECT_THAT(entry.path().filename().string(), testing::Not(StartsWith("."))) << "left behind";
+}
+
+TEST_F(Fwpkg, AFullStorageLeavesNothingAndIsSaidOfTheOutput)
+{
+    const Outcome limited = shell("ulimit -f 100; " FWPKG " build -o big uImage rootfs jffs2");
+    EXPECT_EQ(limited.output, "fwpkg: big: cannot be written: File too large\n");
+    EXPECT_EQ(limited.status, 2);
+    ASSERT_EQ(fwpkg("build -o good uImage rootfs jffs2").status, 0);
+    EXPECT_EQ(shell("ulimit -f 10; " FWPKG " extract -d out good").output,
+              "fwpkg: out/flash1.img: cannot be written: File too large\n");
+    EXPECT_TRUE(fs::is_empty(dir / "out"));
+    const Outcome full = shell("unshare -rm sh -c 'mount -t tmpfs -o size=64k none out && cd out && " FWPKG
+                               " build -o big ../uImage ../rootfs ../jffs2; echo $?; ls -A'");
+    if (full.output.find("big") == std::string::npos) GTEST_SKIP() << "no namespace: " << full.output;
+    EXPECT_EQ(full.output, "fwpkg: big: cannot be written: No space left on device\n2\n");
+}
+
+// A node of the kernel's full device, made in the test's own folder: as root the host's is not risked.
+TEST_F(Fwpkg, ADeviceNodeIsWrittenIntoAndNeverReplaced)
+{
+    if (shell("mknod full c 1 7 && test -w full && ! echo x > full").status != 0 || !fs::exists(dir / "full"))
+        GTEST_SKIP() << "no device node can be made here";
+    for (const char* force : {"", "--force "}) {
+        const Outcome outcome = fwpkg(std::string("build -o full ") + force + "uImage rootfs jffs2");
+        EXPECT_EQ(outcome.output, "fwpkg: full: cannot be written: No space left on device\n");
+        EXPECT_EQ(outcome.status, 2);
+        EXPECT_TRUE(fs::is_character_file(dir / "full"));
+    }
+}
+
 TEST_F(Fwpkg, ExtractReplacesNothingUnlessForced)
 {
     ASSERT_EQ(fwpkg("build -o good --page-size 1 uImage rootfs jffs2").status, 0);
     write_file(dir / "flash2.img", "mine");
     EXPECT_EQ(fwpkg("extract good").status, 2);
     EXPECT_EQ(read_file(dir / "flash2.img"), "mine");
+    EXPECT_FALSE(fs::exists(dir / "flash1.img")) << "all outputs are looked at before one is written";
     EXPECT_EQ(fwpkg("extract --force good").status, 0);
     EXPECT_EQ(read_file(dir / "flash2.img"), read_file(dir / "rootfs"));
+    fs::rename(dir / "good", dir / "flash3.img");
+    EXPECT_EQ(fwpkg("extract --force flash3.img").output,
+              "fwpkg: ./flash3.img: is read for this output; name another file\n");
 }

@@ -41,6 +41,7 @@ constexpr char kUsage[] =
     "      --listen           the tone comes from elsewhere: send nothing\n"
     "      --mic-in N --mic-volume N --adc-volume N --dac-volume N\n"
     "                         settings of the codec chip; default 1, 15, 0, 0\n"
+    "      --force            replace an output that is no WAV file\n"
     "      --limit S          for the connection and each answer; default 10\n"
     "\n"
     "exit status: 0 good, 1 verdict failed or not all was played, 2 wrong usage, file or connection\n";
@@ -63,8 +64,9 @@ int print_end(const Report& report)
 int record(const Options& options)
 {
     const int rate = options.rate.value_or(8000);
+    cli::OutputFile output(options.files[0], cli::wav_rule(options.force));
     const Report report = run_session(options, rate, {true, {}, options.seconds});
-    write_wav(options.files[0], report.recorded);
+    write_wav(output, report.recorded);
     printf("%s: %.2f s, %.1f dB\n", options.files[0].c_str(), double(report.recorded.samples.size()) / rate,
            level_db(report.recorded.samples));
     print_end(report);
@@ -90,12 +92,14 @@ int play(const Options& options)
 int loop(const Options& options)
 {
     const Sound sound = input_of(options);
+    cli::OutputFile output(options.files[1], cli::wav_rule(options.force));
+    output.keep_apart(options.files[0]);
     // Silence behind it, so that what is late comes in too.
     std::vector<int16_t> to_play = sound.samples;
     to_play.resize(to_play.size() + size_t(sound.rate));
     const double seconds = double(to_play.size()) / sound.rate;
     const Report report = run_session(options, sound.rate, {true, std::move(to_play), seconds});
-    write_wav(options.files[1], report.recorded);
+    write_wav(output, report.recorded);
     if (const auto at = find_signal(
             report.recorded.samples,
             std::span(sound.samples).first(std::min<size_t>(sound.samples.size(), size_t(sound.rate)))))
@@ -148,9 +152,11 @@ int verdict(const Options& options)
     const double all_s = kSilenceS + kBurstS + kPauseS + tone_s + kLateS;
     const Job job = {true, options.listen ? std::vector<int16_t>{} : test_signal(options, rate, tone_s),
                      all_s};
+    std::optional<cli::OutputFile> output;
+    if (!options.files.empty()) output.emplace(options.files[0], cli::wav_rule(options.force));
     const Report report = run_session(options, rate, job);
     const std::span<const int16_t> recorded = report.recorded.samples;
-    if (!options.files.empty()) write_wav(options.files[0], report.recorded);
+    if (output) write_wav(*output, report.recorded);
     size_t begin = size_t(kSettleS * rate);
     if (!options.listen) {
         const auto burst = find_signal(recorded, make_burst(rate, -6, kBurstS));
@@ -212,7 +218,19 @@ struct Number {
     double low, high;
     void (*set)(Options& options, double value);
 };
-enum { kLevelMin = 256, kLevelMax, kSnr, kListen, kMicIn, kMicVolume, kAdcVolume, kDacVolume, kLimit, kHelp };
+enum {
+    kLevelMin = 256,
+    kLevelMax,
+    kSnr,
+    kListen,
+    kMicIn,
+    kMicVolume,
+    kAdcVolume,
+    kDacVolume,
+    kLimit,
+    kForce,
+    kHelp
+};
 constexpr Number kNumbers[] = {
     {'r', 8000, 192000, [](Options& o, double v) { o.rate = int(v); }},
     {'t', 0.4, 36000, [](Options& o, double v) { o.seconds = v; }},
@@ -241,6 +259,7 @@ constexpr option kLong[] = {
     {"adc-volume", required_argument, nullptr, kAdcVolume},
     {"dac-volume", required_argument, nullptr, kDacVolume},
     {"limit", required_argument, nullptr, kLimit},
+    {"force", no_argument, nullptr, kForce},
     {"help", no_argument, nullptr, kHelp},
     {nullptr, 0, nullptr, 0},
 };
@@ -269,6 +288,8 @@ bool parse(int argc, char** argv, const Command& command, Options& options)
             options.meter = true;
         else if (which == kListen)
             options.listen = true;
+        else if (which == kForce)
+            options.force = true;
         else if (which == 'c') {
             if (set_codec(options, optarg)) continue;
             fprintf(stderr, "zep-audio: no codec %s\n", optarg);

@@ -21,6 +21,7 @@ struct Options {
     int mic_in = 1, mic_volume = 15, adc_volume = 0, dac_volume = 0;
     int limit_s = 10; // for the connection and each answer
     bool meter = false;
+    bool force = false;  // replace an output that is no WAV file
     bool listen = false; // the tone comes from elsewhere
 };
 

@@ -46,7 +46,7 @@ Sound read_wav(const std::string& path)
     return sound;
 }
 
-void write_wav(const std::string& path, const Sound& sound)
+void write_wav(cli::OutputFile& to, const Sound& sound)
 {
     const auto bytes = uint32_t(sound.samples.size() * 2);
     std::string file = "RIFF";
@@ -62,9 +62,8 @@ void write_wav(const std::string& path, const Sound& sound)
     file += "data";
     append_le32(file, bytes);
     for (int16_t sample : sound.samples) append_le16(file, uint16_t(sample));
-    std::ofstream out(path, std::ios::binary);
-    out << file;
-    if (!out.flush()) throw std::runtime_error(path + ": " + strerror(errno));
+    to.write(file);
+    to.commit();
 }
 
 } // namespace zaudio

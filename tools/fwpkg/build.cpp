@@ -3,24 +3,23 @@
 #include "tools/fwpkg/commands.hpp"
 #include "tools/fwpkg/describe.hpp"
 #include "tools/fwpkg/progress.hpp"
+#include "tools/fwpkg/read_header.hpp"
 #include "upgrade/log.hpp"
 
 #include "common/base/bytes.hpp"
 #include "common/base/parse_int.hpp"
-#include "common/base/whole_io.hpp"
 
 #include <array>
 #include <cstdio>
 #include <cstring>
 #include <getopt.h>
 #include <unistd.h>
-#include <vector>
 
 namespace fwpkg {
 namespace {
 
 struct BuildOptions {
-    std::string output;
+    const char* output = nullptr;
     std::string marker = "3510";
     int version = 1;
     int64_t page = 512; // the applets write in chunks of this size, and NAND refuses a part of a page
@@ -37,20 +36,13 @@ constexpr option kLong[] = {
 
 bool valid(const BuildOptions& options)
 {
-    if (options.output.empty()) return false;
-    if (options.marker.size() != 4) {
-        complain(options.marker, "a marker is four characters");
-        return false;
-    }
-    if (options.version != 1 && options.version != 3) {
-        complain(std::to_string(options.version), "the known versions are 1 and 3");
-        return false;
-    }
+    if (!options.output) return false;
+    if (options.marker.size() != 4) fail(options.marker, "a marker is four characters");
+    if (options.version != 1 && options.version != 3)
+        fail(std::to_string(options.version), "the known versions are 1 and 3");
     // More than an erase block would put padding where the settings image must have a node.
-    if (options.page < 1 || options.page > zep::kJffs2EraseBlock || (options.page & (options.page - 1))) {
-        complain(std::to_string(options.page), "a page size is a power of two up to 65536");
-        return false;
-    }
+    if (options.page < 1 || options.page > zep::kJffs2EraseBlock || (options.page & (options.page - 1)))
+        fail(std::to_string(options.page), "a page size is a power of two up to 65536");
     return true;
 }
 
@@ -93,26 +85,21 @@ std::string header_bytes(const BuildOptions& options, const Images& images)
     return bytes;
 }
 
-// Erased flash reads 0xFF, so such padding leaves the flash behind the image as it was erased.
-bool write_image(int to, const Input& image, int64_t pad)
+// A package of either version: its first eight bytes say so, its size agrees with its header.
+bool is_package(int fd, off_t size)
 {
-    std::vector<char> fill(size_t(pad), char(0xFF));
-    if (copy_bytes(image.fd.get(), to, image.size) && zep::write_fully(to, fill.data(), fill.size()))
-        return true;
-    complain(image.path);
-    return false;
+    Input package{"", zep::Fd(dup(fd)), size};
+    zep::PackageHeader header;
+    return !read_header(package, header) && !zep::check_sizes(header, size);
 }
 
-bool open_images(char** paths, const BuildOptions& options, Images& images)
+void open_images(char** paths, const BuildOptions& options, Images& images)
 {
     for (Input& image : images) {
-        if (!image.open(*paths++)) return false;
-        if (image.size + padding(image, options.page) > int64_t(UINT32_MAX)) {
-            complain(image.path, "longer than a package's size field can say");
-            return false;
-        }
+        image.open(*paths++);
+        if (image.size + padding(image, options.page) > int64_t(UINT32_MAX))
+            fail(image.path, "longer than a package's size field can say");
     }
-    return true;
 }
 
 // What was written, judged as a device with this marker and version would.
@@ -126,19 +113,19 @@ zep::Finding judge(const BuildOptions& options, int fd)
     return check_package(package, device, true, header);
 }
 
-bool write_package(const BuildOptions& options, const Images& images, int to)
+// Erased flash reads 0xFF, so such padding leaves the flash behind the image as it was erased.
+void write_package(const BuildOptions& options, const Images& images, cli::OutputFile& to)
 {
     std::string header = header_bytes(options, images);
     int64_t total = int64_t(header.size());
     for (const Input& image : images) total += image.size + padding(image, options.page);
-    Progress progress("writing", to, total);
-    if (!zep::write_fully(to, header.data(), header.size())) {
-        complain(options.output);
-        return false;
+    to.begin();
+    Progress progress("writing", to.fd(), total);
+    to.write(header);
+    for (const Input& image : images) {
+        copy_bytes(image, to, image.size);
+        to.write(std::string(size_t(padding(image, options.page)), char(0xFF)));
     }
-    for (const Input& image : images)
-        if (!write_image(to, image, padding(image, options.page))) return false;
-    return true;
 }
 
 } // namespace
@@ -154,16 +141,18 @@ int build(int argc, char** argv)
     }
     zep::log_redirect([](const char*) {});
     Images images;
-    if (!open_images(argv + optind, options, images)) return kTrouble;
-    Output output(options.output);
-    if (!output.create() || !write_package(options, images, output.fd())) return kTrouble;
+    open_images(argv + optind, options, images);
+    cli::OutputFile output(options.output, {"a firmware package", is_package, options.force});
+    for (const Input& image : images) output.keep_apart(image.fd.get());
+    write_package(options, images, output);
 
     if (zep::Finding finding = judge(options, output.fd())) {
-        fprintf(stderr, "fwpkg: %s: a device would refuse it: %s\n", options.output.c_str(),
+        fprintf(stderr, "fwpkg: %s: a device would refuse it: %s\n", options.output,
                 describe(finding).c_str());
         if (!options.force) return kRefused;
     }
-    return output.commit() ? kGood : kTrouble;
+    output.commit();
+    return kGood;
 }
 
 } // namespace fwpkg

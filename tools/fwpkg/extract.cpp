@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <getopt.h>
+#include <list>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -39,17 +40,9 @@ bool parse(int argc, char** argv, ExtractOptions& options)
     return argc - optind == 1;
 }
 
-bool write_image(const Input& package, const zep::PackageHeader& header, unsigned image,
-                 const std::string& path)
+std::string image_path(const ExtractOptions& options, unsigned image)
 {
-    Output output(path);
-    if (!output.create()) return false;
-    lseek(package.fd.get(), header.offset(image), SEEK_SET);
-    if (!copy_bytes(package.fd.get(), output.fd(), header.size[image])) {
-        complain(path);
-        return false;
-    }
-    return output.commit();
+    return options.folder + "/flash" + std::to_string(image + 1) + ".img";
 }
 
 } // namespace
@@ -62,7 +55,7 @@ int extract(int argc, char** argv)
         return kTrouble;
     }
     Input package;
-    if (!package.open(argv[optind])) return kTrouble;
+    package.open(argv[optind]);
     zep::PackageHeader header;
     zep::Finding finding = read_header(package, header);
     if (!finding) finding = zep::check_sizes(header, package.size);
@@ -70,18 +63,18 @@ int extract(int argc, char** argv)
         fprintf(stderr, "fwpkg: %s: %s\n", package.path.c_str(), describe(finding).c_str());
         return kRefused;
     }
-    if (mkdir(options.folder.c_str(), 0777) < 0 && errno != EEXIST) {
-        complain(options.folder);
-        return kTrouble;
-    }
+    if (mkdir(options.folder.c_str(), 0777) < 0 && errno != EEXIST) fail(options.folder);
+    // All three places are looked at before the first is written.
+    std::list<cli::OutputFile> outputs;
+    for (unsigned i = 0; i < 3; ++i)
+        outputs.emplace_back(image_path(options, i), cli::OutputRule{nullptr, nullptr, options.force})
+            .keep_apart(package.fd.get());
     Progress progress("extracting", package.fd.get(), package.size);
-    for (unsigned i = 0; i < 3; ++i) {
-        std::string path = options.folder + "/flash" + std::to_string(i + 1) + ".img";
-        if (!options.force && access(path.c_str(), F_OK) == 0) {
-            complain(path, "exists already");
-            return kTrouble;
-        }
-        if (!write_image(package, header, i, path)) return kTrouble;
+    lseek(package.fd.get(), header.offset(0), SEEK_SET);
+    unsigned image = 0;
+    for (cli::OutputFile& output : outputs) {
+        copy_bytes(package, output, header.size[image++]);
+        output.commit();
     }
     return kGood;
 }

@@ -1,7 +1,8 @@
-// Files as fwpkg reads and writes them: whole, streamed, and never half in place.
+// Packages and images as fwpkg reads them, and the output they go to.
 #pragma once
 
 #include "common/base/fd.hpp"
+#include "tools/cli/output_file.hpp"
 
 #include <cstdint>
 #include <string>
@@ -13,32 +14,14 @@ struct Input {
     zep::Fd fd;
     int64_t size = 0;
 
-    // Opens a regular file; tells why on standard error when it cannot.
-    bool open(const char* file);
+    // Opens a regular file. Throws std::runtime_error, which names it.
+    void open(const std::string& file);
 };
 
-// "fwpkg: <path>: <text>" on standard error; without text, that of errno.
-void complain(const std::string& path, const char* text = nullptr);
+// Throws std::runtime_error of "<path>: <text>"; without text, that of errno.
+[[noreturn]] void fail(const std::string& path, const char* text = nullptr);
 
-// Copies size bytes from the position of one descriptor to that of the other.
-bool copy_bytes(int from, int to, int64_t size);
-
-// A file that appears under its name only when it is complete and on the storage.
-class Output {
-public:
-    explicit Output(std::string path) : path_(std::move(path)) {}
-    ~Output();
-    Output(const Output&) = delete;
-    Output& operator=(const Output&) = delete;
-
-    bool create();
-    bool commit();
-    [[nodiscard]] int fd() const { return fd_.get(); }
-
-private:
-    std::string path_;
-    std::string temporary_;
-    zep::Fd fd_;
-};
+// Copies size bytes from the input's position. Throws.
+void copy_bytes(const Input& from, cli::OutputFile& to, int64_t size);
 
 } // namespace fwpkg

@@ -169,7 +169,7 @@ int info(int argc, char** argv)
         return kTrouble;
     }
     PackageInfo package;
-    if (!package.file.open(argv[optind])) return kTrouble;
+    package.file.open(argv[optind]);
     if (Finding finding = read_header(package.file, package.header)) {
         fprintf(stderr, "fwpkg: %s: %s\n", package.file.path.c_str(), describe(finding).c_str());
         return kRefused;

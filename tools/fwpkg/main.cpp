@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <exception>
 
 namespace {
 
@@ -40,8 +41,15 @@ int main(int argc, char** argv)
         fputs(kUsage, stdout);
         return fwpkg::kGood;
     }
-    for (const Command& command : kCommands)
-        if (argc > 1 && strcmp(argv[1], command.name) == 0) return command.run(argc - 1, argv + 1);
+    for (const Command& command : kCommands) {
+        if (argc < 2 || strcmp(argv[1], command.name) != 0) continue;
+        try {
+            return command.run(argc - 1, argv + 1);
+        } catch (const std::exception& problem) {
+            fprintf(stderr, "fwpkg: %s\n", problem.what());
+            return fwpkg::kTrouble;
+        }
+    }
     fputs(kUsage, stderr);
     return fwpkg::kTrouble;
 }

@@ -89,6 +89,46 @@ TEST(Vcam, APutFileIsInTheCameraAndNeverBehindALink)
     EXPECT_EQ(read_file(file + ".d/deep/er/mine"), "mine\n");
 }
 
+TEST(Vcam, FilesOutOfTheCameraHarmNothingOfTheHost)
+{
+    Camera camera;
+    camera.shell("mkdir -p /tmp/d/e; echo x > /tmp/d/f; ln -s /etc/passwd /tmp/d/l; chmod 600 /tmp/d/f");
+    const std::string folder = camera.state("").string(), work = (camera.folder() / "work").string();
+    fs::create_directories(work);
+    const auto in_work = [&](const std::string& line) {
+        FILE* pipe = popen(("cd " + work + " && { " + line + "; } 2>&1").c_str(), "r");
+        std::array<char, 4096> text;
+        const std::string said(text.data(), fread(text.data(), 1, text.size(), pipe));
+        pclose(pipe);
+        return said;
+    };
+    const std::string get = std::string(VCAM) + " get " + folder + " ",
+                      put = std::string(VCAM) + " put " + folder;
+    struct {
+        std::string line, says;
+    } const kSteps[] = {
+        {get + "/tmp/d/f /dev/stdout", "x\n"},
+        {get + "/tmp/d/f /dev/stdout > out; cat out", "x\n"},
+        {"mkfifo pipe; timeout 10 cat pipe & " + get + "/tmp/d/f pipe; wait; test -p pipe", "x\n"},
+        {get + "/tmp/d && find d | sort", "d\nd/e\nd/f\nd/l\n"},
+        {"stat -c %a d/f", "600\n"},
+        {get + "/tmp/d", "vcam: get: d exists already; name another folder, or add to it with --force\n"},
+        {get + "/tmp/d/f d", "vcam: d/f: exists already; name another file, or replace it with --force\n"},
+        {get + "/tmp/d/f d --force", ""},
+        {get + "/tmp/d d --force; readlink d/l", "/etc/passwd\n"},
+        {get + "/", "vcam: get: name a folder for the camera's /\n"},
+        {"cd " + camera.folder().string() + "; " + put + " .",
+         "vcam: put: . holds the camera itself; name files, or a folder beside the camera\n"},
+        {put + " " + folder + "/root/tmp /tmp/d/again",
+         "vcam: put: " + folder + "/root/tmp holds its own copy /tmp/d/again; put it elsewhere\n"},
+        {put + " pipe",
+         "vcam: " + work + "/pipe is neither a file nor a folder nor a link; name one that is\n"},
+        {put + " . /tmp/copy", "vcam: ./pipe is neither a file nor a folder nor a link; name one that is\n"},
+        {"rm pipe; " + put + " .; ls " + folder + "/root/tmp/work", "d\nout\n"},
+    };
+    for (const auto& step : kSteps) EXPECT_EQ(in_work(step.line), step.says) << step.line;
+}
+
 TEST(Vcam, DiffTellsWhatTheLastRunChanged)
 {
     Camera camera;
