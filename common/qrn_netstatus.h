@@ -13,8 +13,8 @@ extern "C" {
  * than 15 characters, empty, or holding "/" is unknown. Null arguments give -1.
  */
 
-/** Text of an IPv4 or IPv6 address, with the terminator. */
-#define QRN_ADDRESS_SIZE 46
+/** Text of an IPv4 or IPv6 address, with a zone ("fe80::1%eth0") and the terminator. */
+#define QRN_ADDRESS_SIZE 62
 
 /** Text of a hardware address, "02:11:22:00:00:00", with the terminator. */
 #define QRN_HWADDR_SIZE 18
@@ -55,21 +55,33 @@ int32_t QRN_GetIfCounters(const char* interface, QRN_IF_COUNTERS_S* counters);
 uint64_t QRN_CounterDifference(uint64_t earlier, uint64_t later);
 
 /**
- * The default gateway: of the routes to everywhere through a gateway that are up, the one of lowest metric.
+ * The gateway of the IPv4 default route: of the routes to everywhere that are up, the first of lowest metric.
+ * That route has no IPv4 gateway when it leads into a point-to-point link, is a refusal ("unreachable") or
+ * has an IPv6 next hop.
  *
  * @param interface  only routes of this interface; null: any
  * @param address    receives the text, QRN_ADDRESS_SIZE bytes; untouched on failure
- * @return 0; -1 when there is none
+ * @return 0; -1 without a default route, and when it has no IPv4 gateway
  */
 int32_t QRN_GetDefaultGateway(const char* interface, char* address);
+
+/**
+ * The gateway of the IPv6 default route, as QRN_GetDefaultGateway. A link-local address carries its zone,
+ * "fe80::1%eth0": getaddrinfo() reads that, inet_pton() does not.
+ *
+ * @param interface  only routes of this interface; null: any
+ * @param address    receives the text, QRN_ADDRESS_SIZE bytes; untouched on failure
+ * @return 0; -1 without a default route, and when it has no gateway
+ */
 int32_t QRN_GetDefaultGateway6(const char* interface, char* address);
 
 /**
  * Name servers of "/etc/resolv.conf" in their order, at most QRN_RESOLVERS, as the resolver uses them. Lines
- * whose address is neither IPv4 nor IPv6 are passed over; a zone behind an IPv6 address is dropped.
+ * whose address is neither IPv4 nor IPv6 are passed over. A zone behind a link-local address is kept, one
+ * behind another IPv6 address is dropped.
  *
- * @param list  receives the texts
- * @param max   places in the list
+ * @param list  receives the texts, QRN_ADDRESS_SIZE bytes each
+ * @param max   places in the list, QRN_RESOLVERS for all
  * @return how many; -1 when the file cannot be opened
  */
 int32_t QRN_GetResolvers(char (*list)[QRN_ADDRESS_SIZE], int32_t max);

@@ -14,8 +14,9 @@ extern "C" {
  * Every change rewrites the file through "/etc/qrnpasswd.tmp" and a rename; when anything fails the old file
  * stays whole. The file is readable for its owner only. There is no lock: callers serialise changes.
  *
- * Names and passwords that would break the file's lines (with "/", a line end) and empty names are refused
- * with -1 before anything is written.
+ * A password holds any byte but zero: the file stores it as hexadecimal digits. A name that would break the
+ * file's lines (with "/", a carriage return or a line feed) and an empty name are refused with -1 before
+ * anything is written.
  */
 
 #define USERTABLE_USERS 5
@@ -59,14 +60,19 @@ int32_t USERTABLE_Save(USERTABLE_S* table);
 /**
  * Reload, append a user and save.
  *
+ * @param password  up to 31 bytes; a later load finds its first 15
+ * @param right1    this and the next three: 0 to 255, stored as they are
  * @return the result of the save; -1 when five users are there, the name is above 15 or the password above
- *         31 characters, the name is "root", taken or not allowed, or a file that is there cannot be loaded
+ *         31 characters, the name is "root", taken or not allowed, or an existing file cannot be loaded
  */
 int32_t USERTABLE_AddUser(USERTABLE_S* table, const char* name, const char* password, uint8_t right1,
                           uint8_t right2, uint8_t right3, uint8_t right4);
 
-/** Reload, remove a user (the last entry takes its place) and save. @return the save's result; -1: no such
- * user */
+/**
+ * Reload, remove a user (the last entry takes its place) and save.
+ *
+ * @return the result of the save; -1 for an unknown name
+ */
 int32_t USERTABLE_DeleteUser(USERTABLE_S* table, const char* name);
 
 /**
@@ -77,7 +83,10 @@ int32_t USERTABLE_DeleteUser(USERTABLE_S* table, const char* name);
  */
 int32_t USERTABLE_SetPassword(USERTABLE_S* table, const char* name, const char* password);
 
-/** Change the rights as USERTABLE_SetPassword does the password. @return the save's result; -1: unknown name
+/**
+ * Change the rights in the caller's table, as USERTABLE_SetPassword does the password, and save.
+ *
+ * @return the result of the save; -1 for an unknown name
  */
 int32_t USERTABLE_SetRights(USERTABLE_S* table, const char* name, uint8_t right1, uint8_t right2,
                             uint8_t right3, uint8_t right4);

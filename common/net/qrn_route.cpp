@@ -9,25 +9,24 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <net/if.h>
 #include <net/route.h>
 #include <netinet/in.h>
 
 namespace {
 
 struct Gateway {
-    bool found = false;
+    bool found = false; // a default route
     uint32_t metric = 0;
-    char address[QRN_ADDRESS_SIZE] = "";
+    char address[QRN_ADDRESS_SIZE] = ""; // empty for a route without a gateway
 
     // The first of the lowest metric stays.
     [[nodiscard]] bool better(uint32_t other) const { return !found || other < metric; }
 };
 
-constexpr unsigned kWanted = RTF_UP | RTF_GATEWAY;
-
 bool is_wanted(const char* interface, const char* name, unsigned flags)
 {
-    return (flags & kWanted) == kWanted && (!interface || strcmp(interface, name) == 0);
+    return (flags & RTF_UP) && (!interface || strcmp(interface, name) == 0);
 }
 
 // iface destination gateway flags refcount use metric mask ...; addresses are raw words in hexadecimal.
@@ -39,10 +38,18 @@ void take_route(const char* line, const char* interface, Gateway& best)
         6)
         return;
     if (destination != 0 || mask != 0 || !is_wanted(interface, name, flags) || !best.better(metric)) return;
+    best = {.found = true, .metric = metric};
+    // A next hop of another family has the flag and no address here.
     in_addr address = {gateway};
-    inet_ntop(AF_INET, &address, best.address, sizeof best.address);
-    best.metric = metric;
-    best.found = true;
+    if ((flags & RTF_GATEWAY) && gateway != 0)
+        inet_ntop(AF_INET, &address, best.address, sizeof best.address);
+}
+
+// A link-local address means nothing without its interface.
+void add_zone(char (&address)[QRN_ADDRESS_SIZE], const char* interface)
+{
+    const size_t length = strlen(address);
+    snprintf(address + length, sizeof address - length, "%%%s", interface);
 }
 
 bool parse_hex_address(const char* text, in6_addr& address)
@@ -65,9 +72,10 @@ void take_route6(const char* line, const char* interface, Gateway& best)
     in6_addr address;
     if (length != 0 || !is_wanted(interface, name, flags) || !best.better(metric)) return;
     if (strlen(hop) != 32 || !parse_hex_address(hop, address)) return;
+    best = {.found = true, .metric = metric};
+    if (!(flags & RTF_GATEWAY)) return;
     inet_ntop(AF_INET6, &address, best.address, sizeof best.address);
-    best.metric = metric;
-    best.found = true;
+    if (IN6_IS_ADDR_LINKLOCAL(&address)) add_zone(best.address, name);
 }
 
 bool find_gateway(int fd, const char* interface, char* text,
@@ -77,8 +85,9 @@ bool find_gateway(int fd, const char* interface, char* text,
     zep::LineReader lines(fd);
     char line[512];
     while (lines.next_whole(line) > 0) take(line, interface, best);
-    if (best.found) memcpy(text, best.address, sizeof best.address);
-    return best.found;
+    if (best.address[0] == '\0') return false;
+    memcpy(text, best.address, sizeof best.address);
+    return true;
 }
 
 int32_t ask_table(const char* path, const char* interface, char* text, bool (*read)(int, const char*, char*))
@@ -88,6 +97,14 @@ int32_t ask_table(const char* path, const char* interface, char* text, bool (*re
     return file && read(file.get(), interface, text) ? 0 : -1;
 }
 
+// The binary address as text, with the zone behind "%" where a link-local one has it.
+bool put_address(int family, const in6_addr& binary, const char* zone, char (&address)[QRN_ADDRESS_SIZE])
+{
+    if (!inet_ntop(family, &binary, address, sizeof address)) return false;
+    if (*zone && family == AF_INET6 && IN6_IS_ADDR_LINKLOCAL(&binary)) add_zone(address, zone);
+    return true;
+}
+
 // "nameserver ADDRESS": the address in normal form; false for any other line.
 bool parse_server(const char* line, char (&address)[QRN_ADDRESS_SIZE])
 {
@@ -95,12 +112,14 @@ bool parse_server(const char* line, char (&address)[QRN_ADDRESS_SIZE])
     char text[64];
     line += strncmp(line, kKeyword, strlen(kKeyword)) == 0 ? strlen(kKeyword) : strlen(line);
     if ((*line != ' ' && *line != '\t') || sscanf(line, "%63s", text) != 1) return false;
-    text[strcspn(text, "%")] = '\0';
-    in6_addr binary;
-    for (int family : {AF_INET, AF_INET6}) {
-        if (inet_pton(family, text, &binary) != 1) continue;
-        return inet_ntop(family, &binary, address, sizeof address) != nullptr;
+    const char* zone = "";
+    if (char* percent = strchr(text, '%')) {
+        *percent = '\0';
+        if (strlen(percent + 1) < IF_NAMESIZE) zone = percent + 1; // else no interface's name
     }
+    in6_addr binary;
+    for (int family : {AF_INET, AF_INET6})
+        if (inet_pton(family, text, &binary) == 1) return put_address(family, binary, zone, address);
     return false;
 }
 

@@ -9,9 +9,9 @@ int main(void)
     USERTABLE_S table;
     USERTABLE_Init(
         &table); /* -1 on a device without users: an empty table */
+    if (USERTABLE_AddUser(&table, "view/er", "password", 1, 0, 0, 0) < 0)
+        printf("refused: the fields of the file are separated by \"/\"\n");
     if (USERTABLE_AddUser(&table, "viewer", "pass/word", 1, 0, 0, 0) < 0)
-        printf("refused: the file's lines are separated by \"/\"\n");
-    if (USERTABLE_AddUser(&table, "viewer", "password", 1, 0, 0, 0) < 0)
         return 1;
     for (int i = 0; i < table.count; ++i)
         printf("%s, right %d\n", table.entries[i].name,

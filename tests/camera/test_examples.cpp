@@ -34,7 +34,7 @@ const Example kExamples[] = {
     {"time", "", "", MatchesRegex("20[0-9][0-9]-[01][0-9]-[0-3][0-9] [0-9:]+\ntime is up\n")},
     {"udp_log", "", "", Eq("[cam] motion in zone 2\n")},
     {"users", "rm -f /etc/qrnpasswd;", "",
-     Eq(kNoUsers + kNoUsers + "refused: the file's lines are separated by \"/\"\n" + kNoUsers +
+     Eq(kNoUsers + kNoUsers + "refused: the fields of the file are separated by \"/\"\n" + kNoUsers +
         "viewer, right 1\nroot: changed\n")},
     {"watchdog", "", "",
      Eq("The timeout was set to 30 seconds\nThe timeout was set to 60 seconds\nstep 1 done\nstep 2 done\n"

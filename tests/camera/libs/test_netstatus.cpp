@@ -159,17 +159,23 @@ TEST(NetStatus, TheGatewayIsThatOfTheLowestMetric)
         ip("link set eth7 up");
         ip("link set eth77 up");
         EXPECT_EQ(gateway(), "");
-        ip("route add default dev eth7 metric 1");
-        ip("route add unreachable default metric 2");
         ip("route add 192.168.0.0/16 via 10.7.0.77");
         ip("route add 0.0.0.0/1 via 10.7.0.78");
-        EXPECT_EQ(gateway(), "") << "none of these is a way to everywhere through a gateway";
+        EXPECT_EQ(gateway(), "") << "neither is a way to everywhere";
         ip("route add default via 10.7.0.254 dev eth7 metric 3000000000");
         EXPECT_EQ(gateway(), "10.7.0.254");
         ip("route add default via 10.8.0.200 dev eth77 metric 50");
         EXPECT_EQ(gateway(), "10.8.0.200");
         EXPECT_EQ(gateway(), json_value(output_of(kIp + "-j route show default metric 50"), "gateway"));
         EXPECT_EQ(gateway("eth7"), "10.7.0.254");
+        for (const string route : {"default via inet6 fe80::9 dev eth7 metric 3",
+                                   "unreachable default metric 2", "default dev eth7 metric 1"}) {
+            ip("-4 route add " + route);
+            EXPECT_EQ(gateway(), "") << route;
+            EXPECT_EQ(gateway("eth77"), "10.8.0.200");
+            ip("-4 route del " + route);
+        }
+        EXPECT_EQ(gateway(), "10.8.0.200");
         EXPECT_EQ(gateway("eth"), "");
         EXPECT_EQ(QRN_GetDefaultGateway(nullptr, nullptr), -1);
     });
@@ -187,8 +193,7 @@ TEST(NetStatus, TheIPv6GatewayToo)
         ip("-6 route add default via fd07::fe dev eth7 metric 300");
         ip("-6 route add default via fe80::1:2 dev eth77 metric 200");
         ip("-6 route add 2000::/3 via fd07::7 dev eth7 metric 5");
-        EXPECT_EQ(gateway6(), "fe80::1:2");
-        EXPECT_EQ(gateway6(), json_value(output_of(kIp + "-6 -j route show default metric 200"), "gateway"));
+        EXPECT_EQ(gateway6(), "fe80::1:2%eth77");
         EXPECT_EQ(gateway6("eth7"), "fd07::fe");
         EXPECT_EQ(gateway6("lo"), "");
     });
@@ -203,7 +208,13 @@ TEST(NetStatus, ResolversAreThoseTheResolverWouldUse)
                   "nameserver  FE80:0::0:1%eth0\r\nnameserver10.0.0.2\nnameservers 10.0.0.3\n"
                   " nameserver 10.0.0.4\nnameserver\nnameserver 1.2.3\nnameserver 10.0.0.300\n"
                   "nameserver 10.0.0.5"),
-        "10.0.0.1 fe80::1 10.0.0.5 ");
+        "10.0.0.1 fe80::1%eth0 10.0.0.5 ");
+    EXPECT_EQ(resolvers("nameserver fd00::1%eth0\nnameserver fe80::2\nnameserver fe80::1%" + string(16, 'i') +
+                        "\n"),
+              "fd00::1 fe80::2 fe80::1 ")
+        << "a zone where an address needs one and an interface can have the name";
+    const string widest = "fe81:1111:2222:3333:4444:5555:6666:7777%" + string(15, 'i');
+    EXPECT_EQ(resolvers("nameserver " + widest + "\n"), widest + " ");
     string four = "nameserver 1.0.0.1\nnameserver 1.0.0.2\nnameserver 1.0.0.3\nnameserver 1.0.0.4\n";
     EXPECT_EQ(resolvers(four), "1.0.0.1 1.0.0.2 1.0.0.3 ") << "the resolver uses three";
     EXPECT_EQ(resolvers(four, 1), "1.0.0.1 ");

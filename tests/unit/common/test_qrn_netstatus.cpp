@@ -49,7 +49,20 @@ TEST_F(Tables, AddressWordsStandInTheMachinesOrder)
         << "the first of equals";
     EXPECT_EQ(
         gateway6(kAny + " 00 " + kAny + " 00 fe800000000000000011223344556677 00000064 1 0 00000003 e0\n"),
-        "fe80::11:2233:4455:6677");
+        "fe80::11:2233:4455:6677%e0");
+}
+
+// The route of lowest metric is the default, whether or not it has a gateway.
+TEST_F(Tables, ADefaultRouteWithoutAGatewayHidesThoseOfHigherMetric)
+{
+    const string slow = "eth0\t00000000\tFE00A8C0\t0003\t0\t0\t9\t00000000\t0\t0\t0\n";
+    EXPECT_EQ(gateway("ppp0\t00000000\t00000000\t0001\t0\t0\t1\t00000000\t0\t0\t0\n" + slow), "");
+    EXPECT_EQ(gateway("eth0\t00000000\t00000000\t0003\t0\t0\t1\t00000000\t0\t0\t0\n" + slow), "")
+        << "an IPv6 next hop";
+    const string ppp = kAny + " 00 " + kAny + " 00 " + kAny + " 00000001 1 0 00000001 ppp0\n";
+    const string hop = " fd000000000000000000000000000001 ";
+    EXPECT_EQ(gateway6(kAny + " 00 " + kAny + " 00" + hop + "00000064 1 0 00000003 e0\n"), "fd00::1");
+    EXPECT_EQ(gateway6(kAny + " 00 " + kAny + " 00" + hop + "00000064 1 0 00000003 e0\n" + ppp), "");
 }
 
 TEST_F(Tables, LinesThatAreNoRouteAreNone)
