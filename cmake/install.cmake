@@ -16,9 +16,7 @@ endforeach()
 include(CMakePackageConfigHelpers)
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/zep)
 install(EXPORT zep FILE zepTargets.cmake NAMESPACE zep:: DESTINATION ${package} COMPONENT development)
-# The targets need nothing that a program could look for, so the list of them is the package.
-file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/zepConfig.cmake
-    "include(\${CMAKE_CURRENT_LIST_DIR}/zepTargets.cmake)\n")
+configure_file(cmake/zepConfig.cmake zepConfig.cmake COPYONLY)
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/zepConfigVersion.cmake
     COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zepConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/zepConfigVersion.cmake

@@ -1,12 +1,13 @@
-# layer(NAME [INNER] [SOURCES ...] [HEADERS ...] [DEPENDS ...] [ROOT DIR])
+# layer(NAME [INNER] [SOURCES ...] [HEADERS ...] [OWN_HEADERS ...] [DEPENDS ...] [ROOT DIR])
 #
 # One folder of the product: a static library zepNAME, its install set, and a check that each public
 # header compiles alone as C11 and as C++20. DEPENDS names the layers below it; a call
 # upwards does not link. HEADERS are the public ones (.h), relative to the folder; ROOT is the
-# folder that includes are spelled from (default: the top of the tree). INNER: other programs do not get
+# folder that includes are spelled from (default: the top of the tree). OWN_HEADERS are checked likewise and
+# not installed: other programs do not get what they declare. INNER: other programs do not get
 # the library as such; it is a part of another, or of the executable alone.
 function(layer name)
-    cmake_parse_arguments(L "INNER" "ROOT" "SOURCES;HEADERS;DEPENDS" ${ARGN})
+    cmake_parse_arguments(L "INNER" "ROOT" "SOURCES;HEADERS;OWN_HEADERS;DEPENDS" ${ARGN})
     if(NOT L_ROOT)
         set(L_ROOT ${PROJECT_SOURCE_DIR})
     endif()
@@ -21,13 +22,15 @@ function(layer name)
 
     file(RELATIVE_PATH folder ${L_ROOT} ${CMAKE_CURRENT_SOURCE_DIR})
     set(checks)
-    foreach(h ${L_HEADERS})
+    foreach(h ${L_HEADERS} ${L_OWN_HEADERS})
         string(MAKE_C_IDENTIFIER "${folder}/${h}" id)
         foreach(lang c cpp)
             set(tu ${CMAKE_CURRENT_BINARY_DIR}/alone_${id}.${lang})
             file(CONFIGURE OUTPUT ${tu} CONTENT "#include \"${folder}/${h}\"\nextern int alone_${id};\n")
             list(APPEND checks ${tu})
         endforeach()
+    endforeach()
+    foreach(h ${L_HEADERS})
         get_filename_component(sub "${folder}/${h}" DIRECTORY)
         install(FILES ${h} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zep/${sub} COMPONENT development)
     endforeach()

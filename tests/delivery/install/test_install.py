@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """The installed tree: what each component holds, and that programs of others build and run with it."""
 import os
+import re
 import shlex
 import subprocess
 import tempfile
@@ -73,6 +74,20 @@ class Installed(unittest.TestCase):
         listed = quietly(vcam, "run", camera, "--", "zep").splitlines()[-1]
         self.assertEqual(sorted(listed.split(", ")), sorted(APPLETS))
 
+    def test_every_installed_header_has_its_functions_in_an_installed_library(self):
+        install("development", self.stage)
+        defined = "".join(quietly(os.environ["ZEP_NM"], "-g", "--defined-only", os.path.join(self.stage, f))
+                          for f in files(self.stage) if f.endswith(".a"))
+        names = set(defined.split())
+        seen = 0
+        for header in (f for f in files(self.stage) if f.endswith(".h")):
+            with open(os.path.join(self.stage, header)) as file:
+                text = re.sub(r"/\*.*?\*/|^#.*?(?<!\\)$", "", file.read(), flags=re.S | re.M)
+            for function in re.findall(r"^\w[\w \*]*?\b(\w+)\([^;{}]*\);", text, re.M):
+                self.assertTrue(function in names, f"{function} of {header}")
+                seen += 1
+        self.assertGreater(seen, 300)
+
     def test_development_tells_nothing_of_where_it_was_built_or_staged(self):
         install("development", self.stage)
         self.assertFalse([f for f in files(self.stage) if f.startswith("usr/bin")])
@@ -90,11 +105,15 @@ class Installed(unittest.TestCase):
 
     def test_programs_build_by_the_cmake_package(self):
         install("development", self.stage)
-        quietly("cmake", "-G", "Ninja", "-S", CONSUMER, "-B", self.work, "-Dzep_ROOT=" + self.stage + "/usr",
-                "-DCMAKE_FIND_ROOT_PATH_MODE_PACKAGE=BOTH", "-DCMAKE_TOOLCHAIN_FILE=" + TOOLCHAIN_FILE, "-DZEP_TOOLCHAIN=" + TOOLCHAIN,
-                "-DCMAKE_C_COMPILER=" + COMPILER["c"], "-DCMAKE_CXX_COMPILER=" + COMPILER["cpp"])
-        quietly("cmake", "--build", self.work)
-        self.run_all(["by_cmake_c", "by_cmake_cpp"])
+        for languages in ("C", "C;CXX"):  # a project in C alone needs no C++ compiler
+            build = os.path.join(self.work, languages.replace(";", "_"))
+            compilers = ["-DCMAKE_CXX_COMPILER=" + COMPILER["cpp"]] if "CXX" in languages else []
+            quietly("cmake", "-G", "Ninja", "-S", CONSUMER, "-B", build, "-Dzep_ROOT=" + self.stage + "/usr",
+                    "-DCMAKE_FIND_ROOT_PATH_MODE_PACKAGE=BOTH", "-DCMAKE_TOOLCHAIN_FILE=" + TOOLCHAIN_FILE,
+                    "-DZEP_TOOLCHAIN=" + TOOLCHAIN, "-DCMAKE_C_COMPILER=" + COMPILER["c"], *compilers,
+                    "-DLANGUAGES=" + languages)
+            quietly("cmake", "--build", build)
+            self.run_all([os.path.join(build, "by_cmake_" + language) for language in languages.split(";")])
 
     def test_programs_build_by_pkg_config(self):
         install("development", self.stage)
