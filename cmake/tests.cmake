@@ -30,6 +30,14 @@ function(test_program name)
     target_precompile_headers(${name} REUSE_FROM test_headers)
 endfunction()
 
+# failing_calls(PROGRAM): a test program whose calls of the C library fail when told.
+function(failing_calls program)
+    target_sources(${program} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/failing_calls.cpp)
+    foreach(call open64 fstat64 read write fchown fchmod lstat64 fsync close rename malloc)
+        target_link_options(${program} PRIVATE -Wl,--wrap=${call})
+    endforeach()
+endfunction()
+
 # unit_tests(FOLDER LIBRARIES...): every .cpp in tests/FOLDER becomes one program, named after the folder:
 # unit_common of unit/common. These tests need no device file and no private root.
 function(unit_tests folder)

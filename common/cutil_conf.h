@@ -59,7 +59,8 @@ int CUTIL_GetConfValue(const char* path, const char* key, char* value);
  * The writers put "<key><separator><value>" in the place of every line that matches, or behind the last line
  * if none does; all other lines stay byte for byte. They write a temporary file, take over the old file's
  * mode and owner, bring the data to the storage, rename the file over `path` and bring the directory entry to
- * the storage. On any failure before the rename the old file is whole and the temporary file is gone.
+ * the storage. On any failure before the rename the old file is whole and the temporary file is gone. Only a
+ * writer that is killed leaves its temporary file.
  *
  * A key or value with a line feed would smuggle in a second setting; it is refused with -1, nothing is
  * touched. So are null arguments.
@@ -78,7 +79,12 @@ int CUTIL_SetFileValue(const char* path, const char* temp_path, const char* key,
 /**
  * Set a value under the lock; a line matches when its text before the first `=` or space is exactly
  * `key`. Lines are seen in pieces of 255 characters. CUTIL_CONF_TEMP_PATH is the temporary file and, by
- * its existence, the lock: a crash in the middle leaves it behind and every later call refuses.
+ * its existence, the lock.
+ *
+ * A writer that is killed, or a power cut, leaves the lock behind, and every later call refuses. The lock is
+ * stale when no process has the file open ("fuser /etc/temp.conf" prints none); removing it is right then and
+ * loses nothing but the change that was not made. Nothing in the library removes it. A refusal says so on
+ * standard error and in the system log, at priority 1.
  *
  * @return 0; -1 when the lock exists or `path` cannot be opened; -2 when the temporary file cannot be created
  *         (each with a line on standard output); -3 when the file cannot be read to its end,

@@ -53,8 +53,14 @@ bool Replacement::create(const char* temp_path, Existing existing, int source)
 {
     if (existing == Existing::replace && !clear_way(temp_path, source)) return false;
     file_.reset(open(temp_path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!file_) return false;
     struct stat own;
-    if (!file_ || fstat(file_.get(), &own) < 0) return false;
+    if (fstat(file_.get(), &own) < 0) {
+        int saved = errno;
+        unlink(temp_path); // it would lock others out
+        errno = saved;
+        return false;
+    }
     device_ = own.st_dev;
     inode_ = own.st_ino;
     temp_path_ = temp_path;
@@ -100,19 +106,20 @@ bool Replacement::take_over(int source, mode_t mode)
     return fchmod(file_.get(), from.st_mode & 07777) == 0;
 }
 
-// Another writer that ignores the lock may have put its own file there; renaming that would put half of
-// somebody else's settings in place.
-bool Replacement::still_ours() const
+Replacement::Owner Replacement::temp_owner() const
 {
     struct stat there;
-    return lstat(temp_path_, &there) == 0 && there.st_dev == device_ && there.st_ino == inode_;
+    if (lstat(temp_path_, &there) < 0) return Owner::unknown;
+    return there.st_dev == device_ && there.st_ino == inode_ ? Owner::this_one : Owner::another;
 }
 
 bool Replacement::commit(const char* path, int source, mode_t mode)
 {
     if (!finish(source, mode)) return false;
     if (close(file_.release()) < 0) return false;
-    if (!still_ours()) {
+    // Another writer that ignores the lock may have put its own file there; renaming that would put half of
+    // its settings in place.
+    if (temp_owner() != Owner::this_one) {
         errno = ESTALE;
         return false;
     }
@@ -124,7 +131,7 @@ bool Replacement::commit(const char* path, int source, mode_t mode)
 void Replacement::discard()
 {
     int saved = errno;
-    if (temp_path_ && still_ours()) unlink(temp_path_);
+    if (temp_path_ && temp_owner() != Owner::another) unlink(temp_path_);
     errno = saved;
 }
 

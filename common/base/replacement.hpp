@@ -35,7 +35,8 @@ private:
     bool flush();
     bool finish(int source, mode_t mode);
     bool take_over(int source, mode_t mode);
-    bool still_ours() const;
+    enum class Owner { this_one, another, unknown };
+    [[nodiscard]] Owner temp_owner() const;
     void discard();
 
     const char* temp_path_ = nullptr;

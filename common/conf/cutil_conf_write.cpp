@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <span>
+#include <syslog.h>
 
 namespace {
 
@@ -97,9 +98,17 @@ int cannot_open(const char* function, const char* path, int result)
     return result;
 }
 
+// The first line is what log filters look for; the second is for the one who has to mend it.
 int lock_taken()
 {
+    constexpr char kHelp[] =
+        "[CUTIL_SetConfValue] " CUTIL_CONF_TEMP_PATH " exists: a writer is at work, or was "
+        "killed and left it. If no process has it open (fuser), remove it.";
+    int saved = errno;
     puts("[CUTIL_SetConfValue] temp.conf is already used ...");
+    fprintf(stderr, "%s\n", kHelp);
+    syslog(LOG_ALERT, "%s", kHelp);
+    errno = saved;
     return -1;
 }
 
