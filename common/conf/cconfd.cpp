@@ -95,11 +95,20 @@ bool join(CCONFD_CLIENT_S& client, int64_t end_ms)
     if (!client.watching) return true;
 
     ConfdRequest watch;
-    ConfdAnswer ignored;
+    ConfdAnswer answer;
     watch.make(CCONFD_COMMAND_WATCH, client.watched);
-    if (!exchange(client, watch, ignored, end_ms)) return false;
-    add_notice(client, ""); // none could come while there was no connection
+    if (!exchange(client, watch, answer, end_ms)) return false;
+    client.watching = answer.result == 0 ? 1 : answer.result;
+    if (client.watching > 0) add_notice(client, ""); // none could come while there was no connection
     return true;
+}
+
+// A daemon that has ended since the last request: what it sent before is covered by the notice that a new
+// connection puts in.
+bool peer_is_gone(int fd)
+{
+    pollfd peer = {fd, POLLRDHUP, 0};
+    return poll(&peer, 1, 0) > 0;
 }
 
 int32_t perform(CCONFD_CLIENT_S& client, const ConfdRequest& request, ConfdAnswer answer = {})
@@ -111,6 +120,10 @@ int32_t perform(CCONFD_CLIENT_S& client, const ConfdRequest& request, ConfdAnswe
     const int64_t end_ms = end_of_answer(client);
     // A daemon that was restarted is noticed only here, so one new connection is worth its while.
     for (int attempt = 0; attempt < 2; ++attempt) {
+        if (client.fd >= 0 && peer_is_gone(client.fd)) {
+            hang_up(client);
+            continue;
+        }
         if (client.fd < 0 && !join(client, end_ms)) break;
         if (exchange(client, request, answer, end_ms)) return answer.result;
         hang_up(client);
@@ -227,12 +240,13 @@ int32_t CCONFD_NextNotice(CCONFD_CLIENT_S* client, char* key, int32_t timeout_ms
     const int64_t end_ms = monotonic_ms() + std::max(timeout_ms, 0);
     for (bool lost = false;;) {
         if (take_notice(*client, key)) return 1;
+        if (client->watching < 0) return client->watching; // a restarted daemon has refused
         if (!connected_by(*client, end_ms)) return CCONFD_NO_ANSWER;
         // Each new connection brings a notice: a daemon that hangs up behind it every time would keep the
         // caller busy without a pause.
         if (lost) start_pause(*client);
         lost = false;
-        if (client->pending > 0) continue;
+        if (client->pending > 0 || client->watching < 0) continue;
         if (!wait_until(client->fd, end_ms)) return 0;
         if (receive_frame(*client)) continue;
         hang_up(*client);

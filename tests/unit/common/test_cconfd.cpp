@@ -277,6 +277,48 @@ TEST_F(Confd, ADaemonThatDiesInMidReplyIsAskedOnceMore)
     EXPECT_EQ(daemon.visited, 5);
 }
 
+// The daemon is gone before the request, with and without notices that nobody has read.
+TEST_F(Confd, ARestartBetweenRequestsPrintsNothing)
+{
+    auto serve = [](const string& last) {
+        return [last](Visit visit) {
+            visit.request();
+            visit.say(reply(1, 0, "alive") + last);
+        };
+    };
+    Daemon daemon(path, {serve(""), serve(notice("a")), serve("")});
+    for (int i = 1; i <= 3; ++i) {
+        EXPECT_EQ(printed([&] { EXPECT_EQ(get(), 0); }), "");
+        pollfd gone = {client.fd, POLLRDHUP, 0};
+        ASSERT_EQ(poll(&gone, 1, 5000), 1);
+    }
+    EXPECT_EQ(daemon.visited, 3);
+}
+
+TEST_F(Confd, AWatchThatARestartedDaemonRefusesIsTold)
+{
+    auto answer = [](int32_t status) {
+        return [status](Visit visit) {
+            visit.expect(frame(4, "cam"));
+            visit.say(reply(4, status));
+        };
+    };
+    Daemon daemon(path, {answer(0), answer(-13), [&](Visit visit) {
+                             answer(0)(visit);
+                             visit.request();
+                             visit.say(reply(1, 0, "alive"));
+                             visit.until_hung_up();
+                         }});
+    EXPECT_EQ(CCONFD_Watch(&client, "cam"), 0);
+    EXPECT_EQ(CCONFD_NextNotice(&client, key, 5000), CCONFD_REFUSED);
+    EXPECT_EQ(CCONFD_NextNotice(&client, key, 5000), CCONFD_REFUSED) << "until a connection that watches";
+    EXPECT_EQ(get(), 0);
+    EXPECT_EQ(CCONFD_NextNotice(&client, key, 5000), 1);
+    EXPECT_STREQ(key, "");
+    EXPECT_EQ(CCONFD_NextNotice(&client, key, 0), 0);
+    CCONFD_Close(&client);
+}
+
 TEST_F(Confd, AfterAFailureNothingIsTriedUntilThePauseIsOver)
 {
     client.pause_s = 1;
