@@ -3,7 +3,6 @@
 #include "tests/camera/libs/inside.hpp"
 
 #include <algorithm>
-#include <csignal>
 #include <cstring>
 #include <ctime>
 #include <sstream>
@@ -263,23 +262,4 @@ TEST_F(Users, AFileThatCannotBeReadIsNotReplacedByTheNewUser)
     EXPECT_EQ(printed([&] { EXPECT_EQ(add("b"), -1); }), kCannotLoad);
     EXPECT_EQ(table.count, 0);
     EXPECT_EQ(rmdir(kPath.c_str()), 0) << "empty as it was";
-}
-
-// However a save ends, a reader finds the old file or the new one.
-TEST_F(Users, ASaveThatIsKilledNeverLeavesAPieceOfTheFile)
-{
-    load("a/" + kSecret + "/1/2/3/4/\nb/" + kSecret + "/1/2/3/4/\n");
-    for (int i = 0; i < 30; ++i) {
-        fflush(stdout);
-        pid_t writer = fork();
-        if (writer == 0)
-            for (;;) USERTABLE_Save(&table);
-        usleep(useconds_t(1000 + 397 * i));
-        kill(writer, SIGKILL);
-        waitpid(writer, nullptr, 0);
-        USERTABLE_S seen;
-        ASSERT_EQ(USERTABLE_Init(&seen), 0);
-        ASSERT_EQ(names_of(seen), "a b ");
-        ASSERT_STREQ(seen.entries[1].password, "secret");
-    }
 }
