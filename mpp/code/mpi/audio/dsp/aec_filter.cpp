@@ -1,7 +1,7 @@
 // The echo canceller's adaptive filter.
 #include "mpi/audio/dsp/aec_filter.hpp"
 
-#include "mpi/audio/dsp/aec_math.hpp"
+#include "mpi/audio/dsp/fixed_point.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -9,7 +9,6 @@
 namespace zep {
 namespace {
 
-constexpr int kSampleShift = 4;
 constexpr int kWeightShift = 22;
 constexpr int kVarianceShift = 33;
 constexpr int kPowerBits = 26;             // of a far power when it meets a variance
@@ -27,13 +26,13 @@ struct Divisor {
 };
 
 struct Estimate {
-    AecComplex echo[kAecMaxBins];
+    Complex echo[kAecMaxBins];
     int64_t uncertainty[kAecMaxBins]; // S: variance times far power, over all partitions
     int8_t far_bits[kAecMaxBins];     // of the largest far power in the bin
     int8_t far_shift[kAecMaxBins];    // brings far powers into kPowerBits
 };
 
-const AecComplex* far_of(const AecFilter& f, int age)
+const Complex* far_of(const AecFilter& f, int age)
 {
     int at = f.head + age;
     return f.far + (at < f.ring ? at : at - f.ring) * f.bins;
@@ -45,9 +44,9 @@ void take_far(AecFilter& f, const int16_t* far)
 {
     f.head = f.head ? f.head - 1 : f.ring - 1;
     memmove(f.far_frame, f.far_frame + f.block, size_t(f.block) * sizeof f.far_frame[0]);
-    for (int i = 0; i < f.block; ++i) f.far_frame[f.block + i] = far[i] * (1 << kSampleShift);
-    AecComplex* x = f.far + f.head * f.bins;
-    aec_fft_forward(2 * f.block, f.far_frame, x);
+    for (int i = 0; i < f.block; ++i) f.far_frame[f.block + i] = far[i] * (1 << kAecSampleShift);
+    Complex* x = f.far + f.head * f.bins;
+    aec_fft(f.block).forward(f.far_frame, x);
     for (int k = 0; k < f.bins; ++k) f.far_power[f.head * f.bins + k] = square(x[k].re) + square(x[k].im);
 }
 
@@ -75,9 +74,9 @@ void estimate(const AecFilter& f, int age, Estimate& to)
         to.far_shift[k] = int8_t(std::max(0, to.far_bits[k] - kPowerBits));
     }
     for (int p = 0; p < f.parts; ++p) {
-        const AecComplex* x = far_of(f, age + p);
+        const Complex* x = far_of(f, age + p);
         const int64_t* power = power_of(f, age + p);
-        const AecComplex* w = f.weight + p * f.bins;
+        const Complex* w = f.weight + p * f.bins;
         const int32_t* v = f.variance + p * f.bins;
         for (int k = 0; k < f.bins; ++k) {
             re[k] += int64_t(w[k].re) * x[k].re - int64_t(w[k].im) * x[k].im;
@@ -94,20 +93,19 @@ void estimate(const AecFilter& f, int age, Estimate& to)
 }
 
 // error = near - echo over one block, and its spectrum behind a block of zeros.
-void subtract(const AecFilter& f, const Estimate& of, const int16_t* near, int32_t* error,
-              AecComplex* spectrum)
+void subtract(const AecFilter& f, const Estimate& of, const int16_t* near, int32_t* error, Complex* spectrum)
 {
     int32_t frame[kAecMaxSize];
-    aec_fft_inverse(2 * f.block, of.echo, frame);
+    aec_fft(f.block).inverse(of.echo, frame);
     for (int i = 0; i < f.block; ++i) {
-        error[i] = clamp_to(near[i] * (1 << kSampleShift) - frame[f.block + i], kMostError);
+        error[i] = clamp_to(near[i] * (1 << kAecSampleShift) - frame[f.block + i], kMostError);
     }
     memset(frame, 0, size_t(f.block) * sizeof frame[0]);
     memcpy(frame + f.block, error, size_t(f.block) * sizeof frame[0]);
-    aec_fft_forward(2 * f.block, frame, spectrum);
+    aec_fft(f.block).forward(frame, spectrum);
 }
 
-void track_noise(AecFilter& f, const AecComplex* error)
+void track_noise(AecFilter& f, const Complex* error)
 {
     int64_t power[kAecMaxBins];
     for (int k = 0; k < f.bins; ++k) power[k] = square(error[k].re) + square(error[k].im);
@@ -137,7 +135,7 @@ struct Step {
     int8_t variance_shift;
 };
 
-Step step_of(const AecFilter& f, const Estimate& from, const AecComplex* error, int k)
+Step step_of(const AecFilter& f, const Estimate& from, const Complex* error, int k)
 {
     Divisor d = divisor(f, from, k);
     Step s = {int32_t(int64_t(error[k].re) * d.inverse >> 31),
@@ -154,7 +152,7 @@ Step step_of(const AecFilter& f, const Estimate& from, const AecComplex* error, 
     return s;
 }
 
-void move_weight(AecComplex& w, int32_t variance, AecComplex x, const Step& s)
+void move_weight(Complex& w, int32_t variance, Complex x, const Step& s)
 {
     int64_t re = (int64_t(x.re) * s.re + int64_t(x.im) * s.im) >> s.product_shift;
     int64_t im = (int64_t(x.re) * s.im - int64_t(x.im) * s.re) >> s.product_shift;
@@ -163,13 +161,13 @@ void move_weight(AecComplex& w, int32_t variance, AecComplex x, const Step& s)
     w.im = clamp_to(w.im + ((variance * im + half) >> s.weight_shift), kMostSpectrum);
 }
 
-void adapt(AecFilter& f, int age, const Estimate& from, const AecComplex* error, bool settle)
+void adapt(AecFilter& f, int age, const Estimate& from, const Complex* error, bool settle)
 {
     Step steps[kAecMaxBins];
     for (int k = 0; k < f.bins; ++k) steps[k] = step_of(f, from, error, k);
     for (int p = 0; p < f.parts; ++p) {
-        const AecComplex* x = far_of(f, age + p);
-        AecComplex* w = f.weight + p * f.bins;
+        const Complex* x = far_of(f, age + p);
+        Complex* w = f.weight + p * f.bins;
         int32_t* v = f.variance + p * f.bins;
         for (int k = 0; k < f.bins; ++k) move_weight(w[k], v[k], x[k], steps[k]);
         if (!settle) continue;
@@ -186,15 +184,15 @@ void adapt(AecFilter& f, int age, const Estimate& from, const AecComplex* error,
 // Half of a partition's taps belong to a circle that a linear echo path does not have.
 void trim(AecFilter& f, int p)
 {
-    AecComplex* w = f.weight + p * f.bins;
+    Complex* w = f.weight + p * f.bins;
     int32_t taps[kAecMaxSize];
-    aec_fft_inverse(2 * f.block, w, taps);
+    aec_fft(f.block).inverse(w, taps);
     memset(taps + f.block, 0, size_t(f.block) * sizeof taps[0]);
     int64_t sum = 0;
     for (int i = 0; i < f.block; ++i) sum += std::abs(int64_t(taps[i]));
     int down = std::max(0, bits_of(uint64_t(sum)) - 27);
     for (int i = 0; i < f.block; ++i) taps[i] >>= down;
-    aec_fft_forward(2 * f.block, taps, w);
+    aec_fft(f.block).forward(taps, w);
 }
 
 // The echo path drifts: its variance grows in proportion to its power.
@@ -232,11 +230,11 @@ void shrink(AecFilter& f)
     }
 }
 
-AecVerdict judge(AecFilter& f, const Estimate& now, const int16_t* near, const AecComplex* error)
+AecVerdict judge(AecFilter& f, const Estimate& now, const int16_t* near, const Complex* error)
 {
     AecEnergies energy = {};
     for (int i = 0; i < f.block; ++i) {
-        int32_t d = near[i] * (1 << kSampleShift);
+        int32_t d = near[i] * (1 << kAecSampleShift);
         energy.near += square(d);
         energy.error += square(f.error[i]);
         energy.echo += square(d - f.error[i]);
@@ -250,7 +248,7 @@ void replay(AecFilter& f)
     for (int j = 1; j <= kAecReplays; ++j) {
         Estimate then;
         int32_t error[kAecMaxBlock];
-        AecComplex spectrum[kAecMaxBins];
+        Complex spectrum[kAecMaxBins];
         estimate(f, j * kAecReplayStep, then);
         subtract(f, then, near_of(f, j * kAecReplayStep), error, spectrum);
         adapt(f, j * kAecReplayStep, then, spectrum, false);
@@ -259,7 +257,7 @@ void replay(AecFilter& f)
 
 void pass_through(AecFilter& f, const int16_t* near)
 {
-    for (int i = 0; i < f.block; ++i) f.error[i] = near[i] * (1 << kSampleShift);
+    for (int i = 0; i < f.block; ++i) f.error[i] = near[i] * (1 << kAecSampleShift);
     memset(f.residual, 0, sizeof f.residual);
     memset(f.echo, 0, sizeof f.echo);
 }
@@ -269,7 +267,7 @@ bool any_sound(const int16_t* far, int n)
     return std::any_of(far, far + n, [](int16_t v) { return v != 0; });
 }
 
-void learn(AecFilter& f, const Estimate& now, const AecComplex* error)
+void learn(AecFilter& f, const Estimate& now, const Complex* error)
 {
     track_noise(f, error);
     adapt(f, 0, now, error, true);
@@ -286,6 +284,7 @@ void learn(AecFilter& f, const Estimate& now, const AecComplex* error)
 
 void aec_filter_init(AecFilter& f, int block, int parts, bool short_blocks)
 {
+    memset(&f, 0, sizeof f);
     f.block = block;
     f.bins = block + 1;
     f.parts = parts;
@@ -312,7 +311,7 @@ void aec_filter_run(AecFilter& f, const int16_t* near, const int16_t* far)
     take_far(f, far);
     take_near(f, near);
     Estimate now;
-    AecComplex error[kAecMaxBins];
+    Complex error[kAecMaxBins];
     estimate(f, 0, now);
     subtract(f, now, near, f.error, error);
     for (int k = 0; k < f.bins; ++k) {

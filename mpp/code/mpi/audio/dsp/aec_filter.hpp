@@ -6,7 +6,7 @@
 #ifndef MPI_AUDIO_AEC_FILTER_HPP
 #define MPI_AUDIO_AEC_FILTER_HPP
 
-#include "mpi/audio/dsp/aec_fft.hpp"
+#include "mpi/audio/dsp/aec_block.hpp"
 #include "mpi/audio/dsp/aec_watch.hpp"
 
 namespace zep {
@@ -28,10 +28,10 @@ struct AecFilter {
     int silent; // blocks since the last far sample that was not 0
     int forget_q20;
 
-    AecComplex weight[kAecMaxCells];
+    Complex weight[kAecMaxCells];
     int32_t variance[kAecMaxCells];
     int32_t prior[kAecMaxParts];
-    AecComplex far[kAecMaxRing];
+    Complex far[kAecMaxRing];
     int64_t far_power[kAecMaxRing];
     int32_t far_frame[kAecMaxSize];
     int16_t near_ring[(kAecHistory + 1) * kAecMaxBlock];
@@ -44,7 +44,8 @@ struct AecFilter {
     int64_t echo[kAecMaxBins];     // power of the estimated echo
 };
 
-// parts at most kAecMaxParts for blocks of 80, half of that for blocks of 160; `f` is all zeros.
+// parts at most kAecMaxParts for blocks of 80, half of that for blocks of 160. Forgets everything that was
+// learnt before.
 void aec_filter_init(AecFilter& f, int block, int parts, bool short_blocks);
 
 // One block: sets error, residual and echo.

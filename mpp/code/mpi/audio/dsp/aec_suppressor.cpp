@@ -1,7 +1,7 @@
 // The echo canceller's residual suppressor.
 #include "mpi/audio/dsp/aec_suppressor.hpp"
 
-#include "mpi/audio/dsp/aec_math.hpp"
+#include "mpi/audio/dsp/fixed_point.hpp"
 #include "mpi/audio/dsp/aec_shape.hpp"
 
 #include <algorithm>
@@ -29,8 +29,8 @@ constexpr auto make_window()
 {
     std::array<int16_t, 641> t{};
     for (int i = 0; i <= 640; ++i) {
-        double a = kAecPi * (i <= 320 ? i : 640 - i) / 640;
-        t[size_t(i)] = int16_t(aec_series(a, a, 1) * 32767 + 0.5);
+        double a = kPi * (i <= 320 ? i : 640 - i) / 640;
+        t[size_t(i)] = int16_t(sin_series(a) * 32767 + 0.5);
     }
     return t;
 }
@@ -40,14 +40,14 @@ constexpr auto kWindow = make_window();
 void analyse(AecSuppressor& s, const int32_t* error, int64_t* power)
 {
     int32_t frame[kAecMaxSize];
-    AecComplex spectrum[kAecMaxBins];
+    Complex spectrum[kAecMaxBins];
     const int step = 320 / s.block;
     for (int i = 0; i < 2 * s.block; ++i) {
         int32_t v = i < s.block ? s.last[i] : error[i - s.block];
         frame[i] = int32_t(int64_t(v) * kWindow[size_t(step * i + step / 2)] >> 15);
     }
     memcpy(s.last, error, size_t(s.block) * sizeof *error);
-    aec_fft_forward(2 * s.block, frame, spectrum);
+    aec_fft(s.block).forward(frame, spectrum);
     for (int k = 0; k < s.bins; ++k) power[k] = square(spectrum[k].re) + square(spectrum[k].im);
 }
 
@@ -129,7 +129,7 @@ void filter(AecSuppressor& s, const int16_t* taps, int16_t* out)
         const int16_t* x = s.history + i + 1;
         int32_t v = convolve(taps, x);
         if (i < kFade) v = (v * (i + 1) + convolve(s.taps, x) * (kFade - i)) / (kFade + 1);
-        out[i] = to_sample(v);
+        out[i] = saturate(v);
     }
 }
 
@@ -137,6 +137,7 @@ void filter(AecSuppressor& s, const int16_t* taps, int16_t* out)
 
 void aec_suppressor_init(AecSuppressor& s, int block)
 {
+    memset(&s, 0, sizeof s);
     s.block = block;
     s.bins = block + 1;
     s.open = true;
@@ -158,7 +159,7 @@ void aec_suppressor_run(AecSuppressor& s, const int32_t* error, const int64_t* r
     for (int k = 0; k < s.bins; ++k) set_gain(s, k, power[k], (echo[k] >> 8) * scale_q8);
 
     memmove(s.history, s.history + s.block, kAecTaps * sizeof s.history[0]);
-    for (int i = 0; i < s.block; ++i) s.history[kAecTaps + i] = to_sample((error[i] + 8) >> 4);
+    for (int i = 0; i < s.block; ++i) s.history[kAecTaps + i] = saturate((error[i] + 8) >> 4);
     bool open = *std::min_element(s.gain_q15, s.gain_q15 + s.bins) >= kOpenGain;
     if (open && s.open) {
         memcpy(out, s.history + kAecTaps, size_t(s.block) * sizeof *out);

@@ -6,7 +6,7 @@
 #ifndef MPI_AUDIO_AEC_SUPPRESSOR_HPP
 #define MPI_AUDIO_AEC_SUPPRESSOR_HPP
 
-#include "mpi/audio/dsp/aec_fft.hpp"
+#include "mpi/audio/dsp/aec_block.hpp"
 
 namespace zep {
 
@@ -30,7 +30,8 @@ struct AecSuppressor {
     int16_t history[kAecTaps + kAecMaxBlock];
 };
 
-void aec_suppressor_init(AecSuppressor& s, int block); // `s` is all zeros
+// Forgets everything.
+void aec_suppressor_init(AecSuppressor& s, int block);
 
 // error: Q4, one block; residual: power that the filter expects the residual echo to have; echo: power
 // of the echo that it took away.

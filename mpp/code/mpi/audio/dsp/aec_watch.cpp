@@ -1,7 +1,7 @@
 // The echo canceller's judgement of its filter.
 #include "mpi/audio/dsp/aec_watch.hpp"
 
-#include "mpi/audio/dsp/aec_math.hpp"
+#include "mpi/audio/dsp/fixed_point.hpp"
 
 #include <algorithm>
 
@@ -31,11 +31,11 @@ int64_t follow(int64_t& mean, int64_t now)
 }
 
 // Q15 coherence of the error with the echo that was taken away.
-int32_t coherence(AecWatch& w, int bins, const AecComplex* error, const AecComplex* echo)
+int32_t coherence(AecWatch& w, int bins, const Complex* error, const Complex* echo)
 {
     int64_t both = 0, own = 0;
     for (int k = 1; k < bins; ++k) {
-        AecComplex e = error[k], y = echo[k];
+        Complex e = error[k], y = echo[k];
         both += square(follow(w.cross_re[k], int64_t(e.re) * y.re + int64_t(e.im) * y.im));
         both += square(follow(w.cross_im[k], int64_t(e.im) * y.re - int64_t(e.re) * y.im));
         own += follow(w.error_power[k], square(e.re) + square(e.im)) *
@@ -57,8 +57,8 @@ AecVerdict verdict(const AecWatch& w, int block, bool audible)
 
 } // namespace
 
-AecVerdict aec_watch_run(AecWatch& w, int bins, const AecEnergies& now, const AecComplex* error,
-                         const AecComplex* echo)
+AecVerdict aec_watch_run(AecWatch& w, int bins, const AecEnergies& now, const Complex* error,
+                         const Complex* echo)
 {
     smooth(w.recent, now, 10);
     smooth(w.lasting, now, 128);

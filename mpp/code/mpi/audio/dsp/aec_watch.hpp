@@ -6,7 +6,7 @@
 #ifndef MPI_AUDIO_AEC_WATCH_HPP
 #define MPI_AUDIO_AEC_WATCH_HPP
 
-#include "mpi/audio/dsp/aec_fft.hpp"
+#include "mpi/audio/dsp/aec_block.hpp"
 
 namespace zep {
 
@@ -36,8 +36,8 @@ enum class AecVerdict {
     restart, // nothing of it is left
 };
 
-AecVerdict aec_watch_run(AecWatch& w, int bins, const AecEnergies& now, const AecComplex* error,
-                         const AecComplex* echo);
+AecVerdict aec_watch_run(AecWatch& w, int bins, const AecEnergies& now, const Complex* error,
+                         const Complex* echo);
 
 // The filter is still far from its aim, and what it leaves is echo rather than a near talker.
 bool aec_watch_learning(const AecWatch& w, int block);

@@ -3,13 +3,15 @@
 // makes their product a raised cosine of 20 ms, so that blocks add up to the input and no more than 10 ms are
 // lost.
 #include "mpi/audio/anr.h"
-#include "mpi/audio/dsp/anr_math.hpp"
+#include "mpi/audio/dsp/fixed_point.hpp"
 #include "mpi/audio/dsp/anr_net.hpp"
+#include "mpi/audio/dsp/fft.hpp"
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
+using namespace zep;
 using namespace zep::anr;
 
 namespace {
@@ -45,10 +47,12 @@ constexpr auto kSynthesis = [] {
 struct Plan {
     int rate, block, window, bands;
     const int16_t *analysis, *synthesis;
+    const Fft* fft;
+    int shift; // of a windowed sample, Q15, to the transform's input, Q6 or Q5: n of them stay below 2^29
 };
 constexpr Plan kPlans[] = {
-    {8000, 80, 256, kBands8k, kAnalysis<256, 80>.data(), kSynthesis<256, 80>.data()},
-    {16000, 160, 512, kBands16k, kAnalysis<512, 160>.data(), kSynthesis<512, 160>.data()},
+    {8000, 80, 256, kBands8k, kAnalysis<256, 80>.data(), kSynthesis<256, 80>.data(), &kFft256, 9},
+    {16000, 160, 512, kBands16k, kAnalysis<512, 160>.data(), kSynthesis<512, 160>.data(), &kFft512, 10},
 };
 
 // everything that a reset clears
@@ -74,8 +78,9 @@ namespace {
 void analyse(const Plan& plan, const int16_t* past, Complex* lines)
 {
     int32_t x[kMaxWindow];
-    for (int n = 0; n < plan.window; ++n) x[n] = (past[n] * plan.analysis[n]) >> 1;
-    real_forward(plan.window, x, lines);
+    for (int n = 0; n < plan.window; ++n)
+        x[n] = (past[n] * plan.analysis[n] + (1 << (plan.shift - 1))) >> plan.shift;
+    plan.fft->forward(x, lines);
 }
 
 // log2 of the lines in a band, Q8
@@ -91,37 +96,39 @@ constexpr auto kWidthLog = [] {
 // Power of lines and bands as logarithms, with 0 at the square of one quantisation step.
 void measure(const Plan& plan, const Complex* lines, int16_t* line_log, int16_t* band_log)
 {
-    constexpr int kScale = 28 << 8; // samples enter the transform as Q14
+    // A sample of 1 in every point of the window is a line of 2^14.
+    constexpr auto level_q8 = [](uint64_t power) { return (log2_q24(power) - (28 << 24) + (1 << 15)) >> 16; };
     for (int b = 0; b < plan.bands; ++b) {
         uint64_t sum = 0;
         for (int k = kBandEdges[b]; k < kBandEdges[b + 1]; ++k) {
             const uint64_t power = uint64_t(int64_t(lines[k].re) * lines[k].re) +
                                    uint64_t(int64_t(lines[k].im) * lines[k].im) + kPowerFloor;
-            line_log[k] = int16_t(log2_q8(power) - kScale);
+            line_log[k] = int16_t(level_q8(power));
             sum += power;
         }
-        band_log[b] = int16_t(log2_q8(sum) - kWidthLog[size_t(b)] - kScale);
+        band_log[b] = int16_t(level_q8(sum) - kWidthLog[size_t(b)]);
     }
 }
 
-// 1/16 of the lines, so that no set of gains can carry the inverse beyond 32 bits
+// Half of the lines, so that no set of gains can carry the inverse beyond 32 bits
 void apply(const int16_t* gain_q15, int lines, Complex* x)
 {
     for (int k = 0; k < lines; ++k) {
-        x[k].re = int32_t((int64_t(x[k].re) * gain_q15[k]) >> 19);
-        x[k].im = int32_t((int64_t(x[k].im) * gain_q15[k]) >> 19);
+        x[k].re = int32_t((int64_t(x[k].re) * gain_q15[k]) >> 16);
+        x[k].im = int32_t((int64_t(x[k].im) * gain_q15[k]) >> 16);
     }
 }
 
 void synthesise(const Plan& plan, Complex* lines, Memory& m)
 {
     int32_t x[kMaxWindow];
-    real_inverse(plan.window, lines, x);
+    plan.fft->inverse(lines, x);
+    const int down = 18 - plan.shift; // from half the scale of the transform's input, times Q14, to Q10
     const int32_t* last = x + plan.window - 2 * plan.block;
     for (int n = 0; n < plan.block; ++n) {
-        const int32_t sum = m.overlap[n] + int32_t((int64_t(last[n]) * plan.synthesis[n]) >> 14);
+        const int32_t sum = m.overlap[n] + int32_t((int64_t(last[n]) * plan.synthesis[n]) >> down);
         m.ready[n] = saturate((sum + (1 << 9)) >> 10);
-        m.overlap[n] = int32_t((int64_t(last[plan.block + n]) * plan.synthesis[plan.block + n]) >> 14);
+        m.overlap[n] = int32_t((int64_t(last[plan.block + n]) * plan.synthesis[plan.block + n]) >> down);
     }
 }
 

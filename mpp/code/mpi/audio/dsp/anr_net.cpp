@@ -2,7 +2,7 @@
 // 7 local features + the band's offsets -> 8 rectified units -> sigmoid. Weights Q6, features Q10, units Q15.
 // Feature values are log2 of power divided by 4, so that 1.0 stands for 12 dB.
 #include "mpi/audio/dsp/anr_net.hpp"
-#include "mpi/audio/dsp/anr_math.hpp"
+#include "mpi/audio/dsp/fixed_point.hpp"
 #include <algorithm>
 #include <cstring>
 #include <stddef.h>
@@ -18,6 +18,28 @@ constexpr int32_t kOffsetLimit = 64 * 256;
 // 7.8, Q8; eight of them times 2 leave room for the gain's offset in 16 bits
 constexpr int16_t kUnitLimit = 2000;
 
+// 1 / (1 + exp(-x)) of x = -8..8 in steps of 1/64, Q15
+constexpr auto kSigmoidTable = [] {
+    std::array<int16_t, 1025> t{};
+    for (int i = 0; i < 1025; ++i) {
+        const int32_t v = nearest(32768 / (1 + exp_series(8 - i / 64.0)));
+        t[size_t(i)] = int16_t(v > 32767 ? 32767 : v);
+    }
+    return t;
+}();
+
+// Q16 to Q15
+int16_t sigmoid_q15(int32_t x)
+{
+    return kSigmoidTable[size_t((std::clamp<int32_t>(x, -(8 << 16), 8 << 16) + (8 << 16) + 512) >> 10)];
+}
+
+// tanh x = 2 sigmoid 2x - 1
+int16_t tanh_q15(int32_t x)
+{
+    return saturate(2 * sigmoid_q15(2 * std::clamp<int32_t>(x, -(8 << 16), 8 << 16)) - 32768);
+}
+
 struct LineFeatures {
     int16_t ratio[kMaxLines + 4]; // two zeros on either side; ratio[k + 2] belongs to line k
     int16_t second[kMaxLines];    // mean of the lines two below and two above
@@ -27,7 +49,7 @@ struct LineFeatures {
 
 int16_t ratio_q10(int32_t level_q16, int32_t floor_q16)
 {
-    return int16_t(limit((level_q16 - floor_q16) >> 8, kRatioLow, kRatioHigh));
+    return int16_t(std::clamp((level_q16 - floor_q16) >> 8, kRatioLow, kRatioHigh));
 }
 
 void line_features(const Tracks& t, int lines, LineFeatures& f)
@@ -67,8 +89,8 @@ void band_features(const Tracks& t, const LineFeatures& f, const int16_t* band_l
             floor += t.slow[k] >> 8;
             rise += f.floors[k];
         }
-        out[0] = int16_t(limit(band_log[b] - over_width(floor, b), kRatioLow, kRatioHigh));
-        out[1] = int16_t(limit(band_log[b] - mean, -kShapeLimit, kShapeLimit));
+        out[0] = int16_t(std::clamp(band_log[b] - over_width(floor, b), kRatioLow, kRatioHigh));
+        out[1] = int16_t(std::clamp(band_log[b] - mean, -kShapeLimit, kShapeLimit));
         out[2] = int16_t(over_width(rise, b));
     }
 }
@@ -143,7 +165,7 @@ void unit_offset(int u, const int16_t* hidden, int bands, int16_t* offset)
 {
     for (int b = 0; b < bands; ++b) {
         const int32_t x = dot<kHidden>(kWeights.context[u][b], hidden) + kWeights.context_offset[u][b];
-        const int32_t q8 = limit((x >> 13) + (kLineInputs + 1) / 2, -kOffsetLimit, kOffsetLimit);
+        const int32_t q8 = std::clamp((x >> 13) + (kLineInputs + 1) / 2, -kOffsetLimit, kOffsetLimit);
         spread(offset, kBandEdges[b], kBandEdges[b + 1], int16_t(q8));
     }
 }

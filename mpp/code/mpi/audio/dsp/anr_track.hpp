@@ -1,8 +1,11 @@
 // Level and noise trackers, one set a spectral line.
 #pragma once
-#include "mpi/audio/dsp/anr_fft.hpp"
+#include <cstdint>
 
 namespace zep::anr {
+
+inline constexpr int kMaxWindow = 512; // points: 32 ms at 16 kHz
+inline constexpr int kMaxLines = kMaxWindow / 2 + 1;
 
 /** Base-2 logarithms of power: `now` in Q8, what is remembered in Q16. */
 struct Tracks {

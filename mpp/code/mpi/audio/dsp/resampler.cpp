@@ -5,6 +5,7 @@
 // filter between 2 low and low, where it costs least; a short filter comes before it for 4 and 6. The samples
 // between the two are rounded to 16 bits, and the second filter halves that noise.
 #include "mpi/audio/resampler.h"
+#include "mpi/audio/dsp/fixed_point.hpp"
 #include "mpi/audio/dsp/resampler_filters.hpp"
 #include <cstdlib>
 #include <cstring>
@@ -50,11 +51,7 @@ struct Down6 {
     HalfBandDown<Sharp, kBlock> second;
 };
 
-inline int16_t limited(int32_t v)
-{
-    return int16_t(v > INT16_MAX ? INT16_MAX : v < INT16_MIN ? INT16_MIN : v);
-}
-inline int16_t sample(int32_t sum) { return limited((sum + (1 << (kOne - 1))) >> kOne); }
+inline int16_t sample(int32_t sum) { return saturate((sum + (1 << (kOne - 1))) >> kOne); }
 
 // Calls emit(i, sum) for n windows of the line, Step samples apart.
 template<int Step = 1, class F, class Emit>
@@ -106,7 +103,7 @@ inline void half_band_down(const F& f, HalfBandDown<F, Points>& s, const int16_t
     }
     sweep(f, s.odd.at, n, [&](int i, int32_t sum) {
         const int32_t twice = sum + s.even.at[i] * (1 << kOne);
-        out[i] = limited((twice + (1 << kOne)) >> (kOne + 1));
+        out[i] = saturate((twice + (1 << kOne)) >> (kOne + 1));
     });
     s.odd.forget(n);
     s.even.forget(n);
