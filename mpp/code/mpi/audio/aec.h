@@ -23,10 +23,10 @@ extern "C" {
 typedef struct AEC_S AEC_S;
 
 /**
- * Make a canceller, with its one piece of memory (about 95 KiB).
+ * Make a canceller, with its one piece of memory (about 100 KiB).
  *
  * @param s32Rate    samples a second: 8000 or 16000
- * @param s32Points  samples a frame: 80 or 160
+ * @param s32Points  samples a frame: 80, 160, 320 or 480
  * @param s32TailMs  longest echo to be modelled, from the loudspeaker's sample to the last
  *                   reflection: 16 to 128 ms, rounded up to whole blocks of 10 ms (5 ms for
  *                   frames of 80 points at 16000)
@@ -38,13 +38,20 @@ AEC_S* AEC_Create(int32_t s32Rate, int32_t s32Points, int32_t s32TailMs);
 /**
  * Cancel the echo in one frame. Neither waits nor allocates.
  *
- * @param pstAec  the canceller
+ * @param pstAec    the canceller
  * @param ps16Near  what the microphone took, one frame
  * @param ps16Far   what the loudspeaker played in that time, one frame
  * @param ps16Out   one frame; may be ps16Near, must not overlap it otherwise
  * @return 0; -1 when a pointer is null, nothing is written
  */
 int AEC_Process(AEC_S* pstAec, const int16_t* ps16Near, const int16_t* ps16Far, int16_t* ps16Out);
+
+/**
+ * Forget the room and everything heard: the next frame is treated as the first one after AEC_Create, with the same
+ * rate, frame and tail. For a stream that starts again, or a loudspeaker that was exchanged; a room that changes is
+ * followed without it. Neither waits nor allocates; null is ignored.
+ */
+void AEC_Reset(AEC_S* pstAec);
 
 /** Free a canceller; null is ignored. */
 void AEC_Destroy(AEC_S* pstAec);

@@ -12,6 +12,8 @@
 struct AEC_S {
     int points;
     int block;
+    int parts;
+    bool half_blocks; // of 5 ms
     zep::AecFilter filter;
     zep::AecSuppressor suppressor;
 };
@@ -23,7 +25,8 @@ constexpr int32_t kMostTailMs = 128;
 
 bool valid(int32_t rate, int32_t points, int32_t tail_ms)
 {
-    return (rate == 8000 || rate == 16000) && (points == 80 || points == 160) && tail_ms >= kLeastTailMs &&
+    return (rate == 8000 || rate == 16000) &&
+           (points == 80 || points == 160 || points == 320 || points == 480) && tail_ms >= kLeastTailMs &&
            tail_ms <= kMostTailMs;
 }
 
@@ -35,15 +38,22 @@ AEC_S* AEC_Create(int32_t s32Rate, int32_t s32Points, int32_t s32TailMs)
         errno = EINVAL;
         return nullptr;
     }
-    auto* aec = static_cast<AEC_S*>(calloc(1, sizeof(AEC_S)));
+    auto* aec = static_cast<AEC_S*>(malloc(sizeof(AEC_S)));
     if (!aec) return nullptr;
+    const int samples = s32Rate / 1000 * s32TailMs;
     aec->points = s32Points;
     aec->block = std::min(s32Points, s32Rate / 100);
-    int samples = s32Rate / 1000 * s32TailMs;
-    int parts = (samples + aec->block - 1) / aec->block;
-    zep::aec_filter_init(aec->filter, aec->block, parts, aec->block * 100 < s32Rate);
-    zep::aec_suppressor_init(aec->suppressor, aec->block);
+    aec->parts = (samples + aec->block - 1) / aec->block;
+    aec->half_blocks = aec->block * 100 < s32Rate;
+    AEC_Reset(aec);
     return aec;
+}
+
+void AEC_Reset(AEC_S* pstAec)
+{
+    if (!pstAec) return;
+    zep::aec_filter_init(pstAec->filter, pstAec->block, pstAec->parts, pstAec->half_blocks);
+    zep::aec_suppressor_init(pstAec->suppressor, pstAec->block);
 }
 
 int AEC_Process(AEC_S* pstAec, const int16_t* ps16Near, const int16_t* ps16Far, int16_t* ps16Out)
