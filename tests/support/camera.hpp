@@ -1,11 +1,9 @@
 // A virtual camera for one test: made in a folder of its own, gone with the test.
 #pragma once
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
+#include "tests/support/temp_folder.hpp"
+
 #include <gtest/gtest.h>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
@@ -13,18 +11,6 @@
 #include <vector>
 
 namespace fs = std::filesystem;
-
-inline std::string read_file(const fs::path& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-inline void write_file(const fs::path& path, const std::string& bytes)
-{
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << bytes;
-}
 
 using Lines = std::vector<std::string>;
 
@@ -52,15 +38,10 @@ class Camera {
 public:
     explicit Camera(const Lines& options = {})
     {
-        char name[] = "/tmp/camera-test.XXXXXX";
-        folder_ = mkdtemp(name);
-        Lines command = {vcam_program, "new", (folder_ / "camera").string()};
+        Lines command = {vcam_program, "new", folder_ / "camera"};
         command.insert(command.end(), options.begin(), options.end());
         EXPECT_EQ(spawn(command), 0) << read_file(folder_ / "err");
     }
-    ~Camera() { fs::remove_all(folder_); }
-    Camera(const Camera&) = delete;
-    Camera& operator=(const Camera&) = delete;
 
     // Runs a command in the camera; options are those of vcam run.
     Outcome run(const Lines& command, const Lines& options = {})
@@ -84,13 +65,16 @@ public:
     // A command line for the camera's shell; its standard output.
     std::string shell(const std::string& line) { return run({"sh", "-c", line}).out; }
 
-    [[nodiscard]] fs::path state(const std::string& name) const { return folder_ / "camera" / name; }
+    [[nodiscard]] fs::path state(const std::string& name) const
+    {
+        return fs::path(folder_ / "camera") / name;
+    }
     [[nodiscard]] fs::path root(const std::string& path) const { return state("root" + path); }
     [[nodiscard]] std::string flash(int partition) const
     {
         return read_file(state("flash/mtd" + std::to_string(partition)));
     }
-    [[nodiscard]] const fs::path& folder() const { return folder_; } // for the test's own files
+    [[nodiscard]] fs::path folder() const { return folder_.path(); } // for the test's own files
     void faults(const std::string& plan) { write_file(state("faults"), plan); }
 
 private:
@@ -126,5 +110,5 @@ private:
         return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
 
-    fs::path folder_;
+    TempFolder folder_;
 };

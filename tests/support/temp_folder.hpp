@@ -1,4 +1,4 @@
-// A folder of its own for each test, and whole-file helpers.
+// Files of a test, and a folder of its own for each case.
 #pragma once
 
 #include <cstdlib>
@@ -6,6 +6,23 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <string_view>
+
+// All bytes of a file; none when it cannot be read.
+inline std::string read_file(const std::filesystem::path& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// Makes the folders above the file too. Returns the path.
+inline std::string write_file(const std::filesystem::path& path, std::string_view bytes)
+{
+    std::error_code ignored; // the test sees what could not be written
+    std::filesystem::create_directories(path.parent_path(), ignored);
+    std::ofstream(path, std::ios::binary) << bytes;
+    return path;
+}
 
 class TempFolder {
 public:
@@ -18,17 +35,13 @@ public:
     TempFolder(const TempFolder&) = delete;
     TempFolder& operator=(const TempFolder&) = delete;
 
-    std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-    std::string write(const std::string& name, const std::string& content) const
+    [[nodiscard]] const std::string& path() const { return path_; }
+    std::string operator/(std::string_view name) const { return path_ + "/" + std::string(name); }
+    std::string write(std::string_view name, std::string_view content) const
     {
-        std::ofstream(*this / name, std::ios::binary) << content;
-        return *this / name;
+        return write_file(*this / name, content);
     }
-    std::string read(const std::string& name) const
-    {
-        std::ifstream file(*this / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    std::string read(std::string_view name) const { return read_file(*this / name); }
     size_t entries() const
     {
         auto begin = std::filesystem::directory_iterator(path_);

@@ -1,9 +1,9 @@
 // What the tests inside the camera share.
 #pragma once
 
-#include <fstream>
+#include "tests/support/temp_folder.hpp"
+
 #include <gtest/gtest.h>
-#include <iterator>
 #include <sched.h>
 #include <string>
 #include <sys/mount.h>
@@ -11,18 +11,6 @@
 #include <unistd.h>
 
 using std::string;
-
-inline string read_file(const string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-inline string write_file(const string& path, const string& content)
-{
-    std::ofstream(path, std::ios::binary) << content;
-    return path;
-}
 
 inline bool exists(const string& path) { return access(path.c_str(), F_OK) == 0; }
 

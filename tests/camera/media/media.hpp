@@ -7,13 +7,12 @@
 #include "mpi/src/mpi_ao.h"
 #include "mpi/src/mpi_sys.h"
 #include "mpi/src/mpi_vb.h"
+#include "tests/support/temp_folder.hpp"
 #include "tests/support/wav.hpp"
 
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <string>
 #include <unistd.h>
 
@@ -21,30 +20,19 @@ using std::string;
 
 inline string state_file(const string& name) { return string(getenv("VCAM_STATE")) + "/" + name; }
 
-inline string file_text(const string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-inline void write_text(const string& path, const string& text)
-{
-    std::ofstream(path, std::ios::binary) << text;
-}
-
 // The fault plan of the calls that follow; one line a fault.
 inline void faults(const string& plan)
 {
     unlink(state_file("faults.state").c_str());
-    write_text(state_file("faults"), plan);
+    write_file(state_file("faults"), plan);
 }
 
 inline void microphone(const Samples& samples, uint32_t rate, uint16_t channels = 1)
 {
-    write_text(state_file("mic.wav"), wav_bytes(samples, rate, channels));
+    write_file(state_file("mic.wav"), wav_bytes(samples, rate, channels));
 }
 
-inline Wav speaker() { return parse_wav(file_text(state_file("speaker.wav"))); }
+inline Wav speaker() { return parse_wav(read_file(state_file("speaker.wav"))); }
 
 inline AIO_ATTR_S attributes(uint32_t rate = 8000, uint32_t points = 160, uint32_t sound = AUDIO_SOUND_MONO)
 {

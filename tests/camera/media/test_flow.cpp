@@ -145,7 +145,7 @@ TEST_F(Flow, OneInputFeedsTwoOutputs)
     usleep(300000);
     const Moment end = at([] { ASSERT_EQ(HI_MPI_AI_Disable(kDev), 0); });
     expect_time(speaker().samples.size(), begin, end);
-    EXPECT_EQ(parse_wav(file_text(state_file("speaker-2-1.wav"))).samples, speaker().samples);
+    EXPECT_EQ(parse_wav(read_file(state_file("speaker-2-1.wav"))).samples, speaker().samples);
 }
 
 // The drivers convert nothing.

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "sim/preload/vcamsim.h"
-#include "tests/support/folder.hpp"
+#include "tests/support/temp_folder.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@ protected:
     explicit CameraTest(
         std::string_view flash = "mtd1=nor,256K,64K,1\nmtd2=nand,128K,16K,2K\nmtd3=nor,1M,64K,1\n")
     {
-        write(folder / "camera.conf", flash);
+        write_file(folder / "camera.conf", flash);
         std::filesystem::create_directories(folder / "flash");
         if (vcamsim_start(folder.path().c_str(), 0) != 0) std::abort();
     }
@@ -25,9 +25,9 @@ protected:
 
     [[nodiscard]] std::string image(int number) const
     {
-        return read(folder / ("flash/mtd" + std::to_string(number)));
+        return read_file(folder / ("flash/mtd" + std::to_string(number)));
     }
-    [[nodiscard]] std::string journal() const { return read(folder / "journal"); }
+    [[nodiscard]] std::string journal() const { return read_file(folder / "journal"); }
     [[nodiscard]] static double seconds() { return double(vcamsim_now_us()) / 1e6; }
     // Runs a program of the host in the camera, as the executable runs there.
     [[nodiscard]] int run(const std::string& command) const
@@ -45,7 +45,7 @@ protected:
         return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
 
-    Folder folder;
+    TempFolder folder;
 };
 
 } // namespace vcam::test

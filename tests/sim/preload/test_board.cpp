@@ -12,7 +12,7 @@ namespace {
 class Board : public test::CameraTest {
 protected:
     Board() : CameraTest("driver.gpioi2c=bus\n") {}
-    void plan(const std::string& lines) const { test::write(folder / "pins", lines); }
+    void plan(const std::string& lines) const { write_file(folder / "pins", lines); }
 };
 
 class Registers : public Board {
@@ -168,13 +168,13 @@ TEST_F(Rtc, RefusesWhatIsNoTimeAndKeepsTheOldOne)
 
 TEST_F(Rtc, ABrokenChipStaysBroken)
 {
-    test::write(folder / "rtc", "2012-02-28 23:59:58 2 0 stopped\n");
+    write_file(folder / "rtc", "2012-02-28 23:59:58 2 0 stopped\n");
     ::sleep(5);
     EXPECT_EQ(get(), (Record{2012, 2, 28, 23, 59, 58, 2}));
     ASSERT_EQ(set({2012, 5, 1, 0, 0, 0, 0}), 0);
     ::sleep(5);
     EXPECT_EQ(get(), (Record{2012, 5, 1, 0, 0, 0, 0}));
-    test::write(folder / "rtc", "2012-02-28 23:59:58 2 0 no-leap bcd\n");
+    write_file(folder / "rtc", "2012-02-28 23:59:58 2 0 no-leap bcd\n");
     ASSERT_EQ(set({2012, 2, 28, 23, 59, 58, 2}), 0);
     EXPECT_EQ(get(), (Record{2012, 2, 0x28, 0x23, 0x59, 0x58, 2}));
     ::sleep(2);
@@ -185,11 +185,11 @@ TEST_F(Board, I2cDevicesAnswerAtTheirAddressOnceTheirDriverIsLoaded)
 {
     EXPECT_EQ(::open("/dev/gpioi2c", O_RDWR), -1);
     EXPECT_EQ(errno, ENXIO);
-    test::write(folder / "modules", "other\nbus\n");
+    write_file(folder / "modules", "other\nbus\n");
     const int fd = ::open("/dev/gpioi2c", O_RDWR);
     ASSERT_GE(fd, 0);
     std::filesystem::create_directories(folder / "i2c");
-    test::write(folder / "i2c/B4", "abc");
+    write_file(folder / "i2c/B4", "abc");
     uint32_t word = 0xB4020077;
     EXPECT_EQ(::ioctl(fd, 1, &word), 0);
     EXPECT_EQ(word, 0xB4020063u);

@@ -87,7 +87,7 @@ TEST_F(Mtd, NandTakesWholePartsOfAPageAndAndsThemSilently)
 // The kernel keeps a bad block from being erased; a write to it is the chip's own business.
 TEST_F(Mtd, ABadBlockIsNotErasedAndEndsAnEraseThatReachesIt)
 {
-    test::write(folder / "flash/mtd2.bad", "3\n");
+    write_file(folder / "flash/mtd2.bad", "3\n");
     const int fd = ::open(kNand, O_RDWR);
     constexpr uint32_t kBlock = 16 << 10;
     loff_t good = 2 * kBlock, bad = 3 * kBlock, last = 7 * kBlock, end = 8 * kBlock;
@@ -104,7 +104,7 @@ TEST_F(Mtd, ABadBlockIsNotErasedAndEndsAnEraseThatReachesIt)
     EXPECT_EQ(now.substr(size_t(bad) + kBlock, 512), page);
     EXPECT_EQ(::ioctl(fd, MEMSETBADBLOCK, &last), 0);
     EXPECT_EQ(::ioctl(fd, MEMGETBADBLOCK, &last), 1);
-    EXPECT_EQ(test::read(folder / "flash/mtd2.bad"), "3\n7\n");
+    EXPECT_EQ(read_file(folder / "flash/mtd2.bad"), "3\n7\n");
     ::close(fd);
 }
 
@@ -189,7 +189,7 @@ TEST_F(Mtd, APowerCutEndsBeforeInsideOrAfterTheOperation)
 
 TEST_F(Mtd, APowerCutInsideAnEraseLeavesAHalfErasedBlock)
 {
-    test::write(folder / "flash/mtd1", std::string(256 << 10, '\0'));
+    write_file(folder / "flash/mtd1", std::string(256 << 10, '\0'));
     ASSERT_EQ(vcamsim_fault("mtd1 erase 0 1 powercut"), 0);
     const int fd = ::open(kNor, O_RDWR);
     EXPECT_NE(erase(fd, 64 << 10, 64 << 10), 0);

@@ -30,7 +30,7 @@ TEST_F(Process, CommandLinesAreKeptToTheLetterAndRun)
     const std::string command = "printf '%s\\n' \"a  b\" | tee " + mark + " >/dev/null\nexit 3";
     const int status = std::system(command.c_str());
     EXPECT_EQ(WEXITSTATUS(status), 3);
-    EXPECT_EQ(test::read(mark), "a  b\n");
+    EXPECT_EQ(read_file(mark), "a  b\n");
     ASSERT_EQ(vcamsim_fault("system 0 1 EAGAIN"), 0);
     EXPECT_EQ(std::system("touch /nowhere"), -1);
     EXPECT_EQ(errno, EAGAIN);
@@ -46,7 +46,7 @@ TEST_F(Process, SignalsAreToldWithTheNameOfWhoGetsThem)
         ::_exit(127);
     }
     const std::string cmdline = "/proc/" + std::to_string(child) + "/cmdline";
-    while (test::read(cmdline).rfind("/bin/confd", 0) != 0) ::usleep(0);
+    while (read_file(cmdline).rfind("/bin/confd", 0) != 0) ::usleep(0);
     EXPECT_EQ(::kill(child, 0), 0); // only a question
     EXPECT_EQ(::kill(child, SIGTERM), 0);
     int status = 0;
@@ -59,8 +59,8 @@ TEST_F(Process, SignalsAreToldWithTheNameOfWhoGetsThem)
 TEST_F(Process, UnmountingWritesTheSettingsBack)
 {
     const std::string settings = folder / "etc";
-    test::write(settings + "/network/network.conf", "ip=192.168.10.100\n");
-    test::write(folder / "mounts", settings + " mtd3\n");
+    write_file(settings + "/network/network.conf", "ip=192.168.10.100\n");
+    write_file(folder / "mounts", settings + " mtd3\n");
     ASSERT_EQ(vcamsim_fault("umount 0 1 EBUSY"), 0);
     const int fd = ::open("/dev/mtd3", O_RDONLY); // makes the image
     EXPECT_EQ(::umount(settings.c_str()), -1);
@@ -71,8 +71,8 @@ TEST_F(Process, UnmountingWritesTheSettingsBack)
     const std::string out = folder / "out";
     std::filesystem::create_directory(out);
     ASSERT_EQ(jffs2::unpack(folder / "flash/mtd3", 64 << 10, out), "");
-    EXPECT_EQ(test::read(out + "/network/network.conf"), "ip=192.168.10.100\n");
-    EXPECT_EQ(test::read(folder / "mounts"), settings + " mtd3\n"); // still mounted
+    EXPECT_EQ(read_file(out + "/network/network.conf"), "ip=192.168.10.100\n");
+    EXPECT_EQ(read_file(folder / "mounts"), settings + " mtd3\n"); // still mounted
     EXPECT_EQ(events(), "umount " + settings + "\numount " + settings + "/\n");
     ::close(fd);
 }

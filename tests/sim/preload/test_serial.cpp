@@ -16,7 +16,7 @@ const string kBlock(10, '\x5A');
 
 class Serial : public vcam::test::CameraTest {
 protected:
-    void plug(const string& lines) { vcam::test::write(folder / "plugs", lines); }
+    void plug(const string& lines) { write_file(folder / "plugs", lines); }
     static int raw_port(const char* name, int flags = O_RDWR | O_NOCTTY | O_NONBLOCK, tcflag_t speed = B9600)
     {
         const int fd = ::open((string("/dev/") + name).c_str(), flags);
@@ -149,7 +149,7 @@ TEST_F(Serial, ABlockedReaderWaitsAsItsSettingsSay)
 TEST_F(Serial, TheBlockHearsOnlyWholeRequestsAtItsSpeed)
 {
     plug("ttyAMA2 block\n");
-    vcam::test::write(folder / "ttyAMA2.replies", "# one\nE0: FF E0 16\n5C: +2000 5c\n");
+    write_file(folder / "ttyAMA2.replies", "# one\nE0: FF E0 16\n5C: +2000 5c\n");
     const int fd = raw_port("ttyAMA2");
     const string ask("\xFF\xE0\x01\0\0\0\0\0\0\xE0", 10), late("\xFF\x5C\x01\0\0\0\0\0\0\x5C", 10);
     string damaged = ask;

@@ -1,6 +1,6 @@
 // The JFFS2 reader against images of the file system's own maker, and the writer against the reader.
 #include "sim/jffs2/jffs2.hpp"
-#include "tests/support/folder.hpp"
+#include "tests/support/temp_folder.hpp"
 
 #include <gtest/gtest.h>
 #include <map>
@@ -9,8 +9,6 @@
 
 namespace fs = std::filesystem;
 using namespace vcam;
-using test::read;
-using test::write;
 
 namespace {
 
@@ -24,7 +22,7 @@ std::map<std::string, std::string> tree(const std::string& root)
         struct stat st;
         if (::lstat(entry.path().c_str(), &st) != 0) continue;
         std::string text = std::to_string(st.st_mode);
-        if (S_ISREG(st.st_mode)) text += " " + std::to_string(st.st_mtime) + " " + read(entry.path());
+        if (S_ISREG(st.st_mode)) text += " " + std::to_string(st.st_mtime) + " " + read_file(entry.path());
         if (S_ISLNK(st.st_mode)) text += " " + fs::read_symlink(entry.path()).string();
         out[fs::relative(entry.path(), root)] = text;
     }
@@ -56,11 +54,11 @@ protected:
     }
     void fill()
     {
-        write(source + "/network/network.conf", settings(400)); // several nodes
-        write(source + "/empty", "");
-        write(source + "/binary", noise(70000, 1)); // does not compress, larger than a block
-        write(source + "/zeros", std::string(20000, '\0'));
-        write(source + "/deep/er/and/deeper/file", "x");
+        write_file(source + "/network/network.conf", settings(400)); // several nodes
+        write_file(source + "/empty", "");
+        write_file(source + "/binary", noise(70000, 1)); // does not compress, larger than a block
+        write_file(source + "/zeros", std::string(20000, '\0'));
+        write_file(source + "/deep/er/and/deeper/file", "x");
         fs::create_directories(source + "/empty folder");
         fs::create_symlink("network/network.conf", source + "/link");
         fs::create_symlink("/nowhere/at/all", source + "/dangling");
@@ -72,10 +70,10 @@ protected:
         const std::string command =
             "PATH=$PATH:/usr/sbin mkfs.jffs2 -r '" + source + "' -o '" + image + "' " + options;
         ASSERT_EQ(std::system(command.c_str()), 0) << command;
-        std::string bytes = read(image);
+        std::string bytes = read_file(image);
         ASSERT_LE(bytes.size(), size);
         bytes.resize(size, '\xFF');
-        write(image, bytes);
+        write_file(image, bytes);
     }
     std::map<std::string, std::string> unpacked(uint32_t block = kBlock)
     {
@@ -85,7 +83,7 @@ protected:
         return tree(out);
     }
 
-    test::Folder folder;
+    TempFolder folder;
     std::string source = folder / "source", out = folder / "out", image = folder / "image";
 };
 
@@ -106,9 +104,9 @@ TEST_F(Jffs2, SyncBringsAnyTreeBackAndTouchesNoByteThatWasWritten)
     for (const char* options : {"-l", "-l -n", "-l -x zlib -p"}) {
         make(options);
         unpacked();
-        write(out + "/network/network.conf", settings(390) + "added=1\n"); // longer pages and a new end
-        write(out + "/zeros", std::string(100, 'z'));                      // shrinks
-        write(out + "/new/file", noise(9000, 2));
+        write_file(out + "/network/network.conf", settings(390) + "added=1\n"); // longer pages and a new end
+        write_file(out + "/zeros", std::string(100, 'z'));                      // shrinks
+        write_file(out + "/new/file", noise(9000, 2));
         fs::remove_all(out + "/deep");
         fs::remove(out + "/link");
         fs::create_symlink("b", out + "/link");
@@ -117,9 +115,9 @@ TEST_F(Jffs2, SyncBringsAnyTreeBackAndTouchesNoByteThatWasWritten)
         fs::create_directories(out + "/dangling"); // the kind changes
         fs::create_hard_link(out + "/binary", out + "/second name");
         const auto wanted = tree(out);
-        const std::string before = read(image);
+        const std::string before = read_file(image);
         ASSERT_EQ(jffs2::sync(image, kBlock, out), "");
-        const std::string after = read(image);
+        const std::string after = read_file(image);
         ASSERT_EQ(after.size(), before.size());
         for (size_t i = 0; i < before.size(); ++i)
             ASSERT_TRUE(before[i] == after[i] || before[i] == '\xFF')
@@ -134,41 +132,41 @@ TEST_F(Jffs2, SyncOfAnUnchangedTreeWritesNothing)
     fill();
     make("-l");
     unpacked();
-    const std::string before = read(image);
+    const std::string before = read_file(image);
     ASSERT_EQ(jffs2::sync(image, kBlock, out), "");
-    EXPECT_EQ(read(image), before);
+    EXPECT_EQ(read_file(image), before);
 }
 
 // A file that shrank and grew again must not show what stood there before it shrank.
 TEST_F(Jffs2, AFileThatShrinksAndGrowsForgetsItsOldEnd)
 {
-    write(source + "/f", std::string(10000, 'a'));
+    write_file(source + "/f", std::string(10000, 'a'));
     make("-l");
     unpacked();
     for (const std::string& text :
          {std::string(100, 'b'), std::string(100, 'b') + std::string(9000, '\0'), std::string()}) {
-        write(out + "/f", text);
+        write_file(out + "/f", text);
         ASSERT_EQ(jffs2::sync(image, kBlock, out), "");
         unpacked();
-        EXPECT_EQ(read(out + "/f"), text);
+        EXPECT_EQ(read_file(out + "/f"), text);
     }
 }
 
 TEST_F(Jffs2, AFullLogIsCompactedAndAnOverfullOneStaysAsItWas)
 {
-    write(source + "/keep", settings(100));
+    write_file(source + "/keep", settings(100));
     make("-l -e 16KiB", 256 << 10);
     unpacked();
     for (unsigned i = 0; i < 40; ++i) { // 40 * 20 kB through 256 kB of flash
-        write(out + "/log", noise(20000, i));
+        write_file(out + "/log", noise(20000, i));
         const auto wanted = tree(out);
         ASSERT_EQ(jffs2::sync(image, 16 << 10, out), "") << i;
         EXPECT_EQ(unpacked(), wanted) << i;
     }
-    const std::string before = read(image);
-    write(out + "/log", noise(300000, 99));
+    const std::string before = read_file(image);
+    write_file(out + "/log", noise(300000, 99));
     EXPECT_NE(jffs2::sync(image, 16 << 10, out), "");
-    EXPECT_EQ(read(image), before);
+    EXPECT_EQ(read_file(image), before);
 }
 
 // Flash of 16 KiB blocks of which the third is bad: what an image has there is lost, and nothing new
@@ -176,32 +174,32 @@ TEST_F(Jffs2, AFullLogIsCompactedAndAnOverfullOneStaysAsItWas)
 TEST_F(Jffs2, ABadBlockHoldsNothingAndTakesNothing)
 {
     constexpr uint32_t kSmall = 16 << 10;
-    write(source + "/first", noise(100, 1));
-    write(source + "/large", noise(60000, 2));
+    write_file(source + "/first", noise(100, 1));
+    write_file(source + "/large", noise(60000, 2));
     make("-l -n -e 16KiB", 256 << 10);
-    write(image + ".bad", "3\n"); // the file's end
+    write_file(image + ".bad", "3\n"); // the file's end
     unpacked(kSmall);
-    const std::string cut = read(out + "/large");
+    const std::string cut = read_file(out + "/large");
     EXPECT_TRUE(cut.size() > 3 * 15000 && cut.size() < 60000 && noise(60000, 2).starts_with(cut));
-    write(image + ".bad", "2\n");
-    const std::string bad = read(image).substr(2 * kSmall, kSmall);
+    write_file(image + ".bad", "2\n");
+    const std::string bad = read_file(image).substr(2 * kSmall, kSmall);
     unpacked(kSmall);
-    EXPECT_EQ(read(out + "/first"), noise(100, 1));
-    EXPECT_NE(read(out + "/large"), noise(60000, 2));
+    EXPECT_EQ(read_file(out + "/first"), noise(100, 1));
+    EXPECT_NE(read_file(out + "/large"), noise(60000, 2));
     fs::remove(out + "/large");
     for (unsigned i = 0; i < 20; ++i) {
-        write(out + "/log", noise(20000, i));
+        write_file(out + "/log", noise(20000, i));
         const auto wanted = tree(out);
         ASSERT_EQ(jffs2::sync(image, kSmall, out), "") << i;
         EXPECT_EQ(unpacked(kSmall), wanted) << i;
-        EXPECT_EQ(read(image).substr(2 * kSmall, kSmall), bad);
+        EXPECT_EQ(read_file(image).substr(2 * kSmall, kSmall), bad);
     }
 }
 
 TEST_F(Jffs2, ErasedFlashIsAnEmptyFolderAndTakesATree)
 {
     fill();
-    write(image, std::string(512 << 10, '\xFF'));
+    write_file(image, std::string(512 << 10, '\xFF'));
     EXPECT_TRUE(unpacked().empty());
     ASSERT_EQ(jffs2::sync(image, kBlock, source), "");
     EXPECT_EQ(unpacked(), tree(source));
@@ -212,13 +210,13 @@ TEST_F(Jffs2, DamagedImagesGiveATreeOrAnErrorLine)
 {
     fill();
     make("-l -e 16KiB", 256 << 10);
-    const std::string good = read(image);
+    const std::string good = read_file(image);
     std::mt19937 random(7);
     for (int round = 0; round < 200; ++round) {
         std::string bad = good;
         for (int k = 0; k < 1 + round; ++k) bad[random() % 120000] = char(random());
         if (round % 5 == 0) bad.resize(random() % bad.size());
-        write(image, bad);
+        write_file(image, bad);
         fs::remove_all(out);
         fs::create_directories(out);
         jffs2::unpack(image, 16 << 10, out);

@@ -1,7 +1,7 @@
 // The media drivers' shared page: who may take it, and how much is done for whom.
 #include "sim/models/audio.hpp"
 #include "sim/base/state.hpp"
-#include "tests/support/folder.hpp"
+#include "tests/support/temp_folder.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -16,7 +16,7 @@ constexpr uint32_t kSlot = 2 * kChannels;
 struct MediaPage : testing::Test {
     MediaPage() { state::set_dir(folder.path()); }
     ~MediaPage() override { power_on(); }
-    test::Folder folder;
+    TempFolder folder;
 };
 
 // An input bound to an output; nothing has been heard yet.

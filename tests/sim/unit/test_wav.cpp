@@ -1,6 +1,6 @@
 // Sound files: what is read from them, and where they are full.
 #include "sim/models/wav.hpp"
-#include "tests/support/folder.hpp"
+#include "tests/support/temp_folder.hpp"
 
 #include <gtest/gtest.h>
 #include <vector>
@@ -11,7 +11,7 @@ namespace {
 using Samples = std::vector<int16_t>;
 
 struct WavFile : testing::Test {
-    Folder folder;
+    TempFolder folder;
     const std::string path = folder / "sound.wav";
 
     void make(const Samples& samples, uint32_t rate = 8000) const

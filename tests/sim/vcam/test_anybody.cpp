@@ -28,8 +28,6 @@ class PrivateCopy {
 public:
     PrivateCopy()
     {
-        char name[] = "/tmp/anybody.XXXXXX";
-        folder_ = mkdtemp(name);
         for (const char* place : {"bin", "libexec/zep"}) fs::create_directories(folder_ / place);
         fs::copy_file(VCAM, folder_ / "bin/vcam");
         fs::copy_file(ZEP, folder_ / "bin/zep");
@@ -37,9 +35,6 @@ public:
         fs::copy(PRELOAD, folder_ / "libexec/zep/preload", fs::copy_options::recursive);
         vcam_program = (folder_ / "bin/vcam").string();
     }
-    ~PrivateCopy() { fs::remove_all(folder_); }
-    PrivateCopy(const PrivateCopy&) = delete;
-    PrivateCopy& operator=(const PrivateCopy&) = delete;
 
     [[nodiscard]] bool give_to(uid_t user) const
     {
@@ -50,7 +45,8 @@ public:
     }
 
 private:
-    fs::path folder_;
+    const TempFolder temporary_;
+    const fs::path folder_ = temporary_.path();
 };
 
 bool become(uid_t user)

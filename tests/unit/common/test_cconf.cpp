@@ -14,13 +14,6 @@ namespace {
 using namespace zep;
 using std::string;
 
-string whole_file(const string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    EXPECT_TRUE(file) << path;
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 string section_of(const ConfKey& key) { return key.section ? key.section : ""; }
 
 struct Setting {
@@ -34,7 +27,7 @@ void PrintTo(const Setting& s, std::ostream* out) { *out << s.section << ' ' << 
 std::vector<Setting> settings_in(const string& path)
 {
     std::vector<Setting> list;
-    std::istringstream file(whole_file(path));
+    std::istringstream file(read_file(path));
     string section;
     for (string line; getline(file, line);) {
         if (line.empty() || line[0] == '#') continue;
@@ -66,7 +59,7 @@ std::vector<string> rows_of_pages()
     std::vector<string> rows;
     string file, section;
     for (const char* page : {"network", "device", "video", "event", "server"}) {
-        std::istringstream text(whole_file(string(ZEP_SOURCE "/docs/man/zep-conf-") + page + ".5"));
+        std::istringstream text(read_file(string(ZEP_SOURCE "/docs/man/zep-conf-") + page + ".5"));
         std::smatch found;
         for (string line; getline(text, line);) {
             if (std::regex_match(line, found, std::regex(R"(\.Ss (/etc/\S+))")))
@@ -200,7 +193,7 @@ TEST(Cconf, ThePagesNameEveryKeyWithItsRangeAndDefault)
             rows.push_back(reader.path + ' ' + section_of(key) + ' ' + key.name + ' ' + range_of(key, true) +
                            ' ' + key.fallback);
     EXPECT_EQ(rows_of_pages(), rows);
-    string index = whole_file(ZEP_SOURCE "/docs/man/zep-conf.5");
+    string index = read_file(ZEP_SOURCE "/docs/man/zep-conf.5");
     for (const TypedReader& reader : kReaders)
         EXPECT_NE(index.find(reader.path.substr(reader.path.rfind('/') + 1)), string::npos) << reader.path;
 }
@@ -210,7 +203,7 @@ TEST(Cconf, TheHeadersTellTheSameRangesAndDefaults)
 {
     string headers;
     for (const char* name : {"network", "device", "video", "event", "server"})
-        headers += whole_file(string(ZEP_SOURCE "/common/cconf_") + name + ".h");
+        headers += read_file(string(ZEP_SOURCE "/common/cconf_") + name + ".h");
     for (const TypedReader& reader : kReaders) {
         size_t begin = headers.find("_PATH \"" + reader.path + "\"");
         ASSERT_NE(begin, string::npos) << reader.path;
