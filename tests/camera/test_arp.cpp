@@ -1,6 +1,6 @@
 // The ARP probe on a wire with another host, whose kernel answers for its own address.
 #include "tests/support/camera.hpp"
-#include "tests/support/vcam_command.hpp"
+#include "tests/support/camera.hpp"
 
 #include <gmock/gmock.h>
 

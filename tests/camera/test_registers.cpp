@@ -1,5 +1,5 @@
 // xgpio, xi2c, xgpioi2c, xtime, xbootenv: console text and every request that the drivers see.
-#include "tests/support/vcam_command.hpp"
+#include "tests/support/camera.hpp"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,6 @@
 // The serial port tests and the camera block query, with everything that may stand at the other end.
 #include "tests/support/camera.hpp"
-#include "tests/support/vcam_command.hpp"
+#include "tests/support/camera.hpp"
 
 #include <algorithm>
 #include <gmock/gmock.h>

@@ -1,13 +1,10 @@
 // A virtual camera for one test: made in a folder of its own, gone with the test.
 #pragma once
 
+#include "tests/support/run.hpp"
 #include "tests/support/temp_folder.hpp"
 
-#include <gtest/gtest.h>
 #include <sstream>
-#include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -15,6 +12,9 @@ namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
 
 inline std::string vcam_program = VCAM; // that the tests start
+
+// The vcam command itself, for the tests that look at what it says.
+inline Said vcam(const std::string& arguments) { return say(vcam_program + " " + arguments + " 2>&1"); }
 
 // What one start of the camera left.
 struct Outcome {
@@ -97,17 +97,13 @@ private:
         for (std::string& word : command) words.push_back(word.data());
         words.push_back(nullptr);
         std::string out = folder_ / "out", err = folder_ / "err";
-        pid_t child = fork();
-        if (child == 0) {
+        return in_child([&] {
             if (!freopen("/dev/null", "r", stdin) || !freopen(out.c_str(), "w", stdout) ||
                 !freopen(err.c_str(), "w", stderr))
-                _exit(126);
+                return 126;
             execv(words[0], words.data());
-            _exit(127);
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+            return 127;
+        });
     }
 
     TempFolder folder_;

@@ -1,7 +1,7 @@
 // A camera whose board a factory test runs on, and what of it must be as before.
 #pragma once
 
-#include "tests/support/vcam_command.hpp"
+#include "tests/support/camera.hpp"
 
 #include <map>
 

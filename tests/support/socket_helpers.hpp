@@ -3,6 +3,7 @@
 
 #include "common/base/fd.hpp"
 #include "common/net/inet_address.hpp"
+#include "tests/support/run.hpp"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -14,13 +15,6 @@ inline int port_of(int fd)
     socklen_t size = sizeof address;
     EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size), 0);
     return ntohs(address.sin_port);
-}
-
-inline std::string printed(auto&& action)
-{
-    testing::internal::CaptureStdout();
-    action();
-    return testing::internal::GetCapturedStdout();
 }
 
 struct SocketPair {

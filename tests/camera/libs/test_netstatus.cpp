@@ -14,13 +14,9 @@ const string kIp = "/usr/bin/ip "; // the camera's own speaks no JSON
 
 string output_of(const string& command)
 {
-    string text;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return text;
-    char part[4096];
-    for (size_t got; (got = fread(part, 1, sizeof part, pipe)) > 0;) text.append(part, got);
-    EXPECT_EQ(pclose(pipe), 0) << command;
-    return text;
+    const Said said = say(command);
+    EXPECT_EQ(said.status, 0) << command;
+    return said.text;
 }
 
 void ip(const string& words) { output_of(kIp + words); }

@@ -40,12 +40,9 @@ struct MediaLoop : testing::Test {
     }
     std::string status(const std::string& option)
     {
-        const std::string command = std::string(VCAM) + " status " + camera.state("").string() + " " + option;
-        FILE* pipe = popen(command.c_str(), "r");
-        std::string out;
-        for (int c; (c = fgetc(pipe)) != EOF;) out += char(c);
-        EXPECT_EQ(pclose(pipe), 0);
-        return out;
+        const Said said = vcam("status " + camera.state("").string() + " " + option);
+        EXPECT_EQ(said.status, 0);
+        return said.text;
     }
 };
 

@@ -7,6 +7,7 @@
 #include "mpi/src/mpi_ao.h"
 #include "mpi/src/mpi_sys.h"
 #include "mpi/src/mpi_vb.h"
+#include "tests/support/run.hpp"
 #include "tests/support/temp_folder.hpp"
 #include "tests/support/wav.hpp"
 

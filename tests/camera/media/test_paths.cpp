@@ -157,15 +157,12 @@ TEST_F(Paths, BlocksAreInUseUntilTheyAreReleased)
     EXPECT_EQ(static_cast<char*>(b) - static_cast<char*>(a), 5056);
     // Another process sees the same memory and the same blocks.
     strcpy(static_cast<char*>(b), "seen");
-    const pid_t child = fork();
-    if (child == 0) {
-        void* at = HI_MPI_SYS_Mmap(HI_MPI_VB_Handle2PhysAddr(second), 16);
-        const bool same = at && strcmp(static_cast<char*>(at), "seen") == 0;
-        _exit(same && HI_MPI_VB_ReleaseBlock(first) == 0 ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(in_child([&] {
+                  void* at = HI_MPI_SYS_Mmap(HI_MPI_VB_Handle2PhysAddr(second), 16);
+                  const bool same = at && strcmp(static_cast<char*>(at), "seen") == 0;
+                  return same && HI_MPI_VB_ReleaseBlock(first) == 0 ? 0 : 1;
+              }),
+              0);
     EXPECT_EQ(HI_MPI_VB_ReleaseBlock(first), kVb | 3) << "released by the other";
     EXPECT_EQ(HI_MPI_VB_DestroyPool(pool), kVb | 0x12);
     EXPECT_EQ(HI_MPI_VB_Exit(), kVb | 0x12);
@@ -291,13 +288,8 @@ TEST_F(Paths, TheLogTellsWhatTheDriversDid)
 TEST_F(Paths, OutputTakesAudioFramesOnly)
 {
     const auto ends_with = [](int32_t type, void* data, const string& condition) {
-        testing::internal::CaptureStdout();
-        const pid_t child = fork();
-        if (child == 0) _exit(MPI_AO_ReceiveFrm(kDev, 0, type, data));
-        int status = -1;
-        waitpid(child, &status, 0);
-        EXPECT_EQ(WEXITSTATUS(status), 255);
-        const string said = testing::internal::GetCapturedStdout();
+        const string said = printed(
+            [&] { EXPECT_EQ(in_child([&] { return MPI_AO_ReceiveFrm(kDev, 0, type, data); }), 255); });
         const string head = "\nASSERT failed at:\n  >File name: mpp/code/mpi/src/mpi_ao\n"
                             "  >Function : MPI_AO_ReceiveFrm\n  >Line No. : ";
         EXPECT_EQ(said.substr(0, head.size()), head);

@@ -87,7 +87,7 @@ const Row kRows[] = {
     {"ao disable", [] { return HI_MPI_AO_Disable(kDev); }, kOwnCode, -1},
 };
 
-string printed(const std::function<void()>& action)
+string complaint(const std::function<void()>& action)
 {
     testing::internal::CaptureStderr();
     action();
@@ -143,7 +143,7 @@ TEST_F(Requests, AMemoryZoneSaysWhichStepFailed)
     const auto step = [](const char* plan, const auto& call) {
         faults(plan);
         int32_t result = 0;
-        const string said = printed([&] { result = call(); });
+        const string said = complaint([&] { result = call(); });
         faults("");
         return std::to_string(result) + " " + said;
     };
@@ -161,10 +161,10 @@ TEST_F(Requests, AFailedOpenIsItsErrnoOrTheModulesCode)
 {
     ASSERT_EQ(HI_MPI_SYS_CloseFd(), 0);
     faults("sys open 0 1 ENODEV\nlog open 0 1 ENOENT\nmem open 0 1 EACCES\n");
-    EXPECT_EQ(printed([] { EXPECT_EQ(HI_MPI_SYS_GetCurPts(&pts), ENODEV); }), "open sys: No such device\n");
-    EXPECT_EQ(printed([] { EXPECT_EQ(HI_MPI_LOG_SetWaitFlag(0), ENOENT); }),
+    EXPECT_EQ(complaint([] { EXPECT_EQ(HI_MPI_SYS_GetCurPts(&pts), ENODEV); }), "open sys: No such device\n");
+    EXPECT_EQ(complaint([] { EXPECT_EQ(HI_MPI_LOG_SetWaitFlag(0), ENOENT); }),
               "open: No such file or directory\n");
-    EXPECT_EQ(printed([] { EXPECT_EQ(HI_MPI_SYS_Mmap(0x10070000, 4), nullptr); }),
+    EXPECT_EQ(complaint([] { EXPECT_EQ(HI_MPI_SYS_Mmap(0x10070000, 4), nullptr); }),
               "Open dev/mem error: Permission denied\n");
     // Slots that no test has opened yet: a refused slot closes the descriptor, so the next try opens again.
     faults("ai open 0 1 ENODEV\nai bindslot 0 1 EIO\nao open 0 1 ENODEV\nao bindslot 0 1 EIO\n");

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "sim/preload/vcamsim.h"
+#include "tests/support/run.hpp"
 #include "tests/support/temp_folder.hpp"
 
 #include <fcntl.h>
@@ -35,14 +36,7 @@ protected:
         const std::string line =
             "VCAM_STATE='" + folder.path() + "' LD_PRELOAD='" VCAM_PRELOAD "/$LIB/libvcamsim.so' " + command;
         // The shell that sets the environment is not in the camera itself.
-        const pid_t child = ::fork();
-        if (child == 0) {
-            ::execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
-            ::_exit(127);
-        }
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        return in_child([&] { return ::execl("/bin/sh", "sh", "-c", line.c_str(), nullptr); });
     }
 
     TempFolder folder;

@@ -79,18 +79,14 @@ bool refuse(Refused what)
 // What this system refuses to a user who is not root.
 Refused refused_here()
 {
-    const pid_t child = fork();
-    if (child == 0) {
-        if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) _exit(int(Refused::namespaces));
+    return Refused(in_child([] {
+        if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return int(Refused::namespaces);
         ifreq request = {};
         strcpy(request.ifr_name, "lo");
         request.ifr_flags = IFF_UP;
         const bool up = ioctl(socket(AF_INET, SOCK_DGRAM, 0), SIOCSIFFLAGS, &request) == 0;
-        _exit(int(up ? Refused::none : Refused::rights));
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return Refused(WEXITSTATUS(status));
+        return int(up ? Refused::none : Refused::rights);
+    }));
 }
 
 void expect_reason(Refused what, const Outcome& run)
@@ -150,16 +146,11 @@ TEST_F(Anybody, IsToldWhichSwitchOfTheSystemIsOff)
 {
     for (const Refused what : {Refused::namespaces, Refused::rights}) {
         const Refused here = refused_here();
-        fflush(nullptr);
-        const pid_t child = fork(); // the filter stays for good
-        if (child == 0) {
-            if (!refuse(what)) _exit(2);
+        const int status = in_child([&] { // the filter stays for good
+            if (!refuse(what)) return 2;
             expect_reason(here == Refused::namespaces ? here : what, camera.run({"true"}));
-            fflush(nullptr);
-            _exit(HasFailure());
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
+            return int(HasFailure());
+        });
         EXPECT_EQ(status, 0) << int(what);
     }
 }

@@ -1,5 +1,5 @@
 // The sandbox: what a program in the camera sees, how the camera ends, and that nothing reaches out.
-#include "tests/support/vcam_command.hpp"
+#include "tests/support/camera.hpp"
 
 #include <chrono>
 #include <csignal>

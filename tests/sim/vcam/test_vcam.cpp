@@ -1,5 +1,5 @@
 // The vcam command: cameras alike, files in and out, what it reports and what it refuses.
-#include "tests/support/vcam_command.hpp"
+#include "tests/support/camera.hpp"
 
 #include <algorithm>
 #include <cstdint>

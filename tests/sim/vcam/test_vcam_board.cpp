@@ -1,5 +1,5 @@
 // vcam pin, rtc and what status says of the board.
-#include "tests/support/vcam_command.hpp"
+#include "tests/support/camera.hpp"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,6 @@
 // What the product needs of a C library and what small ones are known to lack or to do differently.
+#include "tests/support/run.hpp"
+
 #include <gtest/gtest.h>
 
 #include <crypt.h>
@@ -85,14 +87,11 @@ TEST(CLibrary, SystemVSemaphoresUndoWhatADeadProcessHeld)
         void* pointer;
     } one{.val = 1};
     EXPECT_EQ(semctl(id, 0, SETVAL, one), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-        sembuf take{0, -1, SEM_UNDO};
-        _exit(semop(id, &take, 1) == 0 ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(in_child([&] {
+                  sembuf take{0, -1, SEM_UNDO};
+                  return semop(id, &take, 1) == 0 ? 0 : 1;
+              }),
+              0);
     EXPECT_EQ(semctl(id, 0, GETVAL), 1);
     semctl(id, 0, IPC_RMID);
 }

@@ -3,6 +3,7 @@
 #include "common/cutil_command.h"
 #include "common/qrn_udp.h"
 #include "tests/support/socket_helpers.hpp"
+#include "tests/support/run.hpp"
 
 #include <cstddef>
 #include <cstring>
@@ -141,18 +142,15 @@ TEST(Sysmgr, BadArgumentsAndDescriptorZeroAreRefused)
     EXPECT_EQ(CSYSMGR_SendPacket(1, data, 257), -1);
     EXPECT_EQ(CSYSMGR_SendPacket(1, data, -12), -1);
     EXPECT_EQ(CSYSMGR_SendPacket(1, nullptr, 1), -1);
-    pid_t child = fork();
-    if (child == 0) {
-        close(0);
-        close(1);
-        if (open("/dev/null", O_WRONLY) != 0 || dup(0) != 1) _exit(2);
-        close(0);
-        bool refused = CSYSMGR_SendPacket(1, nullptr, 0) == -1 && fcntl(0, F_GETFD) >= 0;
-        _exit(refused ? 0 : 1);
-    }
-    int status;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(in_child([] {
+                  close(0);
+                  close(1);
+                  if (open("/dev/null", O_WRONLY) != 0 || dup(0) != 1) return 2;
+                  close(0);
+                  bool refused = CSYSMGR_SendPacket(1, nullptr, 0) == -1 && fcntl(0, F_GETFD) >= 0;
+                  return refused ? 0 : 1;
+              }),
+              0);
 }
 
 TEST(SendCommand, WritesHeaderAndDataAndCallsAShortWriteAFailure)

@@ -1,6 +1,7 @@
 #include "common/cutil_conf.h"
 #include "common/base/replacement.hpp"
 #include "tests/support/temp_folder.hpp"
+#include "tests/support/run.hpp"
 
 #include <csignal>
 #include <fcntl.h>
@@ -70,10 +71,9 @@ TEST(SetFileValue, RefusalsNameTheFileAndLeaveNothingBehind)
     TempFolder folder;
     string path = folder.write("a.conf", "a=1\n"), temp = folder / "tmp", none = folder / "none";
     auto refused = [&](const string& file, const string& temporary, const string& named) {
-        testing::internal::CaptureStdout();
-        EXPECT_EQ(CUTIL_SetFileValue(file.c_str(), temporary.c_str(), "a", "2"), -1);
-        EXPECT_EQ(testing::internal::GetCapturedStdout(),
-                  "[CUTIL_SetFileValue] we can't open the file : " + named + "\n");
+        EXPECT_EQ(
+            printed([&] { EXPECT_EQ(CUTIL_SetFileValue(file.c_str(), temporary.c_str(), "a", "2"), -1); }),
+            "[CUTIL_SetFileValue] we can't open the file : " + named + "\n");
     };
     refused(none, temp, none);
     refused(path, folder / "none/tmp", folder / "none/tmp");

@@ -1,6 +1,7 @@
 // Messages of the audio loop-back test, from bytes in any pieces.
 #include "factory/acodec_uapi.h"
 #include "factory/audio_wire.hpp"
+#include "tests/support/run.hpp"
 
 #include <gtest/gtest.h>
 
@@ -115,10 +116,7 @@ TEST(AudioWire, ALyingHeaderIsRefusedBeforeItsBodyIsTaken)
         Bytes long_message = bytes;
         long_message.resize(64);
         std::span<const uint8_t> piece(long_message);
-        testing::internal::CaptureStdout();
-        EXPECT_EQ(receiver->take(piece), Result::fault);
-        fflush(stdout);
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), text);
+        EXPECT_EQ(printed([&] { EXPECT_EQ(receiver->take(piece), Result::fault); }), text);
     }
     // The longest body that there is.
     auto receiver = std::make_unique<WireReceiver>();

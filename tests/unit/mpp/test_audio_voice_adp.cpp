@@ -2,6 +2,7 @@
 #include "mpi/audio/audio_voice_adp.h"
 #include "mpi/src/mpi_codec_registry.h"
 #include "tests/unit/mpp/codec_signals.hpp"
+#include "tests/support/run.hpp"
 
 #include <gtest/gtest.h>
 
@@ -16,27 +17,6 @@ using namespace codec_test;
 namespace {
 
 constexpr int32_t code(uint32_t value) { return int32_t(value); }
-
-// What f prints on standard output before it ends the process, and the exit status.
-std::string output_of(const std::function<void()>& f, int* status)
-{
-    int ends[2];
-    if (pipe(ends) != 0) return "no pipe";
-    fflush(stdout);
-    const pid_t child = fork();
-    if (child == 0) {
-        dup2(ends[1], STDOUT_FILENO);
-        f();
-        _exit(0);
-    }
-    close(ends[1]);
-    std::string text;
-    char piece[512];
-    for (ssize_t n; (n = read(ends[0], piece, sizeof piece)) > 0;) text.append(piece, size_t(n));
-    close(ends[0]);
-    waitpid(child, status, 0);
-    return text;
-}
 
 struct Frame {
     std::vector<int16_t> left, right;
@@ -222,9 +202,8 @@ TEST(AdapterAssertions, NameTheArgumentOnStandardOutputAndEndTheProcess)
         {"CloseG711ADecoder", "pDecoder != NULL", [&] { CloseG711ADecoder(nullptr); }},
     };
     for (const auto& c : cases) {
-        int status = 0;
-        const std::string text = output_of(c.call, &status);
-        EXPECT_EQ(WEXITSTATUS(status), 255) << c.function;
+        const auto call = [&] { return c.call(), 0; };
+        const std::string text = printed([&] { EXPECT_EQ(in_child(call), 255) << c.function; });
         EXPECT_EQ(
             text.find(
                 std::string(

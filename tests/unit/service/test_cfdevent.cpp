@@ -1,6 +1,7 @@
 #include "service/cfdevent.h"
 
 #include "tests/support/socket_helpers.hpp"
+#include "tests/support/run.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -49,29 +50,26 @@ TEST_F(Registry, StaysPackedWhenOneInTheMiddleGoes)
 TEST_F(Registry, FullIsSilentAtOneHundredAndTwentyEightAndSaysSoAbove)
 {
     for (int i = 0; i < CFDEVENT_SLOTS; ++i) ASSERT_EQ(CFDEVENT_Add(&registry, i), i);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(CFDEVENT_Add(&registry, 500), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(printed([&] { EXPECT_EQ(CFDEVENT_Add(&registry, 500), -1); }), "");
     EXPECT_EQ(registry.reg_count, CFDEVENT_SLOTS);
     registry.reg_count = 129;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(CFDEVENT_Add(&registry, 500), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+    EXPECT_EQ(printed([&] { EXPECT_EQ(CFDEVENT_Add(&registry, 500), -1); }),
               "[CFDEVENT_Add] rror, reason(_this->reg_count is full [129])\n");
 }
 
 TEST_F(Registry, TraceShowsEveryChangeFoundOrNot)
 {
     registry.verbose = 1;
-    testing::internal::CaptureStdout();
-    CFDEVENT_Add(&registry, 5);
-    CFDEVENT_Add(&registry, 12);
-    CFDEVENT_Del(&registry, 5);
-    CFDEVENT_Del(&registry, 5);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "ADD        5, CNT   1 : 5 \n"
-                                                      "ADD       12, CNT   2 : 5 12 \n"
-                                                      "DEL        5, CNT   1 : 12 \n"
-                                                      "DEL        5, CNT   1 : 12 \n");
+    EXPECT_EQ(printed([&] {
+                  CFDEVENT_Add(&registry, 5);
+                  CFDEVENT_Add(&registry, 12);
+                  CFDEVENT_Del(&registry, 5);
+                  CFDEVENT_Del(&registry, 5);
+              }),
+              "ADD        5, CNT   1 : 5 \n"
+              "ADD       12, CNT   2 : 5 12 \n"
+              "DEL        5, CNT   1 : 12 \n"
+              "DEL        5, CNT   1 : 12 \n");
 }
 
 TEST_F(Registry, WaitTellsReadableTimeOutAndFailureApart)

@@ -1,4 +1,5 @@
 #include "service/cthread.h"
+#include "tests/support/run.hpp"
 
 #include <chrono>
 #include <gtest/gtest.h>
@@ -46,9 +47,7 @@ struct Worker : testing::Test {
     string timed(int expected, int (*operation)(CTHREAD*), double least, double most)
     {
         auto begin = std::chrono::steady_clock::now();
-        testing::internal::CaptureStdout();
-        EXPECT_EQ(operation(&thread), expected);
-        string text = testing::internal::GetCapturedStdout();
+        string text = printed([&] { EXPECT_EQ(operation(&thread), expected); });
         double taken = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
         EXPECT_GE(taken, least);
         EXPECT_LT(taken, most);

@@ -2,6 +2,7 @@
 #include "service/cutil_proc.h"
 #include "tests/support/temp_folder.hpp"
 #include "tests/support/child.hpp"
+#include "tests/support/run.hpp"
 
 #include <chrono>
 #include <csignal>
@@ -12,11 +13,9 @@ namespace {
 
 using std::string;
 
-string printed(auto&& action)
+string said_of_ours(auto&& action)
 {
-    testing::internal::CaptureStdout();
-    action();
-    std::istringstream output(testing::internal::GetCapturedStdout());
+    std::istringstream output(printed(action));
     // Other programs of the machine may end during the scan, which quiet callers are told as well.
     string text, line;
     while (std::getline(output, line))
@@ -29,7 +28,7 @@ string xkill(const string& word, const string& path = "")
     char name[] = "xkill";
     string first = word, second = path;
     char* argv[] = {name, first.data(), second.data(), nullptr};
-    return printed([&] { EXPECT_EQ(xkill_main(path.empty() ? 2 : 3, argv), 0); });
+    return said_of_ours([&] { EXPECT_EQ(xkill_main(path.empty() ? 2 : 3, argv), 0); });
 }
 
 } // namespace
@@ -68,7 +67,7 @@ TEST(Proc, TheTraceShowsEveryEntryEveryProcessAndEveryComparison)
     string name = unique_name("traced");
     Child child(name);
     string pid = std::to_string(child.pid());
-    string trace = printed([&] { EXPECT_EQ(CUTIL_IsProc(name.c_str(), 1), 1); });
+    string trace = said_of_ours([&] { EXPECT_EQ(CUTIL_IsProc(name.c_str(), 1), 1); });
     EXPECT_EQ(trace.rfind("CUTIL_IsProc dirp->d_name : ", 0), 0u);
     EXPECT_NE(trace.find("CUTIL_IsProc dirp->d_name : uptime\n"), string::npos);
     EXPECT_EQ(trace.find("CUTIL_IsProc 4 : 1 : "), string::npos) << "process 1 is not considered";

@@ -1,17 +1,11 @@
 #include "service/cwatchdog.h"
+#include "tests/support/run.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 namespace {
-
-std::string printed(auto&& action)
-{
-    testing::internal::CaptureStdout();
-    action();
-    return testing::internal::GetCapturedStdout();
-}
 
 // The device itself is never opened here: it would reset the machine. A pipe takes the writes and refuses the
 // requests, as a driver without them does.
