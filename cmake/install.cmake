@@ -24,13 +24,24 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zepConfig.cmake ${CMAKE_CURRENT_BINARY
 
 install(DIRECTORY docs/examples/etc DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
 
-# Manual pages: sections 3, 5 and 7 tell of the libraries and the files, section 8 of the applets. Those of
-# section 1 come with their tools.
+# Manual pages, with the version in their footer: sections 3, 5 and 7 are about the libraries and the files,
+# section 8 about the applets, section 1 about the tools.
 function(manual_pages component)
     foreach(section ${ARGN})
-        file(GLOB pages CONFIGURE_DEPENDS docs/man/*.${section})
-        install(FILES ${pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
+        install(CODE "
+            file(GLOB pages ${PROJECT_SOURCE_DIR}/docs/man/*.${section})
+            foreach(page \${pages})
+                file(READ \"\${page}\" text)
+                string(REPLACE \"\\n.Os\\n\" \"\\n.Os ZEP ${PROJECT_VERSION}\\n\" text \"\${text}\")
+                get_filename_component(name \"\${page}\" NAME)
+                file(WRITE \"${PROJECT_BINARY_DIR}/man/\${name}\" \"\${text}\")
+                file(INSTALL \"${PROJECT_BINARY_DIR}/man/\${name}\"
+                    DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_MANDIR}/man${section}\")
+            endforeach()" COMPONENT ${component})
     endforeach()
 endfunction()
 manual_pages(development 3 5 7)
 manual_pages(runtime 8)
+if(NOT ZEP_DEVICE)
+    manual_pages(tools 1)
+endif()

@@ -3,6 +3,7 @@
 installation and the sorting of files that the systems make of them."""
 import fnmatch
 import glob
+import hashlib
 import os
 import re
 import shutil
@@ -99,9 +100,10 @@ class Buildroot(Recipe):
     def test_build_leaves_the_programs_on_the_target(self):
         recipe = self.variables()
         known = """VERSION SITE SITE_METHOD OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS INSTALL_STAGING SUPPORTS_IN_SOURCE_BUILD
-                   CONF_OPTS DEPENDENCIES""".split()
+                   CONF_OPTS DEPENDENCIES LICENSE LICENSE_FILES""".split()
         self.assertEqual(sorted(recipe), sorted("ZEP_" + name for name in known))
         self.assertEqual((recipe["ZEP_VERSION"], recipe["ZEP_SITE_METHOD"]), (VERSION, "local"))
+        self.assertEqual((recipe["ZEP_LICENSE"], recipe["ZEP_LICENSE_FILES"]), ("MIT", "LICENSE"))
         self.assertEqual(recipe["ZEP_DEPENDENCIES"].split(), ["libxcrypt"])
 
         cross = Cross("buildroot")
@@ -146,6 +148,9 @@ class Yocto(Recipe):
         path = glob.glob(LAYER + "/recipes-*/*/*.bb")[0]
         recipe, text = self.variables(path)
         self.assertIn("inherit cmake externalsrc\n", text)
+        self.assertEqual(recipe["LICENSE"], "MIT")
+        checksum = hashlib.md5(read(SOURCE, "LICENSE").encode()).hexdigest()
+        self.assertEqual(recipe["LIC_FILES_CHKSUM"], "file://LICENSE;md5=" + checksum)
         shown = type("Data", (), {"getVar": staticmethod({"THISDIR": os.path.dirname(path)}.get)})
         source = eval(recipe["EXTERNALSRC"].removeprefix("${@").removesuffix("}"), {"os": os, "d": shown})
         self.assertEqual(os.path.realpath(source), os.path.realpath(SOURCE))
@@ -186,6 +191,7 @@ class Yocto(Recipe):
 class Debian(unittest.TestCase):
     def test_version_is_the_project_s(self):
         self.assertTrue(read(PACKAGING, "debian/changelog").startswith(f"zep ({VERSION}) "))
+        self.assertEqual(re.findall(r"^## (\S+?),", read(SOURCE, "CHANGELOG.md"), re.M)[0], VERSION)
 
 
 if __name__ == "__main__":

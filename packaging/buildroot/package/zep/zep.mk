@@ -4,8 +4,10 @@
 #
 ################################################################################
 
-ZEP_VERSION = 1.0.0
-# This external tree stands in the source itself. There is no licence to name yet: legal-info says unknown.
+ZEP_VERSION = 1.1.0
+ZEP_LICENSE = MIT
+ZEP_LICENSE_FILES = LICENSE
+# This external tree stands in the source itself.
 ZEP_SITE = $(BR2_EXTERNAL_ZEP_PATH)/../..
 ZEP_SITE_METHOD = local
 ZEP_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS = --exclude /build --exclude /out

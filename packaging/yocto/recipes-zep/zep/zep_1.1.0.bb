@@ -1,8 +1,8 @@
 SUMMARY = "Tools of a network camera in one executable"
 DESCRIPTION = "Bring-up, firmware upgrade and factory tests of a network camera, with the runtime library \
 and the audio media platform that its programs share."
-# None is chosen yet.
-LICENSE = "CLOSED"
+LICENSE = "MIT"
+LIC_FILES_CHKSUM = "file://LICENSE;md5=de57b228ea6a894884d7fee7bfaf5b9c"
 
 DEPENDS = "virtual/crypt"
 
