@@ -1,6 +1,7 @@
 #!/bin/bash
 # The main job on the virtual camera: a firmware upgrade with a real package, a refused one, and
-# one with the watchdog kept fed; then a new camera is brought up and goes through the factory line. What is shown is what happened: every verdict below is a comparison.
+# one with the watchdog kept fed; then a new camera is brought up and goes through the factory line. What is shown is
+# what happened: every verdict below is a comparison.
 #
 #   demo.sh BUILD_FOLDER [CAMERA_FOLDER]
 set -eu
@@ -207,5 +208,5 @@ with_watchdog
 bring_up
 factory_line
 title "Done in $(($(date +%s) - started)) s"
-note "The cameras stay in $work: vcam status, vcam diff, vcam shell."
+note "The cameras stay in $work."
 exit $failed
