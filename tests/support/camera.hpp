@@ -47,7 +47,7 @@ public:
     Outcome run(const Lines& command, const Lines& options = {})
     {
         size_t journal = read_file(state("journal")).size(), log = read_file(state("syslog")).size();
-        Lines line = {vcam_program, "run", state("").string(), "--timeout", "60"};
+        Lines line = {vcam_program, "run", state("").string(), "--timeout", "1200"};
         line.insert(line.end(), options.begin(), options.end());
         line.emplace_back("--");
         line.insert(line.end(), command.begin(), command.end());

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <string>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -27,12 +28,16 @@ void receive(int from, FILE* to)
     fflush(to);
 }
 
-// The camera may end under the listener, so the datagrams wait in the file, not in the socket.
-[[noreturn]] void keep_receiving(int from, FILE* to)
+// The camera may end under the listener, so the datagrams wait in the file, not in the socket. Ends when the other
+// end of the pipe is closed, with all that has arrived by then.
+[[noreturn]] void keep_receiving(int from, FILE* to, int pipe)
 {
-    unsigned char byte;
-    while (recv(from, &byte, 1, MSG_PEEK) >= 0) receive(from, to);
-    _exit(1);
+    pollfd wanted[] = {{from, POLLIN, 0}, {pipe, POLLIN, 0}};
+    do {
+        poll(wanted, 2, -1);
+        receive(from, to);
+    } while (!wanted[1].revents);
+    _exit(0);
 }
 
 int listen_main(int argc, char** argv)
@@ -45,15 +50,22 @@ int listen_main(int argc, char** argv)
     int fd = socket(AF_INET, SOCK_DGRAM, 0);
     FILE* to = fopen(argv[1], "w");
     if (!to || bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) < 0) return 3;
-    if (fork() == 0) keep_receiving(fd, to);
-    pid_t child = fork();
+    int alive[2];
+    if (pipe2(alive, O_CLOEXEC) < 0) return 3;
+    const pid_t listener = fork();
+    if (listener == 0) {
+        close(alive[1]);
+        keep_receiving(fd, to, alive[0]);
+    }
+    const pid_t child = fork();
     if (child == 0) {
         execvp(argv[2], argv + 2);
         _exit(127);
     }
     int status = 0;
     waitpid(child, &status, 0);
-    usleep(100000);
+    close(alive[1]);
+    waitpid(listener, nullptr, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
 }
 

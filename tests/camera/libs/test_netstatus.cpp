@@ -64,7 +64,7 @@ string resolvers(const string& content, int32_t max = 8)
 // Waits for what the kernel does a moment later.
 bool soon(auto&& condition)
 {
-    for (int i = 0; i < 300; ++i, usleep(10000))
+    for (int i = 0; i < 10000; ++i, usleep(10000))
         if (condition()) return true;
     return false;
 }

