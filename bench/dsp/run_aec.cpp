@@ -29,7 +29,10 @@ Scenario load(const std::string& path) { return {load_samples(path + ".mic"), lo
 
 std::vector<std::string> scenario_names(const std::string& tag)
 {
-    std::vector<std::string> names = {tag + "_nl_64", tag + "_near_0", tag + "_dtn_0"};
+    std::vector<std::string> names;
+    for (const char* kind :
+         {"nl_64", "near_0", "dtn_0", "drift10", "drift20", "drift50", "music", "clip16", "clip22", "jump"})
+        names.push_back(tag + "_" + kind);
     for (const char* kind : {"st", "stn", "dt", "chg"})
         for (const char* ms : {"32", "64", "128"}) names.push_back(tag + "_" + kind + "_" + ms);
     return names;

@@ -9,6 +9,10 @@
           not count), near level against the same (dB, least-squares gain), STOI against the near talker himself,
           ERLE in the second after he stops
  near     near talker alone: SNR of output to input, dB
+ drift  the loudspeaker's clock is 50 or 20 ppm fast: ERLE at 5 s; 10 ppm: from 15 to 23 s
+ music  ERLE at 3 s
+ clip   loudspeaker cut off 16 or 22 dB below its peak: ERLE from 2 to 8 s, then STOI of the near talker
+ jump   ERLE 1 s after the echo came 12 ms later
 """
 import os, sys
 import numpy as np
@@ -63,3 +67,19 @@ for rate in (8000, 16000):
             else:
                 tail = f"{'':6s} {'':6s} | {'':7s} {'':6s}"
             print(f"{nm:18s} {ms:4d} | " + "%6.1f %6.1f %6.1f %6.1f %5.2f | %6.1f %6.1f %5.2f | %6.1f %6.1f %6.1f %5.2f | %6.2f %5.2f %5.3f %6.2f %6.1f | " % (*st, *sn, *cg, *dt) + tail)
+
+    print(f"\n{'who':18s} {tag:>4s} | {'drift50':>7s} {'20':>6s} {'10':>6s} | {'music':>6s} | {'clip16':>6s} {'STOI':>5s} {'clip22':>6s} {'STOI':>5s} | {'jump':>6s}")
+    for nm in names:
+        if not os.path.exists(f"{out}/{nm}/{tag}_jump.s16"):
+            continue
+        mic = m.load(f"{sig}/{tag}_near_0.mic"); d = m.align(mic, m.load(f"{out}/{nm}/{tag}_near_0.s16"), rate, 0.05)
+        def after(s, a, b):
+            y = m.load(f"{out}/{nm}/{tag}_{s}.s16"); y = np.concatenate([y[d:], np.zeros(d)])
+            return y, erle(m.load(f"{sig}/{tag}_{s}.mic"), y, int(a * rate), int(b * rate))
+        row = [after("drift50", 4.5, 5.5)[1], after("drift20", 4.5, 5.5)[1], after("drift10", 15, 23)[1], after("music", 2.5, 3.5)[1]]
+        a, b = 8 * rate, 16 * rate
+        for c in ("clip16", "clip22"):
+            y, e = after(c, 2, 8)
+            row += [e, m.stoi(m.load(f"{sig}/{tag}_{c}.near")[a:b], y[a:b], rate)]
+        row.append(after("jump", 10.5, 11.5)[1])
+        print(f"{nm:18s} {'':4s} | %7.1f %6.1f %6.1f | %6.1f | %6.1f %5.3f %6.1f %5.3f | %6.1f" % tuple(row))

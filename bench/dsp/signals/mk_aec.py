@@ -8,15 +8,42 @@ the far signal (so -26 dBov for speech), microphone noise at -70 dBov.
  dt    far speech, near talker from 8 to 16 s (as loud as the echo)
  chg   far speech, another room from 8 s on   nl    far speech through a clipping loudspeaker
  near  near talker only, far silent                  dtn   the near talker of dt, far silent
+ drift10, 20, 50  the loudspeaker's clock runs that many ppm fast, 24 s, room of 64 ms
+ music  chords of plucked strings and a drum as far end
+ clip16, clip22  far speech cut off that many dB below its peak, near talker from 8 to 16 s
+ jump   the echo comes 12 ms later from 10 s on
 """
 import os, sys
 import numpy as np
-from scipy.signal import fftconvolve
+from scipy.signal import fftconvolve, resample_poly
 sig = sys.argv[1] if len(sys.argv) > 1 else "signals/data"
 out = sys.argv[2] if len(sys.argv) > 2 else "signals/aec"
 os.makedirs(out, exist_ok=True)
 load = lambda n: np.fromfile(f"{sig}/{n}.s16", dtype="<i2").astype(np.float64)
 def save(n, x): np.clip(np.rint(x), -32768, 32767).astype("<i2").tofile(f"{out}/{n}")
+
+def drifted(x, ppm):
+    """x as a clock that is ppm parts in a million fast plays it: band-limited to 64 phases, then a line between two"""
+    up = 64
+    y = resample_poly(x, up, 1, window=("kaiser", 9.0))
+    t = np.arange(len(x)) * (1 + ppm * 1e-6) * up
+    i = np.minimum(t.astype(np.int64), len(y) - 2)
+    return y[i] + (y[i + 1] - y[i]) * (t - i)
+
+def music(rate, seconds, seed):
+    """Four-note chords, two a second: eleven harmonics that fade, higher ones faster; a noise burst on every beat"""
+    rng = np.random.default_rng(seed)
+    n = rate // 2
+    t = np.arange(2 * n) / rate
+    x = np.zeros((seconds + 2) * rate)
+    for beat in range(2 * seconds):
+        for tone in 110 * 2 ** (rng.choice([0, 2, 4, 5, 7, 9, 11, 12, 14, 16, 19, 24], 4, replace=False) / 12):
+            for k in range(1, 12):
+                if k * tone < 0.45 * rate:
+                    x[beat * n:beat * n + 2 * n] += np.sin(2 * np.pi * k * tone * t + rng.uniform(0, 6.28)) / k * np.exp(-t * (1 + k))
+        x[beat * n:beat * n + n] += 0.8 * rng.standard_normal(n) * np.exp(-40 * t[:n])
+    x = x[:seconds * rate]
+    return np.rint(x * (32768 * 10 ** (-20 / 20) / np.sqrt((x ** 2).mean())))
 
 def room(rate, ms, seed):
     rng = np.random.default_rng(seed)
@@ -32,7 +59,7 @@ for rate in (8000, 16000):
     rng = np.random.default_rng(9)
     hiss = rng.standard_normal(N) * 32768 * 10 ** (-70 / 20)
     def norm(h, x):                         # echo 6 dB under its source
-        e = fftconvolve(x, h)[:N]
+        e = fftconvolve(x, h)[:len(x)]
         return h * (np.sqrt((x ** 2).mean() / (e ** 2).mean()) * 0.5)
     def put(name, ref, mic, nr):
         save(name + ".ref", ref); save(name + ".mic", mic); save(name + ".near", nr)
@@ -54,3 +81,19 @@ for rate in (8000, 16000):
     put(f"{tag}_nl_64", far, fftconvolve(g * np.tanh(far / g), h)[:N] + hiss, zero)
     nr = near[:N]
     put(f"{tag}_near_0", zero, nr + hiss, nr)
+
+    far = load("far_" + tag)[:24 * rate]    # longer, and rooms of their own from here on
+    M = len(far); hiss = rng.standard_normal(M) * 32768 * 10 ** (-70 / 20)
+    nr = np.zeros(M); nr[8 * rate:16 * rate] = near[2 * rate:10 * rate]
+    for ppm in (10, 20, 50):
+        h = norm(room(rate, 64, 700 + ppm), far)
+        put(f"{tag}_drift{ppm}", far, fftconvolve(drifted(far, ppm), h)[:M] + hiss, np.zeros(M))
+    tune = music(rate, 24, 77)
+    put(f"{tag}_music", tune, fftconvolve(tune, norm(room(rate, 64, 720), tune))[:M] + hiss, np.zeros(M))
+    for below in (16, 22):
+        g = np.abs(far).max() * 10 ** (-below / 20)
+        h = norm(room(rate, 64, 730 + below), far)
+        put(f"{tag}_clip{below}", far, fftconvolve(np.clip(far, -g, g), h)[:M] + nr + hiss, nr)
+    e = fftconvolve(far, norm(room(rate, 64, 740), far))[:M]
+    late = np.concatenate([np.zeros(rate * 12 // 1000), e])[:M]
+    put(f"{tag}_jump", far, np.concatenate([e[:10 * rate], late[10 * rate:]]) + hiss, np.zeros(M))

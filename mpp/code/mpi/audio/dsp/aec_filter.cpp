@@ -198,10 +198,11 @@ void trim(AecFilter& f, int p)
 // The echo path drifts: its variance grows in proportion to its power.
 void let_drift(AecFilter& f, int p)
 {
+    const int64_t forget_q20 = int64_t(f.forget_q20) * aec_watch_drift_q4(f.watch, f.block) >> 4;
     for (int i = p * f.bins; i < (p + 1) * f.bins; ++i) {
         int64_t power =
             (square(f.weight[i].re) + square(f.weight[i].im)) >> (2 * kWeightShift - kVarianceShift);
-        int64_t v = f.variance[i] + (((power - f.variance[i]) * f.forget_q20) >> 20);
+        int64_t v = f.variance[i] + (((power - f.variance[i]) * forget_q20) >> 20);
         f.variance[i] = int32_t(std::min<int64_t>(v, INT32_MAX));
     }
 }
@@ -324,7 +325,7 @@ void aec_filter_run(AecFilter& f, const int16_t* near, const int16_t* far)
         pass_through(f, near);
         return;
     }
-    if (verdict == AecVerdict::relearn) doubt(f, 3);
+    if (verdict == AecVerdict::relearn) doubt(f, 2);
     if (verdict == AecVerdict::shrink) shrink(f);
     learn(f, now, error);
 }

@@ -12,6 +12,9 @@ constexpr int64_t kAudible = 100000 * 256; // energy of a block, about -60 dBov
 constexpr int kHoldOff = 20;               // blocks
 constexpr int32_t kAlike = 9830;           // Q15, 0.3; a near talker's stays below nearly always
 constexpr int kAlikeRun = 25;              // blocks
+constexpr int32_t kDriftMore = 9 * 16;     // Q4: see aec_watch_drift_q4()
+constexpr int32_t kDriftFrom = 1500; // Q15 coherence: 0.05, more than a near talker and the far one have
+constexpr int32_t kDriftFull = 8000; // and 0.24
 constexpr int kMostFailures = 4;
 constexpr int64_t kMostPower = 1 << 26;
 
@@ -63,12 +66,20 @@ AecVerdict aec_watch_run(AecWatch& w, int bins, const AecEnergies& now, const Co
     smooth(w.recent, now, 10);
     smooth(w.lasting, now, 128);
     if (w.recent.near > kAudible && w.recent.error < w.recent.near / 8) w.failures = 0;
-    w.alike = coherence(w, bins, error, echo) > kAlike ? w.alike + 1 : 0;
+    w.coherence_q15 = coherence(w, bins, error, echo);
+    w.alike = w.coherence_q15 > kAlike ? w.alike + 1 : 0;
     if (++w.since <= kHoldOff) return AecVerdict::keep;
     AecVerdict found = verdict(w, bins - 1, now.near > kAudible);
     if (found != AecVerdict::keep) w.since = 0;
     if (found == AecVerdict::restart) w.failures = std::min(w.failures + 1, kMostFailures);
     return found;
+}
+
+int32_t aec_watch_drift_q4(const AecWatch& w, int block)
+{
+    const bool near_is_quiet = w.recent.error * block < w.recent.expected;
+    const int32_t alike = std::clamp(w.coherence_q15, kDriftFrom, kDriftFull) - kDriftFrom;
+    return 16 + (near_is_quiet ? kDriftMore : 0) + kDriftMore * alike / (kDriftFull - kDriftFrom);
 }
 
 bool aec_watch_learning(const AecWatch& w, int block)
