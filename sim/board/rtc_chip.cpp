@@ -76,7 +76,7 @@ Time counted(const Chip& chip)
 {
     Time t = chip.set;
     if (chip.stopped) return t;
-    const int64_t seconds = (clock::now_ns() - chip.at_ns) / clock::kSecond;
+    const int64_t seconds = (clock::now_ns() - chip.at_ns) / 1000 * (1000 + chip.drift) / clock::kSecond;
     int64_t of_day = t.hour * 3600 + t.minute * 60 + t.second + (seconds > 0 ? seconds : 0);
     for (; of_day >= 86400; of_day -= 86400) next_day(t, chip.no_leap);
     t.hour = int32_t(of_day / 3600);
@@ -127,6 +127,7 @@ std::string faults(const Chip& chip)
     std::string words;
     for (const auto& row : kFaults)
         if (chip.*row.fault) words += (words.empty() ? "" : " ") + std::string(row.name);
+    if (chip.drift) words += (words.empty() ? "drift=" : " drift=") + std::to_string(chip.drift);
     return words;
 }
 
@@ -134,7 +135,12 @@ bool add_fault(Chip& chip, const std::string& name)
 {
     for (const auto& row : kFaults)
         if (name == row.name) return chip.*row.fault = true;
-    return false;
+    int used = 0;
+    int32_t drift = 0;
+    if (sscanf(name.c_str(), "drift=%d%n", &drift, &used) != 1 || size_t(used) != name.size()) return false;
+    if (drift <= -1000 || drift > 1000) return false;
+    chip.drift = drift;
+    return true;
 }
 
 } // namespace vcam::rtc

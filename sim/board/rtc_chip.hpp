@@ -5,7 +5,7 @@
 //
 // says date, time, day of the week (0 Sunday) and the camera time in nanoseconds at which that was; then
 // what is wrong with the chip: `stopped` (the oscillator stands), `no-leap` (no year has 29 February), `bcd`
-// (the registers come out as they are: 16 for 10).
+// (the registers come out as they are: 16 for 10), `drift=PERMILLE` (it runs fast, or slow with a "-").
 #pragma once
 
 #include <cstdint>
@@ -21,6 +21,7 @@ struct Chip {
     Time set;
     int64_t at_ns = 0;
     bool stopped = false, no_leap = false, bcd = false;
+    int32_t drift = 0; // permille, above -1000
 };
 
 // A new chip has the camera's calendar time; from then on the two clocks have nothing to do with each other.

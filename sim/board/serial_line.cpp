@@ -258,10 +258,17 @@ std::string describe(const Settings& s)
     return text;
 }
 
+namespace {
+
+// Not the port's own file: closing this one would end the record locks that a program has on its port.
+std::string file_of(const std::string& port) { return state::path("dev/" + port + ".line"); }
+
+} // namespace
+
 Held::Held(const std::string& port)
 {
     ::syscall(SYS_mkdirat, AT_FDCWD, state::path("dev").c_str(), 0777);
-    fd_ = raw::open(state::path("dev/" + port).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    fd_ = raw::open(file_of(port).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
     if (fd_ >= 0) {
         raw::flock(fd_, LOCK_EX);
         const char zero = 0;
@@ -283,7 +290,10 @@ Held::~Held()
 
 void power_on()
 {
-    for (const char* port : kPorts) ::unlink(state::path(std::string("dev/") + port).c_str());
+    for (const std::string port : kPorts) {
+        ::unlink(state::path("dev/" + port).c_str());
+        ::unlink(file_of(port).c_str());
+    }
 }
 
 } // namespace vcam::serial

@@ -43,10 +43,12 @@ void set_fault(rtc::Chip& chip, const std::string& name)
     // What it has counted so far stays; a stopped one goes on from where it stood.
     chip.set = rtc::counted(chip);
     chip.at_ns = clock::now_ns();
-    if (name == "none")
+    if (name == "none") {
         chip.stopped = chip.no_leap = chip.bcd = false;
-    else if (!rtc::add_fault(chip, name))
-        fail("rtc: there are the faults stopped, no-leap, bcd and none, not %s", name.c_str());
+        chip.drift = 0;
+    } else if (!rtc::add_fault(chip, name))
+        fail("rtc: there are the faults stopped, no-leap, bcd, drift=PERMILLE and none, not %s",
+             name.c_str());
 }
 
 } // namespace
@@ -76,7 +78,7 @@ int rtc_main(const Arguments& arguments)
     std::vector<std::string> faults;
     auto words = parse_options(
         arguments, {{"--set", "\"DATE TIME\"", "what it counts from now on", [&](auto& v) { when = v; }},
-                    {"--fault", "NAME", "stopped, no-leap, bcd; none heals the chip",
+                    {"--fault", "NAME", "stopped, no-leap, bcd, drift=PERMILLE; none heals the chip",
                      [&](auto& v) { faults.push_back(v); }}});
     if (words.plain.size() != 1)
         fail("rtc: write it as: vcam rtc DIR [--set \"2012-02-28 23:59:58\"] [--fault NAME]");
