@@ -84,6 +84,12 @@ uint32_t mask_of(int32_t bit) { return bit >= 0 && bit < 32 ? uint32_t(1) << bit
 // A line's data register lies at its mask shifted by two, so one access touches one line.
 uint32_t data_register(int32_t group, uint32_t mask) { return kBanks[group] + mask * 4; }
 
+bool drive(int fd, const GPIO_STATE_S& state, uint32_t mask)
+{
+    return change(fd, state.level ? HI3516_REG_SET : HI3516_REG_CLEAR, data_register(state.group, mask),
+                  mask);
+}
+
 } // namespace
 
 int open_gpio(void) { return open_handle(__func__, HI3516_REG_DEVICE); }
@@ -127,13 +133,17 @@ int32_t restore_gpio(int fd, const GPIO_STATE_S* state)
 {
     if (invalid_handle(__func__, fd) || !valid_line(state->group, state->bit)) return -1;
     uint32_t mask = mask_of(state->bit);
+    uint32_t direction = 0;
+    bool driven = !request(fd, HI3516_REG_READ, kBanks[state->group] + kDirection, direction) ||
+                  (direction & mask) != 0;
     bool done = true;
-    // The level first: an output must not show another one for a moment.
-    if (state->output)
-        done = change(fd, state->level ? HI3516_REG_SET : HI3516_REG_CLEAR, data_register(state->group, mask),
-                      mask);
+    // The level first: an output must not show another one for a moment, and a latch can only be written
+    // through an output.
+    if (state->output || driven) done &= drive(fd, *state, mask);
     done &= change(fd, state->output ? HI3516_REG_SET : HI3516_REG_CLEAR, kBanks[state->group] + kDirection,
                    mask);
+    if (state->output && !driven)
+        done &= drive(fd, *state, mask); // the latch of an input may not have taken it
     const Pin* pin = find_pin(state->group, state->bit);
     if (!pin) return done ? 0 : -1;
     uint32_t zeros = pin->value & ~state->multiplex;

@@ -31,6 +31,7 @@ struct Probe {
     int32_t limit_ms = 0;
     timeval started = {};
     timeval last = {};
+    bool sent = false; // one probe at least has left
 };
 
 // Bound to the ARP protocol alone: such a socket does not receive this host's own probes. Until it is bound
@@ -55,8 +56,10 @@ int send_probe(Probe& probe)
 {
     zep::ArpFrame frame = zep::make_arp_request(probe.own, {}, probe.address);
     if (sendto(probe.fd.get(), frame.data(), frame.size(), 0, reinterpret_cast<sockaddr*>(&probe.link),
-               sizeof probe.link) >= 0)
+               sizeof probe.link) >= 0) {
+        probe.sent = true;
         return 0;
+    }
     int error = errno;
     perror("sendto");
     return -error;
@@ -134,6 +137,6 @@ int qrn_arp_main(int argc, char** argv)
     probe.limit_ms = zep::parse_int(argv[3]);
     if (!open_link(probe, argv[1])) return -1;
     int result = run(probe);
-    if (result == 0) puts("free");
+    if (result == 0) puts(probe.sent ? "free" : "unknown");
     return result;
 }

@@ -1,5 +1,6 @@
 // get_cb_cam_info: asks the camera block for its version, sensor model and resolution.
 #include "factory/applets.h"
+#include "factory/board_guard.hpp"
 #include "factory/serial.hpp"
 
 #include <cstdio>
@@ -25,12 +26,15 @@ constexpr Sensor kSensors[] = {
 
 // The replies share one buffer that is never cleared: a silent command repeats the answer before it.
 struct Block {
-    zep::SerialPort port{"/dev/ttyAMA2"};
+    zep::SerialPort port;
+    bool verbose;
     uint8_t reply[256] = {};
-    bool verbose = false;
+
+    Block(const char* applet, bool every_step) : port("/dev/ttyAMA2", applet), verbose(every_step) {}
 
     uint8_t ask(uint8_t command)
     {
+        if (zep::BoardGuard::interrupted()) return 0;
         zep::SerialWindow window;
         const uint8_t frame[kFrame] = {0xFF, command, 0x01, 0, 0, 0, 0, 0, 0, command};
         port.write_all(frame, sizeof frame);
@@ -60,16 +64,16 @@ void print_sensor(uint8_t code, uint8_t selector)
 
 int get_cb_cam_info_main(int argc, char** argv)
 {
-    bool verbose = zep::verbose_option(argc, argv);
+    zep::BoardGuard guard;
     zep::set_pin("0x200F0100");
     zep::set_pin("0x200F0104");
     setvbuf(stdout, nullptr, _IONBF, 0);
-    Block block;
-    block.verbose = verbose;
+    Block block(argv[0], zep::verbose_option(argc, argv));
+    if (!block.port) guard.give_up();
     uint8_t model = block.ask(0xE0);
     uint8_t resolution = block.ask(0x5C);
     uint8_t version = block.ask(0xE3);
-    if (!zep::Interruptible::pause_ms(0)) return 0; // nobody was waited for: these are no answers
+    if (zep::BoardGuard::interrupted()) return 0; // these are not answers; the guard ends the process
     printf("VERSION=%02X\n", version);
     print_sensor(model, resolution);
     return 0;

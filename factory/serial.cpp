@@ -1,19 +1,18 @@
 // A serial port of the board under test.
 #include "factory/serial.hpp"
+#include "factory/board_guard.hpp"
+#include "factory/verdict.hpp"
 
 #include "common/ctime.h"
 #include "common/base/monotonic.hpp"
-#include "common/base/shell.hpp"
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/time.h>
-#include <syslog.h>
 #include <unistd.h>
 
 namespace zep {
@@ -40,12 +39,13 @@ termios raw_9600()
 
 } // namespace
 
-SerialPort::SerialPort(const char* device) : fd_(open(device, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
+SerialPort::SerialPort(const char* device, const char* test)
+    : fd_(open(device, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
 {
+    if (fd_ && !claim_board(fd_.get(), 0, test)) fd_.reset();
     if (!fd_) {
-        syslog(LOG_ALERT, "%s device open fail !!!", device);
-        fprintf(stderr, "%s device open fail !!!\n", device);
-        exit(-1);
+        warn("%s device open fail !!!", device);
+        return;
     }
     have_saved_ = tcgetattr(fd_.get(), &saved_) == 0;
     termios settings = raw_9600();
@@ -113,7 +113,7 @@ bool SerialWindow::open() const
 size_t receive(const SerialPort& port, const SerialWindow& window, uint8_t* data, size_t size)
 {
     size_t count = 0;
-    while (count < size && count < kSerialReply && window.open() && Interruptible::pause_ms(0)) {
+    while (count < size && count < kSerialReply && window.open() && !BoardGuard::interrupted()) {
         pollfd ready = {port.fd(), POLLIN, 0};
         if (poll(&ready, 1, 5) != 1) continue;
         ssize_t got = read(port.fd(), data + count, size - count);
@@ -137,7 +137,7 @@ void set_pin(const char* address)
 {
     char line[64];
     snprintf(line, sizeof line, "%s -s %s 0x1", "/bin/reg", address);
-    run_shell(line);
+    BoardGuard::run_shell(line);
 }
 
 } // namespace zep

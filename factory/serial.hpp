@@ -2,7 +2,6 @@
 #pragma once
 
 #include "common/base/fd.hpp"
-#include "factory/waiting.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -16,16 +15,18 @@ constexpr int32_t kSerialWindowMs = 3000;
 // Bytes that make a reply complete.
 constexpr size_t kSerialReply = 10;
 
-// Open: 9600 baud, 8 data bits, no parity, one stop bit, raw. The settings that the port had are put back
-// when the object ends, also when that is because of a signal.
+// 9600 baud, 8 data bits, no parity, one stop bit, raw. The settings that the port had are put back when the
+// object ends.
 class SerialPort {
 public:
-    // Reports a failed open to the system log and standard error and ends the process with -1.
-    explicit SerialPort(const char* device);
+    // Claims the port for the test of that name. A port that does not open, or that another test has, is
+    // reported to the system log and standard error; the object is false then.
+    SerialPort(const char* device, const char* test);
     ~SerialPort();
     SerialPort(const SerialPort&) = delete;
     SerialPort& operator=(const SerialPort&) = delete;
 
+    explicit operator bool() const { return bool(fd_); }
     [[nodiscard]] int fd() const { return fd_.get(); }
 
     // Writes all bytes, however small the port's steps are; gives up when the port refuses.
@@ -37,7 +38,6 @@ public:
     void set_rts(bool on);
 
 private:
-    Interruptible interruptible_; // outlives the port, so that the process ends with its settings back
     Fd fd_;
     termios saved_ = {};
     bool have_saved_ = false;

@@ -1,5 +1,6 @@
 // test_rs485, test_rs232: the serial ports against a loop-back plug.
 #include "factory/applets.h"
+#include "factory/board_guard.hpp"
 #include "factory/serial.hpp"
 
 #include <cstdio>
@@ -38,6 +39,7 @@ bool exchange(zep::SerialPort& port, Direction direction, uint8_t pattern, bool 
     send_block(port, direction, sent);
     if (verbose) printf("PATTERN [0x%02X] => ", pattern);
     size_t count = receive(port, window, received, sizeof received);
+    if (zep::BoardGuard::interrupted()) return false;
     if (verbose) zep::print_received(received, count);
     bool equal = memcmp(sent, received, sizeof sent) == 0;
     if (verbose) puts(equal ? " : successful" : " : failed");
@@ -48,14 +50,8 @@ bool exchange_all(zep::SerialPort& port, Direction direction, bool verbose)
 {
     for (int round = 0; round < kRounds; ++round)
         for (uint8_t pattern : kPatterns)
-            if (!exchange(port, direction, pattern, verbose)) return false;
+            if (zep::BoardGuard::interrupted() || !exchange(port, direction, pattern, verbose)) return false;
     return true;
-}
-
-int verdict(bool passed)
-{
-    puts(passed ? "successful" : "failed");
-    return 0;
 }
 
 } // namespace
@@ -64,28 +60,32 @@ int test_rs485_main(int argc, char** argv)
 {
     bool verbose = zep::verbose_option(argc, argv);
     setvbuf(stdout, nullptr, _IONBF, 0);
+    zep::BoardGuard guard;
     bool passed;
     {
-        zep::SerialPort port("/dev/ttyAMA1");
+        zep::SerialPort port("/dev/ttyAMA1", argv[0]);
+        if (!port) guard.give_up();
         zep::set_pin("0x200F0094");
         zep::set_pin("0x200F0098");
         zep::set_pin("0x200F00A0");
         port.set_rts(true);
         passed = exchange_all(port, Direction::rts, verbose);
     }
-    return verdict(passed);
+    return guard.verdict(passed);
 }
 
 int test_rs232_main(int argc, char** argv)
 {
     bool verbose = zep::verbose_option(argc, argv);
     setvbuf(stdout, nullptr, _IONBF, 0);
+    zep::BoardGuard guard;
     zep::set_pin("0x200F0100");
     zep::set_pin("0x200F0104");
     bool passed;
     {
-        zep::SerialPort port("/dev/ttyAMA2");
+        zep::SerialPort port("/dev/ttyAMA2", argv[0]);
+        if (!port) guard.give_up();
         passed = exchange_all(port, Direction::none, verbose);
     }
-    return verdict(passed);
+    return guard.verdict(passed);
 }

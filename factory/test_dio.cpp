@@ -1,18 +1,18 @@
 // test_dio: digital outputs and inputs, with a loop-back plug or read out.
 #include "factory/applets.h"
+#include "factory/board_guard.hpp"
 #include "factory/options.hpp"
 #include "factory/saved_lines.hpp"
-#include "factory/waiting.hpp"
+#include "factory/verdict.hpp"
 #include "factory/wiring.hpp"
 
 #include "board/gpio.h"
 
 #include <cstdio>
-#include <cstdlib>
 
 namespace {
 
-using zep::Interruptible;
+using zep::BoardGuard;
 using zep::Line;
 using zep::Steps;
 using zep::Wiring;
@@ -51,7 +51,7 @@ bool pattern_arrives(int fd, const Wiring& wiring, uint32_t pattern, const Steps
         const Line& line = wiring.outputs.lines[i];
         set_gpio(fd, line.group, line.bit, int32_t(pattern >> i & 1));
     }
-    if (!Interruptible::pause_ms(kSettleMs)) return false;
+    if (!BoardGuard::pause_ms(kSettleMs)) return false;
     uint32_t seen = 0;
     bool passed = true;
     for (size_t i = 0; i < wiring.inputs.count; ++i) {
@@ -104,13 +104,15 @@ int test_dio_main(int argc, char** argv)
     if (!zep::parse_options(argc, argv, options, nullptr, 0, kUsage) || !zep::load_wiring(wiring))
         return zep::print_verdict(false);
     if (!read_only && !pairs_known(wiring)) return zep::print_verdict(false);
+    BoardGuard guard;
     int fd = open_gpio();
-    if (fd < 0) exit(-1);
-    Interruptible interruptible;
-    zep::SavedLines lines(fd);
+    if (fd < 0 || !claim_lines(fd, wiring.outputs.all(), argv[0]) ||
+        !claim_lines(fd, wiring.inputs.all(), argv[0]))
+        guard.give_up();
+    zep::SavedLines lines(fd, argv[0]);
     bool passed = lines.save(wiring.outputs.all()) && lines.save(wiring.inputs.all()) &&
                   (read_only ? read_out(fd, wiring) : loop_back(fd, wiring, rounds, steps));
     passed &= lines.restore();
     close_gpio(fd);
-    return zep::print_verdict(passed);
+    return guard.verdict(passed);
 }

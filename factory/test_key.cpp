@@ -1,19 +1,19 @@
 // test_key: waits until the key has been pressed and released.
 #include "factory/applets.h"
+#include "factory/board_guard.hpp"
 #include "factory/options.hpp"
 #include "factory/saved_lines.hpp"
-#include "factory/waiting.hpp"
+#include "factory/verdict.hpp"
 #include "factory/wiring.hpp"
 
 #include "board/gpio.h"
 #include "common/base/monotonic.hpp"
 
 #include <cstdio>
-#include <cstdlib>
 
 namespace {
 
-using zep::Interruptible;
+using zep::BoardGuard;
 using zep::Line;
 using zep::monotonic_ms;
 
@@ -40,7 +40,7 @@ public:
                 since = now;
             else if (now - since >= kStableMs)
                 return since;
-            if (!Interruptible::pause_ms(kPollMs)) return -1;
+            if (!BoardGuard::pause_ms(kPollMs)) return -1;
         }
         return -1;
     }
@@ -52,7 +52,7 @@ private:
 };
 
 // Released, pressed, released again: a key that hangs from the start does not pass.
-bool pressed_and_released(const Key& key, int64_t limit_s)
+bool pressed_and_released(const Key& key, int64_t limit_s, const zep::Steps& steps)
 {
     int64_t deadline = monotonic_ms() + limit_s * 1000;
     if (key.wait(false, deadline) < 0) return false;
@@ -60,7 +60,7 @@ bool pressed_and_released(const Key& key, int64_t limit_s)
     if (pressed < 0) return false;
     int64_t released = key.wait(false, deadline);
     if (released < 0) return false;
-    printf("PRESSED %d ms\n", int(released - pressed));
+    steps.say("PRESSED %d ms\n", int(released - pressed));
     return true;
 }
 
@@ -80,15 +80,15 @@ int test_key_main(int argc, char** argv)
                                       : "several key lines are named");
         return zep::print_verdict(false);
     }
+    BoardGuard guard;
     int fd = open_gpio();
-    if (fd < 0) exit(-1);
+    if (fd < 0 || !claim_lines(fd, wiring.key.all(), argv[0])) guard.give_up();
     const Line& line = wiring.key.lines[0];
-    steps.say("KEY %d.%d: press and release within %d s\n", line.group, line.bit, int(limit_s));
-    Interruptible interruptible;
-    zep::SavedLines lines(fd);
-    bool passed =
-        lines.save(wiring.key.all()) && pressed_and_released(Key(fd, line, wiring.key_active), limit_s);
+    fprintf(stderr, "KEY %d.%d: press and release within %d s\n", line.group, line.bit, int(limit_s));
+    zep::SavedLines lines(fd, argv[0]);
+    bool passed = lines.save(wiring.key.all()) &&
+                  pressed_and_released(Key(fd, line, wiring.key_active), limit_s, steps);
     passed &= lines.restore();
     close_gpio(fd);
-    return zep::print_verdict(passed);
+    return guard.verdict(passed);
 }

@@ -1,18 +1,19 @@
 // test_led: switches the LEDs for an operator to judge.
 #include "factory/applets.h"
+#include "factory/board_guard.hpp"
 #include "factory/options.hpp"
 #include "factory/saved_lines.hpp"
-#include "factory/waiting.hpp"
+#include "factory/verdict.hpp"
 #include "factory/wiring.hpp"
 
 #include "board/gpio.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 namespace {
 
+using zep::BoardGuard;
 using zep::Line;
 using zep::LineList;
 using zep::Steps;
@@ -35,7 +36,7 @@ bool show_level(int fd, const Line& line, int level, const Show& show, const Ste
     bool ok = save_gpio(fd, line.group, line.bit, &now) == 0 && now.output && now.level == level;
     steps.say("LED %d.%d %s %s : %s\n", line.group, line.bit, line.name, level ? "on" : "off",
               ok ? "successful" : "failed");
-    return ok && zep::Interruptible::pause_ms(show.hold_ms);
+    return ok && BoardGuard::pause_ms(show.hold_ms);
 }
 
 bool show_led(int fd, const Line& line, const Show& show, const Steps& steps)
@@ -52,7 +53,7 @@ bool show_led(int fd, const Line& line, const Show& show, const Steps& steps)
 bool show_leds(int fd, std::span<const Line> leds, const Show& show, const Steps& steps)
 {
     for (const Line& led : leds) {
-        zep::SavedLines before(fd);
+        zep::SavedLines before(fd, "test_led");
         bool passed = before.save({&led, 1}) && show_led(fd, led, show, steps);
         passed &= before.restore();
         if (!passed) return false;
@@ -100,11 +101,11 @@ int test_led_main(int argc, char** argv)
                 kUsage);
         return zep::print_verdict(false);
     }
-    int fd = open_gpio();
-    if (fd < 0) exit(-1);
     show.action = words[1];
-    zep::Interruptible interruptible;
+    BoardGuard guard;
+    int fd = open_gpio();
+    if (fd < 0 || !claim_lines(fd, wiring.leds.all(), argv[0])) guard.give_up();
     bool passed = show_leds(fd, wiring.leds.all().subspan(first, last - first), show, steps);
     close_gpio(fd);
-    return zep::print_verdict(passed);
+    return guard.verdict(passed);
 }

@@ -1,7 +1,8 @@
 // test_sdcard, test_usb: writes, reads back and removes a file on a storage medium.
 #include "factory/applets.h"
+#include "factory/board_guard.hpp"
 #include "factory/options.hpp"
-#include "factory/wiring.hpp"
+#include "factory/verdict.hpp"
 
 #include "common/base/fd.hpp"
 #include "common/base/monotonic.hpp"
@@ -13,12 +14,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace {
 
+using zep::BoardGuard;
 using zep::Steps;
 
 constexpr size_t kBlock = 64 * 1024;
@@ -27,56 +31,97 @@ constexpr int64_t kMaxMiB = 1024;
 // A medium that is slower than this fails, so that no test lasts for ever.
 constexpr int64_t kStartMs = 60'000, kMsPerBlock = 250; // 256 KiB/s after the first minute
 
-constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE};
+constexpr char kFileName[] = ".factory_test";
 
-// The file under test; a signal handler must know it, so it is the process's.
-struct State {
-    char path[128] = "";
-    volatile sig_atomic_t created = 0; // ours: nobody else's file of that name is touched
+struct Buffers {
+    alignas(kAlign) uint8_t wanted[kBlock];
+    alignas(kAlign) uint8_t seen[kBlock];
 };
-constinit State state;
+constinit Buffers buffers = {}; // too large for the device's stack
 
-void remove_and_end(int signal_number)
+bool refuse(const Steps& steps, const char* what)
 {
-    if (state.created) unlink(state.path);
-    signal(signal_number, SIG_DFL);
-    raise(signal_number); // comes when the handler has returned
+    steps.say("%s : %s : failed\n", what, strerror(errno));
+    return false;
 }
 
-// The file goes away on every path, a termination signal included.
+// The file of the test. It goes away with the object, and so does what an earlier run had to leave behind, after
+// a power cut for example.
 class TestFile {
 public:
-    explicit TestFile(const char* folder)
+    explicit TestFile(const char* folder) : folder_(folder)
     {
-        snprintf(state.path, sizeof state.path, "%s/.factory_test_%d", folder, int(getpid()));
+        snprintf(path_, sizeof path_, "%s/%s", folder, kFileName);
         struct sigaction action = {};
-        action.sa_handler = remove_and_end;
-        for (int s : kEndingSignals) sigaction(s, &action, nullptr);
-        signal(SIGXFSZ, SIG_IGN); // a file that may not grow is a write that fails
+        action.sa_handler = SIG_IGN; // a file that may not grow is a write that fails
+        sigaction(SIGXFSZ, &action, &before_);
     }
     ~TestFile()
     {
-        if (state.created) unlink(state.path);
-        for (int s : kEndingSignals) signal(s, SIG_DFL);
-        signal(SIGXFSZ, SIG_DFL);
+        if (created_ && unlink(path_) < 0) zep::warn("%s stays : %s", path_, strerror(errno));
+        sigaction(SIGXFSZ, &before_, nullptr);
     }
     TestFile(const TestFile&) = delete;
     TestFile& operator=(const TestFile&) = delete;
 
-    // A signal between the file's making and the note of it would leave the file behind.
-    static zep::Fd create()
+    // Makes it, empty. False when it cannot be made, or, with `busy`, when another process tests the medium.
+    bool create(const char* test, const Steps& steps, bool& busy)
     {
-        sigset_t all;
-        sigset_t before;
-        sigfillset(&all);
-        sigprocmask(SIG_BLOCK, &all, &before);
-        zep::Fd fd(open(state.path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-        int e = errno;
-        state.created = bool(fd);
-        sigprocmask(SIG_SETMASK, &before, nullptr);
-        errno = e;
-        return fd;
+        remove_numbered();
+        for (;;) {
+            fd_.reset(open(path_, O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+            if (!fd_) return refuse(steps, "create");
+            busy = !zep::claim_board(fd_.get(), 0, test);
+            if (busy) return false;
+            if (is_in_folder()) break; // else its owner has just removed it
+        }
+        created_ = true;
+        return ftruncate(fd_.get(), 0) == 0 || refuse(steps, "create");
     }
+
+    [[nodiscard]] int fd() const { return fd_.get(); }
+
+    // A descriptor of the object's, -1 with errno. Reads go past the page cache where the file system can; some
+    // open a file so and then refuse to read it.
+    int open_for_reading()
+    {
+        reading_.reset(open(path_, O_RDONLY | O_CLOEXEC | O_DIRECT));
+        if (!reading_) reading_.reset(open(path_, O_RDONLY | O_CLOEXEC));
+        if (reading_ && pread(reading_.get(), buffers.seen, kBlock, 0) < 0)
+            fcntl(reading_.get(), F_SETFL, fcntl(reading_.get(), F_GETFL) & ~O_DIRECT);
+        return reading_.get();
+    }
+
+private:
+    [[nodiscard]] bool is_in_folder() const
+    {
+        struct stat mine;
+        struct stat there;
+        return fstat(fd_.get(), &mine) == 0 && lstat(path_, &there) == 0 && mine.st_ino == there.st_ino &&
+               mine.st_dev == there.st_dev;
+    }
+
+    // Former versions put the process number behind the name.
+    void remove_numbered() const
+    {
+        DIR* folder = opendir(folder_);
+        if (!folder) return;
+        const size_t length = strlen(kFileName);
+        while (const dirent* entry = readdir(folder)) {
+            const char* rest = entry->d_name + length;
+            if (strncmp(entry->d_name, kFileName, length) != 0 || *rest++ != '_') continue;
+            if (*rest == '\0' || rest[strspn(rest, "0123456789")] != '\0') continue;
+            unlinkat(dirfd(folder), entry->d_name, 0);
+        }
+        closedir(folder);
+    }
+
+    const char* folder_;
+    char path_[64];
+    zep::Fd fd_; // both stay open until the file is gone: closing one ends the claim
+    zep::Fd reading_;
+    bool created_ = false;
+    struct sigaction before_;
 };
 
 // Pseudo-random words (xorshift32, Marsaglia 2003), so that no two blocks are alike.
@@ -103,18 +148,6 @@ public:
 private:
     int64_t start_ms_ = zep::monotonic_ms();
 };
-
-struct Buffers {
-    alignas(kAlign) uint8_t wanted[kBlock];
-    alignas(kAlign) uint8_t seen[kBlock];
-};
-constinit Buffers buffers = {}; // too large for the device's stack
-
-bool refuse(const Steps& steps, const char* what)
-{
-    steps.say("%s : %s : failed\n", what, strerror(errno));
-    return false;
-}
 
 // The kernel's list has a line for each mount: what, where, and more.
 bool in_mount_list(const char* folder)
@@ -159,43 +192,36 @@ bool has_room(const char* folder, int64_t bytes, const Steps& steps)
     return false;
 }
 
-bool write_file(int64_t bytes, const Steps& steps)
+bool write_file(const TestFile& file, int64_t bytes, const Steps& steps)
 {
-    zep::Fd fd = TestFile::create();
-    if (!fd) return refuse(steps, "create");
     Stopwatch watch;
     Pattern pattern;
     for (int64_t done = 0; done < bytes; done += kBlock) {
+        if (BoardGuard::interrupted()) return false;
         pattern.fill(buffers.wanted, kBlock);
-        if (!zep::write_fully(fd.get(), buffers.wanted, kBlock)) return refuse(steps, "write");
+        if (!zep::write_fully(file.fd(), buffers.wanted, kBlock)) return refuse(steps, "write");
         if (too_slow("write", watch, done / int64_t(kBlock), steps)) return false;
     }
-    if (fsync(fd.get()) < 0) return refuse(steps, "sync");
+    // The medium's own time is here: the writes before may have ended in the page cache.
+    if (fsync(file.fd()) < 0) return refuse(steps, "sync");
+    if (too_slow("write", watch, bytes / int64_t(kBlock), steps)) return false;
     // What stays in the page cache would be compared with itself.
-    posix_fadvise(fd.get(), 0, 0, POSIX_FADV_DONTNEED);
+    posix_fadvise(file.fd(), 0, 0, POSIX_FADV_DONTNEED);
     steps.say("WRITE %lld KiB/s\n", static_cast<long long>(bytes / 1024 * 1000 / watch.ms()));
     return true;
 }
 
-// Past the page cache where the file system can; some open such a file and then refuse to read it.
-zep::Fd open_for_reading()
+bool compare_file(TestFile& file, int64_t bytes, const Steps& steps)
 {
-    zep::Fd fd(open(state.path, O_RDONLY | O_CLOEXEC | O_DIRECT));
-    if (fd && pread(fd.get(), buffers.seen, kBlock, 0) < 0) fd.reset();
-    if (!fd) fd.reset(open(state.path, O_RDONLY | O_CLOEXEC));
-    return fd;
-}
-
-bool compare_file(int64_t bytes, const Steps& steps)
-{
-    zep::Fd fd = open_for_reading();
-    if (!fd) return refuse(steps, "open");
+    const int fd = file.open_for_reading();
+    if (fd < 0) return refuse(steps, "open");
     Stopwatch watch;
     Pattern pattern;
     for (int64_t done = 0; done < bytes; done += kBlock) {
+        if (BoardGuard::interrupted()) return false;
         pattern.fill(buffers.wanted, kBlock);
-        errno = EIO; // what a file that ends too early is told as
-        if (zep::read_fully(fd.get(), buffers.seen, kBlock) < kBlock) return refuse(steps, "read");
+        errno = EIO; // the reason given for a file that ends too early
+        if (zep::read_fully(fd, buffers.seen, kBlock) < kBlock) return refuse(steps, "read");
         if (too_slow("read", watch, done / int64_t(kBlock), steps)) return false;
         if (memcmp(buffers.wanted, buffers.seen, kBlock) == 0) continue;
         steps.say("compare : difference in the 64 KiB at %lld : failed\n", static_cast<long long>(done));
@@ -205,11 +231,12 @@ bool compare_file(int64_t bytes, const Steps& steps)
     return true;
 }
 
-bool test_medium(const char* folder, int64_t bytes, const Steps& steps)
+bool test_medium(const char* folder, int64_t bytes, const char* test, const Steps& steps, bool& busy)
 {
-    if (!is_mount_point(folder, steps) || !has_room(folder, bytes, steps)) return false;
+    if (!is_mount_point(folder, steps)) return false;
     TestFile file(folder);
-    return write_file(bytes, steps) && compare_file(bytes, steps);
+    return file.create(test, steps, busy) && has_room(folder, bytes, steps) &&
+           write_file(file, bytes, steps) && compare_file(file, bytes, steps);
 }
 
 int run(int argc, char** argv, const char* folder)
@@ -222,7 +249,11 @@ int run(int argc, char** argv, const char* folder)
     int64_t mib = 4;
     const zep::Option options[] = {{"-v", &steps.verbose}, {"-m", nullptr, &mib, 1, kMaxMiB}};
     if (!zep::parse_options(argc, argv, options, nullptr, 0, usage)) return zep::print_verdict(false);
-    return zep::print_verdict(test_medium(folder, mib * 1024 * 1024, steps));
+    BoardGuard guard;
+    bool busy = false;
+    const bool passed = test_medium(folder, mib * 1024 * 1024, argv[0], steps, busy);
+    if (busy) guard.give_up();
+    return guard.verdict(passed);
 }
 
 } // namespace

@@ -1,14 +1,16 @@
 // GPIO lines of the board, by model and by configuration.
 #include "factory/wiring.hpp"
+#include "factory/verdict.hpp"
 
 #include "board/cmodel.h"
-#include "common/conf/conf_scan.hpp"
+#include "common/base/fd.hpp"
+#include "common/base/line_reader.hpp"
+#include "common/conf/conf_token.hpp"
 
-#include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <unistd.h>
+#include <fcntl.h>
 
 namespace zep {
 
@@ -33,41 +35,32 @@ constexpr Board kBoards[] = {
     {2, 4, "5.0,5.1,6.4,8.2", "4.0,4.1,4.6,4.7", "power:9.0,status:9.1,network:9.2,record:9.3", "8.1"},
 };
 
-// A list as the file gives it. One that fills its room may have been cut, and may still look like a list, but
-// with lines missing. The reader's lines have 255 characters, which is more.
-constexpr size_t kListRoom = 200;
+constexpr size_t kListSize = 198; // characters of a list
+constexpr size_t kFileLine = 256; // of the file, with its line feed and a NUL
 
-struct WiringText {
-    char outputs[kListRoom];
-    char inputs[kListRoom];
-    char leds[kListRoom];
-    char key[kListRoom];
-    int32_t key_active;
+struct ListSetting {
+    const char* name;
+    LineList Wiring::*list;
+};
+constexpr ListSetting kLists[] = {
+    {"dio_out", &Wiring::outputs},
+    {"dio_in", &Wiring::inputs},
+    {"led", &Wiring::leds},
+    {"key", &Wiring::key},
 };
 
-#define FIELD(member) offsetof(WiringText, member), sizeof(WiringText::member)
-constexpr ConfKey kKeys[] = {
-    {"dio_out", conf_store_text, FIELD(outputs)}, {"dio_in", conf_store_text, FIELD(inputs)},
-    {"led", conf_store_text, FIELD(leds)},        {"key_active", conf_store_int32, FIELD(key_active), 0, 1},
-    {"key", conf_store_text, FIELD(key)},
-};
-#undef FIELD
-static_assert(conf_keys_reachable(kKeys));
-
-WiringText text_of_model()
+void load_model(Wiring& wiring)
 {
     char model[CMODEL_CODE_SIZE];
     CMODEL_GetCode(model);
-    WiringText text = {};
     for (const Board& board : kBoards) {
         if (board.platform != CMODEL_GetPlatform(model) || board.channels != CMODEL_GetChannelCount(model))
             continue;
-        snprintf(text.outputs, sizeof text.outputs, "%s", board.outputs);
-        snprintf(text.inputs, sizeof text.inputs, "%s", board.inputs);
-        snprintf(text.leds, sizeof text.leds, "%s", board.leds);
-        snprintf(text.key, sizeof text.key, "%s", board.key);
+        parse_lines(board.outputs, wiring.outputs);
+        parse_lines(board.inputs, wiring.inputs);
+        parse_lines(board.leds, wiring.leds);
+        parse_lines(board.key, wiring.key);
     }
-    return text;
 }
 
 // A decimal number of at most two digits; `text` moves behind it.
@@ -91,16 +84,52 @@ bool parse_name(const char*& text, Line& line)
     return true;
 }
 
-bool parse_named(const char* name, const char* text, LineList& list)
+bool set_list(int number, const char* name, const char* value, LineList& list)
 {
-    if (strlen(text) + 1 == kListRoom) {
-        fprintf(stderr, "%s: %s= has a list of more than %zu characters\n", kWiringFile, name, kListRoom - 2);
+    if (strlen(value) > kListSize) {
+        warn("%s:%d: %s= has a list of more than %zu characters", kWiringFile, number, name, kListSize);
         return false;
     }
-    if (parse_lines(text, list)) return true;
-    fprintf(stderr, "%s: %s=%s is not a list of at most %zu lines such as 5.0,5.1\n", kWiringFile, name, text,
-            kMaxLines);
+    if (parse_lines(value, list)) return true;
+    warn("%s:%d: %s=%s is not a list of at most %zu lines such as 5.0,5.1", kWiringFile, number, name, value,
+         kMaxLines);
     return false;
+}
+
+bool set_key_level(int number, const char* value, int32_t& level)
+{
+    if (strcmp(value, "0") != 0 && strcmp(value, "1") != 0) {
+        warn("%s:%d: key_active=%s is neither 0 nor 1", kWiringFile, number, value);
+        return false;
+    }
+    level = *value - '0';
+    return true;
+}
+
+// An empty value leaves what the model has.
+bool set(int number, const char* name, const char* value, Wiring& wiring)
+{
+    for (const ListSetting& setting : kLists)
+        if (strcmp(setting.name, name) == 0)
+            return !*value || set_list(number, name, value, wiring.*setting.list);
+    if (strcmp(name, "key_active") == 0) return !*value || set_key_level(number, value, wiring.key_active);
+    warn("%s:%d: %s is not a setting", kWiringFile, number, name);
+    return false;
+}
+
+// One line of the file; a further "=" behind a value begins a setting of its own.
+bool load_line(int number, const char* line, Wiring& wiring)
+{
+    for (const char* cursor = line; cursor;) {
+        const ConfToken token = conf_token(cursor);
+        if (!token.next || conf_ends_line(token.next)) return true;
+        char name[kFileLine] = "";
+        char value[kFileLine] = "";
+        conf_copy(token, name);
+        cursor = conf_value(token.next, value);
+        if (!set(number, name, value, wiring)) return false;
+    }
+    return true;
 }
 
 } // namespace
@@ -125,29 +154,23 @@ bool parse_lines(const char* text, LineList& list)
 
 bool load_wiring(Wiring& wiring)
 {
-    WiringText text = text_of_model();
-    // Without the file the model's lines hold; the scan would report its absence to the system log.
-    if (access(kWiringFile, R_OK) == 0) conf_scan({"factory_io_info", kKeys}, kWiringFile, &text);
-    wiring.key_active = text.key_active;
-    return parse_named("dio_out", text.outputs, wiring.outputs) &&
-           parse_named("dio_in", text.inputs, wiring.inputs) && parse_named("led", text.leds, wiring.leds) &&
-           parse_named("key", text.key, wiring.key);
-}
-
-void Steps::say(const char* format, ...) const
-{
-    if (!verbose) return;
-    va_list args;
-    va_start(args, format);
-    vprintf(format, args);
-    va_end(args);
-    fflush(stdout);
-}
-
-int print_verdict(bool passed)
-{
-    puts(passed ? "successful" : "failed");
-    return 0;
+    load_model(wiring);
+    const Fd file(open(kWiringFile, O_RDONLY | O_CLOEXEC));
+    if (!file) return true; // the model's lines hold
+    LineReader reader(file.get());
+    char line[kFileLine];
+    int number = 0;
+    ssize_t length = 0;
+    while ((length = reader.next(line)) > 0) {
+        ++number;
+        // A line that was cut may still look whole, with lines of the board missing.
+        if (size_t(length) + 1 == sizeof line && line[length - 1] != '\n') {
+            warn("%s:%d: the line has more than %zu characters", kWiringFile, number, kFileLine - 2);
+            return false;
+        }
+        if (!load_line(number, line, wiring)) return false;
+    }
+    return true;
 }
 
 } // namespace zep

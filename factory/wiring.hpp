@@ -29,21 +29,13 @@ struct Wiring {
     int32_t key_active = 0; // level of the pressed key
 };
 
-// The wiring of this device's model, with what "/etc/factory_io.conf" says in its place. False when
-// that file holds a text that is no list of lines; one line on standard error then says which.
+// The wiring of this device's model, with what "/etc/factory_io.conf" says in its place. False when that file
+// holds an unknown setting, or a value that is not allowed; one line on standard error and in the system log then
+// says which, and in which line of the file.
 bool load_wiring(Wiring& wiring);
 
 // "5.0,5.1" or "power:9.0,status:9.1": groups 1 to 10, bits 0 to 7, names of at most 15 characters. False
 // for anything else, or too many.
 bool parse_lines(const char* text, LineList& list);
-
-// "-v" was given: messages of the steps.
-struct Steps {
-    bool verbose = false;
-    [[gnu::format(printf, 2, 3)]] void say(const char* format, ...) const;
-};
-
-// Prints "successful" or "failed"; the handler's result.
-int print_verdict(bool passed);
 
 } // namespace zep

@@ -8,6 +8,16 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+namespace {
+
+void report_send(int error)
+{
+    printf("[CSYSMGR_SendPacket] : error while send message : %s\n", strerror(error));
+    errno = error;
+}
+
+} // namespace
+
 int CSYSMGR_SendPacket(uint32_t command, const void* data, int32_t length)
 {
     if (length < 0 || length > CSYSMGR_DATA_SIZE || (!data && length > 0)) return -1;
@@ -23,7 +33,7 @@ int CSYSMGR_SendPacket(uint32_t command, const void* data, int32_t length)
     }
     const sockaddr_in to = zep::loopback_address(CSYSMGR_PORT);
     if (sendto(fd, packet, size_t(CSYSMGR_HEADER_SIZE + length), 0, zep::as_sockaddr(to), sizeof to) < 0)
-        printf("[CSYSMGR_SendPacket] : error while send message : %s\n", strerror(errno));
+        report_send(errno);
     close(fd);
     return 0;
 }

@@ -111,6 +111,18 @@ TEST_F(Arp, ErrorsOfTheInterfaceEndWithoutAWordOnStandardOutput)
     EXPECT_EQ(run.err, "sendto: Network is down\n");
 }
 
+// Nobody was asked, so nothing is known; one probe that leaves is enough.
+TEST_F(Arp, WithoutAProbeTheAddressIsUnknown)
+{
+    Outcome run =
+        camera.run({"sh", "-c",
+                    "SENDTO_ERRNO=105 LD_PRELOAD=/run/bin/libcamera_moments.so:$LD_PRELOAD qrn_arp eth0 " +
+                        kFree + " 300; echo status $?"},
+                   {"--link", "192.168.10.1", "--bind", MOMENTS});
+    EXPECT_EQ(run.out, "unknown\nstatus 0\n");
+    EXPECT_THAT(run.err, StartsWith("sendto: No buffer space available\n"));
+}
+
 TEST_F(Arp, TheUsageNamesTwoOfItsThreeArguments)
 {
     for (const char* words : {"", "eth0", "eth0 10.0.0.1", "eth0 10.0.0.1 100 more"}) {

@@ -81,13 +81,36 @@ TEST_F(Dio, LinesComeFromTheModelOrTheConfiguration)
     EXPECT_EQ(run("printf 'dio_out=1.0\\ndio_in=2.7\\n' > /etc/factory_io.conf; test_dio -n 1 -v").out,
               "OUT 0x0000 => IN 0x0000 : successful\nOUT 0x0001 => IN 0x0001 : successful\n"
               "OUT 0x0001 => IN 0x0001 : successful\nOUT 0x0000 => IN 0x0000 : successful\nsuccessful\n");
-    other = run("printf 'dio_out=1.0,1.9\\n' > /etc/factory_io.conf; test_dio");
-    EXPECT_EQ(other.out, kFailed);
-    EXPECT_THAT(other.err, HasSubstr("dio_out=1.0,1.9 is not a list"));
-    EXPECT_THAT(other.of("hi3516_reg"), IsEmpty());
 }
 
-TEST_F(Dio, ADriverThatFailsAndASignalLeaveTheLinesAsTheyWere)
+TEST_F(Dio, AFileThatIsNotUnderstoodIsRefusedWithLineAndWord)
+{
+    const struct {
+        const char *file, *message;
+    } kFiles[] = {
+        {"dio_out=1.0,1.9", "1: dio_out=1.0,1.9 is not a list of at most 16 lines such as 5.0,5.1"},
+        {"# levels\n\nkey_active=high", "3: key_active=high is neither 0 nor 1"},
+        {"key_active=2", "1: key_active=2 is neither 0 nor 1"},
+        {"dio_in=4.0\ndio_ouy=5.0", "2: dio_ouy is not a setting"},
+        {"dio_outputs=5.0", "1: dio_outputs is not a setting"},
+        {"high", "1: high is not a setting"},
+        {"dio_in=4.0=leds=9.0", "1: leds is not a setting"},
+        {"# %0300d", "1: the line has more than 254 characters"},
+    };
+    for (const auto& f : kFiles) {
+        Outcome refused = run(std::string("printf '") + f.file + "\\n' > /etc/factory_io.conf; test_dio -r");
+        EXPECT_EQ(refused.out, kFailed) << f.file;
+        EXPECT_EQ(refused.err, std::string("/etc/factory_io.conf:") + f.message + "\n");
+        EXPECT_THAT(refused.log, testing::ElementsAre(HasSubstr(f.message)));
+        EXPECT_THAT(refused.of("hi3516_reg"), IsEmpty());
+    }
+    EXPECT_THAT(run("printf '[board]\n key_active = 1\r\n dio_in=\nled=#none\nkey_active=\n"
+                    "dio_in=4.1=dio_out=5.1\n' > /etc/factory_io.conf; test_dio -r")
+                    .out,
+                "4.1=0\nsuccessful\n");
+}
+
+TEST_F(Dio, ADriverThatFailsLeavesTheLinesAsTheyWere)
 {
     pins(kPlugs);
     disturb();
@@ -98,9 +121,10 @@ TEST_F(Dio, ADriverThatFailsAndASignalLeaveTheLinesAsTheyWere)
         EXPECT_THAT(run("test_dio").out, EndsWith(kFailed)) << fault;
         EXPECT_EQ(registers(), before) << fault;
     }
-    camera.faults("");
-    EXPECT_EQ(interrupt("test_dio -n 1000").out, "143\n");
-    EXPECT_EQ(registers(), before);
+    camera.faults("hi3516_reg clear 60 -1 EIO\n");
+    Outcome stuck = run("test_dio");
+    EXPECT_EQ(stuck.out, kFailed);
+    EXPECT_THAT(stuck.err, HasSubstr("test_dio: line 5.0 could not be put back : Input/output error\n"));
     camera.faults("hi3516_reg open 0 -1 ENOENT\n");
     Outcome absent = run("test_dio");
     EXPECT_EQ(absent.out, "Error : open_gpio can not open '/dev/hi3516_reg'\n");
@@ -146,9 +170,9 @@ TEST_F(Leds, BlinkEachInTurnAndAreAsBefore)
     EXPECT_EQ(blink.out, kPassed);
     EXPECT_THAT(shown(blink),
                 ElementsAreArray({"0 on", "0 off", "0 on", "0 off", "0 off", // each comes back at its end
-                                  "1 on", "1 off", "1 on", "1 off",          //
+                                  "1 on", "1 off", "1 on", "1 off", "1 off", //
                                   "2 on", "2 off", "2 on", "2 off", "2 on",  //
-                                  "3 on", "3 off", "3 on", "3 off"}));
+                                  "3 on", "3 off", "3 on", "3 off", "3 off"}));
     EXPECT_EQ(registers(), before);
 }
 
@@ -157,7 +181,8 @@ TEST_F(Leds, AreChosenByNameOrNumber)
     EXPECT_EQ(run("test_led -v -n 1 record on").out, "LED 9.3 record on : successful\nsuccessful\n");
     EXPECT_EQ(run("test_led 2 off -v -n 2").out,
               "LED 9.1 status off : successful\nLED 9.1 status off : successful\nsuccessful\n");
-    EXPECT_THAT(shown(run("test_led all on -n 1")), ElementsAreArray({"0 on", "1 on", "2 on", "3 on"}));
+    EXPECT_THAT(shown(run("test_led all on -n 1")),
+                ElementsAreArray({"0 on", "0 off", "1 on", "1 off", "2 on", "2 off", "3 on", "3 off"}));
     for (const char* words : {"none", "0", "5", "power dim", "power on more", "-n 0", "-t 60001"}) {
         Outcome wrong = run(std::string("test_led ") + words);
         EXPECT_EQ(wrong.out, kFailed) << words;
@@ -190,10 +215,10 @@ TEST_F(Leds, HoldEachStateForTheTimeGiven)
 {
     const double before = clock_ms();
     run("test_led power -n 2 -t 2000");
-    EXPECT_NEAR(clock_ms() - before, 8000, 700);
+    EXPECT_GE(clock_ms() - before, 8000);
 }
 
-TEST_F(Leds, ADriverThatFailsOrASignalLeavesThemAsTheyWere)
+TEST_F(Leds, ADriverThatFailsLeavesThemAsTheyWere)
 {
     disturb();
     const auto before = registers();
@@ -203,9 +228,6 @@ TEST_F(Leds, ADriverThatFailsOrASignalLeavesThemAsTheyWere)
         EXPECT_EQ(run("test_led -t 100").out, kFailed) << fault;
         EXPECT_EQ(registers(), before) << fault;
     }
-    camera.faults("");
-    EXPECT_EQ(interrupt("test_led network -t 60000").out, "143\n");
-    EXPECT_EQ(registers(), before);
     camera.faults("hi3516_reg open 0 -1 EACCES\n");
     EXPECT_EQ(run("test_led").status, 255);
 }
@@ -213,21 +235,19 @@ TEST_F(Leds, ADriverThatFailsOrASignalLeavesThemAsTheyWere)
 namespace {
 
 struct Key : Board {
-    // Runs the test with presses at seconds from now on: "1 0.3 2" begins after a second, lasts 0.3 s and
-    // bounces twice.
-    Outcome press(const Lines& presses, const std::string& options = "")
+    // Runs the test while the driver shows a pressed key at these of its looks at the line, so that the host's
+    // load plays no part. The first reads are those that save the line's state.
+    struct Looks {
+        int first, count;
+    };
+    Outcome press(const std::vector<Looks>& looks, const std::string& options = "")
     {
-        std::string plan = "--clear '8.1 level 1'";
-        for (const std::string& p : presses) plan += " '8.1 press +" + p + "'";
-        EXPECT_EQ(vcam("pin " + camera.state("").string() + " " + plan).status, 0);
+        std::string plan;
+        for (const Looks& l : looks)
+            plan += "hi3516_reg read " + std::to_string(3 + l.first) + " " + std::to_string(l.count) +
+                    " word1=0\n";
+        camera.faults(plan);
         return run("test_key " + options);
-    }
-    // The time that the test reports; -1 when it reports none.
-    static int reported(const Outcome& run)
-    {
-        int ms = -1;
-        sscanf(run.out.c_str(), "PRESSED %d ms", &ms);
-        return ms;
     }
 };
 
@@ -237,60 +257,70 @@ TEST_F(Key, APressIsTimedThroughItsBounces)
 {
     disturb();
     const auto before = registers();
-    for (const char* bounces : {"", " 1", " 5"}) {
-        Outcome passed = press({"1 0.7" + std::string(bounces)});
-        EXPECT_THAT(passed.out, EndsWith(" ms\nsuccessful\n")) << bounces;
-        EXPECT_NEAR(reported(passed), 700, 45) << bounces;
+    const struct {
+        std::vector<Looks> looks;
+        int looks_long; // at least 10 ms apart, but for one that ends a wait
+    } kPresses[] = {
+        {{{10, 70}}, 70},
+        {{{10, 1}, {12, 1}, {14, 1}, {16, 60}}, 60},
+        {{{10, 50}, {61, 1}, {63, 1}}, 54},
+    };
+    for (const auto& press : kPresses) {
+        const double start = clock_ms();
+        Outcome passed = this->press(press.looks, "-v");
+        int ms = -1;
+        EXPECT_EQ(sscanf(passed.out.c_str(), "PRESSED %d ms\nsuccess", &ms), 1) << passed.out;
+        EXPECT_THAT(passed.out, EndsWith(" ms\nsuccessful\n"));
+        EXPECT_GE(ms, (press.looks_long - 1) * 10);
+        EXPECT_LT(ms, clock_ms() - start);
         EXPECT_EQ(registers(), before);
     }
-    EXPECT_THAT(press({"1 0.2", "3 5"}, "-v").out, StartsWith("KEY 8.1: press and release within 10 s\n"));
+    Outcome plain = press({{10, 20}});
+    EXPECT_EQ(plain.out, kPassed) << "a script compares it";
+    EXPECT_EQ(plain.err, "KEY 8.1: press and release within 10 s\n");
 }
 
-TEST_F(Key, WhatIsNoPressFailsAtTheLimit)
+TEST_F(Key, WhatIsNotAPressFailsAtTheLimit)
 {
+    std::vector<Looks> open_and_closed;
+    for (int look = 10; look < 150; look += 2) open_and_closed.push_back({look, 1});
     const struct {
         const char* what;
-        Lines presses;
-        const char* options;
-        double seconds;
-    } cases[] = {
-        {"nobody comes", {}, "", 10},          {"too late", {"2.5 0.3"}, "-t 2", 2},
-        {"never released", {"1 100"}, "", 10}, {"hangs from the start", {"0 100"}, "-t 5", 5},
-        {"a glitch", {"1 0.01"}, "-t 3", 3},   {"a contact that never closes", {"1 0.001 20"}, "-t 3", 3},
+        std::vector<Looks> looks;
+    } kCases[] = {
+        {"nobody comes", {}},           {"too late", {{300, 20}}}, // two seconds have at most 200 looks
+        {"never released", {{10, -1}}}, {"hangs from the start", {{0, -1}}},
+        {"a glitch", {{10, 1}}},        {"a contact that never closes", open_and_closed},
     };
-    for (const auto& c : cases) {
+    for (const auto& c : kCases) {
         const double before = clock_ms();
-        Outcome failed = press(c.presses, c.options);
+        Outcome failed = press(c.looks, "-t 2");
         EXPECT_EQ(failed.out, kFailed) << c.what;
         EXPECT_EQ(failed.status, 0);
-        EXPECT_NEAR(clock_ms() - before, c.seconds * 1000, 600) << c.what;
+        EXPECT_GE(clock_ms() - before, 2000) << c.what;
     }
 }
 
 TEST_F(Key, TheLineAndItsLevelComeFromTheConfiguration)
 {
-    EXPECT_EQ(vcam("pin " + camera.state("").string() + " --clear '2.5 press +1 0.4'").status, 0);
-    EXPECT_THAT(run("printf 'key=2.5\\nkey_active=1\\n' > /etc/factory_io.conf; test_key").out,
-                EndsWith("successful\n"));
+    camera.faults("hi3516_reg read 12 50 word1=0x20\n");
+    EXPECT_EQ(run("printf 'key=2.5\\nkey_active=1\\n' > /etc/factory_io.conf; test_key").out, kPassed);
     Outcome none = run("echo cam_model=ZM146 > /etc/cam_model.conf; rm /etc/factory_io.conf; test_key");
     EXPECT_EQ(none.out, kFailed);
     EXPECT_THAT(none.err, HasSubstr("no key line is known for this model"));
     none = run("printf 'key=2.5,2.6\\n' > /etc/factory_io.conf; test_key");
     EXPECT_EQ(none.out, kFailed);
     EXPECT_THAT(none.err, HasSubstr("several key lines are named"));
-    EXPECT_THAT(run("echo key=restoredefaults:2.5 > /etc/factory_io.conf; test_key -v -t 1").out,
+    EXPECT_THAT(run("echo key=restoredefaults:2.5 > /etc/factory_io.conf; test_key -t 1").err,
                 StartsWith("KEY 2.5"));
 }
 
-TEST_F(Key, FailingDriverSignalAndArguments)
+TEST_F(Key, FailingDriverAndArguments)
 {
     disturb();
     const auto before = registers();
     camera.faults("hi3516_reg read 10 1 EIO\n");
     EXPECT_EQ(run("test_key").out, kFailed);
-    EXPECT_EQ(registers(), before);
-    camera.faults("");
-    EXPECT_EQ(interrupt("test_key -t 3600").out, "143\n");
     EXPECT_EQ(registers(), before);
     for (const char* arguments : {"-t 0", "-t 3601", "-t", "word"})
         EXPECT_EQ(run(std::string("test_key ") + arguments).out, kFailed) << arguments;

@@ -147,17 +147,6 @@ TEST_F(SerialTest, APortThatDoesNotOpenIsTheOnlyFailureWithAStatus)
     }
 }
 
-TEST_F(SerialTest, ASignalEndsItWithTheSettingsBack)
-{
-    for (const char* applet : {"test_rs232", "get_cb_cam_info"})
-        EXPECT_EQ(keeping("ttyAMA2",
-                          std::string(applet) +
-                              " > /tmp/said & usleep 500000; kill -TERM $!; wait $!; echo $?; cat /tmp/said")
-                      .out,
-                  "143\n")
-            << applet << ": and no result";
-}
-
 // Neither a driver without a line status nor one that refuses settings or modem lines stops the test.
 TEST_F(SerialTest, RefusedRequestsAreNotTheVerdict)
 {

@@ -42,11 +42,6 @@ struct Board : testing::Test {
         run("");
     }
     Outcome run(const std::string& command) { return camera.run({"sh", "-c", start_ + command}); }
-    // Runs it in the background and ends it by a signal in the middle.
-    Outcome interrupt(const std::string& command, const std::string& after = "0.5")
-    {
-        return run(command + " > /tmp/out & p=$!; sleep " + after + "; kill -TERM $p; wait $p; echo $?");
-    }
 
     Camera camera;
 
