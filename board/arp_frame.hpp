@@ -19,8 +19,8 @@ enum class ArpVerdict { ignore, conflict, other };
 ArpFrame make_arp_request(const HardwareAddress& own, const ProtocolAddress& sender,
                           const ProtocolAddress& target);
 
-// What a received frame says of the probed address: `ignore` for what is no ARP request or reply (too short
-// frames included), `conflict` when another host owns or probes the address.
+// What a received frame means for the probed address: `ignore` when it is not a whole ARP request or reply,
+// `conflict` when another host owns or probes the address, else `other`.
 ArpVerdict judge_arp_frame(const uint8_t* frame, size_t length, const HardwareAddress& own,
                            const ProtocolAddress& probed);
 

@@ -4,6 +4,8 @@
 
 #include "common/base/shell.hpp"
 
+#include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -14,6 +16,18 @@ constexpr char kInfo[] = "\033[1;32m";
 constexpr char kEnd[] = "\n\033[0;39m";
 
 constexpr char kDefaultMac[] = "02:11:22:00:00:00";
+
+// Characters that are kept of each value: a MAC address as text, the digits of a serial number, and room for any
+// product code. The reader itself keeps 255.
+constexpr uint32_t kMacLimit = 17;
+constexpr uint32_t kSerialLimit = 10;
+constexpr uint32_t kProductLimit = 512;
+static_assert(sizeof kDefaultMac == kMacLimit + 1);
+
+// A value and a path, each character of which may get a backslash, and what stands around them: the command, the
+// name, the redirection and the quotes have fewer than 64 characters.
+constexpr size_t kAround = 64;
+constexpr size_t kCommandLine = 2 * kProductLimit + 2 * size_t(PATH_MAX) + kAround;
 
 // Appends `text`, with a backslash before each character of `special`, to what `line` holds.
 void append_escaped(char* line, size_t size, const char* text, const char* special)
@@ -37,7 +51,7 @@ bool plain_path(const char* path)
 // shells' echo interprets backslashes once more: a value that has some is printed instead.
 void write_line(const char* name, const char* value, const char* redirection, const char* path)
 {
-    char line[2 * 1024 + 2 * 4096 + 64];
+    char line[kCommandLine];
     const char* command = strchr(value, '\\') ? "printf '%s\\n'" : "echo";
     snprintf(line, sizeof line, "%s \"%s=", command, name);
     append_escaped(line, sizeof line, value, "\"$`\\");
@@ -62,12 +76,12 @@ int get_boot_param_main(int argc, char** argv)
         printf("%s[GET_BOOT_PARAM] ERROR ! argc is %d\n%s", kError, argc, kEnd);
         return -1;
     }
-    char mac[20] = "";
-    char serial[1024] = "";
-    char product[512] = "";
-    BOOTENV_GetValue("ethaddr=", 17, mac, sizeof mac);
-    BOOTENV_GetValue("serial_no=", 10, serial, sizeof serial);
-    BOOTENV_GetValue("product_code=", 512, product, sizeof product);
+    char mac[kMacLimit + 1] = "";
+    char serial[kSerialLimit + 1] = "";
+    char product[kProductLimit + 1] = "";
+    BOOTENV_GetValue("ethaddr=", kMacLimit, mac, sizeof mac);
+    BOOTENV_GetValue("serial_no=", kSerialLimit, serial, sizeof serial);
+    BOOTENV_GetValue("product_code=", kProductLimit, product, sizeof product);
 
     printf("%sGET BOOT PARAM%s", kInfo, kEnd);
     if (mac[0] == '\0') {

@@ -14,14 +14,23 @@ extern "C" {
  * requests are not checked. Safe from several threads as far as the driver is.
  */
 
-/** @return the driver's descriptor, which becomes the caller's; -1 when it cannot be opened */
+/**
+ * Open the register-access driver.
+ *
+ * @return its descriptor, which becomes the caller's to close; -1 when it cannot be opened, after one line on
+ *         standard output
+ */
 int open_gpio(void);
 
 /**
  * Make a line an output and drive it.
  *
- * A group outside 1 to 10 is refused silently; a bit of 32 or more (or below 0) has no line.
+ * A group outside 1 to 10 is refused silently; a bit of 32 or more (or below 0) has no line. A negative
+ * descriptor is one line on standard output. Whether the driver did it is not reported: save_gpio shows it.
  *
+ * @param fd     of open_gpio; stays the caller's
+ * @param group  bank of the line, 1 to 10
+ * @param bit    of the bank, 0 to 7 on this chip
  * @param value  0 low, else high
  */
 void set_gpio(int fd, int32_t group, int32_t bit, int32_t value);
@@ -29,13 +38,16 @@ void set_gpio(int fd, int32_t group, int32_t bit, int32_t value);
 /**
  * Make a line an input and read it.
  *
+ * @param fd     of open_gpio; stays the caller's
+ * @param group  bank of the line, 1 to 10
+ * @param bit    of the bank, 0 to 7 on this chip
  * @return the line's mask (1 << bit) when it is high, 0 when it is low, so bit 31 reads as a negative
  *         number; -1 for a negative descriptor (one line on standard output), another group, or when the
  *         driver refuses to read
  */
 int32_t get_gpio(int fd, int32_t group, int32_t bit);
 
-/** How a line stands: what a test changes and puts back. */
+/** The state of a line: what a test changes and puts back. */
 typedef struct {
     int32_t group;
     int32_t bit;
@@ -45,17 +57,21 @@ typedef struct {
 } GPIO_STATE_S;
 
 /**
- * Look at a line without changing anything.
+ * Read the state of a line without changing anything.
  *
+ * @param state  receives the state; untouched unless the result is 0
  * @return 0; -1 for a negative descriptor (one line on standard output), a line that does not exist
- *         (groups 1 to 10, bits 0 to 7), or when the driver refuses
+ *         (groups 1 to 10, bits 0 to 7), or when the driver refuses, with its errno
  */
 int32_t save_gpio(int fd, int32_t group, int32_t bit, GPIO_STATE_S* state);
 
 /**
- * Make a line again what save_gpio found: level and direction, then the pin's multiplexing.
+ * Give a line the state that save_gpio found: level and direction, then the pin's multiplexing.
  *
- * @return 0; -1 as save_gpio, what can be restored is
+ * The output latch behind an input cannot be read. A line that was an input and is an output now leaves in its
+ * latch the level that its pin had.
+ *
+ * @return 0; -1 as save_gpio: the other steps have been tried then
  */
 int32_t restore_gpio(int fd, const GPIO_STATE_S* state);
 

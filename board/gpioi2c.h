@@ -12,15 +12,29 @@ extern "C" {
  * are 8 bits wide: higher bits are cut, so that they cannot reach another field of the request.
  */
 
-/** @return the driver's descriptor, which becomes the caller's; -1 after one line on standard output */
+/**
+ * Open the driver.
+ *
+ * @return its descriptor, which becomes the caller's to close; -1 when it cannot be opened, after one line on
+ *         standard output
+ */
 int open_gpioi2c(void);
 
-/** Write one register. @return the driver's result; -1 for a negative descriptor, after one line */
+/**
+ * Write one register. Waits for the bus.
+ *
+ * @param fd      of open_gpioi2c; stays the caller's
+ * @param device  address in its 8-bit form
+ * @return the driver's result: -1 with errno when it refuses, as it does for an absent device; -1 for a negative
+ *         descriptor, after one line on standard output
+ */
 int32_t write_gpioi2c(int fd, uint32_t device, uint32_t reg, uint32_t value);
 
 /**
- * Read one register.
+ * Read one register. Waits for the bus.
  *
+ * @param fd      of open_gpioi2c; stays the caller's
+ * @param device  address in its 8-bit form
  * @return 0 to 255; -1 for a negative descriptor (one line on standard output) or when the driver refuses,
  *         as it does for an absent device
  */

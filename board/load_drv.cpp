@@ -14,6 +14,10 @@ constexpr char kRegTool[] = "/bin/reg";
 
 // A step is a module of the driver folder, or "-s ..." / "-c ...": bits of a register set or cleared,
 // in the spelling that the register tool gets. A list ends with null.
+//
+// The addresses are those of the chip's register map. A GPIO bank has its direction register at base + 0x400, bit
+// set for an output; line N is read and written at base + ((1 << N) << 2), so that one access touches one line. The
+// masks are those of the maker's start-up scripts for each board, digit for digit: other scripts compare the lines.
 using Steps = const char* const*;
 
 constexpr const char* kNone[] = {nullptr};
@@ -26,8 +30,8 @@ constexpr const char* kZm140[] = {"tw_9910", "tlv_320", "ds_1339", nullptr};
 constexpr const char* kZm141[] = {
     "tw_9910",
     "tlv_320",
-    "-c 0x101E0020 0x00100000", // pin multiplexing
-    "-s 0x101E5400 0x00000002", // bit 1 of the bank is an output
+    "-c 0x101E0020 0x00100000", // pin multiplexing: bit 20 clear makes the pin line 1 of bank 0x101E5000
+    "-s 0x101E5400 0x00000002", // line 1 is an output
     "-c 0x101E5008 0x00000002", // and low
     nullptr,
 };
@@ -36,22 +40,22 @@ constexpr const char* kFourChannels[] = {"tw_2864", "ise_2010", nullptr};
 constexpr const char* kFourChannelsUsb[] = {"tw_2864", "ise_2010", "hiusb", nullptr};
 
 constexpr const char* kSecondGeneration[] = {
-    "-c 0x20110094 0x00000001",
+    "-c 0x20110094 0x00000001", // as the maker's script has it; what these two bits switch is not recorded
     "-c 0x20110270 0x00000004",
     "ds_1339",
     nullptr,
 };
 constexpr const char* kZm131[] = {"tw_2864", nullptr};
 constexpr const char* kZm135[] = {
-    "-s 0x200F009C 0x01",
-    "-s 0x20150400 0x04",
-    "-c 0x20150010 0x04", //
-    "-s 0x200F00A0 0x01",
-    "-s 0x20150400 0x08",
-    "-c 0x20150020 0x08",
-    "-c 0x200F00A4 0x01", // cleared, unlike the other two pins: the board is wired for it
-    "-s 0x20150400 0x10",
-    "-c 0x20150040 0x10",
+    "-s 0x200F009C 0x01", // pin multiplexing: line 2 of bank 0x20150000
+    "-s 0x20150400 0x04", // an output
+    "-c 0x20150010 0x04", // and low
+    "-s 0x200F00A0 0x01", // the same for line 3
+    "-s 0x20150400 0x08", //
+    "-c 0x20150020 0x08", //
+    "-c 0x200F00A4 0x01", // line 4: cleared, unlike the other two pins, as the maker's script has it
+    "-s 0x20150400 0x10", //
+    "-c 0x20150040 0x10", //
     "gv_7601",
     "tlv_320",
     nullptr,

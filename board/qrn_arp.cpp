@@ -104,7 +104,7 @@ bool expired(const timeval& since, int32_t limit_ms)
     return CTIME_IsExpired(since.tv_sec, since.tv_usec, limit_ms) == 0;
 }
 
-// 0 when nobody showed interest in the address within the limit, else -1.
+// 0 when no other host showed interest in the address within the limit; -1 when one did or a call failed.
 int run(Probe& probe)
 {
     gettimeofday(&probe.started, nullptr);

@@ -15,9 +15,9 @@ struct Option {
     int64_t max = 0;
 };
 
-// Takes every option from the arguments; what is none ends up in `words` (at most `max_words`). False for an
+// Takes every option from the arguments and puts the other words into `words`, at most `max_words`. False for an
 // unknown option, a missing, malformed or out-of-range number, or too many words: one line on standard error
-// says which, and `usage` is printed there too.
+// names it, and `usage` follows there.
 bool parse_options(int argc, char** argv, std::span<const Option> options, const char** words, int max_words,
                    const char* usage);
 
