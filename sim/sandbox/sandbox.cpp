@@ -1,17 +1,15 @@
-// The sandbox: namespaces, id maps and rights. The root is put together in sandbox_root.cpp.
+// The sandbox: namespaces and id maps. The root is put together in sandbox_root.cpp.
 #include "sim/sandbox/sandbox.hpp"
 #include "sim/sandbox/link.hpp"
+#include "sim/sandbox/rights.hpp"
 #include "sim/sandbox/sandbox_root.hpp"
 #include "sim/base/text.hpp"
 
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
-#include <linux/capability.h>
-#include <linux/sched.h>
 #include <net/if.h>
 #include <sched.h>
 #include <sys/ioctl.h>
@@ -25,7 +23,38 @@
 namespace vcam {
 namespace {
 
-constexpr unsigned long kNamespaces = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS;
+// Two user namespaces, one in the other. In the outer one the builder mounts the camera's root. The camera's
+// processes live in the inner one: for them the kernel locks every mount that a more powerful namespace made,
+// so that none of it can be taken away or be made writable.
+constexpr unsigned long kOuter = CLONE_NEWUSER | CLONE_NEWNS;
+constexpr unsigned long kInner = CLONE_NEWUSER | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS;
+
+// One process waits until another one has given its word; false when that one has ended without.
+class Gate {
+public:
+    Gate()
+    {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) < 0) fail("no pipe: %s", strerror(errno));
+        read_ = Fd(ends[0]);
+        write_ = Fd(ends[1]);
+    }
+    bool give(pid_t word = 0) { return write(write_.get(), &word, sizeof word) == sizeof word; }
+    bool wait(pid_t* word = nullptr)
+    {
+        write_ = Fd();
+        pid_t got = 0;
+        ssize_t n;
+        while ((n = read(read_.get(), &got, sizeof got)) < 0 && errno == EINTR) {
+        }
+        if (word) *word = got;
+        return n == sizeof got;
+    }
+    void shut() { write_ = Fd(); }
+
+private:
+    Fd read_, write_;
+};
 
 // A fork into new namespaces. The C library's wrapper wants a stack of its own; the child here
 // goes on like after fork.
@@ -55,18 +84,6 @@ void write_maps(pid_t child)
         fail("the sandbox does not start: the id maps of process %d are refused: %s", child, strerror(errno));
 }
 
-// Only without a user namespace: what would reach the machine outside goes for good.
-void drop_dangerous_rights()
-{
-    constexpr std::array kRights = {CAP_SYS_TIME,     CAP_SYS_BOOT,       CAP_SYS_MODULE, CAP_SYS_RAWIO,
-                                    CAP_SYS_PACCT,    CAP_SYSLOG,         CAP_MKNOD,      CAP_MAC_ADMIN,
-                                    CAP_MAC_OVERRIDE, CAP_SYS_TTY_CONFIG, CAP_WAKE_ALARM};
-    for (int right : kRights)
-        if (prctl(PR_CAPBSET_DROP, right, 0, 0, 0) < 0 && errno != EINVAL)
-            fail("cannot drop a right before the camera starts: %s", strerror(errno));
-    if (unshare(CLONE_NEWCGROUP) < 0 && errno != EINVAL) fail("no cgroup namespace: %s", strerror(errno));
-}
-
 void loopback_up()
 {
     Fd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -88,31 +105,52 @@ std::vector<char*> pointers(const std::vector<std::string>& words)
     return out;
 }
 
-// The child's way from the namespaces to pid 1's program.
-void become_init(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan, bool user_namespace)
+// The way of the camera's first process from its namespaces to its program.
+void become_init(const Camera& camera, const SandboxPlan& plan, Gate& mapped, Gate& ready, Gate& built)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL); // a killed launcher leaves nothing behind
+    if (!mapped.wait()) _exit(kSandboxFailure);
     loopback_up();
     if (sethostname("camera", 6) < 0) fail("no host name: %s", strerror(errno));
-    build_root(camera, pieces, plan);
+    ready.give();
+    if (!built.wait()) _exit(kSandboxFailure); // the builder has said why
+    if (chdir("/") < 0 || unshare(CLONE_NEWNS) < 0) fail("no mounts of its own: %s", strerror(errno));
+    mount_own(camera, plan);
     if (!plan.neighbour.empty()) make_link(plan.neighbour);
-    if (!user_namespace) drop_dangerous_rights();
+    give_up_rights();
     close_range(3, ~0u, CLOSE_RANGE_CLOEXEC);
     execve("/sbin/vcam-guest", pointers(plan.arguments).data(), pointers(plan.environment).data());
     fail("cannot start /sbin/vcam-guest in the camera: %s", strerror(errno));
 }
 
-[[noreturn]] void child_main(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan,
-                             bool user_namespace, int go)
+// Runs the body of a new process, which does not return to its caller's.
+template<class Body> [[noreturn]] void finish_process(Body body)
 {
     try {
-        char byte;
-        if (read(go, &byte, 1) != 1) _exit(kSandboxFailure); // the launcher could not write the id maps
-        become_init(camera, pieces, plan, user_namespace);
+        body();
+        _exit(0);
     } catch (const std::exception& e) {
         fprintf(stderr, "vcam: the sandbox does not start: %s\n", e.what());
+    } catch (const AlreadySaid&) {
     }
     _exit(kSandboxFailure);
+}
+
+// Makes the camera's first process, as the launcher's child, and the root for it.
+void build_camera(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan, Gate& launcher)
+{
+    Gate mapped, ready, built;
+    const pid_t init = fork_into(kInner | CLONE_PARENT);
+    if (init < 0) fail("no namespaces within the first: %s", strerror(errno));
+    if (init == 0) {
+        finish_process([&] { become_init(camera, plan, mapped, ready, built); });
+    }
+    launcher.give(init);
+    write_maps(init);
+    mapped.give();
+    if (!ready.wait()) throw AlreadySaid();
+    build_root(camera, pieces, plan, init);
+    built.give();
 }
 
 int wait_for(pid_t child)
@@ -138,11 +176,11 @@ void enter_namespaces(const Camera& camera, pid_t pid)
     if (!target || !root) fail("cannot join the camera, process %d: %s", pid, strerror(errno));
     if (!has_entered(camera, root))
         fail("the camera in %s is still starting; try again", camera.folder().c_str());
-    // Without a user namespace of its own the camera shares ours, and joining that is refused.
-    if (setns(target.get(), CLONE_NEWUSER) < 0 && errno != EINVAL)
+    if (setns(target.get(), CLONE_NEWUSER) < 0 ||
+        setns(target.get(), int((kInner & ~CLONE_NEWUSER) | CLONE_NEWNS)) < 0 || fchdir(root.get()) < 0 ||
+        chroot(".") < 0)
         fail("cannot join the camera, process %d: %s", pid, strerror(errno));
-    if (setns(target.get(), int(kNamespaces)) < 0 || fchdir(root.get()) < 0 || chroot(".") < 0)
-        fail("cannot join the camera, process %d: %s", pid, strerror(errno));
+    give_up_rights();
 }
 
 // The command's parent, which itself stays outside the camera's process space.
@@ -166,36 +204,33 @@ void enter_namespaces(const Camera& camera, pid_t pid)
 
 pid_t start_sandbox(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan)
 {
-    int go[2];
-    if (pipe2(go, O_CLOEXEC) < 0) fail("no pipe: %s", strerror(errno));
-    Fd go_read(go[0]), go_write(go[1]);
+    Gate mapped, number;
     fflush(nullptr);
-
-    bool user_namespace = true;
-    pid_t child = fork_into(CLONE_NEWUSER | kNamespaces);
-    int reason = errno;
-    if (child < 0 && geteuid() == 0) {
-        user_namespace = false;
-        child = fork_into(kNamespaces);
-    }
-    if (child < 0)
-        fail("the sandbox does not start: no namespaces for uid %u: %s; %s", geteuid(), strerror(reason),
-             geteuid() == 0 ? "root here lacks CAP_SYS_ADMIN, as in a container without privileges"
-                            : "run as root, or allow user.max_user_namespaces and "
-                              "kernel.unprivileged_userns_clone with sysctl");
-    if (child == 0) {
-        close(go_write.release());
-        child_main(camera, pieces, plan, user_namespace, go_read.get());
-    }
+    const pid_t builder = fork_into(kOuter);
+    if (builder < 0)
+        fail("the sandbox does not start: no namespaces for uid %u: %s; %s", geteuid(), strerror(errno),
+             geteuid() == 0
+                 ? "allow user.max_user_namespaces with sysctl; a container needs the right to make "
+                   "user namespaces (CAP_SYS_ADMIN)"
+                 : "run as root, or allow user.max_user_namespaces and "
+                   "kernel.unprivileged_userns_clone with sysctl");
+    if (builder == 0)
+        finish_process([&] {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            if (!mapped.wait()) throw AlreadySaid(); // the launcher could not write the id maps
+            build_camera(camera, pieces, plan, number);
+        });
     try {
-        if (user_namespace) write_maps(child);
+        write_maps(builder);
     } catch (const Error&) {
-        go_write = Fd();
-        waitpid(child, nullptr, 0);
+        mapped.shut();
+        waitpid(builder, nullptr, 0);
         throw;
     }
-    if (write(go_write.get(), "", 1) != 1) fail("the sandbox's first process is gone");
-    return child;
+    pid_t init = 0;
+    if (!mapped.give() || !number.wait(&init)) return builder; // it ends like a camera that does not start
+    wait_for(builder);
+    return init;
 }
 
 int join_sandbox(const Camera& camera, pid_t pid, const std::vector<std::string>& arguments,

@@ -2,9 +2,8 @@
 //
 // The root is the camera's own root/ folder with the host's libraries and programs bound
 // read-only into it; the file systems that a camera has of its own (/etc, /dev, /proc) are mounted
-// on top. Always inside a user namespace where the host allows one: setting the clock, rebooting
-// or loading a module is then refused by the kernel, whoever asks. Without it (root only) those
-// rights are dropped for good before the camera's first process starts.
+// on top. Always in user namespaces, as root too: the kernel locks the mounts for everybody inside and
+// refuses to set the clock, to reboot or to load a module.
 #pragma once
 
 #include "sim/base/camera.hpp"

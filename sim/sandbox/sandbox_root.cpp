@@ -1,15 +1,18 @@
-// The camera's root, put together by the sandbox's first process.
+// The camera's root: what its owner mounts, and what the camera may unmount.
 #include "sim/sandbox/sandbox_root.hpp"
 #include "sim/base/text.hpp"
 
+#include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace vcam {
@@ -23,9 +26,6 @@ constexpr const char* kSimulated[] = {"watchdog", "ds1339",  "hi3516_reg", "mem"
                                       "ttyAMA1",  "ttyAMA2", "acodec",     "sys",        "vb",      "ai",
                                       "ao",       "aenc",    "adec",       "mmz_userdev"};
 constexpr const char* kHostDevices[] = {"null", "zero", "full", "random", "urandom", "tty"};
-// Of the process file system, what reaches the whole machine.
-constexpr const char* kReadOnlyProc[] = {"/proc/sys", "/proc/sysrq-trigger", "/proc/irq", "/proc/bus",
-                                         "/proc/fs"};
 
 void try_mount(const std::string& source, const std::string& target, const char* type, unsigned long flags,
                const char* data = nullptr)
@@ -34,25 +34,15 @@ void try_mount(const std::string& source, const std::string& target, const char*
         fail("cannot mount %s on %s: %s", source.c_str(), target.c_str(), strerror(errno));
 }
 
-// Flags that a bind inherits and that only its owner may take away.
-unsigned long locked_flags(const std::string& path)
-{
-    struct statvfs st;
-    if (statvfs(path.c_str(), &st) < 0) return 0;
-    unsigned long flags = 0;
-    if (st.f_flag & ST_NOSUID) flags |= MS_NOSUID;
-    if (st.f_flag & ST_NODEV) flags |= MS_NODEV;
-    if (st.f_flag & ST_NOEXEC) flags |= MS_NOEXEC;
-    if (st.f_flag & ST_NOATIME) flags |= MS_NOATIME;
-    if (st.f_flag & ST_RELATIME) flags |= MS_RELATIME;
-    return flags;
-}
-
 void bind(const std::string& source, const std::string& target, bool writable)
 {
     try_mount(source, target, nullptr, MS_BIND | MS_REC);
-    if (!writable)
-        try_mount("none", target, nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY | locked_flags(target));
+    if (writable) return;
+    // With all that is mounted below it, which a remount would leave writable.
+    mount_attr read_only = {};
+    read_only.attr_set = MOUNT_ATTR_RDONLY;
+    if (mount_setattr(AT_FDCWD, target.c_str(), AT_RECURSIVE, &read_only, sizeof read_only) < 0)
+        fail("cannot make %s read-only: %s", target.c_str(), strerror(errno));
 }
 
 // A place to bind on: a folder for a folder, an empty file for anything else.
@@ -67,8 +57,8 @@ void make_place(const std::string& source, const std::string& target)
 
 class Builder {
 public:
-    Builder(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan)
-        : camera_(camera), pieces_(pieces), plan_(plan), root_(camera.path("root"))
+    Builder(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan, pid_t init)
+        : camera_(camera), pieces_(pieces), plan_(plan), init_(init), root_(camera.path("root"))
     {
     }
 
@@ -87,15 +77,26 @@ public:
         for (const auto& b : plan_.binds) place(b.host, b.inside, b.writable);
         devices();
         process_files();
-        etc();
-        for (const auto& m : plan_.media) medium(m);
+        make_folders(own_folder("/etc"));
+        for (const auto& m : plan_.media) make_folders(own_folder("/mnt/" + m.slot));
         enter();
     }
 
 private:
+    // A path below the root, on which something is mounted. A program of an earlier run may have left a link
+    // there, which here would lead into the host.
+    std::string own_folder(const std::string& inside) const
+    {
+        const std::string real = fs::weakly_canonical(root_ + inside).string();
+        if (!starts_with(real, root_ + "/"))
+            fail("%s is a link that leads out of the camera, to %s; remove it", (root_ + inside).c_str(),
+                 real.c_str());
+        return real;
+    }
+
     void place(const std::string& source, const std::string& inside, bool writable = false)
     {
-        make_place(source, root_ + inside);
+        make_place(source, own_folder(inside));
         bind(source, root_ + inside, writable);
     }
 
@@ -122,7 +123,7 @@ private:
 
     void devices()
     {
-        make_folders(root_ + "/dev");
+        make_folders(own_folder("/dev"));
         try_mount("dev", root_ + "/dev", "tmpfs", MS_NOSUID | MS_NOEXEC, "mode=755,size=1m");
         for (const char* name : kHostDevices) place(text("/dev/%s", name), text("/dev/%s", name), true);
         for (const char* name : kSimulated) place("/dev/null", text("/dev/%s", name), true);
@@ -141,34 +142,52 @@ private:
         fs::create_symlink("/proc/self/fd/2", root_ + "/dev/stderr");
     }
 
-    // Process numbers may be chosen in the camera; the other switches of /proc/sys may not be touched:
-    // the host's root is root here.
+    // The process file system shows the process space of its mounter, so a member of it mounts: a child, as
+    // this process itself stays outside.
     void process_files()
     {
-        make_folders(root_ + "/proc");
+        make_folders(own_folder("/proc"));
+        Fd space(int(syscall(SYS_pidfd_open, init_, 0)));
+        if (!space || setns(space.get(), CLONE_NEWPID) < 0)
+            fail("cannot enter the camera's process space: %s", strerror(errno));
+        const pid_t child = fork();
+        if (child < 0) fail("no process: %s", strerror(errno));
+        if (child == 0) _exit(mounted_process_files() ? 0 : 1);
+        int status = 0;
+        while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+        }
+        if (status != 0) throw AlreadySaid();
+    }
+
+    bool mounted_process_files() const
+    try {
         try_mount("proc", root_ + "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC);
-        const std::string numbers = root_ + "/proc/sys/kernel/ns_last_pid";
+        // With a control group namespace of its own, the host's root could mount and change the host's groups.
+        const std::string groups = root_ + "/proc/sys/user/max_cgroup_namespaces";
+        if (exists(groups)) write_file(groups, "0\n");
+        lock_machine_files();
+        return true;
+    } catch (const std::exception& e) {
+        fprintf(stderr, "vcam: the sandbox does not start: %s\n", e.what());
+        return false;
+    }
+
+    // Of the process file system only the processes' own folders stay writable, and the switch by which
+    // process numbers are chosen: the host's root is root here, and owns the switches of the whole machine.
+    void lock_machine_files() const
+    {
+        const std::string proc = root_ + "/proc";
+        const std::string numbers = proc + "/sys/kernel/ns_last_pid";
         Fd last_pid(open(numbers.c_str(), O_PATH | O_CLOEXEC));
-        for (const char* name : kReadOnlyProc)
-            if (exists(root_ + name)) bind(root_ + name, root_ + name, false);
+        for (const auto& entry : fs::directory_iterator(proc)) {
+            const std::string path = entry.path().string();
+            struct stat st;
+            if (isdigit(static_cast<unsigned char>(entry.path().filename().string()[0])) ||
+                lstat(path.c_str(), &st) < 0 || S_ISLNK(st.st_mode))
+                continue;
+            if (S_ISDIR(st.st_mode) || (st.st_mode & 0222)) bind(path, path, false);
+        }
         if (last_pid) try_mount(text("/proc/self/fd/%d", last_pid.get()), numbers, nullptr, MS_BIND);
-    }
-
-    // As large as its flash partition, so that it can be full.
-    void etc()
-    {
-        make_folders(root_ + "/etc");
-        const auto& p = camera_.partition("mtd3");
-        try_mount("/dev/mtdblock3", root_ + "/etc", "tmpfs", MS_NOSUID | MS_NODEV,
-                  text("mode=755,size=%llu", (unsigned long long)p.size).c_str());
-    }
-
-    void medium(const Medium& m)
-    {
-        const std::string place = root_ + "/mnt/" + m.slot;
-        make_folders(place);
-        try_mount("/dev/" + m.slot, place, "tmpfs", MS_NOSUID | MS_NODEV | (m.read_only ? MS_RDONLY : 0),
-                  text("mode=755,size=%llu", (unsigned long long)m.size).c_str());
     }
 
     void enter()
@@ -182,8 +201,23 @@ private:
     const Camera& camera_;
     const Pieces& pieces_;
     const SandboxPlan& plan_;
+    const pid_t init_;
     const std::string root_;
 };
+
+// As large as its flash partition, so that it can be full.
+void mount_etc(const Partition& p)
+{
+    try_mount("/dev/mtdblock3", "/etc", "tmpfs", MS_NOSUID | MS_NODEV,
+              text("mode=755,size=%llu", (unsigned long long)p.size).c_str());
+}
+
+void mount_medium(const Medium& m)
+{
+    try_mount("/dev/" + m.slot, "/mnt/" + m.slot, "tmpfs",
+              MS_NOSUID | MS_NODEV | (m.read_only ? MS_RDONLY : 0),
+              text("mode=755,size=%llu", (unsigned long long)m.size).c_str());
+}
 
 } // namespace
 
@@ -210,9 +244,15 @@ Medium parse_medium(const std::string& words)
     return {parts[0], parse_size(sizes[0], "--medium"), sizes.size() == 2};
 }
 
-void build_root(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan)
+void build_root(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan, pid_t init)
 {
-    Builder(camera, pieces, plan).build();
+    Builder(camera, pieces, plan, init).build();
+}
+
+void mount_own(const Camera& camera, const SandboxPlan& plan)
+{
+    mount_etc(camera.partition("mtd3"));
+    for (const auto& m : plan.media) mount_medium(m);
 }
 
 } // namespace vcam

@@ -1,11 +1,22 @@
-// The camera's root, put together by the sandbox's first process.
+// The camera's root: what its owner mounts, and what the camera may unmount.
 #pragma once
 
 #include "sim/sandbox/sandbox.hpp"
 
+#include <sys/types.h>
+
 namespace vcam {
 
-// Mounts and enters the camera's root; /etc is still empty afterwards. Throws.
-void build_root(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan);
+// The reason is on standard error already.
+struct AlreadySaid {};
+
+// Mounts and enters the camera's root, /etc and the media not yet in it. For a process outside the camera's
+// user namespace: the kernel locks these mounts for everybody inside. `init` is a member of the camera's
+// process space, for /proc. Throws Error or AlreadySaid.
+void build_root(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan, pid_t init);
+
+// Mounts what the camera itself may unmount: /etc, still empty, and the media. For the camera's first process
+// in its own mount namespace, the root entered. Throws.
+void mount_own(const Camera& camera, const SandboxPlan& plan);
 
 } // namespace vcam

@@ -1,4 +1,5 @@
 // The camera of a user who is not root. Root who starts this program becomes such a user first.
+#include "tests/sim/vcam/no_way_out.hpp"
 #include "tests/support/firmware.hpp"
 
 #include <cerrno>
@@ -31,6 +32,7 @@ public:
         for (const char* place : {"bin", "libexec/zep"}) fs::create_directories(folder_ / place);
         fs::copy_file(VCAM, folder_ / "bin/vcam");
         fs::copy_file(ZEP, folder_ / "bin/zep");
+        fs::copy_file(WAYS_OUT, folder_ / "bin/ways_out");
         fs::copy_file(VCAM_GUEST, folder_ / "libexec/zep/vcam-guest");
         fs::copy(PRELOAD, folder_ / "libexec/zep/preload", fs::copy_options::recursive);
         vcam_program = (folder_ / "bin/vcam").string();
@@ -140,6 +142,12 @@ TEST_F(Anybody, HasTheNeighbourAndTheMediaToo)
     if (const Refused what = refused_here(); what != Refused::none) return expect_reason(what, run);
     EXPECT_THAT(run.out, StartsWith("conflict 02:5a:00:00:00:02\n/dev/sd "));
     EXPECT_EQ(run.err, "");
+}
+
+TEST_F(Anybody, FindsNoWayOut)
+{
+    if (refused_here() != Refused::none) GTEST_SKIP() << "this system gives no namespaces";
+    expect_no_way_out(camera, fs::path(vcam_program).parent_path() / "ways_out");
 }
 
 TEST_F(Anybody, IsToldWhichSwitchOfTheSystemIsOff)
