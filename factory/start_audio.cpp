@@ -193,11 +193,9 @@ int32_t start_input(const AIO_ATTR_S& attr)
 bool known_payload()
 {
     switch (settings.payload_type) {
-    case PT_G711A:
-    case PT_G711U:
-    case PT_G726:
-    case PT_LPCM:
-    case PT_ADPCM:
+#define BUILT_IN(TYPE, NUMBER, NAME) case TYPE:
+        MPP_PAYLOAD_TYPES(BUILT_IN)
+#undef BUILT_IN
         return true;
     default:
         printf("%s: invalid aenc payload type:%d\n", kName, settings.payload_type);

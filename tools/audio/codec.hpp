@@ -1,6 +1,8 @@
 // The five voice codecs by name, frame by frame.
 #pragma once
 
+#include "base/mpp_audio.h"
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -12,8 +14,9 @@ struct CodecName {
     const char* name; // as the command line has it
     int32_t type;     // payload type
 };
-inline constexpr CodecName kCodecNames[] = {
-    {"g711a", 19}, {"g711u", 20}, {"g726", 21}, {"lpcm", 23}, {"adpcm", 49}};
+#define ZAUDIO_CODEC(TYPE, NUMBER, NAME) {NAME, TYPE},
+inline constexpr CodecName kCodecNames[] = {MPP_PAYLOAD_TYPES(ZAUDIO_CODEC)};
+#undef ZAUDIO_CODEC
 
 // One direction each; neither shares anything with another.
 class Encoder {

@@ -8,14 +8,23 @@
 extern "C" {
 #endif
 
-/** Payload types of the built-in codecs; -1 marks a free registry entry. */
-typedef enum {
-    PT_G711A = 19,
-    PT_G711U = 20,
-    PT_G726 = 21,
-    PT_LPCM = 23,
-    PT_ADPCM = 49,
-} PAYLOAD_TYPE_E;
+/**
+ * The built-in codecs, one row each: payload type, its number, its name on a command line. Whatever lists them is made
+ * from these rows.
+ */
+/* clang-format off */
+#define MPP_PAYLOAD_TYPES(ROW)   \
+    ROW(PT_G711A, 19, "g711a")   \
+    ROW(PT_G711U, 20, "g711u")   \
+    ROW(PT_G726,  21, "g726")    \
+    ROW(PT_LPCM,  23, "lpcm")    \
+    ROW(PT_ADPCM, 49, "adpcm")
+/* clang-format on */
+
+/** Payload types: PT_G711A = 19 and so on; -1 marks a free registry entry. */
+#define MPP_PAYLOAD_TYPE(TYPE, NUMBER, NAME) TYPE = NUMBER,
+typedef enum { MPP_PAYLOAD_TYPES(MPP_PAYLOAD_TYPE) } PAYLOAD_TYPE_E;
+#undef MPP_PAYLOAD_TYPE
 
 enum {
     AUDIO_BIT_WIDTH_8 = 0,
