@@ -1,12 +1,16 @@
 // Processes by the path they were started with: presence, signals, waiting.
 #include "service/cutil_proc.h"
+#include "common/base/fd.hpp"
+#include "service/kill_list.hpp"
 #include "service/proc_scan.hpp"
 
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/time.h>
+#include <syslog.h>
 #include <unistd.h>
 
 namespace {
@@ -60,6 +64,22 @@ bool send_signal(void* context, int pid, const char* command)
     return true;
 }
 
+struct ListOrder {
+    int signal;
+    KillList list;
+};
+
+bool signal_each_match(void* context, int pid, const char* command)
+{
+    const auto& order = *static_cast<const ListOrder*>(context);
+    for (size_t i = 0; i < order.list.count; ++i) {
+        if (!proc_matches(command, order.list.names[i])) continue;
+        syslog(LOG_INFO, "[CUTIL_KillProcAll] - kill[%s], %d\n", command, pid);
+        kill(pid, order.signal);
+    }
+    return true;
+}
+
 int64_t now_ms()
 {
     struct timeval now;
@@ -88,6 +108,22 @@ int CUTIL_KillProc(const char* name, int signal)
 {
     Order order = {name, signal};
     scan_processes(kSignalRule, {.context = &order, .process = send_signal});
+    return 0;
+}
+
+int CUTIL_KillProcAll(const char* list_path, int signal)
+{
+    syslog(LOG_INFO, "[CUTIL_KillProcAll]\n");
+    Fd file(open(list_path, O_RDONLY | O_CLOEXEC));
+    if (!file) {
+        syslog(LOG_INFO, "[CUTIL_KillProcAll] - list open err[%s]\n", list_path);
+        return -1;
+    }
+    ListOrder order = {.signal = signal, .list = {}};
+    read_kill_list(file.get(), order.list);
+    file.reset();
+    if (scan_processes(kSignalRule, {.context = &order, .process = signal_each_match}) < 0)
+        syslog(LOG_INFO, "[CUTIL_KillProcAll] - opendir err[%s]\n", "/proc");
     return 0;
 }
 

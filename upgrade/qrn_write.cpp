@@ -4,9 +4,9 @@
 #include "common/base/shell.hpp"
 #include "upgrade/log.hpp"
 #include "upgrade/package.hpp"
-#include "upgrade/pin_program.hpp"
 #include "upgrade/settings.hpp"
-#include "upgrade/stretch.hpp"
+#include "upgrade/upgrade_process.hpp"
+#include "upgrade/write_confirm.hpp"
 
 #include <cerrno>
 #include <cstdio>

@@ -8,8 +8,8 @@
 #include "service/cutil_proc.h"
 #include "service/cutil_reboot.h"
 #include "upgrade/cflash.h"
-#include "upgrade/endure.hpp"
 #include "upgrade/log.hpp"
+#include "upgrade/upgrade_process.hpp"
 
 #include <csignal>
 #include <cstdio>

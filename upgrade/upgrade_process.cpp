@@ -1,5 +1,5 @@
 // Locks what the program was loaded from into memory.
-#include "upgrade/pin_program.hpp"
+#include "upgrade/upgrade_process.hpp"
 
 #include <cstddef>
 #include <cstdint>

@@ -6,7 +6,7 @@
 #include "upgrade/file_reader.hpp"
 #include "upgrade/log.hpp"
 #include "upgrade/package.hpp"
-#include "upgrade/stretch.hpp"
+#include "upgrade/write_confirm.hpp"
 
 #include <cerrno>
 #include <cstdio>
