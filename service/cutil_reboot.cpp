@@ -5,9 +5,13 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <sys/reboot.h>
+#include <syslog.h>
 #include <unistd.h>
 
 namespace {
+
+constexpr unsigned kRebootLimitS = 60;
 
 struct Step {
     const char* command;
@@ -24,18 +28,31 @@ constexpr const char* kNetServices[] = {
     "/bin/dhcpd", "/bin/islmanager", "/bin/snmpd", "/bin/QRNNetManager", "/bin/sh",
 };
 
-void run(const Step& step)
+// The command's status; only the last step's is used: a failed one before must not keep the device up.
+int run(const Step& step)
 {
     fflush(stdout); // before the command's own text
-    [[maybe_unused]] int failed_steps_must_not_keep_the_device_up = system(step.command);
+    int status = system(step.command);
     if (step.pause_us) usleep(step.pause_us);
+    return status;
+}
+
+// Nobody else brings the device down when the reboot command did not start or failed.
+void reboot_by_call()
+{
+    sleep(kRebootLimitS);
+    syslog(LOG_ALERT, "reboot: /sbin/reboot has failed, rebooting without it");
+    sync();
+    reboot(RB_AUTOBOOT);
 }
 
 [[noreturn]] void bring_down()
 {
     CUTIL_KillProcAll(CUTIL_TERM_LIST_PATH, SIGTERM);
     sleep(1);
-    for (const Step& step : kSteps) run(step);
+    int status = 0;
+    for (const Step& step : kSteps) status = run(step);
+    if (status != 0) reboot_by_call();
     for (;;) pause();
 }
 

@@ -58,7 +58,8 @@ int CFlash_CheckPackage(const char* path);
  * error and the log, and the rest is erased all the same.
  *
  * @param device  MTD character device
- * @return 0, also when single blocks failed; -1 when the device cannot be opened or measured
+ * @return 0, also when single blocks failed: errno is then the last one's reason, else 0; -1 when the
+ *         device cannot be opened or measured
  */
 int CFlash_Erase(const char* device);
 

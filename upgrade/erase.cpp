@@ -116,12 +116,15 @@ int CFlash_Erase(const char* device)
         log_alert("    [CFlash_Erase] unable to get MTD device info [%s]\n", device);
         return -1;
     }
+    int refused = 0;
     for (uint64_t start = 0; start < info.size; start += info.erasesize) {
         fflush(stdout);
         if (erase_block(fd.get(), uint32_t(start), info.erasesize) == 0) continue;
-        fprintf(stderr, "\n%s: MTD Erase failure: %s\n", device, strerror(errno));
+        refused = errno;
+        fprintf(stderr, "\n%s: MTD Erase failure: %s\n", device, strerror(refused));
         log_alert("    [CFlash_Erase] MTD Erase failure [%s]\n", device);
     }
+    errno = refused;
     return 0;
 }
 

@@ -9,6 +9,10 @@ using LogSink = void (*)(const char* line);
 // Logs one line. errno survives. Not locked: the upgrade logs from one thread.
 [[gnu::format(printf, 1, 2)]] void log_alert(const char* format, ...);
 
+// Logs one line without a line end and prints it on standard error: what went wrong beside the
+// documented messages. errno survives.
+[[gnu::format(printf, 1, 2)]] void log_and_print(const char* format, ...);
+
 // The sink in force at the start: syslog at LOG_ALERT.
 void log_to_syslog(const char* line);
 

@@ -8,7 +8,9 @@
 #include "upgrade/cflash.h"
 #include "upgrade/log.hpp"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -120,14 +122,27 @@ Expected read_expected()
     return device;
 }
 
-bool read_package(const char* path, bool compare_marker, Package& package)
+bool read_package(const char* path, bool compare_marker, Package& package, const char*& unreadable)
 {
     Expected device = read_expected();
     package.fd.reset(open_package(path));
-    if (package.fd.get() <= 0) return false; // 0: with standard input closed nothing may take its place
-    if (check_header(package.fd.get(), device, compare_marker, package.header)) return false;
+    unreadable = strerror(errno);
+    if (!package.fd) return false;
+    unreadable = "standard input is closed"; // nothing may take its place
+    if (package.fd.get() == 0) return false;
+
+    errno = 0;
+    Finding finding = check_header(package.fd.get(), device, compare_marker, package.header);
+    unreadable = nullptr;
+    if (finding.flaw == Flaw::header) unreadable = errno ? strerror(errno) : "it ends inside its header";
+    if (finding.flaw == Flaw::layout) unreadable = "its version is not known";
+    if (finding) return false;
+
     struct stat info;
-    if (fstat(package.fd.get(), &info) < 0) return false;
+    if (fstat(package.fd.get(), &info) < 0) {
+        unreadable = strerror(errno);
+        return false;
+    }
     package.file_size = info.st_size;
     return true;
 }
@@ -137,7 +152,8 @@ bool read_package(const char* path, bool compare_marker, Package& package)
 int CFlash_CheckPackage(const char* path)
 {
     zep::Package package;
-    if (!zep::read_package(path, true, package)) return -1;
+    const char* unreadable;
+    if (!zep::read_package(path, true, package, unreadable)) return -1;
     if (zep::check_sizes(package.header, package.file_size)) return -1;
     return zep::check_contents(package.fd.get(), package.header) ? -1 : 0;
 }

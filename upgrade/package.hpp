@@ -121,7 +121,8 @@ struct Package {
     int64_t file_size = 0;
 };
 
-// Opens a package, checks its header against this device and measures the file.
-bool read_package(const char* path, bool compare_marker, Package& package);
+// Opens a package, checks its header against this device and measures the file. After false,
+// `unreadable` says why the header could not be had; null when the checks have logged the flaw.
+bool read_package(const char* path, bool compare_marker, Package& package, const char*& unreadable);
 
 } // namespace zep

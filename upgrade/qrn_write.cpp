@@ -12,29 +12,14 @@
 #include <cstdio>
 #include <cstring>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace zep {
 namespace {
 
 constexpr char kName[] = "CFlash_QRNWrite"; // in front of the core's messages
-constexpr char kSettings[] = "/etc";
+constexpr char kSettings[] = "/etc";        // where the settings partition is mounted
 constexpr int kAttempts = 3;
-
-bool on_settings_partition(int fd)
-{
-    struct stat file, settings;
-    return fstat(fd, &file) == 0 && stat(kSettings, &settings) == 0 && file.st_dev == settings.st_dev;
-}
-
-// Whatever this process holds on the partition would have it killed with the others that do,
-// and the device left halfway.
-void let_go_of_settings(Package& package)
-{
-    [[maybe_unused]] int status = chdir("/");
-    if (on_settings_partition(package.fd.get())) package.fd.reset();
-}
 
 bool unmount_settings()
 {
@@ -63,29 +48,42 @@ bool check_images(const Package& package)
     return false;
 }
 
-// The stage that failed, null when the device holds the image.
-const char* failed_stage(const Stretch& image, const char* device)
+// One attempt at a partition.
+struct Attempt {
+    const char* failed_stage; // null: the device holds the image
+    int error;                // of that stage, or of a block that was not erased beside it
+};
+
+Attempt attempt_partition(const FileRange& image, const char* device)
 {
-    if (CFlash_Erase(device) < 0) return "erase";
-    if (write_stretch(image, device) < 0) return "write";
-    if (confirm_stretch(image, device) < 0) return "cmp";
-    return nullptr;
+    if (CFlash_Erase(device) < 0) return {"erase", errno};
+    int not_erased = errno;
+    if (write_range(image, device) < 0) return {"write", errno};
+    if (confirm_range(image, device) < 0) return {"cmp", errno};
+    return {nullptr, not_erased};
 }
 
 // After the last attempt the device goes on with the next partition: what can be written shall be.
-void write_partition(const Stretch& image, const char* device)
+void write_partition(const FileRange& image, const char* device)
 {
     log_alert("[%s] write [%s]\n", kName, device);
+    Attempt last = {};
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        const char* stage = failed_stage(image, device);
-        if (!stage) return;
-        log_alert("[%s] %s %s fail[%d]\n", kName, device, stage, attempt);
+        last = attempt_partition(image, device);
+        if (!last.failed_stage) break;
+        log_alert("[%s] %s %s fail[%d]\n", kName, device, last.failed_stage, attempt);
     }
+    if (last.failed_stage)
+        log_and_print("upgrade: %s does not hold its image of %u bytes (%s: %s)", device, image.size,
+                      last.failed_stage, strerror(last.error));
+    else if (last.error)
+        log_and_print("upgrade: %s holds its image, and old data that could not be erased (%s)", device,
+                      strerror(last.error));
 }
 
 void write_partitions(const char* path, const Package& package, const char* const (&devices)[3], bool verbose)
 {
-    pin_program();
+    lock_program_in_memory();
     for (unsigned i = 0; i < 3; ++i) {
         write_partition({path, package.fd.get(), package.header.offset(i), package.header.size[i]},
                         devices[i]);
@@ -96,29 +94,25 @@ void write_partitions(const char* path, const Package& package, const char* cons
 }
 
 } // namespace
-// What now stands at the path is measured anew: another file may have been underneath the mount.
-void reopen(const char* path, Package& package)
-{
-    package.fd.reset(open_package(path));
-    struct stat info;
-    if (package.fd && fstat(package.fd.get(), &info) == 0) package.file_size = info.st_size;
-}
-
 } // namespace zep
 
 int CFlash_QRNWrite(const char* path, const char* dev1, const char* dev2, const char* dev3, int flags)
 {
     using namespace zep;
     Package package;
-    if (!read_package(path, flags & CFLASH_CHECK_MARKER, package)) return -1;
+    const char* unreadable;
+    if (!read_package(path, flags & CFLASH_CHECK_MARKER, package, unreadable)) {
+        if (unreadable) log_and_print("upgrade: %s cannot be used: %s", path, unreadable);
+        return -1;
+    }
 
     bool keep = !(flags & CFLASH_FACTORY);
     KeptSettings kept;
     if (keep) save_settings(kept);
 
-    let_go_of_settings(package);
+    // A package on /etc goes with it: its checks fail.
+    if (on_settings_partition(package.fd.get())) package.fd.reset();
     if (!unmount_settings()) return -1;
-    if (!package.fd) reopen(path, package);
     if (!check_images(package)) return -1;
 
     write_partitions(path, package, {dev1, dev2, dev3}, flags & CFLASH_VERBOSE);

@@ -83,17 +83,15 @@ int option_flags(int argc, char** argv)
 
 int upgrade_main(int argc, char** argv)
 {
-    zep::endure();
+    const char* package = zep::prepare_process(argc < 3 ? kDefaultPackage : argv[1]);
     syslog(LOG_INFO, "%s(%s) start", "Upgrade Daemon v1.0.0.1", ZEP_BUILD_STAMP);
 
     // A package named without an option is not honoured: start scripts call it either way.
-    const char* package = kDefaultPackage;
     int flags = 0;
     if (argc < 3) {
         sleep(2);
         for (const char* program : kHolders) CUTIL_KillProc(program, SIGKILL);
     } else {
-        package = argv[1];
         flags = option_flags(argc, argv);
         notify_system_manager();
         stop_services();

@@ -1,39 +1,23 @@
-// An upgrade outlives those who started it.
+// Keeps an upgrading process alive, alone and readable from its start to the reboot.
 #pragma once
-
-#include <csignal>
-#include <fcntl.h>
-#include <initializer_list>
-#include <unistd.h>
 
 namespace zep {
 
-// A service may start an upgrade with its output closed. The flash must not become standard error, or a
-// message would be written into it.
-inline void fill_closed_output()
-{
-    for (int fd : {STDOUT_FILENO, STDERR_FILENO}) {
-        if (fcntl(fd, F_GETFD) >= 0) continue;
-        int null = open("/dev/null", O_WRONLY);
-        if (null < 0 || null == fd) continue;
-        dup2(null, fd);
-        close(null);
-    }
-}
+// Before the first step of an upgrade: ignores hang-ups, gives a closed output /dev/null, lets go of
+// /etc and waits until no other process upgrades. Returns the package's path, which is made absolute
+// when the working folder has to be left.
+const char* prepare_process(const char* package);
 
-// The services and shells that an upgrade ends may be the readers of its output or the leader of
-// its terminal: their end must not interrupt it halfway through the flash.
-inline void endure()
-{
-    signal(SIGPIPE, SIG_IGN);
-    signal(SIGHUP, SIG_IGN);
-    fill_closed_output();
-}
+// Whether a partition of its own is mounted on /etc.
+bool settings_mounted();
+
+// The descriptor stands on the partition that is mounted on /etc.
+bool on_settings_partition(int fd);
 
 // Brings in and locks the pages of the executable and its libraries. Those come from the root file
 // system, and after that has been overwritten a page read late would be other code. Stacks and
 // heap need no lock, they have no file behind them. Where locking is not permitted the pages
 // stay as they are.
-void pin_program();
+void lock_program_in_memory();
 
 } // namespace zep

@@ -1,4 +1,4 @@
-// Writes a stretch of a package to flash and reads it back for comparison.
+// Writes a range of a package file to flash and reads it back for comparison.
 #include "upgrade/cflash.h"
 
 #include "common/base/fd.hpp"
@@ -28,19 +28,21 @@ struct Pass {
     Outcome (*chunk)(int device, Chunk bytes);
 };
 
-// Tells the log and the console, both in the same words.
+// Reports a failure to the log and the console in the same words; errno survives.
 int fail(const Pass& pass, const char* what, const char* path)
 {
     int saved = errno;
     log_alert("[%s] %s : %s : %s", pass.name, what, path, strerror(saved));
     printf("[%s] %s : %s : %s\n", pass.name, what, path, strerror(saved));
+    errno = saved;
     return -1;
 }
 
-// The console alone: the caller logs what it makes of it.
+// Reports a difference to the console alone: the caller logs it.
 int differs(const Pass& pass, const char* device)
 {
     printf("[%s] cmp error : %s : %s\n", pass.name, device, strerror(EIO));
+    errno = EIO;
     return -1;
 }
 
@@ -66,14 +68,14 @@ Outcome compare_chunk(int device, Chunk bytes)
 constexpr Pass kWrite = {"CFlash_NWrite", O_WRONLY | O_CREAT, write_chunk};
 constexpr Pass kConfirm = {"CFlash_Confirm", O_RDONLY, compare_chunk};
 
-int run_chunks(const Pass& pass, const Stretch& stretch, int file, int device_fd, const char* device)
+int run_chunks(const Pass& pass, const FileRange& range, int file, int device_fd, const char* device)
 {
     FileReader reader(file);
-    for (uint32_t left = stretch.size; left;) {
+    for (uint32_t left = range.size; left;) {
         Chunk bytes = reader.next(left);
         if (bytes.empty() && reader.error()) {
             errno = reader.error();
-            return fail(pass, "fread", stretch.path);
+            return fail(pass, "fread", range.path);
         }
         if (bytes.empty()) return 0;
         Outcome outcome = pass.chunk(device_fd, bytes);
@@ -84,35 +86,35 @@ int run_chunks(const Pass& pass, const Stretch& stretch, int file, int device_fd
     return 0;
 }
 
-int run(const Pass& pass, const Stretch& stretch, const char* device)
+int run(const Pass& pass, const FileRange& range, const char* device)
 {
     sleep(1); // the flash settles between erase, write and read-back
-    if (!stretch.path || !device) return -1;
-    log_alert("[%s] offset : %d, size : %d", pass.name, int(stretch.offset), int(stretch.size));
+    if (!range.path || !device) return -1;
+    log_alert("[%s] offset : %d, size : %d", pass.name, int(range.offset), int(range.size));
 
     Fd own;
-    if (stretch.fd < 0) own.reset(open_package(stretch.path));
-    int file = stretch.fd < 0 ? own.get() : stretch.fd;
-    if (file < 0 || lseek(file, stretch.offset, SEEK_SET) < 0) return fail(pass, "fseek", stretch.path);
+    if (range.fd < 0) own.reset(open_package(range.path));
+    int file = range.fd < 0 ? own.get() : range.fd;
+    if (file < 0 || lseek(file, range.offset, SEEK_SET) < 0) return fail(pass, "fseek", range.path);
 
     Fd device_fd(open(device, pass.open_flags | O_CLOEXEC, 0666));
     if (!device_fd) return fail(pass, "open", device);
-    return run_chunks(pass, stretch, file, device_fd.get(), device);
+    return run_chunks(pass, range, file, device_fd.get(), device);
 }
 
 } // namespace
 
-int write_stretch(const Stretch& stretch, const char* device) { return run(kWrite, stretch, device); }
-int confirm_stretch(const Stretch& stretch, const char* device) { return run(kConfirm, stretch, device); }
+int write_range(const FileRange& range, const char* device) { return run(kWrite, range, device); }
+int confirm_range(const FileRange& range, const char* device) { return run(kConfirm, range, device); }
 
 } // namespace zep
 
 int CFlash_NWrite(const char* file, const char* device, int64_t offset, uint32_t size)
 {
-    return zep::write_stretch({file, -1, offset, size}, device);
+    return zep::write_range({file, -1, offset, size}, device);
 }
 
 int CFlash_Confirm(const char* file, const char* device, int64_t offset, uint32_t size)
 {
-    return zep::confirm_stretch({file, -1, offset, size}, device);
+    return zep::confirm_range({file, -1, offset, size}, device);
 }

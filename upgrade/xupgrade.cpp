@@ -19,6 +19,8 @@
 
 namespace {
 
+constexpr char kPackage[] = "/tmp/flash3";
+
 struct Options {
     int flags = 0;
     bool reboot = false;
@@ -131,7 +133,7 @@ void stop_udp_log()
 
 void upgrade(const Options& options)
 {
-    zep::endure();
+    zep::prepare_process(kPackage);
     CUTIL_KillProc("/bin/QRNSysMgr", SIGTERM);
     sleep(1);
     start_keeper();
@@ -139,7 +141,7 @@ void upgrade(const Options& options)
     sleep(3);
 
     start_udp_log(options.log_port);
-    bool good = CFlash_QRNWrite("/tmp/flash3", "/dev/mtd1", "/dev/mtd2", "/dev/mtd3", options.flags) == 0;
+    bool good = CFlash_QRNWrite(kPackage, "/dev/mtd1", "/dev/mtd2", "/dev/mtd3", options.flags) == 0;
     stop_udp_log();
     puts(good ? "Upgrade complete." : "Upgrade fail.");
     fflush(stdout);

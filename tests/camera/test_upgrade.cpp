@@ -206,16 +206,56 @@ TEST_F(Upgrade, EveryBadPackageIsRefusedWithTheFlashUntouched)
     EXPECT_NE(camera.shell("cat /etc/system.conf"), "");
 }
 
-TEST_F(Upgrade, APathThatIsNoFileFailsBeforeEtcIsUnmounted)
+// The reason is in the log and on standard error, and nowhere else.
+TEST_F(Upgrade, APathThatIsNoPackageFailsBeforeEtcIsUnmountedAndIsNamed)
 {
-    camera.shell("mkfifo /tmp/fifo");
+    camera.shell("mkfifo /tmp/fifo; printf '3510\\001\\0\\0' > /tmp/short");
     auto before = all_flash();
-    for (const char* path : {"/tmp", "/dev/zero", "/nonexistent", "/tmp/fifo"}) {
-        Outcome run = camera.run({"upgrade", path, "-v"});
-        EXPECT_EQ(run.out, "Upgrade fail.\n") << path;
-        EXPECT_THAT(run.of("system"), ElementsAreArray(joined({kStop, kReboot}))) << path;
+    const struct {
+        const char* path;
+        const char* reason;
+    } cases[] = {{"/tmp", "Is a directory"},
+                 {"/nonexistent", "No such file or directory"},
+                 {"/tmp/fifo", "it ends inside its header"},
+                 {"/tmp/short", "it ends inside its header"}};
+    for (auto& c : cases) {
+        Outcome run = camera.run({"upgrade", c.path, "-v"});
+        EXPECT_EQ(run.out, "Upgrade fail.\n") << c.path;
+        std::string line = std::string("upgrade: ") + c.path + " cannot be used: " + c.reason;
+        EXPECT_THAT(alerts(run), ElementsAre(line, "Upgrade fail."));
+        EXPECT_THAT(run.err, HasSubstr(line + "\n"));
+        EXPECT_THAT(run.of("system"), ElementsAreArray(joined({kStop, kReboot}))) << c.path;
     }
     EXPECT_TRUE(all_flash() == before);
+}
+
+// The documented last step; here its command cannot be started.
+TEST_F(Upgrade, ARebootThatCannotStartIsMadeByTheSystemCallAfterAMinute)
+{
+    camera.faults("system 4 1 EAGAIN\n");
+    Outcome run = camera.run({"upgrade"});
+    EXPECT_EQ(run.ending, "reboot");
+    EXPECT_THAT(run.of("reboot"), ElementsAre("reboot"));
+    EXPECT_THAT(run.log, Contains(HasSubstr("/sbin/reboot has failed")));
+}
+
+TEST_F(Upgrade, ASecondOneWaitsBeforeItsFirstStepAndSaysSoOnce)
+{
+    write_file(camera.root("/tmp/flash3"), firmware.pack());
+    Outcome run = camera.run({"sh", "-c",
+                              "xupgrade >/tmp/first 2>&1 & sleep 2; cd /etc; xupgrade -h >/tmp/help;"
+                              "exec upgrade /tmp/flash3 -v 3</etc/system.conf"});
+    EXPECT_EQ(run.ending, "reboot");
+    EXPECT_THAT(run.out, HasSubstr("Upgrade complete.\n"));
+    EXPECT_THAT(read_file(camera.root("/tmp/first")), HasSubstr("Upgrade complete.\n"));
+    EXPECT_THAT(read_file(camera.root("/tmp/help")), HasSubstr("usage"));
+    EXPECT_EQ(run.err.find("another one runs"), run.err.rfind("another one runs"));
+    Lines order; // of what tells the two apart
+    for (const std::string& line : run.log)
+        for (const char* mark : {"another one runs", "[CFlash_QRNWrite] write [/dev/mtd1]", "Daemon"})
+            if (line.find(mark) != std::string::npos) order.emplace_back(mark);
+    const char* write = "[CFlash_QRNWrite] write [/dev/mtd1]";
+    EXPECT_THAT(order, ElementsAre("another one runs", write, "Daemon", write));
 }
 
 TEST_F(Upgrade, BusyEtcEndsTheUpgradeBeforeAnyWrite)
@@ -230,20 +270,31 @@ TEST_F(Upgrade, BusyEtcEndsTheUpgradeBeforeAnyWrite)
     EXPECT_TRUE(all_flash() == before);
 }
 
-// Whoever still holds a file there is killed; the upgrade holds none itself, wherever it was started.
-TEST_F(Upgrade, ProcessesThatHoldEtcAreKilled)
+// Whatever still holds a file there is killed; the upgrade lets go of its own, however it was started.
+TEST_F(Upgrade, ProcessesThatHoldEtcAreKilledButNotTheUpgrade)
 {
-    Outcome run = camera.run({"sh", "-c", "cd /etc/network && exec upgrade /tmp/pkg -v"},
+    Outcome run = camera.run({"sh", "-c",
+                              "cd /etc/network && exec upgrade ../../tmp/pkg -v 3</etc/system.conf "
+                              "4>/tmp/other 2>>/etc/err.log </etc/passwd"},
                              {"--daemon", "/bin/holder:hold=/etc/system.conf:ignore-term"});
     EXPECT_THAT(run.out, HasSubstr("Upgrade complete.\n"));
     EXPECT_EQ(run.ending, "reboot");
+    Lines log = alerts(run);
+    ASSERT_GE(log.size(), 5u);
+    log.resize(5);
+    EXPECT_THAT(log, ElementsAre("upgrade: left the working folder on /etc",
+                                 "upgrade: let go of descriptor 0, /etc/passwd",
+                                 "upgrade: let go of descriptor 2, /etc/err.log",
+                                 "upgrade: let go of descriptor 3, /etc/system.conf",
+                                 "CHECK VERSION : 1 vs 1\\n"));
 }
 
 TEST_F(Upgrade, EachPartitionGetsThreeAttempts)
 {
-    camera.faults("mtd1 write 0 1 EIO\n"    // the first attempt at the kernel
-                  "mtd2 erase@2 0 -1 EIO\n" // a block of the root file system that never erases
-                  "mtd3 read 0 2 flip\n");  // two bad read-backs of the settings
+    camera.faults("mtd1 write 0 1 EIO\n"      // the first attempt at the kernel
+                  "mtd2 erase@2 0 -1 EIO\n"   // a block of the root file system that never erases
+                  "mtd3 read 0 2 flip\n"      // two bad read-backs of the settings
+                  "mtd3 erase@9 0 -1 EIO\n"); // a block behind their image
     Outcome run = camera.run({"upgrade", "/tmp/pkg", "-v"});
     Lines log = alerts(run);
     EXPECT_THAT(log, IsSupersetOf({"[CFlash_QRNWrite] /dev/mtd1 write fail[0]\\n",
@@ -252,7 +303,13 @@ TEST_F(Upgrade, EachPartitionGetsThreeAttempts)
                                    "[CFlash_QRNWrite] /dev/mtd2 write fail[1]\\n",
                                    "[CFlash_QRNWrite] /dev/mtd2 write fail[2]\\n",
                                    "[CFlash_QRNWrite] /dev/mtd3 cmp fail[0]\\n",
-                                   "[CFlash_QRNWrite] /dev/mtd3 cmp fail[1]\\n"}));
+                                   "[CFlash_QRNWrite] /dev/mtd3 cmp fail[1]\\n",
+                                   "upgrade: /dev/mtd2 does not hold its image of 300001 bytes (write: "
+                                   "Input/output error)",
+                                   "upgrade: /dev/mtd3 holds its image, and old data that could not be "
+                                   "erased (Input/output error)"}));
+    EXPECT_THAT(run.err, HasSubstr("upgrade: /dev/mtd2 does not hold"));
+    EXPECT_THAT(log, Not(Contains(HasSubstr("upgrade: /dev/mtd1"))));
     EXPECT_THAT(log, Not(Contains(HasSubstr("/dev/mtd1 write fail[1]"))));
     EXPECT_THAT(log, Not(Contains(HasSubstr("/dev/mtd3 cmp fail[2]"))));
     EXPECT_THAT(log, Not(Contains(HasSubstr("fail[3]"))));
@@ -278,16 +335,6 @@ TEST_F(Upgrade, APowerCutLeavesWhatWasWrittenAndASecondUpgradeMendsIt)
     write_file(camera.root("/tmp/pkg"), firmware.pack());
     EXPECT_THAT(camera.run({"upgrade", "/tmp/pkg", "-v"}).out, HasSubstr("Upgrade complete.\n"));
     expect_written(2, firmware.root);
-}
-
-// A writer that died in the old firmware left its lock in the image of the new one.
-TEST_F(Upgrade, AStaleLockInTheNewSettingsDoesNotKeepTheOldPortsOut)
-{
-    write_file(camera.folder() / "etc/temp.conf", "half");
-    firmware = make_firmware(camera.folder());
-    write_file(camera.root("/tmp/pkg"), firmware.pack());
-    EXPECT_EQ(camera.run({"upgrade", "/tmp/pkg", "-v"}).out.find("already used"), std::string::npos);
-    EXPECT_THAT(camera.shell("cat /etc/tcp_server.conf"), HasSubstr("server_port=1852\n"));
 }
 
 TEST(UpgradeOfOtherCameras, LighttpdKeepsItsPortAndVersionThreeNeedsNoJffs2)
