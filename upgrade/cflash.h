@@ -6,10 +6,12 @@
  *
  * A package is a header with the sizes of three images and the images back to back: the kernel
  * with its boot image header, the root file system, and the JFFS2 image of the settings
- * partition that is mounted on /etc. All messages go to the system log at LOG_ALERT; what else
- * is written where stands with each function. None of these functions is meant to run in two
- * threads at once. Offsets are bytes from the start of the file; a negative one is refused like
- * any other position that cannot be reached (CFlash_CheckJffs2 takes it for the end of the image).
+ * partition that is mounted on /etc. Offsets are bytes from the start of the file. A negative one is refused
+ * like any other position that cannot be reached; CFlash_CheckJffs2 takes it for the end of the image.
+ *
+ * Messages go to the system log at LOG_ALERT; each function says what else it prints. errno has a meaning
+ * only where a function says so. Call the functions from one thread at a time. They wait for the flash: a
+ * partition takes seconds to minutes. Paths stay the caller's.
  */
 #include <stdint.h>
 
@@ -41,14 +43,16 @@ int CFlash_CheckImage(const char* path, int64_t offset);
  *
  * @param path    file whose end is the image
  * @param offset  where the image starts
- * @return 0; -1 at the first block without a node, or when the file cannot be opened
+ * @return 0; -1 at the first block without a node, or when the file cannot be opened, without a message
  */
 int CFlash_CheckJffs2(const char* path, int64_t offset);
 
 /**
  * Check a whole package against this device (/etc/oem_marker.conf, /usr/upgrade) without
  * writing anything: marker, version, sizes, kernel image, and for version 1 the JFFS2 image.
+ * The first flaw is logged; a file that cannot be read or ends inside its header is refused without a message.
  *
+ * @param path  the package
  * @return 0 when the package is good, else -1
  */
 int CFlash_CheckPackage(const char* path);
@@ -74,31 +78,38 @@ int CFlash_Erase(const char* device);
 int CFlash_Nand_Erase(const char* device);
 
 /**
- * Copy a stretch of a file to the start of a device, in chunks of 512 bytes. Pauses one second
- * first. A file that ends early ends the copy with success: the bytes that were missing are
- * what the file's checks are for.
+ * Copy a range of a file to the start of a device, in chunks of 512 bytes. Pauses one second
+ * first. A file that ends early ends the copy with success: the checks of the package find that.
  *
  * @param file    package
- * @param device  MTD character device; erase it first
- * @param offset  start of the stretch
+ * @param device  MTD character device; erase it first. A missing path is created as a plain file.
+ * @param offset  start of the range
  * @param size    length in bytes; 0 writes nothing
- * @return 0; -1 when a path is null or something cannot be opened, reached, read or written
- *         (logged and printed)
+ * @return 0; -1 when a path is null, or when something cannot be opened, reached, read or written: errno says
+ *         why, and a line is logged and printed on standard output
  */
 int CFlash_NWrite(const char* file, const char* device, int64_t offset, uint32_t size);
 
 /**
- * Compare a stretch of a file with the start of a device. Pauses one second first.
+ * Compare a range of a file with the start of a device. Pauses one second first.
  *
- * @return 0 when equal (up to the end of the file, if that comes first); -1 on a difference
- *         or failure, as with CFlash_NWrite
+ * @param file    package
+ * @param device  MTD character device
+ * @param offset  start of the range
+ * @param size    length in bytes
+ * @return 0 when equal, up to the end of the file if that comes first; -1 on a failure as with CFlash_NWrite,
+ *         and on a difference, which is printed on standard output only; errno is EIO then
  */
 int CFlash_Confirm(const char* file, const char* device, int64_t offset, uint32_t size);
 
 /**
  * Upgrade the device: check the package, keep the settings, unmount /etc, erase, write and
  * compare each partition with up to three attempts, mount /etc again, restore the settings.
- * Kills whatever still uses /etc. After a failed check /etc may be left unmounted: reboot.
+ * Kills every process that uses /etc: the caller must have no descriptor and no working folder there.
+ * It must be the only upgrade that runs. After a failed check /etc may be left unmounted: reboot.
+ *
+ * What was not kept, a partition that does not hold its image and a package that cannot be read are named
+ * in the log and on standard error. Other messages are printed on standard output.
  *
  * @param package  path of the package
  * @param dev1     MTD device of the kernel; dev2: root file system; dev3: settings

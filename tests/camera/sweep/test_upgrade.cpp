@@ -170,6 +170,7 @@ void expect_whole(const Left& left, const std::string& what, bool after_cut)
     }
     for (auto& [file, text] : left.settings) {
         fs::path name = file;
+        if (left.err.find("could not be mounted") != std::string::npos) continue; // as in the package
         bool temporary = name == "temp.conf" || name.extension() == ".new" || name.extension() == ".kept";
         EXPECT_FALSE(temporary) << file << ": " << what;
     }
