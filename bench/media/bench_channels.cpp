@@ -3,7 +3,7 @@
 #include "mpi/audio/g711.h"
 #include "mpi/src/mpi_adec.h"
 #include "mpi/src/mpi_aenc.h"
-#include "mpi/src/mpi_modules.hpp"
+#include "mpi/src/mpi_sys.hpp"
 
 #include <chrono>
 #include <cstdio>

@@ -225,7 +225,11 @@ TEST_F(Stages, TheEchoReferenceIsWhatWasPlayed)
     AUDIO_FRAME_S frame = {};
     AEC_FRAME_S stale = {};
     stale.bValid = 77;
+    testing::internal::CaptureStderr();
     ASSERT_EQ(HI_MPI_AI_GetFrame(kDev, 0, &frame, &stale, 1), 0);
+    const string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(said.substr(0, 26), "[Func]:HI_MPI_AI_GetFrame ") << "the operation, not a step of it";
+    EXPECT_EQ(said.substr(said.find("[Info]:") + 7), "can't do resample and aec at the same time!\n");
     EXPECT_EQ(stale.bValid, 77u);
     EXPECT_EQ(HI_MPI_AI_ReleaseFrame(kDev, 0, &frame, nullptr), 0);
 }

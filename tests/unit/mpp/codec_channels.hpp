@@ -8,7 +8,7 @@
 #include "mpi/src/mpi_adec.h"
 #include "mpi/src/mpi_aenc.h"
 #include "mpi/src/mpi_codec_registry.h"
-#include "mpi/src/mpi_modules.hpp"
+#include "mpi/src/mpi_sys.hpp"
 #include "tests/unit/mpp/codec_signals.hpp"
 
 #include <gtest/gtest.h>

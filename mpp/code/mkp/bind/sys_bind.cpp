@@ -13,10 +13,7 @@ namespace {
 
 using zep::MutexLock;
 
-[[noreturn]] void assert_failed(const char* function, int line, const char* condition)
-{
-    zep::mpp_assert_failed("mpp/code/mkp/bind/sys_bind", function, line, condition);
-}
+constexpr char kSource[] = "mpp/code/mkp/bind/sys_bind";
 
 // One connection on the circular list of its source; the list's head is a node without a destination. A list
 // may grow while data walks it: the walk follows `next` only, which leads to a node once that is complete.
@@ -84,7 +81,7 @@ struct State {
 };
 constinit State state;
 
-constexpr int32_t coded(uint32_t number) { return MPP_ERROR(HI_ID_SYS, number); }
+constexpr zep::ModuleError coded{HI_ID_SYS};
 
 bool valid_module(int32_t module) { return uint32_t(module) < HI_ID_BUTT; }
 
@@ -240,8 +237,9 @@ int32_t check_unregistration(int32_t module, bool registered)
 int32_t send_data(const char* function, MPP_CHN_S source, int32_t type, void* data, uint32_t& taken)
 {
     // Negative values fail the published conditions too.
-    if (!valid_module(source.s32ModId)) assert_failed(function, __LINE__, "enModId < HI_ID_BUTT");
-    if (uint32_t(type) >= MPP_DATA_BUTT) assert_failed(function, __LINE__, "enDataType < MPP_DATA_BUTT");
+    zep::mpp_assert(valid_module(source.s32ModId), kSource, function, __LINE__, "enModId < HI_ID_BUTT");
+    zep::mpp_assert(uint32_t(type) < MPP_DATA_BUTT, kSource, function, __LINE__,
+                    "enDataType < MPP_DATA_BUTT");
     if (!data) return null_point();
     Sender& sender = state.senders[source.s32ModId];
     if (!sender.heads) return not_registered(source.s32ModId);
@@ -378,7 +376,7 @@ int32_t SYS_UnBind(const MPP_CHN_S* pstDest)
     if (!entry.bound) return 0;
     Sender& sender = state.senders[entry.source.s32ModId];
     Node* node = sender.heads ? find_node(head_of(sender, entry.source), *pstDest) : nullptr;
-    if (!node) assert_failed(__func__, __LINE__, "HI_TRUE == bFind");
+    zep::mpp_assert(node, kSource, __func__, __LINE__, "HI_TRUE == bFind");
     unlink_and_free(node);
     entry.bound = false;
     return 0;

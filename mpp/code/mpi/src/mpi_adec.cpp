@@ -3,13 +3,11 @@
 
 #include "base/mpp_codec.h"
 #include "base/mpp_error.h"
-#include "base/mpp_report.hpp"
 #include "mkp/bind/sys_bind.h"
 #include "mpi/src/mpi_adec_stream.hpp"
-#include "mpi/src/mpi_codec_port.hpp"
+#include "mpi/src/mpi_codec_channel.hpp"
 #include "mpi/src/mpi_codec_registry.h"
-#include "base/mpp_lock.hpp"
-#include "mpi/src/mpi_modules.hpp"
+#include "mpi/src/mpi_sys.hpp"
 
 namespace {
 
@@ -24,47 +22,35 @@ struct Channel {
     zep::DecodedStream stream; // of the busy caller, else under the lock
     ADEC_CHN_STAT_S stat = {};
 
-    [[nodiscard]] bool is(uint32_t left) const { return stage == open && generation == left; }
+    [[nodiscard]] bool exists() const { return stage == open; }
+    [[nodiscard]] bool is(uint32_t left) const { return exists() && generation == left; }
 };
 
-struct State {
-    std::atomic<bool> initialised = false;
-    Channel channels[ADEC_MAX_CHN_NUM];
-};
-constinit State state; // all zeros at the start, so it takes no room in the file
-constinit zep::CodecPort port = {
-    .module = HI_ID_ADEC,
+constinit zep::CodecChannels<Channel> state; // all zeros at the start, so it takes no room in the file
+static_assert(ADEC_MAX_CHN_NUM == zep::kCodecChannels);
+constexpr zep::ModuleError coded{HI_ID_ADEC};
+constinit zep::CodecModule adec = {
+    .coded = coded,
     .name = "adec",
-    .channels = ADEC_MAX_CHN_NUM,
     .min_buffer = ADEC_MIN_BUF_SIZE,
     .max_buffer = ADEC_MAX_BUF_SIZE,
     .driver = {ADEC_DEVICE, "open adec"},
 };
 
-constexpr int32_t coded(uint32_t number) { return MPP_ERROR(HI_ID_ADEC, number); }
-
 int32_t check_attr(const char* function, int line, const ADEC_CHN_ATTR_S& attr, ADEC_DECODER_S& codec)
 {
-    if (int32_t refused = port.check_buffer(function, line, attr.u32BufSize)) return refused;
+    if (int32_t refused = adec.check_buffer(function, line, attr.u32BufSize)) return refused;
     if (attr.enMode > ADEC_MODE_STREAM) {
         zep::mpp_log(function, line, "enMode:%u is invalid\n", attr.enMode);
         return coded(MPP_ERR_PARAM);
     }
     if (MPI_ADEC_FindDecoder(attr.enType, &codec) == 0) return 0;
-    return port.refuse_payload(function, line, attr.enType);
+    return adec.refuse_payload(function, line, attr.enType);
 }
 
-// Under the channel's lock: 0 when it is there.
-int32_t check_exists(const Channel& channel)
-{
-    if (!state.initialised) return coded(MPP_ERR_REFUSED);
-    return channel.stage == Channel::open ? 0 : coded(MPP_ERR_MISSING);
-}
-
-// Takes the channel's stream for one caller. Under the channel's lock, which is let go while another has it.
+// Takes the channel's stream for one caller. Under the channel's lock, which is released while another has it.
 int32_t take(Channel& channel, MutexLock& locked, bool block)
 {
-    if (int32_t failed = check_exists(channel)) return failed;
     const uint32_t generation = channel.generation;
     while (channel.is(generation) && channel.busy) {
         if (!block) return coded(MPP_ERR_FULL);
@@ -83,7 +69,7 @@ void give_back(Channel& channel)
 
 void close_channel(Channel& channel, MutexLock& locked)
 {
-    channel.stage = Channel::closing; // nobody takes it any more
+    channel.stage = Channel::closing; // no caller takes it any more
     pthread_cond_broadcast(&channel.changed);
     while (channel.busy) locked.wait(channel.changed);
     channel.stream.close();
@@ -118,7 +104,7 @@ int32_t MPI_ADEC_DeInit(void)
 
 int32_t HI_MPI_ADEC_CreateChn(int32_t s32Chn, const ADEC_CHN_ATTR_S* pstAttr)
 {
-    CODEC_CHECK(port, s32Chn);
+    CODEC_CHECK(adec, s32Chn);
     if (!pstAttr || !pstAttr->pValue) return coded(MPP_ERR_NULL);
     Channel& channel = state.channels[s32Chn];
     MutexLock locked(channel.lock);
@@ -135,25 +121,22 @@ int32_t HI_MPI_ADEC_CreateChn(int32_t s32Chn, const ADEC_CHN_ATTR_S* pstAttr)
 
 int32_t HI_MPI_ADEC_DestroyChn(int32_t s32Chn)
 {
-    CODEC_CHECK(port, s32Chn);
-    Channel& channel = state.channels[s32Chn];
-    MutexLock locked(channel.lock);
-    if (int32_t failed = check_exists(channel)) return failed;
-    close_channel(channel, locked);
-    return 0;
+    CODEC_CHECK(adec, s32Chn);
+    return state.with(adec, s32Chn, [](Channel& channel, MutexLock& locked) {
+        close_channel(channel, locked);
+        return 0;
+    });
 }
 
 int32_t HI_MPI_ADEC_SendStream(int32_t s32Chn, const AENC_STREAM_HEADER_S* pstStream, uint32_t bBlock)
 {
-    CODEC_CHECK(port, s32Chn);
+    CODEC_CHECK(adec, s32Chn);
     if (!pstStream || (!pstStream->pu8Data && pstStream->u32Len > 0)) return coded(MPP_ERR_NULL);
-    if (int32_t refused = port.check_block(__func__, __LINE__, bBlock)) return refused;
+    if (int32_t refused = adec.check_block(__func__, __LINE__, bBlock)) return refused;
     if (pstStream->u32Len > ADEC_MAX_STREAM_LEN) return coded(MPP_ERR_PARAM);
+    const auto take_it = [=](Channel& channel, MutexLock& locked) { return take(channel, locked, bBlock); };
+    if (int32_t failed = state.with(adec, s32Chn, take_it)) return failed;
     Channel& channel = state.channels[s32Chn];
-    {
-        MutexLock locked(channel.lock);
-        if (int32_t failed = take(channel, locked, bBlock)) return failed;
-    }
     ADEC_CHN_STAT_S done = {};
     int32_t failed = channel.stream.feed(pstStream->pu8Data, pstStream->u32Len, done);
     MutexLock locked(channel.lock);
@@ -167,33 +150,30 @@ int32_t HI_MPI_ADEC_SendStream(int32_t s32Chn, const AENC_STREAM_HEADER_S* pstSt
 
 int32_t HI_MPI_ADEC_ClearChnBuf(int32_t s32Chn)
 {
-    CODEC_CHECK(port, s32Chn);
-    Channel& channel = state.channels[s32Chn];
-    MutexLock locked(channel.lock);
-    if (int32_t failed = take(channel, locked, true)) return failed;
-    channel.stream.clear();
-    give_back(channel);
-    return 0;
+    CODEC_CHECK(adec, s32Chn);
+    return state.with(adec, s32Chn, [](Channel& channel, MutexLock& locked) {
+        if (int32_t failed = take(channel, locked, true)) return failed;
+        channel.stream.clear();
+        give_back(channel);
+        return 0;
+    });
 }
 
 int32_t HI_MPI_ADEC_GetChnStat(int32_t s32Chn, ADEC_CHN_STAT_S* pstStat)
 {
-    CODEC_CHECK(port, s32Chn);
+    CODEC_CHECK(adec, s32Chn);
     if (!pstStat) return coded(MPP_ERR_NULL);
-    Channel& channel = state.channels[s32Chn];
-    MutexLock locked(channel.lock);
-    if (int32_t failed = take(channel, locked, true)) return failed;
-    *pstStat = channel.stat;
-    pstStat->u32Kept = channel.stream.kept();
-    give_back(channel);
-    return 0;
+    return state.with(adec, s32Chn, [=](Channel& channel, MutexLock& locked) {
+        if (int32_t failed = take(channel, locked, true)) return failed;
+        *pstStat = channel.stat;
+        pstStat->u32Kept = channel.stream.kept();
+        give_back(channel);
+        return 0;
+    });
 }
 
 int32_t HI_MPI_ADEC_GetFd(int32_t s32Chn)
 {
-    CODEC_CHECK(port, s32Chn);
-    Channel& channel = state.channels[s32Chn];
-    MutexLock locked(channel.lock);
-    if (int32_t failed = check_exists(channel)) return failed;
-    return port.descriptor_or_code();
+    CODEC_CHECK(adec, s32Chn);
+    return state.with(adec, s32Chn, [](Channel&, MutexLock&) { return adec.descriptor_or_code(); });
 }

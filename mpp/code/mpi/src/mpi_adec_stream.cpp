@@ -1,7 +1,7 @@
 // Decoder channels: from bytes to frames at the binder.
 #include "mpi/src/mpi_adec_stream.hpp"
 
-#include "base/mpp_error.h"
+#include "base/mpp_report.hpp"
 #include "mkp/bind/sys_bind.h"
 
 #include <algorithm>
@@ -16,7 +16,7 @@ constexpr uint32_t kMaxBytes = AUDIO_MAX_POINTS * sizeof(int16_t); // of one cha
 constexpr uint32_t kLongestFrame = 0x10000; // that a registered decoder may call its smallest
 constexpr uint32_t kUnits = 4;              // that the buffer of stream mode holds
 
-constexpr int32_t coded(uint32_t number) { return MPP_ERROR(HI_ID_ADEC, number); }
+constexpr zep::ModuleError coded{HI_ID_ADEC};
 
 } // namespace
 

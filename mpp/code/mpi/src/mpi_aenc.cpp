@@ -2,13 +2,11 @@
 #include "mpi/src/mpi_aenc.h"
 
 #include "base/mpp_codec.h"
-#include "base/mpp_error.h"
 #include "mpi/src/mpi_aenc_queue.hpp"
 #include "mpi/src/mpi_ai.h"
-#include "mpi/src/mpi_codec_port.hpp"
+#include "mpi/src/mpi_codec_channel.hpp"
 #include "mpi/src/mpi_codec_registry.h"
-#include "base/mpp_lock.hpp"
-#include "mpi/src/mpi_modules.hpp"
+#include "mpi/src/mpi_sys.hpp"
 #include "mpi/src/mpi_sys.h"
 
 namespace {
@@ -21,7 +19,7 @@ constexpr uint32_t kLongestFrame = 0x10000;
 struct Channel {
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t changed = PTHREAD_COND_INITIALIZER;
-    bool exists = false;
+    bool open = false;
     bool handed = false;     // the oldest frame is with the caller
     uint32_t generation = 0; // tells a channel from one that was made again in its place
     uint32_t next_number = 0;
@@ -31,38 +29,27 @@ struct Channel {
     AENC_CHN_STAT_S stat = {};
 
     // Whether a caller that let go of the lock finds the channel it left.
-    [[nodiscard]] bool is(uint32_t left) const { return exists && generation == left; }
+    [[nodiscard]] bool is(uint32_t left) const { return open && generation == left; }
+    [[nodiscard]] bool exists() const { return open; }
 };
 
-struct State {
-    std::atomic<bool> initialised = false;
-    Channel channels[AENC_MAX_CHN_NUM];
-};
-constinit State state; // all zeros at the start, so it takes no room in the file
-constinit zep::CodecPort port = {
-    .module = HI_ID_AENC,
+constinit zep::CodecChannels<Channel> state; // all zeros at the start, so it takes no room in the file
+static_assert(AENC_MAX_CHN_NUM == zep::kCodecChannels);
+constexpr zep::ModuleError coded{HI_ID_AENC};
+constinit zep::CodecModule aenc = {
+    .coded = coded,
     .name = "aenc",
-    .channels = AENC_MAX_CHN_NUM,
     .min_buffer = AENC_MIN_BUF_SIZE,
     .max_buffer = AENC_MAX_BUF_SIZE,
     .driver = {AENC_DEVICE, "open aenc"},
 };
 
-constexpr int32_t coded(uint32_t number) { return MPP_ERROR(HI_ID_AENC, number); }
-
-// Under the channel's lock: 0 when it is there.
-int32_t check_exists(const Channel& channel)
-{
-    if (!state.initialised) return coded(MPP_ERR_REFUSED);
-    return channel.exists ? 0 : coded(MPP_ERR_MISSING);
-}
-
 int32_t find_codec(const char* function, int line, const AENC_CHN_ATTR_S& attr, AENC_ENCODER_S& codec)
 {
-    if (int32_t refused = port.check_buffer(function, line, attr.u32BufSize)) return refused;
+    if (int32_t refused = aenc.check_buffer(function, line, attr.u32BufSize)) return refused;
     int32_t failed = MPI_AENC_FindEncoder(attr.enType, &codec);
     if (!failed && codec.u32MaxFrmLen > 0 && codec.u32MaxFrmLen <= kLongestFrame) return 0;
-    return port.refuse_payload(function, line, attr.enType);
+    return aenc.refuse_payload(function, line, attr.enType);
 }
 
 int32_t open_channel(Channel& channel, const AENC_ENCODER_S& codec, const AENC_CHN_ATTR_S& attr)
@@ -75,7 +62,7 @@ int32_t open_channel(Channel& channel, const AENC_ENCODER_S& codec, const AENC_C
     }
     channel.codec = codec;
     channel.encoder = encoder;
-    channel.exists = true;
+    channel.open = true;
     channel.handed = false;
     channel.next_number = 0;
     channel.stat = {};
@@ -85,7 +72,7 @@ int32_t open_channel(Channel& channel, const AENC_ENCODER_S& codec, const AENC_C
 
 void close_channel(Channel& channel)
 {
-    channel.exists = false;
+    channel.open = false;
     channel.codec.pfnCloseEncoder(channel.encoder);
     channel.queue.destroy();
     pthread_cond_broadcast(&channel.changed);
@@ -116,8 +103,8 @@ int32_t encode(Channel& channel, const AUDIO_FRAME_S& frame)
     return 0;
 }
 
-// The input channel that is bound to an encoder channel. The system driver owns that binding and gives its
-// frames to nobody, so the encoder fetches them.
+// The input channel that is bound to an encoder channel. The system driver keeps that binding but moves
+// no frames, so the encoder fetches them.
 bool bound_input(int32_t channel, MPP_CHN_S& source)
 {
     MPP_CHN_S self = {HI_ID_AENC, 0, channel};
@@ -149,7 +136,7 @@ int32_t wait_for_frame(Channel& channel, uint32_t generation, uint32_t block)
     return channel.is(generation) && channel.queue.size() == 0 ? coded(MPP_ERR_EMPTY) : 0;
 }
 
-// Sees to it that the queue has a frame: from the bound input, else from HI_MPI_AENC_SendFrame.
+// Returns 0 when the queue has a frame: from the bound input, else from HI_MPI_AENC_SendFrame.
 int32_t fetch(int32_t number, Channel& channel, uint32_t generation, uint32_t block)
 {
     MPP_CHN_S source;
@@ -160,12 +147,22 @@ int32_t fetch(int32_t number, Channel& channel, uint32_t generation, uint32_t bl
 // Under the channel's lock; MPP_ERR_EMPTY while there is nothing.
 int32_t hand_out(Channel& channel, AENC_STREAM_HEADER_S& stream)
 {
-    if (int32_t failed = check_exists(channel)) return failed;
+    if (int32_t failed = state.check_exists(aenc, channel)) return failed;
     if (channel.handed) return coded(MPP_ERR_NOT_PERM);
     if (channel.queue.size() == 0) return coded(MPP_ERR_EMPTY);
     stream = channel.queue.front();
     channel.handed = true;
     ++channel.stat.u32Handed;
+    return 0;
+}
+
+int32_t take_back(Channel& channel, const AENC_STREAM_HEADER_S& stream)
+{
+    if (!channel.handed) return coded(MPP_ERR_NOT_PERM);
+    const AENC_STREAM_HEADER_S oldest = channel.queue.front();
+    if (stream.pu8Data != oldest.pu8Data || stream.u32Seq != oldest.u32Seq) return coded(MPP_ERR_PARAM);
+    channel.queue.pop();
+    channel.handed = false;
     return 0;
 }
 
@@ -184,7 +181,7 @@ int32_t MPI_AENC_DeInit(void)
     if (!state.initialised.exchange(false)) return 0;
     for (Channel& channel : state.channels) {
         MutexLock locked(channel.lock);
-        if (channel.exists) close_channel(channel);
+        if (channel.open) close_channel(channel);
     }
     MPI_AENC_ClearRegistry(); // or the next start could not register the built-in codecs again
     return 0;
@@ -192,12 +189,12 @@ int32_t MPI_AENC_DeInit(void)
 
 int32_t HI_MPI_AENC_CreateChn(int32_t s32Chn, const AENC_CHN_ATTR_S* pstAttr)
 {
-    CODEC_CHECK(port, s32Chn);
+    CODEC_CHECK(aenc, s32Chn);
     if (!pstAttr || !pstAttr->pValue) return coded(MPP_ERR_NULL);
     Channel& channel = state.channels[s32Chn];
     MutexLock locked(channel.lock);
     if (!state.initialised) return coded(MPP_ERR_REFUSED);
-    if (channel.exists) return coded(MPP_ERR_EXISTS);
+    if (channel.open) return coded(MPP_ERR_EXISTS);
     AENC_ENCODER_S codec;
     if (int32_t failed = find_codec(__func__, __LINE__, *pstAttr, codec)) return failed;
     return open_channel(channel, codec, *pstAttr);
@@ -205,32 +202,28 @@ int32_t HI_MPI_AENC_CreateChn(int32_t s32Chn, const AENC_CHN_ATTR_S* pstAttr)
 
 int32_t HI_MPI_AENC_DestroyChn(int32_t s32Chn)
 {
-    CODEC_CHECK(port, s32Chn);
-    Channel& channel = state.channels[s32Chn];
-    MutexLock locked(channel.lock);
-    if (int32_t failed = check_exists(channel)) return failed;
-    close_channel(channel);
-    return 0;
+    CODEC_CHECK(aenc, s32Chn);
+    return state.with(aenc, s32Chn, [](Channel& channel, MutexLock&) {
+        close_channel(channel);
+        return 0;
+    });
 }
 
 int32_t HI_MPI_AENC_SendFrame(int32_t s32Chn, const AUDIO_FRAME_S* pstFrm)
 {
-    CODEC_CHECK(port, s32Chn);
+    CODEC_CHECK(aenc, s32Chn);
     if (!pstFrm) return coded(MPP_ERR_NULL);
-    Channel& channel = state.channels[s32Chn];
-    MutexLock locked(channel.lock);
-    if (int32_t failed = check_exists(channel)) return failed;
-    return encode(channel, *pstFrm);
+    return state.with(aenc, s32Chn, [=](Channel& channel, MutexLock&) { return encode(channel, *pstFrm); });
 }
 
 int32_t HI_MPI_AENC_GetStream(int32_t s32Chn, AENC_STREAM_HEADER_S* pstStream, uint32_t bBlock)
 {
-    CODEC_CHECK(port, s32Chn);
+    CODEC_CHECK(aenc, s32Chn);
     if (!pstStream) return coded(MPP_ERR_NULL);
-    if (int32_t refused = port.check_block(__func__, __LINE__, bBlock)) return refused;
+    if (int32_t refused = aenc.check_block(__func__, __LINE__, bBlock)) return refused;
     Channel& channel = state.channels[s32Chn];
     uint32_t generation = 0;
-    // Another caller may be handed the frame that this one has waited for: who waits begins anew then.
+    // Another caller may be handed the frame that this one has waited for; this one then waits again.
     for (bool first = true;; first = false) {
         {
             MutexLock locked(channel.lock);
@@ -245,37 +238,25 @@ int32_t HI_MPI_AENC_GetStream(int32_t s32Chn, AENC_STREAM_HEADER_S* pstStream, u
 
 int32_t HI_MPI_AENC_ReleaseStream(int32_t s32Chn, const AENC_STREAM_HEADER_S* pstStream)
 {
-    CODEC_CHECK(port, s32Chn);
+    CODEC_CHECK(aenc, s32Chn);
     if (!pstStream) return coded(MPP_ERR_NULL);
-    Channel& channel = state.channels[s32Chn];
-    MutexLock locked(channel.lock);
-    if (int32_t failed = check_exists(channel)) return failed;
-    if (!channel.handed) return coded(MPP_ERR_NOT_PERM);
-    const AENC_STREAM_HEADER_S oldest = channel.queue.front();
-    if (pstStream->pu8Data != oldest.pu8Data || pstStream->u32Seq != oldest.u32Seq)
-        return coded(MPP_ERR_PARAM);
-    channel.queue.pop();
-    channel.handed = false;
-    return 0;
+    return state.with(aenc, s32Chn,
+                      [=](Channel& channel, MutexLock&) { return take_back(channel, *pstStream); });
 }
 
 int32_t HI_MPI_AENC_GetChnStat(int32_t s32Chn, AENC_CHN_STAT_S* pstStat)
 {
-    CODEC_CHECK(port, s32Chn);
+    CODEC_CHECK(aenc, s32Chn);
     if (!pstStat) return coded(MPP_ERR_NULL);
-    Channel& channel = state.channels[s32Chn];
-    MutexLock locked(channel.lock);
-    if (int32_t failed = check_exists(channel)) return failed;
-    *pstStat = channel.stat;
-    pstStat->u32Waiting = channel.queue.size();
-    return 0;
+    return state.with(aenc, s32Chn, [=](Channel& channel, MutexLock&) {
+        *pstStat = channel.stat;
+        pstStat->u32Waiting = channel.queue.size();
+        return 0;
+    });
 }
 
 int32_t HI_MPI_AENC_GetFd(int32_t s32Chn)
 {
-    CODEC_CHECK(port, s32Chn);
-    Channel& channel = state.channels[s32Chn];
-    MutexLock locked(channel.lock);
-    if (int32_t failed = check_exists(channel)) return failed;
-    return port.descriptor_or_code();
+    CODEC_CHECK(aenc, s32Chn);
+    return state.with(aenc, s32Chn, [](Channel&, MutexLock&) { return aenc.descriptor_or_code(); });
 }

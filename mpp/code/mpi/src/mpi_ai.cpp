@@ -2,7 +2,7 @@
 #include "mpi/src/mpi_ai.hpp"
 
 #include "base/mpp_report.hpp"
-#include "mpi/src/mpi_modules.hpp"
+#include "mpi/src/mpi_sys.hpp"
 #include "mpi/src/mpi_vb.h"
 #include "mpi/src/mpi_vb.hpp"
 
@@ -12,7 +12,16 @@
 namespace zep {
 
 constinit AiState ai;
-constinit AioPort ai_port = {HI_ID_AI, "ai", AI_DEVICE, AI_REQ_BIND_SLOT, false, {}};
+constinit AioDriver ai_driver = {
+    .coded = {HI_ID_AI},
+    .name = "ai",
+    .path = AI_DEVICE,
+    .bind_slot = AI_REQ_BIND_SLOT,
+    .get_pub_attr = AI_REQ_GET_PUB_ATTR,
+    .must_be_character = false,
+    .device_is_output = false,
+    .explain = explain_ai,
+};
 
 } // namespace zep
 
@@ -32,8 +41,8 @@ void clear_channels()
 
 int32_t open_slot_request(size_t slot, uint32_t code, void* argument)
 {
-    int fd = ai_port.slots.get(slot);
-    return fd < 0 ? ai_error(MPP_ERR_REFUSED) : ioctl(fd, static_cast<unsigned long>(code), argument);
+    int fd = ai_driver.slots.get(slot);
+    return fd < 0 ? ai_driver.coded(MPP_ERR_REFUSED) : ioctl(fd, static_cast<unsigned long>(code), argument);
 }
 
 } // namespace
@@ -54,22 +63,21 @@ int32_t MPI_AI_DeInit(void)
 
 int32_t HI_MPI_AI_SetPubAttr(int32_t s32Dev, const AIO_ATTR_S* pstAttr)
 {
-    return ai_port.exchange(__func__, __LINE__, s32Dev, AI_REQ_SET_PUB_ATTR,
-                            const_cast<AIO_ATTR_S*>(pstAttr));
+    return ai_driver.exchange(THIS_OPERATION, s32Dev, AI_REQ_SET_PUB_ATTR, const_cast<AIO_ATTR_S*>(pstAttr));
 }
 
 int32_t HI_MPI_AI_GetPubAttr(int32_t s32Dev, AIO_ATTR_S* pstAttr)
 {
-    return ai_port.exchange(__func__, __LINE__, s32Dev, AI_REQ_GET_PUB_ATTR, pstAttr);
+    return ai_driver.exchange(THIS_OPERATION, s32Dev, AI_REQ_GET_PUB_ATTR, pstAttr);
 }
 
 int32_t HI_MPI_AI_Enable(int32_t s32Dev)
 {
     AI_CHECK(s32Dev);
     const size_t slot = slot_of(s32Dev, 0);
-    if (int32_t failed = ai_port.request(slot, AI_REQ_ENABLE)) return failed;
+    if (int32_t failed = ai_driver.request(THIS_OPERATION, slot, AI_REQ_ENABLE)) return failed;
     uint32_t pool = 0;
-    if (int32_t failed = ai_port.request(slot, AI_REQ_GET_POOL, &pool)) return failed;
+    if (int32_t failed = ai_driver.request(THIS_OPERATION, slot, AI_REQ_GET_POOL, &pool)) return failed;
     // Kept only when mapped: a number that came from the driver is not to be unmapped later on trust.
     if (int32_t failed = HI_MPI_VB_MmapPool(pool)) return failed;
     ai.pools[s32Dev] = pool;
@@ -84,19 +92,19 @@ int32_t HI_MPI_AI_Disable(int32_t s32Dev)
     if (ai.pools[s32Dev] != kNoPool)
         if (int32_t failed = HI_MPI_VB_MunmapPool(ai.pools[s32Dev])) return failed;
     ai.pools[s32Dev] = kNoPool;
-    return ai_port.request(slot_of(s32Dev, 0), AI_REQ_DISABLE);
+    return ai_driver.request(THIS_OPERATION, slot_of(s32Dev, 0), AI_REQ_DISABLE);
 }
 
 int32_t HI_MPI_AI_EnableChn(int32_t s32Dev, int32_t s32Chn)
 {
-    return ai_port.operate(__func__, __LINE__, s32Dev, s32Chn, AI_REQ_ENABLE_CHN);
+    return ai_driver.operate(THIS_OPERATION, s32Dev, s32Chn, AI_REQ_ENABLE_CHN);
 }
 
 int32_t HI_MPI_AI_DisableChn(int32_t s32Dev, int32_t s32Chn)
 {
     AI_CHECK(s32Dev, s32Chn);
     HI_MPI_AI_DisableReSmp(s32Dev, s32Chn);
-    return ai_port.request(slot_of(s32Dev, s32Chn), AI_REQ_DISABLE_CHN);
+    return ai_driver.request(THIS_OPERATION, slot_of(s32Dev, s32Chn), AI_REQ_DISABLE_CHN);
 }
 
 int32_t HI_MPI_AI_EnableAec(int32_t s32AiDev, int32_t s32AiChn, int32_t s32AoDev, int32_t s32AoChn)
@@ -111,18 +119,18 @@ int32_t HI_MPI_AI_EnableAec(int32_t s32AiDev, int32_t s32AiChn, int32_t s32AoDev
         return MPP_ERROR(HI_ID_AO, MPP_ERR_CHANNEL);
     }
     AI_AEC_SOURCE_S source = {s32AoDev, s32AoChn};
-    return ai_port.request(slot_of(s32AiDev, s32AiChn), AI_REQ_ENABLE_AEC, &source);
+    return ai_driver.request(THIS_OPERATION, slot_of(s32AiDev, s32AiChn), AI_REQ_ENABLE_AEC, &source);
 }
 
 int32_t HI_MPI_AI_DisableAec(int32_t s32Dev, int32_t s32Chn)
 {
-    return ai_port.operate(__func__, __LINE__, s32Dev, s32Chn, AI_REQ_DISABLE_AEC);
+    return ai_driver.operate(THIS_OPERATION, s32Dev, s32Chn, AI_REQ_DISABLE_AEC);
 }
 
 int32_t HI_MPI_AI_SetChnParam(int32_t s32Dev, int32_t s32Chn, const AI_CHN_PARAM_S* pstParam)
 {
     AI_CHECK(s32Dev, s32Chn);
-    if (!pstParam) return ai_error(MPP_ERR_NULL);
+    if (!pstParam) return ai_driver.coded(MPP_ERR_NULL);
     AI_CHN_PARAM_S param = *pstParam;
     return open_slot_request(slot_of(s32Dev, s32Chn), AI_REQ_SET_CHN_PARAM, &param);
 }
@@ -130,18 +138,18 @@ int32_t HI_MPI_AI_SetChnParam(int32_t s32Dev, int32_t s32Chn, const AI_CHN_PARAM
 int32_t HI_MPI_AI_GetChnParam(int32_t s32Dev, int32_t s32Chn, AI_CHN_PARAM_S* pstParam)
 {
     AI_CHECK(s32Dev, s32Chn);
-    if (!pstParam) return ai_error(MPP_ERR_NULL);
+    if (!pstParam) return ai_driver.coded(MPP_ERR_NULL);
     return open_slot_request(slot_of(s32Dev, s32Chn), AI_REQ_GET_CHN_PARAM, pstParam);
 }
 
 int32_t HI_MPI_AI_GetFd(int32_t s32Dev, int32_t s32Chn)
 {
     AI_CHECK(s32Dev, s32Chn);
-    return ai_port.descriptor_or_code(slot_of(s32Dev, s32Chn));
+    return ai_driver.descriptor_or_code(THIS_OPERATION, slot_of(s32Dev, s32Chn));
 }
 
 int32_t HI_MPI_AI_GetFileHandle(int32_t s32Slot)
 {
     AI_CHECK(0, s32Slot);
-    return ai_port.descriptor_or_code(size_t(s32Slot));
+    return ai_driver.descriptor_or_code(THIS_OPERATION, size_t(s32Slot));
 }

@@ -36,12 +36,14 @@ struct AiState {
     std::atomic<bool> initialised = false;
 };
 extern constinit AiState ai; // all zeros at the start, so it takes no room in the file
-extern constinit AioPort ai_port;
+extern constinit AioDriver ai_driver;
 
-constexpr int32_t ai_error(uint32_t number) { return MPP_ERROR(HI_ID_AI, number); }
+// AioDriver::explain of audio input.
+void explain_ai(Operation operation, Refusal refusal, int32_t device, int32_t channel,
+                const AIO_RESAMPLE_ATTR_S& attr, const AIO_ATTR_S& current);
 
 } // namespace zep
 
 // Within an operation: returns what its arguments are refused with.
 #define AI_CHECK(...)                                                                                        \
-    if (int32_t refused = zep::ai_port.check(__func__, __LINE__, __VA_ARGS__)) return refused
+    if (int32_t refused = zep::ai_driver.check(THIS_OPERATION, __VA_ARGS__)) return refused

@@ -1,10 +1,10 @@
 // What audio input and output share: slots with their descriptors, resampling by kind.
 #pragma once
 
-#include "base/mpp_error.h"
 #include "mpi/audio/resampler.h"
 #include "mpi/src/mpi_aio.h"
 #include "base/mpp_lock.hpp"
+#include "base/mpp_report.hpp"
 
 #include <atomic>
 #include <cstdint>
@@ -48,29 +48,56 @@ private:
     std::atomic<int> above_[AIO_SLOTS] = {}; // one more than the descriptor, so that all start closed
 };
 
+// The operation that a message names: a step of it reports as the whole.
+struct Operation {
+    const char* name;
+    int line;
+};
+#define THIS_OPERATION (zep::Operation{__func__, __LINE__})
+
+// Why a channel's resampling cannot be enabled.
+enum class Refusal {
+    other_attributes,
+    points,
+    rate,
+    kind,
+    no_device,
+    device_points,
+    device_rate,
+    stereo,
+    no_memory
+};
+
 // One of the two drivers: what tells it from the other, and its descriptors.
-struct AioPort {
-    MOD_ID module;
+struct AioDriver {
+    ModuleError coded;
     const char* name; // in messages
     const char* path;
     uint32_t bind_slot;     // the request that hands a descriptor its slot
+    uint32_t get_pub_attr;  // and the one that reads the device's attributes
     bool must_be_character; // a plain file in the device's place is refused
+    bool device_is_output;  // of the resampling: what comes out is compared with the device, not what goes in
+    // Says why resampling is refused; nothing for a refusal that has no message.
+    void (*explain)(Operation operation, Refusal refusal, int32_t device, int32_t channel,
+                    const AIO_RESAMPLE_ATTR_S& attr, const AIO_ATTR_S& current);
     SlotDescriptors slots = {};
 
-    [[nodiscard]] int32_t error(uint32_t number) const { return MPP_ERROR(module, number); }
     // 0, or the code of the first argument out of range, reported in the operation's name.
-    int32_t check(const char* function, int line, int32_t device, int32_t channel = 0) const;
-    int32_t refuse_channel(const char* function, int line, int32_t channel) const;
+    int32_t check(Operation operation, int32_t device, int32_t channel = 0) const;
+    int32_t refuse_channel(Operation operation, int32_t channel) const;
 
     // The slot's descriptor, opened if need be, or -1; public operations return a code instead.
-    int descriptor(size_t slot);
-    int32_t descriptor_or_code(size_t slot);
+    int descriptor(Operation operation, size_t slot);
+    int32_t descriptor_or_code(Operation operation, size_t slot);
     // A request on it.
-    int32_t request(size_t slot, uint32_t code, void* argument = nullptr);
+    int32_t request(Operation operation, size_t slot, uint32_t code, void* argument = nullptr);
 
     // Whole operations of one request: of a channel, and of a device with its attributes.
-    int32_t operate(const char* function, int line, int32_t device, int32_t channel, uint32_t code);
-    int32_t exchange(const char* function, int line, int32_t device, uint32_t code, AIO_ATTR_S* attr);
+    int32_t operate(Operation operation, int32_t device, int32_t channel, uint32_t code);
+    int32_t exchange(Operation operation, int32_t device, uint32_t code, AIO_ATTR_S* attr);
+    // Resampling of a channel, under its lock.
+    int32_t enable_resampling(Operation operation, int32_t device, int32_t channel, ResampleStage& stage,
+                              const AIO_RESAMPLE_ATTR_S& attr);
 };
 
 // Whether a descriptor is ready for the event now.

@@ -16,16 +16,16 @@ struct AoState {
     std::atomic<bool> initialised = false;
 };
 extern constinit AoState ao; // all zeros at the start, so it takes no room in the file
-extern constinit AioPort ao_port;
+extern constinit AioDriver ao_driver;
 
-constexpr int32_t ao_error(uint32_t number) { return MPP_ERROR(HI_ID_AO, number); }
+// AioDriver::explain of audio output.
+void explain_ao(Operation operation, Refusal refusal, int32_t device, int32_t channel,
+                const AIO_RESAMPLE_ATTR_S& attr, const AIO_ATTR_S& current);
+
+inline constexpr char kAoSource[] = "mpp/code/mpi/src/mpi_ao"; // in failed assertions
 
 } // namespace zep
 
 // Within an operation: returns what its arguments are refused with.
 #define AO_CHECK(...)                                                                                        \
-    if (int32_t refused = zep::ao_port.check(__func__, __LINE__, __VA_ARGS__)) return refused
-
-// The condition is told as it stands here, NULL not yet replaced.
-#define AO_ASSERT(condition)                                                                                 \
-    if (!(condition)) zep::mpp_assert_failed("mpp/code/mpi/src/mpi_ao", __func__, __LINE__, #condition)
+    if (int32_t refused = zep::ao_driver.check(THIS_OPERATION, __VA_ARGS__)) return refused

@@ -1,7 +1,6 @@
 // Audio output: resampling and sending.
 #include "mpi/src/mpi_ao.hpp"
 
-#include "base/mpp_report.hpp"
 #include "mkp/bind/sys_bind.h"
 
 #include <poll.h>
@@ -12,64 +11,90 @@ namespace {
 
 constexpr uint32_t kMaxBytes = AUDIO_MAX_POINTS * sizeof(int16_t);
 constexpr uint32_t kMaxRatio = 6;
+constexpr ModuleError coded{HI_ID_AO};
 
-bool check_record(const char* function, int line, int32_t channel, const AIO_RESAMPLE_ATTR_S& attr)
+// The steps of sending one frame: its check, the wait for room, its conversion, the driver.
+
+int32_t check_frame(Operation operation, const AUDIO_FRAME_S* frame, uint32_t block)
 {
-    if (attr.u32InPointNum > kAioMaxPoints)
-        mpp_log(function, line, "AoChn %d resample u32InPointNum %d is larger than MAXFRAMESIZE %d!\n",
-                channel, int(attr.u32InPointNum), int(kAioMaxPoints));
-    else if (attr.enInSampleRate < kAioMinRate || attr.enInSampleRate > kAioMaxRate)
-        mpp_log(function, line, "AoChn %d resample rate is illegal!\n", channel);
-    else if (!valid_kind(attr.enReSampleType))
-        mpp_log(function, line, "AO's enReSampleType %d is illegal!\n", int(attr.enReSampleType));
-    else
-        return true;
-    return false;
+    if (!frame) return coded(MPP_ERR_NULL);
+    if (block > 1) {
+        mpp_log(operation.name, operation.line, "invalid param: bBlock %d!\n", int(block));
+        return coded(MPP_ERR_PARAM);
+    }
+    // A longer frame would overrun the buffer of the conversion and the driver's.
+    return frame->u32Len > kMaxBytes ? coded(MPP_ERR_PARAM) : 0;
 }
 
-// What comes out must be the device's; audio input compares what goes in.
-bool check_device(const char* function, int line, const AIO_RESAMPLE_ATTR_S& attr, const AIO_ATTR_S& device)
+// Without `block` a driver without room refuses. The device is opened before the poll: a descriptor of -1
+// would look full for ever.
+int32_t find_room(Operation operation, size_t slot, uint32_t block)
 {
-    if (device.u32PtNumPerFrm != scale_by_kind(attr.enReSampleType, attr.u32InPointNum))
-        mpp_log(function, line, "AO's PtNumPerFrm is not equal to the result of resample!\n");
-    else if (device.enSamplerate != scale_by_kind(attr.enReSampleType, attr.enInSampleRate))
-        mpp_log(function, line, "AO's samplerate is not equal to the result of resample!\n");
-    else if (device.enSoundmode == AUDIO_SOUND_STEREO)
-        mpp_log(function, line, "resample don't support stereo!\n");
-    else
-        return true;
-    return false;
+    const int fd = ao_driver.descriptor(operation, slot);
+    if (fd < 0) return coded(MPP_ERR_REFUSED);
+    return block == 0 && !ready_now(fd, POLLOUT) ? coded(MPP_ERR_FULL) : 0;
+}
+
+// Into `converted`, when the channel resamples.
+int32_t convert(Operation operation, AoChannel& channel, AUDIO_FRAME_S& frame, int16_t* converted)
+{
+    MutexLock locked(channel.lock);
+    const ResampleStage& stage = channel.resample;
+    if (!stage.enabled || !valid_kind(stage.attr.enReSampleType)) return 0;
+    mpp_assert(stage.handle, kAoSource, operation.name, operation.line, "channel.resample.handle != nullptr");
+    const uint32_t points = frame.u32Len / uint32_t(sizeof(int16_t));
+    const auto* samples = reinterpret_cast<const int16_t*>(frame.pu8VirtAddr[0]);
+    if (!samples) return coded(MPP_ERR_NULL);
+    stage.process(stage.handle, samples, int(points), converted);
+    frame.pu8VirtAddr[0] = reinterpret_cast<uint8_t*>(converted);
+    frame.u32Len = scale_by_kind(stage.attr.enReSampleType, points) * uint32_t(sizeof(int16_t));
+    return 0;
+}
+
+int32_t send_frame(Operation operation, size_t slot, AUDIO_FRAME_S& frame)
+{
+    const int32_t result = ao_driver.request(operation, slot, AO_REQ_SEND_FRAME, &frame);
+    return result < 0 ? result : 0;
 }
 
 } // namespace
 
-// Named as its messages have it.
-static int32_t MPI_AO_CheckReSmp(int32_t device, int32_t channel, const AIO_RESAMPLE_ATTR_S& attr)
+// The check of the resampling has a published name of its own.
+void zep::explain_ao(Operation operation, Refusal refusal, int32_t device, int32_t channel,
+                     const AIO_RESAMPLE_ATTR_S& attr, const AIO_ATTR_S&)
 {
-    if (!check_record(__func__, __LINE__, channel, attr)) return ao_error(MPP_ERR_PARAM);
-    AIO_ATTR_S current = {};
-    if (ao_port.request(slot_of(device, 0), AO_REQ_GET_PUB_ATTR, &current) != 0) {
-        MPP_LOG("can't get aodev%d's attribute!\n", device);
-        return ao_error(MPP_ERR_NO_CONFIG);
+    constexpr char kCheck[] = "MPI_AO_CheckReSmp";
+    const auto [name, line] = operation;
+    switch (refusal) {
+    case Refusal::other_attributes:
+        return mpp_log(name, line, "Resmp has been enable but the attributes not the same as before\n");
+    case Refusal::points:
+        return mpp_log(kCheck, line, "AoChn %d resample u32InPointNum %d is larger than MAXFRAMESIZE %d!\n",
+                       channel, int(attr.u32InPointNum), int(kAioMaxPoints));
+    case Refusal::rate:
+        return mpp_log(kCheck, line, "AoChn %d resample rate is illegal!\n", channel);
+    case Refusal::kind:
+        return mpp_log(kCheck, line, "AO's enReSampleType %d is illegal!\n", int(attr.enReSampleType));
+    case Refusal::no_device:
+        return mpp_log(kCheck, line, "can't get aodev%d's attribute!\n", device);
+    case Refusal::device_points:
+        return mpp_log(kCheck, line, "AO's PtNumPerFrm is not equal to the result of resample!\n");
+    case Refusal::device_rate:
+        return mpp_log(kCheck, line, "AO's samplerate is not equal to the result of resample!\n");
+    case Refusal::stereo:
+        return mpp_log(kCheck, line, "resample don't support stereo!\n");
+    case Refusal::no_memory:
+        return mpp_log(name, line, "ResamplerCreate failed!\n");
     }
-    return check_device(__func__, __LINE__, attr, current) ? 0 : ao_error(MPP_ERR_PARAM);
 }
 
 int32_t HI_MPI_AO_EnableReSmp(int32_t s32Dev, int32_t s32Chn, const AIO_RESAMPLE_ATTR_S* pstAttr)
 {
     AO_CHECK(s32Dev, s32Chn);
-    if (!pstAttr) return ao_error(MPP_ERR_NULL);
+    if (!pstAttr) return coded(MPP_ERR_NULL);
     AoChannel& channel = ao.channels[slot_of(s32Dev, s32Chn)];
     MutexLock locked(channel.lock);
-    if (channel.resample.enabled) {
-        if (channel.resample.same(*pstAttr)) return 0;
-        MPP_LOG("Resmp has been enable but the attributes not the same as before\n");
-        return ao_error(MPP_ERR_NOT_PERM);
-    }
-    if (int32_t refused = MPI_AO_CheckReSmp(s32Dev, s32Chn, *pstAttr)) return refused;
-    if (channel.resample.enable(*pstAttr)) return 0;
-    MPP_LOG("ResamplerCreate failed!\n");
-    return ao_error(MPP_ERR_NO_MEMORY);
+    return ao_driver.enable_resampling(THIS_OPERATION, s32Dev, s32Chn, channel.resample, *pstAttr);
 }
 
 int32_t HI_MPI_AO_DisableReSmp(int32_t s32Dev, int32_t s32Chn)
@@ -84,42 +109,19 @@ int32_t HI_MPI_AO_DisableReSmp(int32_t s32Dev, int32_t s32Chn)
 int32_t HI_MPI_AO_SendFrame(int32_t s32Dev, int32_t s32Chn, const AUDIO_FRAME_S* pstFrm, uint32_t bBlock)
 {
     AO_CHECK(s32Dev, s32Chn);
-    if (!pstFrm) return ao_error(MPP_ERR_NULL);
-    if (bBlock > 1) {
-        MPP_LOG("invalid param: bBlock %d!\n", int(bBlock));
-        return ao_error(MPP_ERR_PARAM);
-    }
-    // A longer frame would overrun the buffer below and the driver's.
-    if (pstFrm->u32Len > kMaxBytes) return ao_error(MPP_ERR_PARAM);
     const size_t slot = slot_of(s32Dev, s32Chn);
-    // Opened before the poll: a descriptor of -1 would say "full" for ever.
-    int fd = ao_port.descriptor(slot);
-    if (fd < 0) return ao_error(MPP_ERR_REFUSED);
-    if (bBlock == 0 && !ready_now(fd, POLLOUT)) return ao_error(MPP_ERR_FULL);
-
+    if (int32_t refused = check_frame(THIS_OPERATION, pstFrm, bBlock)) return refused;
+    if (int32_t refused = find_room(THIS_OPERATION, slot, bBlock)) return refused;
     AUDIO_FRAME_S frame = *pstFrm;
-    int16_t resampled[AUDIO_MAX_POINTS * kMaxRatio];
-    AoChannel& channel = ao.channels[slot];
-    {
-        MutexLock locked(channel.lock);
-        if (channel.resample.enabled && valid_kind(channel.resample.attr.enReSampleType)) {
-            AO_ASSERT(channel.resample.handle != nullptr);
-            const uint32_t kind = channel.resample.attr.enReSampleType;
-            const uint32_t points = frame.u32Len / uint32_t(sizeof(int16_t));
-            auto* samples = reinterpret_cast<const int16_t*>(frame.pu8VirtAddr[0]);
-            if (!samples) return ao_error(MPP_ERR_NULL);
-            channel.resample.process(channel.resample.handle, samples, int(points), resampled);
-            frame.pu8VirtAddr[0] = reinterpret_cast<uint8_t*>(resampled);
-            frame.u32Len = scale_by_kind(kind, points) * uint32_t(sizeof(int16_t));
-        }
-    }
-    int32_t result = ao_port.request(slot, AO_REQ_SEND_FRAME, &frame);
-    return result < 0 ? result : 0;
+    int16_t converted[AUDIO_MAX_POINTS * kMaxRatio];
+    if (int32_t refused = convert(THIS_OPERATION, ao.channels[slot], frame, converted)) return refused;
+    return send_frame(THIS_OPERATION, slot, frame);
 }
 
 int32_t MPI_AO_ReceiveFrm(int32_t s32Dev, int32_t s32Chn, int32_t enDataType, void* pData)
 {
-    AO_ASSERT(MPP_DATA_AUDIO_FRAME == enDataType);
-    AO_ASSERT(NULL != pData);
+    mpp_assert(enDataType == MPP_DATA_AUDIO_FRAME, kAoSource, __func__, __LINE__,
+               "MPP_DATA_AUDIO_FRAME == enDataType");
+    mpp_assert(pData, kAoSource, __func__, __LINE__, "NULL != pData");
     return HI_MPI_AO_SendFrame(s32Dev, s32Chn, static_cast<const AUDIO_FRAME_S*>(pData), 1);
 }

@@ -1,4 +1,4 @@
-// The doors to the drivers: each opens its device on first use and keeps it open.
+// Drivers with one descriptor: each opens its device on first use and keeps it open.
 #pragma once
 
 #include <atomic>

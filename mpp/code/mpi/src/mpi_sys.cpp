@@ -1,9 +1,9 @@
 // System layer: start and stop, configuration, time stamps, identity, bindings.
 #include "mpi/src/mpi_sys.h"
-#include "mpi/src/mpi_sys_doors.hpp"
+#include "mpi/src/mpi_sys.hpp"
 
+#include "base/mpp_report.hpp"
 #include "mkp/bind/sys_bind.h"
-#include "mpi/src/mpi_modules.hpp"
 
 #include <cstdio>
 #include <cstring>
@@ -14,7 +14,7 @@ constexpr uint32_t kChipIdRegister = 0x10070000;
 constexpr char kVersion[] = "HI_VERSION=Hi3516_MPP_V1.0.6.1 Debug";
 static_assert(sizeof kVersion == MPP_VERSION_SIZE);
 
-constexpr int32_t coded(uint32_t number) { return MPP_ERROR(HI_ID_SYS, number); }
+constexpr zep::ModuleError coded{HI_ID_SYS};
 
 int32_t refuse(const char* message, uint32_t number)
 {

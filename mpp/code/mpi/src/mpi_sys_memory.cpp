@@ -1,7 +1,7 @@
 // System layer: descriptors, physical memory, registers, media memory, log.
 #include "mpi/src/mmz_uapi.h"
 #include "mpi/src/mpi_sys.h"
-#include "mpi/src/mpi_sys_doors.hpp"
+#include "mpi/src/mpi_sys.hpp"
 
 #include <cstring>
 #include <sys/mman.h>

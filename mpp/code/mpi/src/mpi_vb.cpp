@@ -26,7 +26,7 @@ struct State {
 constinit State state; // all zeros at the start, so it takes no room in the file
 constinit zep::Driver driver(VB_DEVICE, "open err\n");
 
-constexpr int32_t coded(uint32_t number) { return MPP_ERROR(HI_ID_VB, number); }
+constexpr zep::ModuleError coded{HI_ID_VB};
 
 int32_t request(uint32_t code, void* argument = nullptr)
 {
@@ -56,17 +56,20 @@ void unmap(Pool& pool)
     pool.base = nullptr;
 }
 
-// The pool's base, under its lock; null with the code when it is not mapped.
-const Pool* mapped_pool(Pool& pool, uint32_t number, const char* function, int line)
+// Where an address of a mapped pool lies in the process, under the pool's lock. Both callers report as the
+// public operation.
+int32_t locate(const Pool& pool, uint32_t number, uint32_t physical, void** address)
 {
+    constexpr char kOperation[] = "HI_MPI_VB_GetBlkVirAddr";
     if (!pool.mapped) {
-        zep::mpp_log(function, line, "Pool %d hasn't mapped!\n", int(number));
-        return nullptr;
+        zep::mpp_log(kOperation, __LINE__, "Pool %d hasn't mapped!\n", int(number));
+        return coded(MPP_ERR_REFUSED);
     }
-    if (!pool.base)
-        zep::mpp_assert_failed("mpp/code/mpi/src/mpi_vb", function, line,
-                               "NULL != pstPoolInfo->pPoolVirAddr");
-    return &pool;
+    zep::mpp_assert(pool.base, "mpp/code/mpi/src/mpi_vb", kOperation, __LINE__,
+                    "NULL != pstPoolInfo->pPoolVirAddr");
+    const auto base = reinterpret_cast<uintptr_t>(pool.base);
+    *address = reinterpret_cast<void*>(base + physical - pool.physical);
+    return 0;
 }
 
 } // namespace
@@ -84,7 +87,7 @@ int32_t HI_MPI_VB_GetConf(VB_CONF_S* pstConf)
     return request(VB_REQ_GET_CONF, pstConf);
 }
 
-// The locks are there from the start; making them anew would lose one that is held.
+// The locks exist from the start: initialising them here would lose one that is held.
 int32_t HI_MPI_VB_Init(void) { return request(VB_REQ_INIT); }
 
 int32_t HI_MPI_VB_Exit(void)
@@ -184,11 +187,8 @@ int32_t HI_MPI_VB_GetBlkVirAddr(uint32_t u32Pool, uint32_t u32PhysAddr, void** p
     if (!VALID_POOL(u32Pool)) return coded(MPP_ERR_PARAM);
     Pool& pool = state.pools[u32Pool];
     MutexLock locked(pool.lock);
-    if (!mapped_pool(pool, u32Pool, __func__, __LINE__)) return coded(MPP_ERR_REFUSED);
     // No range check: callers translate addresses beside a block, and then use what lies inside.
-    uintptr_t base = reinterpret_cast<uintptr_t>(pool.base);
-    *ppVirtAddr = reinterpret_cast<void*>(base + u32PhysAddr - pool.physical);
-    return 0;
+    return locate(pool, u32Pool, u32PhysAddr, ppVirtAddr);
 }
 
 void zep::vb_forget(uint32_t pool_id)
@@ -201,11 +201,12 @@ void zep::vb_forget(uint32_t pool_id)
 
 int32_t zep::vb_translate(uint32_t pool_id, uint32_t physical, uint32_t length, uint8_t** address)
 {
+    if (!valid_pool(pool_id, "HI_MPI_VB_GetBlkVirAddr", __LINE__)) return coded(MPP_ERR_PARAM);
+    const Pool& pool = state.pools[pool_id];
+    MutexLock locked(state.pools[pool_id].lock);
     void* at = nullptr;
-    if (int32_t failed = HI_MPI_VB_GetBlkVirAddr(pool_id, physical, &at)) return failed;
-    Pool& pool = state.pools[pool_id];
-    MutexLock locked(pool.lock);
-    uint32_t offset = physical - pool.physical;
+    if (int32_t failed = locate(pool, pool_id, physical, &at)) return failed;
+    const uint32_t offset = physical - pool.physical;
     if (physical < pool.physical || offset > pool.size || length > pool.size - offset)
         return coded(MPP_ERR_PARAM);
     *address = static_cast<uint8_t*>(at);

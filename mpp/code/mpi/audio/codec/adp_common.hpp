@@ -10,12 +10,10 @@
 #include <cstddef>
 #include <cstdlib>
 
-// The assertions name the operation they stand in, so they are expanded there. The text is put together here,
-// because NULL in a condition would be printed as what the compiler makes of it.
+// The assertions name the operation they stand in, so they are expanded there.
 #define ADP_ASSERT_SET(POINTER)                                                                              \
-    ((POINTER) ? (void)0                                                                                     \
-               : ::zep::mpp_assert_failed("mpp/code/mpi/audio/audio_voice_adp", __func__, __LINE__,          \
-                                          #POINTER " != NULL"))
+    ::zep::mpp_assert((POINTER) != nullptr, "mpp/code/mpi/audio/audio_voice_adp", __func__, __LINE__,        \
+                      #POINTER " != NULL")
 
 #define ADP_ASSERT_OPEN_ENCODER()                                                                            \
     ADP_ASSERT_SET(ppEncoder);                                                                               \
@@ -47,8 +45,8 @@
 
 namespace zep::adp {
 
-constexpr int32_t encoder_error(uint32_t number) { return MPP_ERROR(HI_ID_AENC, number); }
-constexpr int32_t decoder_error(uint32_t number) { return MPP_ERROR(HI_ID_ADEC, number); }
+constexpr ModuleError encoder_error{HI_ID_AENC};
+constexpr ModuleError decoder_error{HI_ID_ADEC};
 
 // Logs the common message for the place that refuses, and hands the code on.
 int32_t refuse(const char* function, int line, int32_t code);
