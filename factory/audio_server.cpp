@@ -63,8 +63,9 @@ void prepare(int fd)
     set_option(fd, IPPROTO_TCP, TCP_KEEPCNT, 4);
 }
 
-// What may be played. A message of ADPCM is one frame, of the device's points at most: where one frame ends and
-// the next begins cannot be seen in the bytes. G.711 is a byte a point, so the file's frames are the device's.
+// What may be played. A message of ADPCM is one frame, of the device's points at most: where one frame ends
+// and the next begins cannot be seen in the bytes. G.711 is a byte a point, so the file's frames are the
+// device's.
 AudioPlayer::Source source_of(bool encode, int32_t type, int32_t rate)
 {
     constexpr size_t kAdpcmHeader = 4;

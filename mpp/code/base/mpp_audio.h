@@ -36,7 +36,7 @@ enum {
 
 /**
  * One frame of samples, twelve words on the device. Sample blocks are 16-bit signed, native order, one
- * block a channel. The frame owns nothing: who filled it says how it is released.
+ * block a channel. The frame owns nothing: the function that filled it says how it is released.
  */
 typedef struct {
     uint32_t u32BitWidth;    /*  0  AUDIO_BIT_WIDTH_* */

@@ -22,8 +22,9 @@ enum {
 
 /**
  * Encoder open.
- * @param pEncoderAttr  the codec's attribute record; the codec says what it reads of it
+ * @param pEncoderAttr  the codec's attribute record (mpi/audio/audio_voice_adp.h); read during the call
  * @param ppEncoder     receives the handle; left alone on failure
+ * @return 0, or a code; nothing stays open then
  */
 typedef int32_t (*AENC_OPEN_FN)(void* pEncoderAttr, void** ppEncoder);
 /**
@@ -35,6 +36,7 @@ typedef int32_t (*AENC_OPEN_FN)(void* pEncoderAttr, void** ppEncoder);
  */
 typedef int32_t (*AENC_ENCODE_FN)(void* pEncoder, const AUDIO_FRAME_S* pstData, uint8_t* pu8Outbuf,
                                   uint32_t* pu32OutLen);
+/** Free the handle. @return 0 */
 typedef int32_t (*AENC_CLOSE_FN)(void* pEncoder);
 
 /** Encoder descriptor; the registry keeps a copy. */
@@ -47,17 +49,18 @@ typedef struct {
     AENC_CLOSE_FN pfnCloseEncoder;
 } AENC_ENCODER_S;
 
-/** What a decoder knows of its frames. Both words 0: a frame is whatever one call is given. */
+/** Frames of a decoder. Both words 0: a call of the decoder is given exactly one frame. */
 typedef struct {
     uint32_t u32FrmBytes;    /* bytes of the smallest whole frame */
     uint32_t u32PtNumPerFrm; /* points that it holds */
 } ADEC_FRAME_INFO_S;
 
+/** As AENC_OPEN_FN. */
 typedef int32_t (*ADEC_OPEN_FN)(void* pDecoderAttr, void** ppDecoder);
 /**
- * Decode what is there, whole frames only.
+ * Decode the whole frames that are given.
  * @param pu8Inbuf     in-out: read position, moved behind what was used
- * @param ps32LeftByte in-out: bytes left from there; a tail too short for a frame is left, that is no error
+ * @param ps32LeftByte in-out: bytes left from there; a tail too short for a frame stays and is no error
  * @param pu16Outbuf   samples; room for AUDIO_MAX_POINTS of two channels, never exceeded; the right channel's
  *                     block follows the left one's
  * @param pu32OutLen   bytes of one channel written; 0 when no whole frame was there
@@ -65,7 +68,9 @@ typedef int32_t (*ADEC_OPEN_FN)(void* pDecoderAttr, void** ppDecoder);
  */
 typedef int32_t (*ADEC_DECODE_FN)(void* pDecoder, uint8_t** pu8Inbuf, int32_t* ps32LeftByte,
                                   uint16_t* pu16Outbuf, uint32_t* pu32OutLen, uint32_t* pu32Chns);
+/** Fill an ADEC_FRAME_INFO_S. @return 0, or a code */
 typedef int32_t (*ADEC_FRAME_INFO_FN)(void* pDecoder, void* pInfo);
+/** Free the handle. @return 0 */
 typedef int32_t (*ADEC_CLOSE_FN)(void* pDecoder);
 
 /** Decoder descriptor; the registry keeps a copy. */

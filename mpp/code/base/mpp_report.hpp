@@ -1,4 +1,5 @@
-// How the platform's modules report: codes, log lines on standard error, failed assertions on standard output.
+// How the platform's modules report: codes, log lines on standard error, failed assertions on standard
+// output.
 #pragma once
 
 #include "base/mpp_error.h"
@@ -17,9 +18,9 @@ struct ModuleError {
 // Prints the block that names the place on standard output, flushes it and ends the process with _exit(-1).
 [[noreturn]] void mpp_assert_failed(const char* file, const char* function, int line, const char* condition);
 
-// The platform's only assertion. `file` is the module's published source path, which has no extension and does
-// not move with the sources; `condition` is the published text, which need not be the expression: stringised,
-// NULL would print as the compiler's own word for it.
+// The platform's only assertion. `file` is the module's published source path, which has no extension and
+// does not move with the sources; `condition` is the published text, which need not be the expression:
+// stringised, NULL would print as the compiler's own word for it.
 inline void mpp_assert(bool holds, const char* file, const char* function, int line, const char* condition)
 {
     if (!holds) mpp_assert_failed(file, function, line, condition);

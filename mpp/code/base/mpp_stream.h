@@ -8,8 +8,10 @@
 extern "C" {
 #endif
 
-/** One encoded frame, or a piece of a stream of them. It owns nothing: who filled it says how long it is
- * valid. */
+/**
+ * One encoded frame, or a piece of a stream of them. It owns nothing: the function that filled it says how
+ * long its bytes are valid.
+ */
 typedef struct {
     uint8_t* pu8Data;      /* the encoded bytes, nothing before or behind them */
     uint32_t u32PhysAddr;  /* 0: encoding is done in the process, the bytes have no fixed address */

@@ -50,7 +50,10 @@ typedef struct {
     SYS_BIND_RECEIVE_FN pfnReceive;
 } SYS_BIND_RECEIVER_S;
 
-/** Make the binder ready, or drop all registrations and bindings. Doing either twice is harmless. @return 0 */
+/**
+ * Make the binder ready, or drop all registrations and bindings. Doing either twice is harmless.
+ * @return 0
+ */
 int32_t SYS_BIND_Init(void);
 int32_t SYS_BIND_DeInit(void);
 

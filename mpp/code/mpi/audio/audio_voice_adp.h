@@ -2,17 +2,17 @@
  * Codec adapter: the built-in codecs behind the descriptors of base/mpp_codec.h.
  *
  * A null argument of an open, encode, decode or close operation is a fault of the caller's program: it is
- * printed as a failed assertion and ends the process. What a frame or a stream can get wrong is returned as a
- * code:
+ * printed as a failed assertion and ends the process. Faults of a frame or a stream are returned as a code:
  *
- *   MPP_ERR_PARAM      frame that is not 16-bit, is stereo (but LPCM takes that), has a length that the codec
- * cannot carry, attribute word outside its values, damaged ADPCM header MPP_ERR_NULL       frame without
- * samples MPP_ERR_FULL       encoded frame longer than the room given: nothing is written MPP_ERR_NO_MEMORY
- * open found no memory for its handle
+ *   MPP_ERR_PARAM      a frame that is not 16-bit, or is stereo (LPCM takes stereo), or has a length that the
+ *                      codec cannot carry; an attribute word outside its values; a damaged ADPCM header
+ *   MPP_ERR_NULL       a frame without samples
+ *   MPP_ERR_FULL       an encoded frame longer than the room given: nothing is written
+ *   MPP_ERR_NO_MEMORY  open found no memory for its handle
  *
- * The LPCM operations have no handle: open and close do nothing and return 0, handle arguments are not looked
- * at. Decoders give one channel: a stream says nothing of channels, so interleaved LPCM comes as its samples
- * stand.
+ * The LPCM operations have no handle: open and close do nothing and return 0, handle arguments are ignored.
+ * Decoders give one channel, because a stream does not say how many it has: interleaved LPCM comes out as its
+ * samples stand.
  */
 #ifndef MPP_MPI_AUDIO_AUDIO_VOICE_ADP_H
 #define MPP_MPI_AUDIO_AUDIO_VOICE_ADP_H
@@ -36,7 +36,8 @@ enum {
     AUDIO_ADP_MAX_G726 = 960
 };
 
-/** Words of G.726's attribute, encoder and decoder alike; the *_AAL2 ones pack from the most significant bit.
+/**
+ * Words of G.726's attribute, of encoder and decoder; those named AAL2 pack from the most significant bit.
  */
 enum {
     G726_16K = 0,
@@ -55,8 +56,9 @@ typedef struct {
 } AUDIO_ATTR_G726_S;
 
 /**
- * Attribute of ADPCM. A decoder of a byte stream must know where frames end: it takes the points of a frame
- * from the upper half of the word; 0 there means that every call is given exactly one frame.
+ * Attribute of ADPCM. The bytes do not show where a frame ends. A decoder takes the points of a frame from
+ * the upper half of the word; 0 there means that every call of the decoder is given exactly one frame, and
+ * two in one call come out as one with the second header as sound.
  */
 typedef struct {
     uint32_t u32Type; /* bits 0-15 ADPCM_DVI4 or ADPCM_IMA_BLOCK; bits 16-31 points per frame, decoder only */
@@ -68,7 +70,7 @@ typedef struct {
     G711_STATE_S stState;
 } G711_ENCODER_S;
 
-/* Encoder operations, see base/mpp_codec.h. */
+/* Encoder operations: AENC_OPEN_FN, AENC_ENCODE_FN and AENC_CLOSE_FN of base/mpp_codec.h. */
 int32_t OpenLPCMEncoder(void* pEncoderAttr, void** ppEncoder);
 int32_t EncodeLPCMFrm(void* pEncoder, const AUDIO_FRAME_S* pstData, uint8_t* pu8Outbuf, uint32_t* pu32OutLen);
 int32_t CloseLPCMEncoder(void* pEncoder);
@@ -88,7 +90,7 @@ int32_t OpenG726Encoder(void* pEncoderAttr, void** ppEncoder);
 int32_t EncodeG726Frm(void* pEncoder, const AUDIO_FRAME_S* pstData, uint8_t* pu8Outbuf, uint32_t* pu32OutLen);
 int32_t CloseG726Encoder(void* pEncoder);
 
-/* Decoder operations, see base/mpp_codec.h. */
+/* Decoder operations: ADEC_OPEN_FN, ADEC_DECODE_FN and ADEC_CLOSE_FN of base/mpp_codec.h. */
 int32_t OpenLPCMDecoder(void* pDecoderAttr, void** ppDecoder);
 int32_t DecodeLPCMFrm(void* pDecoder, uint8_t** pu8Inbuf, int32_t* ps32LeftByte, uint16_t* pu16Outbuf,
                       uint32_t* pu32OutLen, uint32_t* pu32Chns);

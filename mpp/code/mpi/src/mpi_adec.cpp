@@ -48,7 +48,8 @@ int32_t check_attr(const char* function, int line, const ADEC_CHN_ATTR_S& attr, 
     return adec.refuse_payload(function, line, attr.enType);
 }
 
-// Takes the channel's stream for one caller. Under the channel's lock, which is released while another has it.
+// Takes the channel's stream for one caller. Under the channel's lock, which is released while another has
+// it.
 int32_t take(Channel& channel, MutexLock& locked, bool block)
 {
     const uint32_t generation = channel.generation;

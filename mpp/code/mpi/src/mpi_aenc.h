@@ -52,6 +52,7 @@ int32_t HI_MPI_AENC_CreateChn(int32_t s32Chn, const AENC_CHN_ATTR_S* pstAttr);
  * Close a channel's codec and free its frames, the one that is handed out included. Callers that wait in
  * HI_MPI_AENC_GetStream return MPP_ERR_MISSING; one that waits for a bound input does so with the next frame
  * or the end of that input.
+ * @return 0, or a code as said above
  */
 int32_t HI_MPI_AENC_DestroyChn(int32_t s32Chn);
 
@@ -59,7 +60,7 @@ int32_t HI_MPI_AENC_DestroyChn(int32_t s32Chn);
  * Encode one frame and queue it. Does not wait.
  * @param pstFrm  stays the caller's
  * @return also MPP_ERR_FULL when the queue is full: the frame is not encoded, and counted as refused; what
- * the codec returns
+ *         the codec returns
  */
 int32_t HI_MPI_AENC_SendFrame(int32_t s32Chn, const AUDIO_FRAME_S* pstFrm);
 
@@ -82,11 +83,16 @@ int32_t HI_MPI_AENC_GetStream(int32_t s32Chn, AENC_STREAM_HEADER_S* pstStream, u
  */
 int32_t HI_MPI_AENC_ReleaseStream(int32_t s32Chn, const AENC_STREAM_HEADER_S* pstStream);
 
+/**
+ * What a channel has done.
+ * @param pstStat  receives the counts
+ * @return 0, or a code as said above
+ */
 int32_t HI_MPI_AENC_GetChnStat(int32_t s32Chn, AENC_CHN_STAT_S* pstStat);
 
 /**
  * Descriptor of "/dev/aenc", opened if need be, the same for all channels; it stays the library's. Frames are
- * encoded in this process, so it says nothing of them: poll HI_MPI_AI_GetFd of the bound input.
+ * encoded in this process, so it does not become ready with them: poll HI_MPI_AI_GetFd of the bound input.
  * @return it; MPP_ERR_REFUSED when it cannot be opened
  */
 int32_t HI_MPI_AENC_GetFd(int32_t s32Chn);

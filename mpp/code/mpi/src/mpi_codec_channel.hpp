@@ -29,8 +29,8 @@ struct CodecModule {
     int32_t descriptor_or_code();
 };
 
-// The channels of one module. A Channel has a lock, exists() and a generation, which tells it from one that was
-// made again in its place.
+// The channels of one module. A Channel has a lock, exists() and a generation, which tells it from one that
+// was made again in its place.
 template<class Channel> struct CodecChannels {
     std::atomic<bool> initialised = false;
     Channel channels[kCodecChannels];

@@ -23,7 +23,10 @@ extern "C" {
  */
 int32_t HI_MPI_AENC_RegeisterEncoder(int32_t* ps32Handle, const AENC_ENCODER_S* pstEncoder);
 
-/** The same for a decoder, whose four operations are all required: 0xA0188006, 0xA018800F. */
+/**
+ * The same for a decoder, whose four operations are all required.
+ * @return 0; 0xA0188006 for a null pointer (logged); 0xA018800F when 20 are registered or the payload type is
+ */
 int32_t HI_MPI_ADEC_RegeisterDecoder(int32_t* ps32Handle, const ADEC_DECODER_S* pstDecoder);
 
 /**

@@ -46,17 +46,23 @@ int32_t HI_MPI_SYS_SyncPtsBase(uint64_t u64Base);
  * @return 0; the binder's code (mkp/bind/sys_bind.h) or the driver's result; MPP_ERR_NULL
  */
 int32_t HI_MPI_SYS_Bind(MPP_CHN_S* pstSrc, MPP_CHN_S* pstDest);
-/** Disconnect a destination. A null source goes to the driver as it is. */
+/**
+ * Disconnect a destination. A null source goes to the driver as it is.
+ * @return 0; the binder's code or the driver's result; MPP_ERR_NULL for a null destination
+ */
 int32_t HI_MPI_SYS_UnBind(MPP_CHN_S* pstSrc, MPP_CHN_S* pstDest);
-/** Fill in the source of a destination. A destination of ADEC is looked up in this process, where it never
- * is. */
+/**
+ * Fill in the source of a destination. A destination of ADEC is looked up in this process, whose table has
+ * none: it is always refused. Any other is the driver's to look up, an output of a decoder too.
+ * @return 0; the binder's code or the driver's result; MPP_ERR_NULL
+ */
 int32_t HI_MPI_SYS_GetBindByDest(MPP_CHN_S* pstDest, MPP_CHN_S* pstSrc);
 
 /**
  * Allocate contiguous media memory and map it, plain or through the cache.
  * @param pu32PhysAddr, ppVirtAddr  receive the addresses
- * @param strMmb, strZone           block and zone name, at most 15 characters are used; null: none, default
- * zone
+ * @param strMmb, strZone           block and zone name, at most 15 characters are used; null: no name, the
+ *                                  default zone
  * @return 0; -1: nothing allocated, or allocated and not mapped
  */
 int32_t HI_MPI_SYS_MmzAlloc(uint32_t* pu32PhysAddr, void** ppVirtAddr, const char* strMmb,
@@ -68,7 +74,7 @@ int32_t HI_MPI_SYS_MmzFree(uint32_t u32PhysAddr);
 /** Write the cache back: the whole of it for a physical address of 0. @return the driver's result */
 int32_t HI_MPI_SYS_MmzFlushCache(uint32_t u32PhysAddr, void* pVirtAddr, uint32_t u32Size);
 
-/** Map physical memory. @return its address; null on failure or for a size of 0 */
+/** Map physical memory, uncached. @return its address; null on failure or for a size of 0 */
 void* HI_MPI_SYS_Mmap(uint32_t u32PhysAddr, uint32_t u32Size);
 /** Undo HI_MPI_SYS_Mmap with the same size. @return munmap's result */
 int32_t HI_MPI_SYS_Munmap(void* pVirtAddr, uint32_t u32Size);
@@ -88,8 +94,10 @@ int32_t HI_MPI_SYS_GetVirtRegAddr(uint32_t* pu32Address);
 /** @param strVersion  receives the text, MPP_VERSION_SIZE bytes @return 0; MPP_ERR_NULL */
 int32_t HI_MPI_SYS_GetVersion(char* strVersion);
 
-/** Close the log, system and memory descriptors; they open again on the next use. @return 0; a failed close's
- * -1, and the rest stay open */
+/**
+ * Close the log, system and memory descriptors; they open again on the next use.
+ * @return 0; the -1 of a close that failed, the rest stay open then
+ */
 int32_t HI_MPI_SYS_CloseFd(void);
 
 /** Media log. @return the driver's result; -1 for null */

@@ -10,8 +10,8 @@
 
 #define SYS_REQ_INIT 0x00005900u
 #define SYS_REQ_EXIT 0x00005901u
-#define SYS_REQ_SET_CONF 0x40045902u         /* SYS_CONF_S */
-#define SYS_REQ_GET_CONF 0x80045903u         /* SYS_CONF_S */
+#define SYS_REQ_SET_CONF 0x40045902u         /* MPP_SYS_CONF_S */
+#define SYS_REQ_GET_CONF 0x80045903u         /* MPP_SYS_CONF_S */
 #define SYS_REQ_SET_PTS_BASE 0x40085904u     /* uint64_t */
 #define SYS_REQ_SYNC_PTS_BASE 0x40085905u    /* uint64_t */
 #define SYS_REQ_GET_CUR_PTS 0x80085906u      /* uint64_t */
