@@ -21,8 +21,8 @@ public:
     struct Source {
         size_t longest;       // bytes of a message of the station; a longer one is damaged
         const char* path;     // played while the station sends nothing; null: silence
-        uint32_t frame_bytes; // of the file that make a frame,
-        uint32_t frame_ms;    // one every so many milliseconds
+        uint32_t frame_bytes; // of the file, played
+        uint32_t frame_ms;    // one after the other in this time
     };
 
     AudioPlayer();

@@ -21,7 +21,7 @@
 
 namespace {
 
-constexpr char kName[] = "StartAudio"; // in every message, whichever step speaks
+constexpr char kName[] = "StartAudio"; // in the message of every step
 constexpr int32_t kDevice = AUDIO_PATH_DEVICE, kChannel = AUDIO_PATH_CHANNEL;
 // Lines that operators look for: the numbers are part of the text.
 constexpr int kInputBindLine = 1047, kOutputBindLine = 1178;
@@ -36,7 +36,7 @@ struct Volumes {
     int32_t mic, adc, dac;
 };
 
-// While system() waits, its caller ignores SIGINT: a child calls it, so that the server still hears of one.
+// system() ignores SIGINT while it waits. A child calls it, so that the server still receives the signal.
 void run_command(const char* line)
 {
     fflush(stdout);
@@ -243,17 +243,14 @@ int32_t start_decoder()
 
 int32_t start_output(const AIO_ATTR_S& attr)
 {
-    const char* failed = nullptr;
-    int32_t where = kDevice, code;
-    if ((code = HI_MPI_AO_SetPubAttr(kDevice, &attr)) != 0)
-        failed = "SetPubAttr";
-    else if ((code = HI_MPI_AO_Enable(kDevice)) != 0)
-        failed = "Enable";
-    else if ((code = HI_MPI_AO_EnableChn(kDevice, kChannel)) != 0)
-        failed = "EnableChn", where = kChannel;
-    if (!failed) return 0;
-    printf("%s: HI_MPI_AO_%s(%d) failed with %#x!\n", kName, failed, where, unsigned(code));
-    return -1;
+    const auto refused = [](const char* operation, int32_t where, int32_t code) {
+        printf("%s: HI_MPI_AO_%s(%d) failed with %#x!\n", kName, operation, where, unsigned(code));
+        return -1;
+    };
+    if (int32_t code = HI_MPI_AO_SetPubAttr(kDevice, &attr)) return refused("SetPubAttr", kDevice, code);
+    if (int32_t code = HI_MPI_AO_Enable(kDevice)) return refused("Enable", kDevice, code);
+    if (int32_t code = HI_MPI_AO_EnableChn(kDevice, kChannel)) return refused("EnableChn", kChannel, code);
+    return 0;
 }
 
 int32_t bind_output()

@@ -34,12 +34,16 @@ enum {
 int32_t StartAudio(int32_t s32Mode, int32_t s32PayloadType, int32_t s32SampleRate, int32_t s32MicIn,
                    int32_t s32MicVolume, int32_t s32AdcVolume, int32_t s32DacVolume);
 
-/** Take the path down again, whole or as far as a failed StartAudio has come, and the platform with it.
- * Nothing may send or wait. */
+/**
+ * Shut the path and the platform down, also after a StartAudio that failed half-way. No other thread may send
+ * or wait on the path. Failures are ignored: what was not started cannot be stopped.
+ */
 void StopAudio(void);
 
-/** Play nothing more: what waits for room in the output is let go, and later frames are refused. For a thread
- * that is to end its sending before StopAudio. */
+/**
+ * Stop the output channel: a call that waits for room returns, and later frames are refused. Ends a thread's
+ * sending before StopAudio.
+ */
 void CutAudioOutput(void);
 
 /** Payload type and microphone flag of the last StartAudio; -1 before the first. */

@@ -1,3 +1,4 @@
+// Level, tone and delay of recordings.
 #include "tools/audio/analysis.hpp"
 
 #include <algorithm>
@@ -47,7 +48,12 @@ Fit fit_sine(std::span<const int16_t> samples, double mean, double radians)
     for (size_t i = 0; i < samples.size(); ++i) {
         const double c = std::cos(radians * double(i)), s = std::sin(radians * double(i)),
                      x = samples[i] - mean;
-        cc += c * c, ss += s * s, cs += c * s, xc += x * c, xs += x * s, power += x * x;
+        cc += c * c;
+        ss += s * s;
+        cs += c * s;
+        xc += x * c;
+        xs += x * s;
+        power += x * x;
     }
     const double det = cc * ss - cs * cs;
     const double a = (xc * ss - xs * cs) / det, b = (xs * cc - xc * cs) / det;
@@ -71,14 +77,16 @@ std::optional<Tone> find_tone(std::span<const int16_t> samples, int rate, double
     if (double(samples.size()) < 10 * rate / frequency) return {};
     const double mean = mean_of(samples);
     double radians = 2 * M_PI * frequency / rate;
-    // Coarse: the strongest of a comb of frequencies, as close as the length tells them apart.
+    // Coarse: the strongest of evenly spaced frequencies, a quarter of the length's resolution apart.
     const double reach = 0.02 * radians, tooth = 2 * M_PI / double(samples.size()) / 4;
     double best = -1, found = radians;
     const long teeth = std::lround(2 * reach / tooth);
     for (long i = 0; i <= teeth; ++i) {
         const double at = radians - reach + double(i) * tooth;
         const double strength = std::abs(component(samples, mean, at));
-        if (strength > best) best = strength, found = at;
+        if (strength <= best) continue;
+        best = strength;
+        found = at;
     }
     // Fine: how far the phase turns from the first half to the second.
     const size_t half = samples.size() / 2;
@@ -124,7 +132,10 @@ std::optional<size_t> find_signal(std::span<const int16_t> recording, std::span<
         double product = 0;
         for (size_t i = 0; i < signal.size(); ++i) product += double(recording[at + i]) * signal[i];
         const double likeness = power > 0 ? product / std::sqrt(power * own) : 0;
-        if (likeness > best) best = likeness, found = at;
+        if (likeness > best) {
+            best = likeness;
+            found = at;
+        }
         if (at + signal.size() == recording.size()) break;
         const double gone = recording[at], come = recording[at + signal.size()];
         power += come * come - gone * gone;

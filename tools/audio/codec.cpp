@@ -1,3 +1,4 @@
+// The codecs of the product, frame by frame.
 #include "tools/audio/codec.hpp"
 
 #include "mpi/audio/audio_voice_adp.h"

@@ -1,3 +1,4 @@
+// The connection to a camera: messages in both directions.
 #include "tools/audio/link.hpp"
 
 #include "common/base/bytes.hpp"

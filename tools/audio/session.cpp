@@ -1,3 +1,4 @@
+// One session: sends at the pace of sound, records, waits for the end of playing.
 #include "tools/audio/session.hpp"
 
 #include "tools/audio/analysis.hpp"

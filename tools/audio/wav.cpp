@@ -1,3 +1,4 @@
+// Reading and writing WAV files.
 #include "tools/audio/wav.hpp"
 
 #include "common/base/bytes.hpp"

@@ -302,7 +302,7 @@ int32_t SYS_BIND_RegisterReceiver(const SYS_BIND_RECEIVER_S* pstReceiver)
     if (int32_t refused = check_registration(module, counts, taken)) return refused;
     auto* entries = allocate_table<Entry>(counts);
     if (!entries) return no_table_memory();
-    // Connections to an earlier registration of the module, which this one does not know of.
+    // Connections to an earlier registration of the module.
     drop_connections([=](int32_t, const MPP_CHN_S& to) { return to.s32ModId == module; });
     state.receivers[module] = {counts, entries, pstReceiver->pfnReceive};
     return 0;
@@ -326,7 +326,7 @@ int32_t SYS_BIND_UnRegisterReceiver(int32_t enModId)
     MutexLock locked(state.lock);
     Receiver& receiver = state.receivers[enModId];
     if (int32_t refused = check_unregistration(enModId, receiver.entries)) return refused;
-    // The connections stay, so that who sends on one is told that its receiver is gone.
+    // The connections stay, so that a sender gets a code for the receiver that is missing.
     free(receiver.entries);
     receiver = {};
     return 0;

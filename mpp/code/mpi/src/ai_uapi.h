@@ -30,7 +30,7 @@ enum { AIO_MAX_DEVICES = 3, AIO_MAX_CHANNELS = 16, AIO_SLOTS = AIO_MAX_DEVICES *
 typedef struct {
     uint32_t enSamplerate;   /*  0  Hz */
     uint32_t enBitwidth;     /*  4  AUDIO_BIT_WIDTH_* */
-    uint32_t enWorkmode;     /*  8  the driver's: who clocks the interface */
+    uint32_t enWorkmode;     /*  8  the driver's: which side clocks the interface */
     uint32_t enSoundmode;    /* 12  AUDIO_SOUND_* */
     uint32_t u32EXFlag;      /* 16  the driver's: how 8-bit samples are widened */
     uint32_t u32FrmNum;      /* 20  the driver's: frames that it buffers */

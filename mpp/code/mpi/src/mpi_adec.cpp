@@ -17,8 +17,8 @@ struct Channel {
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t changed = PTHREAD_COND_INITIALIZER;
     enum { absent, open, closing } stage = absent;
-    bool busy = false;         // a caller works on the stream, without the lock: receivers may wait long
-    uint32_t generation = 0;   // tells a channel from one that was made again in its place
+    bool busy = false;         // a caller uses the stream, without the lock, since receivers may wait long
+    uint32_t generation = 0;   // changes when a channel is made again in its place
     zep::DecodedStream stream; // of the busy caller, else under the lock
     ADEC_CHN_STAT_S stat = {};
 

@@ -106,28 +106,28 @@ void DecodedStream::drain(uint32_t least, Pass& pass)
 {
     uint8_t* position = buffer_;
     uint32_t left = kept_;
-    uint32_t owed = 0; // of the unit that is being decoded
-    while (left > 0 && (owed > 0 || left >= least)) {
+    uint32_t rest = 0; // bytes of the unit that is being decoded
+    while (left > 0 && (rest > 0 || left >= least)) {
         const uint32_t before = left;
-        if (owed == 0) owed = std::min(left, unit_);
-        Step step = decode(&position, &left, owed, pass);
+        if (rest == 0) rest = std::min(left, unit_);
+        Step step = decode(&position, &left, rest, pass);
         // A frame may be longer than the smallest.
-        if (step == Step::starved && left > owed) step = decode(&position, &left, left, pass);
+        if (step == Step::starved && left > rest) step = decode(&position, &left, left, pass);
         if (step == Step::starved && left < room_) break;
         if (step == Step::starved) pass.damaged(coded(MPP_ERR_PARAM)); // nothing more fits
         if (step != Step::progress) {
-            // The codec stands still: go on behind a frame's worth of what it met.
+            // The codec did not advance: skip one smallest frame.
             const uint32_t skipped = std::min(left, smallest_);
             position += skipped;
             left -= skipped;
         }
-        owed -= std::min(owed, before - left);
+        rest -= std::min(rest, before - left);
     }
     memmove(buffer_, position, left);
     kept_ = left;
 }
 
-// What a codec says of its own work is checked: a registered one may be wrong.
+// The results of a registered codec are checked before they are used.
 DecodedStream::Step DecodedStream::decode(uint8_t** position, uint32_t* left, uint32_t limit, Pass& pass)
 {
     const uint32_t given = std::min(*left, limit);
@@ -135,9 +135,10 @@ DecodedStream::Step DecodedStream::decode(uint8_t** position, uint32_t* left, ui
     auto rest = int32_t(given);
     uint32_t bytes = 0, channels = 1;
     int32_t failed = codec_.pfnDecodeFrm(decoder_, &at, &rest, samples_, &bytes, &channels);
-    const bool sane = rest >= 0 && uint32_t(rest) <= given && at == *position + (given - uint32_t(rest)) &&
-                      bytes <= kMaxBytes && channels >= 1 && channels <= 2;
-    if (!sane) {
+    const bool in_bounds = rest >= 0 && uint32_t(rest) <= given &&
+                           at == *position + (given - uint32_t(rest)) && bytes <= kMaxBytes &&
+                           channels >= 1 && channels <= 2;
+    if (!in_bounds) {
         pass.damaged(coded(MPP_ERR_PARAM));
         return Step::damaged;
     }

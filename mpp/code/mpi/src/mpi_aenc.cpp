@@ -21,14 +21,14 @@ struct Channel {
     pthread_cond_t changed = PTHREAD_COND_INITIALIZER;
     bool open = false;
     bool handed = false;     // the oldest frame is with the caller
-    uint32_t generation = 0; // tells a channel from one that was made again in its place
+    uint32_t generation = 0; // changes when a channel is made again in its place
     uint32_t next_number = 0;
     AENC_ENCODER_S codec = {};
     void* encoder = nullptr;
     zep::EncodedQueue queue;
     AENC_CHN_STAT_S stat = {};
 
-    // Whether a caller that let go of the lock finds the channel it left.
+    // Whether a caller that released the lock finds the channel that it left.
     [[nodiscard]] bool is(uint32_t left) const { return open && generation == left; }
     [[nodiscard]] bool exists() const { return open; }
 };
@@ -112,7 +112,7 @@ bool bound_input(int32_t channel, MPP_CHN_S& source)
     return HI_MPI_SYS_GetBindByDest(&self, &source) == 0 && source.s32ModId == HI_ID_AI;
 }
 
-// One frame of the input, encoded. The input waits in its driver, so the lock is not held meanwhile.
+// Encodes one frame of the input. The wait for it is in the driver, without the channel's lock.
 int32_t pull(Channel& channel, uint32_t generation, const MPP_CHN_S& source, uint32_t block)
 {
     AUDIO_FRAME_S frame = {};

@@ -68,7 +68,7 @@ enum class Refusal {
     no_memory
 };
 
-// One of the two drivers: what tells it from the other, and its descriptors.
+// One of the two drivers: how it differs from the other, and its descriptors.
 struct AioDriver {
     ModuleError coded;
     const char* name; // in messages

@@ -12,7 +12,7 @@ namespace zep {
 
 constexpr uint32_t kCodecChannels = 32;
 
-// What tells one of the two modules from the other, and its driver. Checks give 0 or a code, and report what
+// How one of the two modules differs from the other, and its driver. Checks give 0 or a code, and report what
 // they refuse in the operation's name.
 struct CodecModule {
     ModuleError coded;

@@ -22,7 +22,7 @@ constexpr uint64_t kPage = 4096;
 constinit zep::Driver mmz_driver(MMZ_DEVICE, "open mmz");
 constinit zep::Driver cache_driver(MMZ_DEVICE, "open mmz");
 
-// Whole pages around a stretch.
+// Bytes of the whole pages that hold `size` bytes from an offset in the first one.
 constexpr uint64_t page_length(uint64_t offset, uint64_t size)
 {
     return ((size - 1 + offset) & ~(kPage - 1)) + kPage;
