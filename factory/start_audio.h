@@ -46,8 +46,9 @@ void StopAudio(void);
  */
 void CutAudioOutput(void);
 
-/** Payload type and microphone flag of the last StartAudio; -1 before the first. */
+/** Payload type of the last StartAudio. @return it; -1 before the first */
 int32_t GetAudioPayloadType(void);
+/** Microphone flag of the last StartAudio. @return it; -1 before the first */
 int32_t GetAudioMicIn(void);
 
 #ifdef __cplusplus

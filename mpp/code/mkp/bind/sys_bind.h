@@ -50,29 +50,35 @@ typedef struct {
     SYS_BIND_RECEIVE_FN pfnReceive;
 } SYS_BIND_RECEIVER_S;
 
-/**
- * Make the binder ready, or drop all registrations and bindings. Doing either twice is harmless.
- * @return 0
- */
+/** Make the binder ready. @return 0, also when it was */
 int32_t SYS_BIND_Init(void);
+/** Drop all registrations and bindings. @return 0, also when there are none */
 int32_t SYS_BIND_DeInit(void);
 
 /**
- * Register a module.
+ * Register a module as a sender.
  *
- * @return 0, or a code of HI_ID_SYS: MPP_ERR_NULL for a null record or callback; MPP_ERR_PARAM for a module
+ * @return 0, or a code of HI_ID_SYS: MPP_ERR_NULL for a null record; MPP_ERR_PARAM for a module
  *         above 40, or counts whose product is 0 or does not fit 32 bits; MPP_ERR_NOT_PERM when the module is
  *         registered; MPP_ERR_NO_MEMORY
  */
 int32_t SYS_BIND_RegisterSender(const SYS_BIND_SENDER_S* pstSender);
+/**
+ * Register a module as a receiver. Connections to an earlier registration of it are dropped.
+ * @return as SYS_BIND_RegisterSender; MPP_ERR_NULL also for a null callback
+ */
 int32_t SYS_BIND_RegisterReceiver(const SYS_BIND_RECEIVER_S* pstReceiver);
 
 /**
- * Take a registration back. A sender's bindings go with it. A receiver's go when the module registers again;
- * until then data sent to them is refused.
+ * Take a sender's registration back; its bindings go with it.
  * @return 0; MPP_ERR_PARAM for a module above 40; MPP_ERR_NOT_PERM when the module is not registered
  */
 int32_t SYS_BIND_UnRegisterSender(int32_t enModId);
+/**
+ * Take a receiver's registration back. Its bindings stay until the module registers again; until then data
+ * sent to them is refused.
+ * @return as SYS_BIND_UnRegisterSender
+ */
 int32_t SYS_BIND_UnRegisterReceiver(int32_t enModId);
 
 /**

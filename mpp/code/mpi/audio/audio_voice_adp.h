@@ -70,46 +70,74 @@ typedef struct {
     G711_STATE_S stState;
 } G711_ENCODER_S;
 
-/* Encoder operations: AENC_OPEN_FN, AENC_ENCODE_FN and AENC_CLOSE_FN of base/mpp_codec.h. */
+/** AENC_OPEN_FN of LPCM, which has no handle; the attribute is not read. @return as said above */
 int32_t OpenLPCMEncoder(void* pEncoderAttr, void** ppEncoder);
+/** AENC_ENCODE_FN of LPCM, which has no handle. @return as said above */
 int32_t EncodeLPCMFrm(void* pEncoder, const AUDIO_FRAME_S* pstData, uint8_t* pu8Outbuf, uint32_t* pu32OutLen);
+/** AENC_CLOSE_FN of LPCM, which has no handle. @return 0 */
 int32_t CloseLPCMEncoder(void* pEncoder);
+/** AENC_OPEN_FN of G.711 A-law; the attribute is not read. @return as said above */
 int32_t OpenG711AEncoder(void* pEncoderAttr, void** ppEncoder);
+/** AENC_ENCODE_FN of G.711 A-law. @return as said above */
 int32_t EncodeG711AFrm(void* pEncoder, const AUDIO_FRAME_S* pstData, uint8_t* pu8Outbuf,
                        uint32_t* pu32OutLen);
+/** AENC_CLOSE_FN of G.711 A-law. @return 0 */
 int32_t CloseG711AEncoder(void* pEncoder);
+/** AENC_OPEN_FN of G.711 mu-law; the attribute is not read. @return as said above */
 int32_t OpenG711UEncoder(void* pEncoderAttr, void** ppEncoder);
+/** AENC_ENCODE_FN of G.711 mu-law. @return as said above */
 int32_t EncodeG711UFrm(void* pEncoder, const AUDIO_FRAME_S* pstData, uint8_t* pu8Outbuf,
                        uint32_t* pu32OutLen);
+/** AENC_CLOSE_FN of G.711 mu-law. @return 0 */
 int32_t CloseG711UEncoder(void* pEncoder);
+/** AENC_OPEN_FN of ADPCM; the attribute is an AUDIO_ATTR_ADPCM_S. @return as said above */
 int32_t OpenADPCMEncoder(void* pEncoderAttr, void** ppEncoder);
+/** AENC_ENCODE_FN of ADPCM. @return as said above */
 int32_t EncodeADPCMFrm(void* pEncoder, const AUDIO_FRAME_S* pstData, uint8_t* pu8Outbuf,
                        uint32_t* pu32OutLen);
+/** AENC_CLOSE_FN of ADPCM. @return 0 */
 int32_t CloseADPCMEncoder(void* pEncoder);
+/** AENC_OPEN_FN of G.726; the attribute is an AUDIO_ATTR_G726_S. @return as said above */
 int32_t OpenG726Encoder(void* pEncoderAttr, void** ppEncoder);
+/** AENC_ENCODE_FN of G.726. @return as said above */
 int32_t EncodeG726Frm(void* pEncoder, const AUDIO_FRAME_S* pstData, uint8_t* pu8Outbuf, uint32_t* pu32OutLen);
+/** AENC_CLOSE_FN of G.726. @return 0 */
 int32_t CloseG726Encoder(void* pEncoder);
 
-/* Decoder operations: ADEC_OPEN_FN, ADEC_DECODE_FN and ADEC_CLOSE_FN of base/mpp_codec.h. */
+/** ADEC_OPEN_FN of LPCM, which has no handle; the attribute is not read. @return as said above */
 int32_t OpenLPCMDecoder(void* pDecoderAttr, void** ppDecoder);
+/** ADEC_DECODE_FN of LPCM, which has no handle. @return as said above */
 int32_t DecodeLPCMFrm(void* pDecoder, uint8_t** pu8Inbuf, int32_t* ps32LeftByte, uint16_t* pu16Outbuf,
                       uint32_t* pu32OutLen, uint32_t* pu32Chns);
+/** ADEC_CLOSE_FN of LPCM, which has no handle. @return 0 */
 int32_t CloseLPCMDecoder(void* pDecoder);
+/** ADEC_OPEN_FN of G.711 A-law; the attribute is not read. @return as said above */
 int32_t OpenG711ADecoder(void* pDecoderAttr, void** ppDecoder);
+/** ADEC_DECODE_FN of G.711 A-law. @return as said above */
 int32_t DecodeG711AFrm(void* pDecoder, uint8_t** pu8Inbuf, int32_t* ps32LeftByte, uint16_t* pu16Outbuf,
                        uint32_t* pu32OutLen, uint32_t* pu32Chns);
+/** ADEC_CLOSE_FN of G.711 A-law. @return 0 */
 int32_t CloseG711ADecoder(void* pDecoder);
+/** ADEC_OPEN_FN of G.711 mu-law; the attribute is not read. @return as said above */
 int32_t OpenG711UDecoder(void* pDecoderAttr, void** ppDecoder);
+/** ADEC_DECODE_FN of G.711 mu-law. @return as said above */
 int32_t DecodeG711UFrm(void* pDecoder, uint8_t** pu8Inbuf, int32_t* ps32LeftByte, uint16_t* pu16Outbuf,
                        uint32_t* pu32OutLen, uint32_t* pu32Chns);
+/** ADEC_CLOSE_FN of G.711 mu-law. @return 0 */
 int32_t CloseG711UDecoder(void* pDecoder);
+/** ADEC_OPEN_FN of ADPCM; the attribute is an AUDIO_ATTR_ADPCM_S. @return as said above */
 int32_t OpenADPCMDecoder(void* pDecoderAttr, void** ppDecoder);
+/** ADEC_DECODE_FN of ADPCM. @return as said above */
 int32_t DecodeADPCMFrm(void* pDecoder, uint8_t** pu8Inbuf, int32_t* ps32LeftByte, uint16_t* pu16Outbuf,
                        uint32_t* pu32OutLen, uint32_t* pu32Chns);
+/** ADEC_CLOSE_FN of ADPCM. @return 0 */
 int32_t CloseADPCMDecoder(void* pDecoder);
+/** ADEC_OPEN_FN of G.726; the attribute is an AUDIO_ATTR_G726_S. @return as said above */
 int32_t OpenG726Decoder(void* pDecoderAttr, void** ppDecoder);
+/** ADEC_DECODE_FN of G.726. @return as said above */
 int32_t DecodeG726Frm(void* pDecoder, uint8_t** pu8Inbuf, int32_t* ps32LeftByte, uint16_t* pu16Outbuf,
                       uint32_t* pu32OutLen, uint32_t* pu32Chns);
+/** ADEC_CLOSE_FN of G.726. @return 0 */
 int32_t CloseG726Decoder(void* pDecoder);
 
 /**
@@ -121,12 +149,13 @@ int32_t CloseG726Decoder(void* pDecoder);
 int32_t GetFrmInfo(void* pDecoder, void* pInfo);
 
 /**
- * Hand the built-in descriptors to a registry one by one: "Lpcm", "G711a", "G711u", "Adpcm", "G726". The
- * adapter does not know the registries, which lie above it.
+ * Hand the descriptors of the built-in encoders to a registry one by one: "Lpcm", "G711a", "G711u", "Adpcm",
+ * "G726". The adapter does not know the registries, which lie above it.
  * @return 0, or what the first refused registration returned; the rest is then not tried
  */
 int32_t AUDIO_ADP_RegisterEncoders(int32_t (*pfnRegister)(int32_t* ps32Handle,
                                                           const AENC_ENCODER_S* pstEncoder));
+/** The same for the decoders. @return as AUDIO_ADP_RegisterEncoders */
 int32_t AUDIO_ADP_RegisterDecoders(int32_t (*pfnRegister)(int32_t* ps32Handle,
                                                           const ADEC_DECODER_S* pstDecoder));
 

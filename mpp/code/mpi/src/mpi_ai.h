@@ -104,11 +104,12 @@ int32_t HI_MPI_AI_GetFrame(int32_t s32Dev, int32_t s32Chn, AUDIO_FRAME_S* pstFrm
 int32_t HI_MPI_AI_ReleaseFrame(int32_t s32Dev, int32_t s32Chn, AUDIO_FRAME_S* pstFrm, AEC_FRAME_S* pstAec);
 
 /**
- * Parameters of a channel, handed to and from the driver. The channel's descriptor must be open already, by
- * any other operation of the channel.
+ * Set the parameters of a channel, handed to the driver as they are. The channel's descriptor must be open
+ * already, by any other operation of the channel.
  * @return also MPP_ERR_REFUSED when it is not
  */
 int32_t HI_MPI_AI_SetChnParam(int32_t s32Dev, int32_t s32Chn, const AI_CHN_PARAM_S* pstParam);
+/** Read them. @return as HI_MPI_AI_SetChnParam */
 int32_t HI_MPI_AI_GetChnParam(int32_t s32Dev, int32_t s32Chn, AI_CHN_PARAM_S* pstParam);
 
 /**

@@ -30,14 +30,16 @@ int32_t HI_MPI_AENC_RegeisterEncoder(int32_t* ps32Handle, const AENC_ENCODER_S* 
 int32_t HI_MPI_ADEC_RegeisterDecoder(int32_t* ps32Handle, const ADEC_DECODER_S* pstDecoder);
 
 /**
- * Register the built-in codecs; run by the modules' initialisation. Stops at the first that fails and returns
- * its code.
+ * Register the built-in encoders; run by the module's initialisation.
+ * @return 0; the code of the first that fails, the rest is not registered then
  */
 int32_t MPI_AENC_RegisterBuiltIn(void);
+/** The same for the decoders. @return as MPI_AENC_RegisterBuiltIn */
 int32_t MPI_ADEC_RegisterBuiltIn(void);
 
-/** Empty a registry; run by the modules' de-initialisation, so that the next one can register again. */
+/** Empty the registry of encoders; run by the module's de-initialisation. */
 void MPI_AENC_ClearRegistry(void);
+/** Empty the registry of decoders. */
 void MPI_ADEC_ClearRegistry(void);
 
 /**
@@ -45,10 +47,12 @@ void MPI_ADEC_ClearRegistry(void);
  * @return 0; number MPP_ERR_PARAM of the module when none is registered
  */
 int32_t MPI_AENC_FindEncoder(int32_t enType, AENC_ENCODER_S* pstEncoder);
+/** The same for a decoder. @return as MPI_AENC_FindEncoder */
 int32_t MPI_ADEC_FindDecoder(int32_t enType, ADEC_DECODER_S* pstDecoder);
 
 /** Copy entry 0 to 19. @return 0; number MPP_ERR_PARAM for a free entry or another index */
 int32_t MPI_AENC_GetEncoder(int32_t s32Handle, AENC_ENCODER_S* pstEncoder);
+/** The same for a decoder. @return as MPI_AENC_GetEncoder */
 int32_t MPI_ADEC_GetDecoder(int32_t s32Handle, ADEC_DECODER_S* pstDecoder);
 
 #ifdef __cplusplus

@@ -31,13 +31,19 @@ int32_t HI_MPI_SYS_Init(void);
 /** Stop AI, AENC, ADEC, AO, the binder, then the driver. @return the driver's result */
 int32_t HI_MPI_SYS_Exit(void);
 
-/** System configuration. @return the driver's result; MPP_ERR_NULL */
+/** Set the system configuration; before HI_MPI_SYS_Init. @return the driver's result; MPP_ERR_NULL */
 int32_t HI_MPI_SYS_SetConf(const MPP_SYS_CONF_S* pstConf);
+/** Read it. @return the driver's result; MPP_ERR_NULL */
 int32_t HI_MPI_SYS_GetConf(MPP_SYS_CONF_S* pstConf);
 
-/** Time stamps, microseconds. @return the driver's result; MPP_ERR_NULL */
+/** Current time stamp, microseconds. @return the driver's result; MPP_ERR_NULL */
 int32_t HI_MPI_SYS_GetCurPts(uint64_t* pu64Pts);
+/** Set the time stamps' base, microseconds. @return the driver's result */
 int32_t HI_MPI_SYS_SetPtsBase(uint64_t u64Base);
+/**
+ * Synchronise the time stamps with a base, microseconds; the driver defines how.
+ * @return the driver's result
+ */
 int32_t HI_MPI_SYS_SyncPtsBase(uint64_t u64Base);
 
 /**
@@ -59,7 +65,7 @@ int32_t HI_MPI_SYS_UnBind(MPP_CHN_S* pstSrc, MPP_CHN_S* pstDest);
 int32_t HI_MPI_SYS_GetBindByDest(MPP_CHN_S* pstDest, MPP_CHN_S* pstSrc);
 
 /**
- * Allocate contiguous media memory and map it, plain or through the cache.
+ * Allocate contiguous media memory and map it, uncached.
  * @param pu32PhysAddr, ppVirtAddr  receive the addresses
  * @param strMmb, strZone           block and zone name, at most 15 characters are used; null: no name, the
  *                                  default zone
@@ -67,6 +73,7 @@ int32_t HI_MPI_SYS_GetBindByDest(MPP_CHN_S* pstDest, MPP_CHN_S* pstSrc);
  */
 int32_t HI_MPI_SYS_MmzAlloc(uint32_t* pu32PhysAddr, void** ppVirtAddr, const char* strMmb,
                             const char* strZone, uint32_t u32Size);
+/** The same, mapped through the cache. @return as HI_MPI_SYS_MmzAlloc */
 int32_t HI_MPI_SYS_MmzAllocCached(uint32_t* pu32PhysAddr, void** ppVirtAddr, const char* strMmb,
                                   const char* strZone, uint32_t u32Size);
 /** Unmap and free. @return 0 or -1; a block that cannot be unmapped is not freed */
@@ -79,14 +86,16 @@ void* HI_MPI_SYS_Mmap(uint32_t u32PhysAddr, uint32_t u32Size);
 /** Undo HI_MPI_SYS_Mmap with the same size. @return munmap's result */
 int32_t HI_MPI_SYS_Munmap(void* pVirtAddr, uint32_t u32Size);
 
-/** One 32-bit register. @return 0; -1 when it cannot be mapped; MPP_ERR_NULL */
+/** Read a 32-bit register. @return 0; -1 when it cannot be mapped; MPP_ERR_NULL */
 int32_t HI_MPI_SYS_GetReg(uint32_t u32PhysAddr, uint32_t* pu32Value);
+/** Write a 32-bit register. @return 0; -1 when it cannot be mapped */
 int32_t HI_MPI_SYS_SetReg(uint32_t u32PhysAddr, uint32_t u32Value);
 
 /** 3517 or 3516 (decimal), by the identity register. @return 0; what the read gave; MPP_ERR_NULL */
 int32_t HI_MPI_SYS_GetChipId(uint32_t* pu32ChipId);
-/** @return 0; MPP_ERR_NULL; MPP_ERR_REFUSED */
+/** The chip's own number. @return 0; MPP_ERR_NULL; MPP_ERR_REFUSED */
 int32_t HI_MPI_SYS_GetDieId(SYS_DIE_ID_S* pstDieId);
+/** The customer's number, one byte. @return 0; MPP_ERR_NULL; MPP_ERR_REFUSED */
 int32_t HI_MPI_SYS_GetCustomerId(uint8_t* pu8CustomerId);
 /** @param pu32Address  register address in, virtual address out @return 0; MPP_ERR_REFUSED */
 int32_t HI_MPI_SYS_GetVirtRegAddr(uint32_t* pu32Address);
@@ -100,13 +109,15 @@ int32_t HI_MPI_SYS_GetVersion(char* strVersion);
  */
 int32_t HI_MPI_SYS_CloseFd(void);
 
-/** Media log. @return the driver's result; -1 for null */
+/** Set the level of a module's media log. @return the driver's result; -1 for null */
 int32_t HI_MPI_LOG_SetLevelConf(LOG_LEVEL_CONF_S* pstConf);
+/** Read the level of the module in the record. @return the driver's result; -1 for null */
 int32_t HI_MPI_LOG_GetLevelConf(LOG_LEVEL_CONF_S* pstConf);
+/** 1: reading waits for a message; 0: it does not. @return the driver's result */
 int32_t HI_MPI_LOG_SetWaitFlag(uint32_t u32Wait);
-/** @return what read returns */
+/** Read the media log. @return bytes; -1 with errno; the positive errno of a failed open */
 int32_t HI_MPI_LOG_Read(void* pBuffer, uint32_t u32Length);
-/** @return -1 when a descriptor was open and has been closed, else 0 */
+/** Close the log's descriptor. @return -1 when it was open, else 0 */
 int32_t HI_MPI_LOG_Close(void);
 
 #ifdef __cplusplus

@@ -18,10 +18,11 @@ extern "C" {
 #endif
 
 /**
- * Set or read the common pools that HI_MPI_VB_Init makes.
+ * Set the common pools that HI_MPI_VB_Init makes.
  * @return 0, or a code as said above; MPP_ERR_NULL
  */
 int32_t HI_MPI_VB_SetConf(const VB_CONF_S* pstConf);
+/** Read them. @return 0, or a code as said above; MPP_ERR_NULL */
 int32_t HI_MPI_VB_GetConf(VB_CONF_S* pstConf);
 
 /** Start the driver's pools. @return 0, or a code as said above */
