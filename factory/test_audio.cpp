@@ -22,25 +22,43 @@ constexpr char kUsage[] =
     "    address, or of all its addresses; there is no authentication\n";
 constexpr int kBacklog = 10;
 
+// Its ends: the first signal, and a pipe that ends the wait of the server's loop. A flag alone could be set just
+// before the loop begins to wait.
+constinit volatile sig_atomic_t ended_by = 0;
 int wake_up[2] = {-1, -1};
 
-// Ends the wait of the server's loop; a flag alone could be set just before it begins to wait.
-void on_signal(int)
+void on_signal(int number)
 {
+    if (!ended_by) ended_by = number;
     const char byte = 0;
     [[maybe_unused]] ssize_t n = write(wake_up[1], &byte, 1);
 }
 
+// Signals that the caller ignores stay ignored. A reader of the console that has gone ends no session.
 bool catch_signals()
 {
     if (pipe2(wake_up, O_CLOEXEC | O_NONBLOCK) < 0) return false;
-    struct sigaction action = {};
+    struct sigaction action = {}, before = {};
     action.sa_handler = on_signal;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    for (int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        sigaction(number, nullptr, &before);
+        if (before.sa_handler != SIG_IGN) sigaction(number, &action, nullptr);
+    }
     action.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &action, nullptr);
     return true;
+}
+
+// SIGINT and SIGTERM are how a server is told to end: status 0. Another one ends the process.
+int result_of_signal()
+{
+    if (ended_by == SIGHUP || ended_by == SIGQUIT) {
+        struct sigaction action = {};
+        action.sa_handler = SIG_DFL;
+        sigaction(int(ended_by), &action, nullptr);
+        raise(int(ended_by));
+    }
+    return 0;
 }
 
 // A listening socket of one address, or -1 with errno.
@@ -88,5 +106,5 @@ int test_audio_main(int argc, char** argv)
     zep::AudioServer server(listener.get(), wake_up[0]);
     server.run();
     fflush(stdout);
-    return 0;
+    return result_of_signal();
 }
