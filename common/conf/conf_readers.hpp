@@ -1,4 +1,4 @@
-// The typed readers' tables, one a file.
+// The typed readers' tables, one for each configuration file.
 #pragma once
 
 #include "common/conf/conf_scan.hpp"
