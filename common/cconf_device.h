@@ -26,7 +26,10 @@ typedef struct {
     int32_t buzzer_enable;   /* 0..1 (0): sound the buzzer on events */
 } CCONF_GENERAL_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadGeneral(const char* path, CCONF_GENERAL_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultGeneral(CCONF_GENERAL_S* record);
 
 #define CCONF_SYSTEM_PATH "/etc/system.conf"
@@ -43,7 +46,10 @@ typedef struct {
     int32_t log_port;        /* 1..65535 (514): its UDP port */
 } CCONF_SYSTEM_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadSystem(const char* path, CCONF_SYSTEM_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultSystem(CCONF_SYSTEM_S* record);
 
 #define CCONF_SERVER_INFO_PATH "/etc/serverinfo.conf"
@@ -57,7 +63,10 @@ typedef struct {
     char mac_address[CCONF_MAC_SIZE]; /* MAC (00:00:00:00:00:00): of the wired interface */
 } CCONF_SERVER_INFO_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadServerInfo(const char* path, CCONF_SERVER_INFO_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultServerInfo(CCONF_SERVER_INFO_S* record);
 
 #define CCONF_TIME_ZONE_PATH "/etc/timezone.conf"
@@ -71,7 +80,10 @@ typedef struct {
     int32_t ntp_interval; /* 1..168 (24): hours between two questions */
 } CCONF_TIME_ZONE_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadTimeZone(const char* path, CCONF_TIME_ZONE_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultTimeZone(CCONF_TIME_ZONE_S* record);
 
 #define CCONF_STORAGE_PATH "/etc/storage.conf"
@@ -94,7 +106,10 @@ typedef struct {
     char share_password[64]; /* text (): its password */
 } CCONF_STORAGE_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadStorage(const char* path, CCONF_STORAGE_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultStorage(CCONF_STORAGE_S* record);
 
 #ifdef __cplusplus

@@ -33,7 +33,10 @@ typedef struct {
     int32_t end_time;             /* 0..1440 (1440): minute of the day at which they no longer do */
 } CCONF_EVENT_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadEvent(const char* path, CCONF_EVENT_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultEvent(CCONF_EVENT_S* record);
 
 #define CCONF_EVENT_CONTROL_PATH "/etc/eventcontrol.conf"
@@ -86,7 +89,10 @@ typedef struct {
     CCONF_EVENT_CONTROL_EMAIL_S email;
 } CCONF_EVENT_CONTROL_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadEventControl(const char* path, CCONF_EVENT_CONTROL_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultEventControl(CCONF_EVENT_CONTROL_S* record);
 
 #define CCONF_CONTROL_PATH "/etc/control.conf"
@@ -108,7 +114,10 @@ typedef struct {
     int32_t zoom_speed; /* 1..7 (4): of the protocol's scale */
 } CCONF_CONTROL_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadControl(const char* path, CCONF_CONTROL_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultControl(CCONF_CONTROL_S* record);
 
 #ifdef __cplusplus

@@ -35,7 +35,10 @@ typedef struct {
     int32_t link;                      /* auto|10half|10full|100half|100full (auto): speed and duplex */
 } CCONF_NETWORK_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadNetwork(const char* path, CCONF_NETWORK_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultNetwork(CCONF_NETWORK_S* record);
 
 #define CCONF_NETWORK6_PATH "/etc/network/network6.conf"
@@ -53,7 +56,10 @@ typedef struct {
     char dns_2[CCONF_IPV6_SIZE];      /* IPv6 (::): second name server */
 } CCONF_NETWORK6_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadNetwork6(const char* path, CCONF_NETWORK6_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultNetwork6(CCONF_NETWORK6_S* record);
 
 #define CCONF_WIRELESS_PATH "/etc/network/wireless.conf"
@@ -78,7 +84,10 @@ typedef struct {
     char wep_key[27];    /* text (): WEP key, hexadecimal */
 } CCONF_WIRELESS_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadWireless(const char* path, CCONF_WIRELESS_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultWireless(CCONF_WIRELESS_S* record);
 
 #define CCONF_PPPOE_PATH "/etc/network/pppoe.conf"
@@ -95,7 +104,10 @@ typedef struct {
     int32_t default_route; /* 0..1 (1): send everything through the line */
 } CCONF_PPPOE_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadPppoe(const char* path, CCONF_PPPOE_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultPppoe(CCONF_PPPOE_S* record);
 
 #define CCONF_DDNS_PATH "/etc/network/ddns.conf"
@@ -111,7 +123,10 @@ typedef struct {
     int32_t interval;    /* 1..1440 (30): minutes between looks at the address */
 } CCONF_DDNS_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadDdns(const char* path, CCONF_DDNS_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultDdns(CCONF_DDNS_S* record);
 
 #ifdef __cplusplus

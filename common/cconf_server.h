@@ -38,7 +38,10 @@ typedef struct {
     int32_t multicast_port;                  /* 1..65535 (5000): its UDP port */
 } CCONF_STREAM_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadStream(const char* path, CCONF_STREAM_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultStream(CCONF_STREAM_S* record);
 
 #define CCONF_WEB_PATH "/etc/web.conf"
@@ -59,7 +62,10 @@ typedef struct {
     int32_t max_client;     /* 1..32 (10): visitors at a time */
 } CCONF_WEB_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadWeb(const char* path, CCONF_WEB_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultWeb(CCONF_WEB_S* record);
 
 #define CCONF_MIDDLE_PATH "/etc/middle.conf"
@@ -76,7 +82,10 @@ typedef struct {
     int32_t retry_time;     /* 1..3600 (10): seconds before the next attempt */
 } CCONF_MIDDLE_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadMiddle(const char* path, CCONF_MIDDLE_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultMiddle(CCONF_MIDDLE_S* record);
 
 #define CCONF_TCP_SERVER_PATH "/etc/tcp_server.conf"
@@ -88,7 +97,10 @@ typedef struct {
     int32_t timeout;     /* 1..3600 (60): seconds after which a silent connection is closed */
 } CCONF_TCP_SERVER_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadTcpServer(const char* path, CCONF_TCP_SERVER_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultTcpServer(CCONF_TCP_SERVER_S* record);
 
 #ifdef __cplusplus

@@ -40,7 +40,10 @@ typedef struct {
     char text[64];        /* text (): a line of text */
 } CCONF_OSD_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadOsd(const char* path, CCONF_OSD_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultOsd(CCONF_OSD_S* record);
 
 #define CCONF_MOTION_PATH "/etc/motion.conf"
@@ -62,7 +65,10 @@ typedef struct {
     CCONF_AREA_S area[4];  /* keys "area_1_..." to "area_4_..." */
 } CCONF_MOTION_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadMotion(const char* path, CCONF_MOTION_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultMotion(CCONF_MOTION_S* record);
 
 #define CCONF_AUDIO_PATH "/etc/audio.conf"
@@ -95,7 +101,10 @@ typedef struct {
     int32_t noise_reduction; /* 0..1 (1): remove steady noise */
 } CCONF_AUDIO_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadAudio(const char* path, CCONF_AUDIO_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultAudio(CCONF_AUDIO_S* record);
 
 #define CCONF_VIDEO_DECODER_PATH "/etc/videodecoder.conf"
@@ -109,7 +118,10 @@ typedef struct {
     int32_t hue;        /* -128..127 (0): of the decoder chip */
 } CCONF_VIDEO_DECODER_S;
 
+/** Read the file; see cconf.h. @return 1; 0 when it cannot be opened, the record is untouched then */
 int32_t CCONF_ReadVideoDecoder(const char* path, CCONF_VIDEO_DECODER_S* record);
+
+/** Give every field its default. */
 void CCONF_DefaultVideoDecoder(CCONF_VIDEO_DECODER_S* record);
 
 #ifdef __cplusplus

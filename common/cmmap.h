@@ -46,13 +46,15 @@ struct CMMAP {
 int32_t CMMAP_Init(CMMAP_S* region, const char* path, int32_t key, uint32_t flags, uint32_t size);
 
 /**
- * Copy from or to the start of the region under both locks. A lock that fails is reported and the copy is
- * made all the same. Waits for other holders.
+ * Copy from the start of the region under both locks. A lock that fails is reported and the copy is made all
+ * the same. Waits for other holders.
  *
- * @param length  bytes; not held against the size, only against the mapped pages and the file as it is
+ * @param length  bytes; not compared with the size, only with the mapped pages and the file as it is
  * @return 0; -1 without a mapping, or for a length beyond the mapped pages or a file made shorter since
  */
 int32_t CMMAP_Read(CMMAP_S* region, void* to, uint32_t length);
+
+/** Copy to the start of the region, as CMMAP_Read copies from it. @return as CMMAP_Read */
 int32_t CMMAP_Write(CMMAP_S* region, const void* from, uint32_t length);
 
 /** Take both locks: the record lock, then the semaphore. Waits. @return 0 whatever happens */
@@ -61,10 +63,16 @@ int32_t CMMAP_Lock(CMMAP_S* region);
 /** Release both locks in the reverse order. @return 0 whatever happens */
 int32_t CMMAP_Unlock(CMMAP_S* region);
 
-/** The single locks, in the order in which CMMAP_Lock and CMMAP_Unlock use them. */
+/** Take the record lock, the first of CMMAP_Lock. Waits. A failure prints one line on standard output. */
 void CMMAP_FileLock(CMMAP_S* region);
+
+/** Take the semaphore, the second of CMMAP_Lock. Waits. A failure prints one line on standard output. */
 void CMMAP_SemLock(CMMAP_S* region);
+
+/** Release the semaphore, the first of CMMAP_Unlock. A failure prints one line on standard output. */
 void CMMAP_SemUnlock(CMMAP_S* region);
+
+/** Release the record lock, the second of CMMAP_Unlock. A failure prints one line on standard output. */
 void CMMAP_FileUnlock(CMMAP_S* region);
 
 /**

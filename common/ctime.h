@@ -69,8 +69,10 @@ int32_t CTIME_NTPSync(const char* host, int32_t dst, int32_t zone);
 int32_t setTime(const uint8_t* reply, int32_t dst, int32_t zone);
 
 /**
- * Microseconds since a start taken with gettimeofday. From the first change of the second on, the
- * result is 1,000,000 too large: callers' time-outs are tuned to it.
+ * Measure the time since a start taken with gettimeofday.
+ *
+ * @return microseconds; 1,000,000 too many from the first change of the second on: callers' time-outs are
+ *         tuned to it
  */
 int64_t CTIME_ElapsedUs(int64_t start_seconds, int64_t start_microseconds);
 

@@ -7,7 +7,7 @@
 extern "C" {
 #endif
 
-/** Size of a file in bytes, found by seeking to its end; 0 when it cannot be opened or has no end. */
+/** Find the size of a file by seeking to its end. @return bytes; 0 when it cannot be opened or has no end */
 int64_t CUTIL_GetFileSize(const char* path);
 
 #ifdef __cplusplus

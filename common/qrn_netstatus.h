@@ -49,8 +49,10 @@ int32_t QRN_GetLinkCarrier(const char* interface);
 int32_t QRN_GetIfCounters(const char* interface, QRN_IF_COUNTERS_S* counters);
 
 /**
- * Growth of a counter between two readings. A 32-bit kernel's counters wrap at 2^32: a later reading that is
+ * Compare two readings of a counter. The counters of a 32-bit kernel wrap at 2^32: a later reading that is
  * smaller, with both below 2^32, counts as wrapped once.
+ *
+ * @return the growth from the earlier to the later reading
  */
 uint64_t QRN_CounterDifference(uint64_t earlier, uint64_t later);
 

@@ -1,4 +1,5 @@
 /* A job in a thread of its own. */
+#define _DEFAULT_SOURCE /* usleep */
 #include "service/cthread.h"
 
 #include <stdatomic.h>

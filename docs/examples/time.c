@@ -1,4 +1,5 @@
 /* The clock, and work that has to end within a time. */
+#define _DEFAULT_SOURCE /* usleep */
 #include "common/ctime.h"
 
 #include <stdio.h>

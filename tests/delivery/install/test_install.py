@@ -88,6 +88,13 @@ class Installed(unittest.TestCase):
                 seen += 1
         self.assertGreater(seen, 300)
 
+    def test_examples_compile_as_plain_c11(self):
+        install("development", self.stage)
+        examples = os.path.join(HERE, "../../../docs/examples")
+        sources = [os.path.join(examples, name) for name in os.listdir(examples) if name.endswith(".c")]
+        quietly(COMPILER["c"], "-std=c11", "-Wall", "-Wextra", "-Werror", "-fsyntax-only",
+                "-I" + self.stage + "/usr/include/zep", *sources)
+
     def test_development_tells_nothing_of_where_it_was_built_or_staged(self):
         install("development", self.stage)
         self.assertFalse([f for f in files(self.stage) if f.startswith("usr/bin")])

@@ -1,0 +1,109 @@
+#!/usr/bin/env python3
+"""Every public function of the runtime library has its contract, in its header and on its page.
+
+In the header a comment stands directly above it, with @return when it has a result. The SYNOPSIS of the one
+page of section 3 that includes the header gives its prototype, with the constants and records of the header.
+
+contracts.py TOP [--write]: compares; --write makes the pages' SYNOPSIS anew from the headers.
+"""
+import pathlib
+import re
+import sys
+
+FOLDER = "common"
+NOT_ON_PAGES = {"common/build_stamp.h", "common/ds1339_uapi.h", "common/cconf.h"}  # no functions
+
+
+def statements(text):
+    """The statements of a header outside of preprocessor conditions, each with the comment directly above."""
+    text = re.sub(r'^#ifdef __cplusplus\n.*?^#endif\n', '', text, flags=re.S | re.M)
+    text = re.sub(r'^#(?:ifndef \w+_H|define \w+_H|include .*|endif)$\n?', '', text, flags=re.M)
+    pattern = re.compile(r'(?P<comment>/\*.*?\*/)|(?P<define>^#(?:[^\n]*\\\n)*[^\n]*)|(?P<code>[^\s/#](?:/\*.*?\*/|'
+                         r'\{(?:/\*.*?\*/|[^{}]|\{[^{}]*\})*\}|[^;{}/])*;[ \t]*)', re.S | re.M)
+    comment = ""
+    end = 0
+    for found in pattern.finditer(text):
+        gap = text[end:found.start()]
+        end = found.end()
+        if found["comment"]:
+            comment = found["comment"]
+            # Behind a constant on its line: part of it, and no contract of what follows.
+            continue
+        yield comment if gap.count("\n") <= 1 else "", found["define"] or found["code"].strip()
+        comment = ""
+
+
+def function(code):
+    """(result, name, parameters) of a prototype, None for anything else."""
+    found = re.fullmatch(r'((?:const )?[\w ]+?[ *]+)(\w+)\(([^{}]*)\);', code, re.S)
+    if not found or code.startswith("typedef"):
+        return None
+    parameters = [" ".join(p.split()) for p in re.split(r',(?![^()]*\))', found[3])]
+    return " ".join(found[1].split()), found[2], parameters
+
+
+def as_page(text):
+    """A type as mdoc(7) writes it, with the star at the name."""
+    return re.sub(r'\* (?=\w)', ' *', text).replace("  ", " ")
+
+
+def literal(code):
+    lines = code.replace("\\", "\\e").split("\n")
+    return "\n".join("\\&" + line if line[:1] in (".", "'") else line for line in lines)
+
+
+def synopsis_of(header, text):
+    out, types = [f".In {header}"], []
+    for _, code in statements(text):
+        called = function(code)
+        if not called:
+            types.append(literal(code))
+            continue
+        result, name, parameters = called
+        out += [f'.Ft "{as_page(result)}"', f".Fo {name}"]
+        out += [f'.Fa "{as_page(p)}"' for p in parameters] + [".Fc"]
+    if types:
+        out += [".Bd -literal", *types, ".Ed"]
+    return "\n".join(out) + "\n"
+
+
+def main(top, write):
+    wrong = []
+    headers = {f"{FOLDER}/{h.name}": h.read_text() for h in sorted((top / FOLDER).glob("*.h"))}
+    count = 0
+    for header, text in headers.items():
+        for comment, code in statements(text):
+            called = function(code)
+            if not called:
+                continue
+            count += 1
+            result, name, _ = called
+            if not comment.startswith("/**"):
+                wrong.append(f"{header}: {name} has no contract")
+            elif result != "void" and "@return" not in comment:
+                wrong.append(f"{header}: {name} does not name its result")
+    named = {}
+    for page in sorted((top / "docs/man").glob("*.3")):
+        text = page.read_text()
+        found = re.search(r'^\.Sh SYNOPSIS\n(.*?)(?=^\.Sh )', text, re.S | re.M)
+        included = [h for h in re.findall(r'^\.In (\S+)$', found[1], re.M) if h in headers]
+        if not included:
+            continue
+        for header in included:
+            named.setdefault(header, []).append(page.name)
+        wanted = "".join(synopsis_of(h, headers[h]) for h in included)
+        if wanted == found[1]:
+            continue
+        if write:
+            page.write_text(text[:found.start(1)] + wanted + text[found.end(1):])
+        else:
+            wrong.append(f"docs/man/{page.name}: SYNOPSIS differs from {' '.join(included)}: contracts.py . --write")
+    for header in headers:
+        if header not in NOT_ON_PAGES and len(named.get(header, [])) != 1:
+            wrong.append(f"{header}: on {len(named.get(header, []))} pages of section 3")
+    print("\n".join(wrong) or f"{count} functions, all with their contracts")
+    return 1 if wrong or not count else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(pathlib.Path(sys.argv[1]), "--write" in sys.argv[2:]))
