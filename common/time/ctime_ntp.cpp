@@ -112,18 +112,26 @@ ssize_t ask(int fd, uint8_t* reply)
     }
 }
 
+// Microseconds of a fraction in 2^-32 s: fraction * 10^6 / 2^32. As 10^6 is 2^20 - 759 * 2^6, that is
+// fraction / 2^12 less 759 * fraction / 2^26, the second division in two steps and rounded by half of 2^16.
+constexpr uint32_t microseconds_of(uint32_t fraction)
+{
+    static_assert((1 << 20) - 759 * (1 << 6) == 1'000'000);
+    constexpr uint32_t kHalf = 32768;
+    return (fraction >> 12) - 759 * (((fraction >> 10) + kHalf) >> 16);
+}
+static_assert(microseconds_of(0x80000000) == 500'000 && microseconds_of(UINT32_MAX) == 999'999);
+
 } // namespace
 
 int32_t setTime(const uint8_t* reply, int32_t dst, int32_t zone)
 {
     bool known = zone >= 0 && zone < int32_t(sizeof kZoneHours);
-    uint32_t fraction = zep::load_be32(reply + kTransmitFraction);
+    const uint32_t us = microseconds_of(zep::load_be32(reply + kTransmitFraction));
     // Modulo 2^32: right across the end of the era in 2036.
     uint32_t seconds = zep::load_be32(reply + kTransmitSeconds) - kUnixEpoch;
     seconds += uint32_t(3600 * (known ? kZoneHours[zone] : 0));
     if (dst) seconds += 3600;
-    uint32_t us = (fraction >> 12) - 759 * (((fraction >> 10) + 32768) >> 16);
-
     timeval clock = {};
     clock.tv_sec = time_t(seconds);
     clock.tv_usec = suseconds_t(us);

@@ -1,3 +1,4 @@
+// Datagrams between processes: what is sent, received, checked and refused.
 #include "common/cicomm.h"
 #include "common/csysmgr.h"
 #include "common/cutil_command.h"

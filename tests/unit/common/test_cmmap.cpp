@@ -1,3 +1,4 @@
+// Shared regions: processes and threads that copy under the locks, and holders that die.
 #include "common/cmmap.h"
 #include "tests/support/socket_helpers.hpp"
 #include "tests/support/temp_folder.hpp"

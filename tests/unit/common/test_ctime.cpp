@@ -1,3 +1,4 @@
+// Elapsed time and the size of files.
 #include "common/ctime.h"
 #include "common/cutil_file.h"
 #include "tests/support/temp_folder.hpp"

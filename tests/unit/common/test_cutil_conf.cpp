@@ -1,3 +1,4 @@
+// Reading of key=value files: tokens and single settings.
 #include "common/cutil_conf.h"
 #include "tests/support/temp_folder.hpp"
 

@@ -1,3 +1,4 @@
+// The writer with a temporary file of the caller's choice, and the replacement behind all writers.
 #include "common/cutil_conf.h"
 #include "common/base/replacement.hpp"
 #include "tests/support/temp_folder.hpp"

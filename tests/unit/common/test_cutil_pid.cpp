@@ -1,3 +1,4 @@
+// Process-id files.
 #include "common/cutil_pid.h"
 #include "tests/support/temp_folder.hpp"
 

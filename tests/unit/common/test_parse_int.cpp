@@ -1,3 +1,4 @@
+// Decimal numbers as atoi reads them.
 #include "common/base/parse_int.hpp"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// Stream sockets: connecting, whole transfers, time limits, peers that leave.
 #include "common/qrn_socket.h"
 #include "common/qrn_tcp.h"
 #include "tests/support/socket_helpers.hpp"

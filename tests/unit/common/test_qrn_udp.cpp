@@ -1,3 +1,4 @@
+// Datagram sockets: local, open to all, with a time limit.
 #include "common/qrn_udp.h"
 #include "tests/support/socket_helpers.hpp"
 

@@ -1,3 +1,4 @@
+// Unix-domain stream sockets.
 #include "common/qrn_socket.h"
 #include "common/qrn_uds.h"
 #include "tests/support/socket_helpers.hpp"

@@ -1,3 +1,4 @@
+// Scrambled passwords.
 #include "common/users/user_block.hpp"
 
 #include <gtest/gtest.h>
