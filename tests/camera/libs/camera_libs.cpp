@@ -38,7 +38,7 @@ const Lines kSteps = {"umount /mnt/sd/", "umount /mnt/usb/", "ifconfig rausb0 do
 
 TEST_F(Libs, FixedPathsPortsAndProcessNumbers)
 {
-    Outcome run = inside("-WatchdogMissing.*:Rtc?*.*:Proc.ListMessages");
+    Outcome run = inside("-WatchdogMissing.*:Proc.ListMessages");
     EXPECT_THAT(run.of("watchdog"),
                 ElementsAre("open, timeout 30", "timeout 15 -> 15", "timeout 20 -> 20", "close"));
 }
@@ -47,14 +47,6 @@ TEST_F(Libs, AWatchdogThatCannotBeOpenedStaysClosed)
 {
     camera.faults("watchdog open 0 1 ENOENT\n");
     inside("WatchdogMissing.*");
-}
-
-TEST_F(Libs, ARealTimeClockThatIsNotThereOrRefuses)
-{
-    camera.faults("ds1339 open 0 -1 ENOENT\n");
-    inside("RtcMissing.*");
-    camera.faults("ds1339 read 0 -1 EIO\nds1339 write 0 -1 EIO\n");
-    inside("RtcRefuses.*");
 }
 
 TEST_F(Libs, NetworkTimeTellsWhatIsNoReplyAndKeepsTheServersMicroseconds)

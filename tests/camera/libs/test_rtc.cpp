@@ -54,6 +54,10 @@ TEST(Rtc, FailuresAreToldAndTheSystemClockStaysSet)
               "[CTIME_SetRTC] error, reason(open '/dev/ds1339')\n");
     EXPECT_EQ(result, -1);
     EXPECT_EQ(time(nullptr), 1367636521); // 2013-05-04 03:02:01
+    const uint8_t reply[CTIME_NTP_PACKET_SIZE] = {};
+    EXPECT_EQ(printed([&] { result = setTime(reply, 0, 18); }),
+              "[setTime] error, reason(open '/dev/ds1339')\n");
+    EXPECT_EQ(result, -1);
     CTIME_TIME_S now = {1, 1, 1, 1, 1, 1};
     EXPECT_EQ(printed([&] { result = CTIME_GetRTC(&now); }),
               "[CTIME_GetRTC] error, reason(open '/dev/ds1339')\n");

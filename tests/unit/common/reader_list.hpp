@@ -62,10 +62,6 @@ public:
     }
 
     int32_t read(const std::string& path) { return reader_.read(path.c_str(), bytes_.data()); }
-    void put(const zep::ConfKey& key, const std::string& value)
-    {
-        key.store(bytes_.data(), key, value.c_str());
-    }
 
     // The field as it could stand in the file.
     [[nodiscard]] std::string text(const zep::ConfKey& key) const

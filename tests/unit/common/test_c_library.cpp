@@ -3,9 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <crypt.h>
 #include <netdb.h>
-#include <pwd.h>
 #include <sys/sem.h>
 
 #include <arpa/inet.h>
@@ -16,7 +14,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -32,39 +29,6 @@ std::string printed_by(void (*body)(FILE*))
 }
 
 } // namespace
-
-TEST(CLibrary, CryptKnowsTheTraditionalHashes)
-{
-    const struct {
-        const char *password, *salt, *hash;
-    } cases[] = {
-        {"password", "ab", "abJnggxhB/yWI"},
-        {"camera12", "./", "./W9nTHwZO4LY"},
-        {"", "ab", "abmF1QH4PEr.E"},
-    };
-    for (const auto& c : cases) EXPECT_STREQ(crypt(c.password, c.salt), c.hash) << c.password;
-    // Only eight characters count; the hash itself serves as salt.
-    const std::string whole = crypt("eightchars", "./");
-    EXPECT_EQ(whole, crypt("eightcha", whole.c_str()));
-    EXPECT_NE(whole, crypt("eightchb", "./"));
-}
-
-TEST(CLibrary, AccountsAreWrittenAsTheLinesTheyWereReadFrom)
-{
-    const char* lines = "root:abJnggxhB/yWI:0:0:superuser:/:/bin/sh\n"
-                        "nobody:x:65534:65534:nobody:/home:/bin/false\n"
-                        "empty::1000:1000::/home:/bin/sh\n";
-    FILE* in = fmemopen(const_cast<char*>(lines), strlen(lines), "r");
-    if (!in) GTEST_FAIL();
-    std::vector<char> copy(512);
-    FILE* out = tmpfile();
-    while (const passwd* account = fgetpwent(in)) EXPECT_EQ(putpwent(account, out), 0);
-    fclose(in);
-    rewind(out);
-    copy.resize(fread(copy.data(), 1, copy.size(), out));
-    fclose(out);
-    EXPECT_EQ(std::string(copy.begin(), copy.end()), lines);
-}
 
 TEST(CLibrary, DottedAddressesAndTheOwnNameNeedNoServer)
 {

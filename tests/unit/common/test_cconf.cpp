@@ -14,6 +14,18 @@ namespace {
 using namespace zep;
 using std::string;
 
+constexpr ConfKey text_key(const char* name, const char* section = nullptr)
+{
+    return {.name = name, .store = conf_store_text, .offset = 0, .size = 8, .section = section};
+}
+
+// The first key that a name begins with counts.
+constexpr ConfKey kLongerFirst[] = {text_key("cam_alias_2"), text_key("cam_alias")};
+constexpr ConfKey kShorterFirst[] = {text_key("cam_alias"), text_key("cam_alias_2")};
+constexpr ConfKey kSections[] = {text_key("mode", "INPUT"), text_key("mode", "FTP"), text_key("mode")};
+static_assert(conf_keys_reachable(kLongerFirst) && !conf_keys_reachable(kShorterFirst));
+static_assert(conf_keys_reachable(kSections));
+
 string section_of(const ConfKey& key) { return key.section ? key.section : ""; }
 
 struct Setting {

@@ -1,10 +1,7 @@
 // The typed readers on files that chance wrote.
 #include "tests/unit/common/scan_rules.hpp"
 
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
-#include <map>
 #include <random>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -115,33 +112,6 @@ Values values(const TypedReader& reader, const AnyRecord& record)
 
 } // namespace
 
-TEST(CconfRandom, WhatWasRenderedIsReadBack)
-{
-    Chance chance;
-    for (const TypedReader& reader : kReaders) {
-        for (int round = 0; round < 30; ++round) {
-            AnyRecord written(reader), read(reader);
-            std::multimap<string, string> lines; // by section, in an order that chance gives
-            for (const ConfKey& key : reader.table.keys) {
-                string value = chance.fitting(key);
-                value = value.substr(0, value.find('='));
-                if (value.empty()) continue;
-                written.put(key, value);
-                string section = key.section ? "[" + string(key.section) + "]\n" : "";
-                auto place = lines.insert({section, ""});
-                place->second = string(key.name) + "=\"" + value + "\"\n";
-            }
-            string text, section;
-            for (const auto& [header, line] : lines) {
-                if (header != section) text += section = header;
-                text += line;
-            }
-            ASSERT_EQ(read.read(MemoryFile(text).path()), 1);
-            ASSERT_EQ(values(reader, read), values(reader, written)) << text;
-        }
-    }
-}
-
 TEST(CconfRandom, AnyFileReadsAsTheRulesSay)
 {
     Chance chance;
@@ -154,21 +124,6 @@ TEST(CconfRandom, AnyFileReadsAsTheRulesSay)
             ASSERT_EQ(record.read(MemoryFile(file).path()), 1);
             ASSERT_TRUE(record.sound());
             ASSERT_EQ(values(reader, record), scan_rules::after_reading(reader, before, file)) << file;
-        }
-    }
-}
-
-TEST(CconfRandom, ATruncatedSampleGivesWhatItStillHolds)
-{
-    for (const TypedReader& reader : kReaders) {
-        std::ifstream sample(ZEP_SOURCE "/docs/examples" + reader.path, std::ios::binary);
-        string whole(std::istreambuf_iterator<char>(sample), {});
-        for (size_t length = 0; length < whole.size(); length += 5) {
-            AnyRecord record(reader);
-            Values before = values(reader, record);
-            string part = whole.substr(0, length);
-            ASSERT_EQ(record.read(MemoryFile(part).path()), 1);
-            ASSERT_EQ(values(reader, record), scan_rules::after_reading(reader, before, part)) << part;
         }
     }
 }
