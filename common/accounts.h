@@ -11,7 +11,7 @@ extern "C" {
  * Operating-system accounts in "/etc/passwd", with traditional crypt() hashes (two-character salt). The file
  * is rewritten through "/etc/npasswd" and a rename, keeping its mode and every line that is not the user's;
  * when anything fails, or the new file would have lost its superuser, the old one stays. A missing file is
- * made anew. Lines of 4095 characters and more are passed over; a file with one is not rewritten. No lock;
+ * made anew. Lines of 4095 characters and more are skipped; a file that holds one is not rewritten. No lock;
  * the C library's crypt() has static storage, so one caller at a time.
  */
 
@@ -32,7 +32,7 @@ int32_t QRN_GetSuperUser(char* name);
  * 0, home "/", shell "/bin/sh"; another with uid and gid 65534, home "/home", shell "/bin/false".
  *
  * @param user  a name that is empty, or holds ":" or a line end, changes nothing
- * @return 0 whatever happens
+ * @return always 0; QRN_CheckSystemPassword shows whether it is set
  */
 int32_t QRN_SetSystemPassword(const char* user, const char* password);
 

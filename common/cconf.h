@@ -11,7 +11,7 @@
  * void CCONF_Default<Name>(record) gives every field its default.
  *
  * int32_t CCONF_Read<Name>(path, record) puts what the file holds into the record and leaves the rest as it
- * is. It returns 1; 0 when the file cannot be opened, which the system log tells at priority 1 with
+ * is. It returns 1; 0 when the file cannot be opened, which is logged at priority 1 with
  * "<name>_info : <path> can't open file : <reason>", and for null arguments: the record is untouched then.
  *
  * Behind each field of a record stand what it may be, its default in parentheses, and its meaning:

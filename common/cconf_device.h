@@ -56,7 +56,7 @@ void CCONF_DefaultSystem(CCONF_SYSTEM_S* record);
 
 /** What production wrote into the device. */
 typedef struct {
-    char manufacturer[32];            /* text (): who made it */
+    char manufacturer[32];            /* text (): name of the manufacturer */
     char model_name[32];              /* text (): what it is called */
     char serial_no[32];               /* text (): its number */
     char hardware_version[16];        /* text (): of the board */

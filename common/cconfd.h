@@ -2,8 +2,8 @@
 #define COMMON_CCONFD_H
 
 /**
- * Client of the configuration daemon, which holds the device's settings, changes them for its clients and
- * tells them of changes.
+ * Client of the configuration daemon. The daemon holds the device's settings, changes them for its clients
+ * and notifies them of changes.
  *
  * The daemon listens on a Unix-domain stream socket. Both sides send frames: a 32-bit command, the
  * 32-bit length of the data, the data (the framing of cutil_command.h), integers in the byte order of the

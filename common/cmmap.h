@@ -57,10 +57,10 @@ int32_t CMMAP_Read(CMMAP_S* region, void* to, uint32_t length);
 /** Copy to the start of the region, as CMMAP_Read copies from it. @return as CMMAP_Read */
 int32_t CMMAP_Write(CMMAP_S* region, const void* from, uint32_t length);
 
-/** Take both locks: the record lock, then the semaphore. Waits. @return 0 whatever happens */
+/** Take both locks: the record lock, then the semaphore. Waits. @return always 0 */
 int32_t CMMAP_Lock(CMMAP_S* region);
 
-/** Release both locks in the reverse order. @return 0 whatever happens */
+/** Release both locks in the reverse order. @return always 0 */
 int32_t CMMAP_Unlock(CMMAP_S* region);
 
 /** Take the record lock, the first of CMMAP_Lock. Waits. A failure prints one line on standard output. */

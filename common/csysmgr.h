@@ -22,7 +22,8 @@ extern "C" {
  * @param data    may be null when `length` is 0
  * @param length  0..CSYSMGR_DATA_SIZE
  * @return 0, also when the send fails, which prints a line on standard output and leaves its errno; a packet
- * that was sent leaves errno as it was. -1 for a bad argument and, with a line, when there is no socket. A socket that gets descriptor 0 counts as none and stays open.
+ *         that was sent leaves errno as it was. -1 for a bad argument and, with a line, when no socket can be
+ *         made. A socket that gets descriptor 0 is not used and stays open.
  */
 int CSYSMGR_SendPacket(uint32_t command, const void* data, int32_t length);
 

@@ -45,7 +45,7 @@ const char* CUTIL_GetConfToken(char* token, const char* cursor);
  *
  * A stored key that begins with `key` counts as `key`: "port" finds "port_2=81" if that stands
  * first. When no key matches the value of the last line that has a key is delivered, the empty text if
- * there is none, and the result is 0 all the same: it does not tell whether the key exists. A value that
+ * there is none, and the result is 0 all the same: it does not say whether the key exists. A value that
  * begins with `#` leaves the value of the line before in force.
  *
  * @param path   the file

@@ -22,8 +22,8 @@ int TSER_InitServer(int port);
 /**
  * Begin a connection without waiting for it.
  *
- * A dotted host is not looked up; a lookup of any other waits. Failures of the descriptor flags and of the
- * connect are told on standard error.
+ * A dotted host is not looked up; the lookup of any other waits. Failures of the descriptor flags and of the
+ * connect are printed on standard error.
  *
  * @param fd    receives the non-blocking descriptor before the outcome is known; after a failed
  *              connect it holds the number of a closed one. Untouched by earlier failures.
@@ -39,10 +39,10 @@ int QRN_ASyncConnectTCPSocket(int* fd, const char* host, int port);
 int QRN_ConnectTCPSocket(const char* host, int port);
 
 /**
- * Send a whole buffer. An interrupted or full socket is waited for. No signal is raised for a closed peer.
+ * Send a whole buffer. Waits while the socket is full. No signal is raised when the peer has closed.
  *
- * @param limit_s  seconds, 0 for none. Looked at after each transfer, to the second: the call gives up within
- *                 a second after it, and a send that blocks for ever is not interrupted.
+ * @param limit_s  seconds, 0 for none. Checked after each transfer, to the second: the call gives up within a
+ *                 second after it, and a send that blocks for ever is not interrupted.
  * @return the length; -1 when the time is up; -2 on an error, which is printed, and when nothing can be sent;
  *         -4 for a null buffer or length 0; -3 for a negative descriptor; a negative length as
  *         it is. Arguments are checked in this order.
@@ -50,7 +50,7 @@ int QRN_ConnectTCPSocket(const char* host, int port);
 int QRN_SendTCPStream(int fd, const void* buffer, int length, int limit_s);
 
 /**
- * Receive exactly so many bytes. The rest as for QRN_SendTCPStream, but nothing is printed.
+ * Receive exactly `length` bytes. The rest as for QRN_SendTCPStream, but nothing is printed.
  *
  * @return as there; -2 also when the peer has closed
  */

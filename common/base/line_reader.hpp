@@ -8,8 +8,8 @@
 namespace zep {
 
 // A line longer than the caller's buffer comes in pieces of size - 1 characters. Unlike fgets the
-// reader says how long a piece is, so bytes behind an embedded NUL are not lost, and it tells
-// the end of the file from a failed read.
+// reader gives the length of a piece, so that bytes behind an embedded NUL are not lost, and
+// distinguishes the end of the file from a failed read.
 class LineReader {
 public:
     // The descriptor stays the caller's.
@@ -19,7 +19,7 @@ public:
     // end of the file, -1 with errno on a read error. `line` holds two bytes or more.
     ssize_t next(std::span<char> line);
 
-    // As next(), but a line that does not fit is passed over whole: none of its pieces can be taken for a
+    // As next(), but a line that does not fit is skipped as a whole: none of its pieces can be taken for a
     // line.
     ssize_t next_whole(std::span<char> line);
 

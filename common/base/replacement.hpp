@@ -8,8 +8,8 @@
 
 namespace zep {
 
-// What is written gathers in a temporary file. Errors are kept: commit() tells of any write that failed
-// before. Without a successful commit() the temporary file goes away with the object.
+// put() writes to a temporary file. Errors are kept: commit() reports a write that failed before. Without a
+// successful commit() the destructor removes the temporary file.
 class Replacement {
 public:
     Replacement() = default;
@@ -20,8 +20,8 @@ public:
     enum class Existing { refuse, replace };
 
     // Makes the temporary file, for its owner only until commit(). `source` is the open file to be replaced,
-    // or -1 for a new one. False with errno: EEXIST when there is one to be refused, or what stands there is
-    // neither a file nor a link, or is the source itself. `temp_path` must outlive the object.
+    // or -1 for a new one. False with errno: EEXIST when one exists and is to be refused, when the path is
+    // neither a file nor a link, or when it is the source itself. `temp_path` must outlive the object.
     bool create(const char* temp_path, Existing existing, int source);
 
     void put(const char* data, size_t length);
@@ -41,7 +41,7 @@ private:
 
     const char* temp_path_ = nullptr;
     Fd file_;
-    dev_t device_ = 0; // with inode_: tells our file from one that another writer put at its path
+    dev_t device_ = 0; // with inode_: distinguishes our file from one that another writer put at its path
     ino_t inode_ = 0;
     int error_ = 0;
     size_t used_ = 0;

@@ -242,7 +242,7 @@ int32_t CCONFD_NextNotice(CCONFD_CLIENT_S* client, char* key, int32_t timeout_ms
         if (take_notice(*client, key)) return 1;
         if (client->watching < 0) return client->watching; // a restarted daemon has refused
         if (!connected_by(*client, end_ms)) return CCONFD_NO_ANSWER;
-        // Each new connection brings a notice: a daemon that hangs up behind it every time would keep the
+        // Each new connection brings a notice: a daemon that closes each connection after it would keep the
         // caller busy without a pause.
         if (lost) start_pause(*client);
         lost = false;

@@ -117,7 +117,7 @@ bool confd_receive_reply(const ConfdStream& stream, uint32_t length, ConfdAnswer
         answer.result = CCONFD_TOO_LONG;
         return stream.drain(rest);
     }
-    char value[CCONFD_VALUE_SIZE]; // the caller's stays as it was until the whole value is there
+    char value[CCONFD_VALUE_SIZE]; // the caller's is unchanged until the whole value has arrived
     if (!stream.receive(value, rest)) return false;
     if (!confd_is_text(value, rest)) return failed(EPROTO);
     memcpy(answer.value, value, rest);

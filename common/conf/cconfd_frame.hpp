@@ -41,7 +41,7 @@ struct ConfdRequest {
     size_t length; // of the frame
     char frame[sizeof(ConfdHeader) + CCONFD_KEY_SIZE + CCONFD_VALUE_SIZE];
 
-    // False for what is no key or no value. The value is null for requests without one.
+    // False for an invalid key or value. The value is null for requests without one.
     bool make(CCONFD_COMMAND what, const char* key, const char* value = nullptr);
 };
 

@@ -30,7 +30,7 @@ struct ConfReader {
 };
 
 // Fills the record from the file; what the file does not hold stays. Returns 1; 0 when the file cannot be
-// opened, which the system log tells, and for null arguments; the record is untouched then.
+// opened, which is logged, and for null arguments; the record is untouched then.
 int32_t conf_scan(const ConfReader& reader, const char* path, void* record);
 
 // Gives every field its fallback; what lies between fields becomes zero. Null is passed over.

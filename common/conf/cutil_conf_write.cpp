@@ -98,7 +98,7 @@ int cannot_open(const char* function, const char* path, int result)
     return result;
 }
 
-// The first line is what log filters look for; the second is for the one who has to mend it.
+// Log filters look for the first line; the second says what to do.
 int lock_taken()
 {
     constexpr char kHelp[] =
@@ -157,7 +157,7 @@ int CUTIL_SetConfValue(const char* path, const char* key, const char* value)
 
 int CUTIL_SetConfValueSep(int separator, const char* path, const char* key, const char* value)
 {
-    // The messages carry the other writer's name: who greps a console log for it finds both writers.
+    // The messages carry the other writer's name: log filters look for it.
     constexpr const char* kName = "CUTIL_SetConfValue";
     const Setting setting = {key, char(separator), value, matches_prefix};
     if (!well_formed(__func__, setting, path)) return -1;

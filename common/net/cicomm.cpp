@@ -38,7 +38,7 @@ uint32_t get(const uint8_t* message, Field field)
 void build(CICOMM* endpoint, uint32_t command, const void* payload, int32_t length)
 {
     uint8_t* message = endpoint->send_message;
-    // The payload first: it may be what stands in this buffer.
+    // The payload first: it may already stand in this buffer.
     if (length > 0) memmove(message + CICOMM_HEADER_SIZE, payload, size_t(length));
     memcpy(message, kMagic, sizeof kMagic);
     put(message, kVersion, CICOMM_VERSION);
@@ -105,7 +105,7 @@ int CICOMM_Init(CICOMM* endpoint, uint32_t port)
     endpoint->GetRecvData = CICOMM_GetRecvData;
     endpoint->fd = -1;
     endpoint->port = port;
-    // A first datagram shorter than a header is read as one all the same.
+    // A first datagram shorter than a header is still read as a header.
     memset(endpoint->recv_message, 0, CICOMM_HEADER_SIZE);
 
     endpoint->fd = port ? QRN_OpenLocalUDPSSocket(int(port)) : QRN_OpenLocalUDPCSocket();

@@ -115,7 +115,7 @@ int TSER_InitServer(int port)
     return fd.release();
 }
 
-// Its messages bear the waiting function's name: both are one family to who reads the console.
+// Its messages carry the waiting function's name: log filters look for that one.
 int QRN_ASyncConnectTCPSocket(int* fd, const char* host, int port)
 {
     Fd own = tcp_socket();

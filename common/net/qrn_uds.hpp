@@ -3,7 +3,7 @@
 
 namespace zep {
 
-// As QRN_ConnectUDSSocket. A listener whose queue is full is waited for so many seconds, then ETIMEDOUT; 0:
+// As QRN_ConnectUDSSocket. Waits that many seconds for a listener whose queue is full, then ETIMEDOUT; 0:
 // for ever.
 int connect_unix(const char* path, int limit_s);
 

@@ -40,7 +40,7 @@ void fill_with_zeros(int fd, uint32_t size)
         if (out <= 0) break;
         done += uint32_t(out);
     }
-    [[maybe_unused]] int cut = ftruncate(fd, done); // what cannot be cut stays too long, which does no harm
+    [[maybe_unused]] int cut = ftruncate(fd, done); // a file that cannot be cut stays too long, which does no harm
 }
 
 // The create descriptor stays open beside the attach one: closing any descriptor of the file would
@@ -63,13 +63,13 @@ void init_semaphore(CMMAP_S* region)
     }
     if (region->sem_id >= 0 && set >= 0) return;
     printf("[%s] error, reason(%s,%d,%d)\n", "CMMAP_InitLock", strerror(errno), region->sem_id, set);
-    // At its first value, 0, whoever attaches to it would wait for ever.
+    // Its first value is 0: a process that attaches to it would wait for ever.
     if (set < 0) semctl(region->sem_id, 0, IPC_RMID);
     region->sem_id = -1;
 }
 
-// Bytes of the region that the file holds; another creator may have made it shorter since it was mapped. What
-// is no plain file has no size to go by.
+// Bytes of the region that the file holds; another creator may have made it shorter since it was mapped.
+// Only regular files have a meaningful size.
 uint64_t held(const CMMAP_S* region)
 {
     struct stat file;
@@ -109,8 +109,8 @@ void change_semaphore(CMMAP_S* region, short by, const char* function)
     if (result < 0) printf("[%s] error semop, reason(%s, %d)\n", function, strerror(errno), region->sem_id);
 }
 
-// Up to the end of the last page: a length is not held against the size, and programs that share a record
-// a little longer than the size they name work by that.
+// Up to the end of the last page: a length is not compared with the size, and programs that share a record
+// slightly longer than the size they give depend on that.
 bool within_pages(uint64_t bytes, uint32_t length)
 {
     const uint64_t page = uint64_t(sysconf(_SC_PAGESIZE));

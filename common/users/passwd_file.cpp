@@ -15,7 +15,7 @@ namespace {
 
 constexpr mode_t kNewMode = 0644;
 
-// An empty field is no 0, nor is a word: the account would become the superuser by a typing error.
+// An empty field or a word is not 0: a typing error would make the account the superuser.
 bool is_zero(const char* field) { return *field && field[strspn(field, "0")] == '\0'; }
 
 // The fields of one line, in place. Missing ones are null.

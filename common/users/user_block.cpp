@@ -1,4 +1,4 @@
-// Scrambling of service users' passwords. It hides them from a glance, no more.
+// Scrambling of service users' passwords. It only hides them from a glance.
 #include "common/users/user_block.hpp"
 
 #include "common/base/bytes.hpp"

@@ -86,7 +86,7 @@ int32_t USERTABLE_Save(USERTABLE_S* table)
     zep::Replacement file;
     if (!file.create(kTemporary, zep::Replacement::Existing::replace, -1)) return cannot_open(kTemporary);
     for (size_t i = 0; i < table->count; ++i) put_entry(file, table->entries[i]);
-    // For its owner only, whatever the old file's mode: the passwords are no more than scrambled.
+    // For its owner only, whatever the old file's mode: the passwords are only scrambled.
     return file.commit(kFile, -1, 0600) ? 0 : -2;
 }
 

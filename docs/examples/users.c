@@ -20,7 +20,7 @@ int main(void)
     char name[QRN_SUPERUSER_SIZE] = "root";
     QRN_GetSuperUser(name);
     QRN_ChangeSystemPassword(name, "new");
-    /* The change returns 0 whatever happens; the check tells. */
+    /* The change always returns 0; only the check shows. */
     printf("%s: %s\n", name,
            QRN_CheckSystemPassword(name, "new") ? "changed" : "unchanged");
     return 0;
