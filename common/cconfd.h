@@ -20,8 +20,8 @@
  *
  * Every request has one reply, in the order of the requests; notices may stand between. A client has one
  * watch: a second one replaces the first. A notice goes to every client that watches the key, also to the one
- * that made the change. A status is 0, -2 for a key that the daemon does not have, another negative number for
- * what it refuses. A key is 1 to 255 bytes,
+ * that made the change. A status is 0, -2 for a key that the daemon does not have, another negative number
+ * for what it refuses. A key is 1 to 255 bytes,
  * by custom a file, a colon and a key of that file, "/etc/stream.conf:stream_1_port". A value is at most
  * 2,047 bytes. Neither holds a control character; neither is terminated in a frame.
  *
@@ -84,8 +84,8 @@ typedef struct {
  */
 int32_t CCONFD_Init(CCONFD_CLIENT_S* client, const char* path);
 
-/** Close the connection and forget the watch and its notices. The client may be used again; a request connects
- * anew. */
+/** Close the connection and forget the watch and its notices. The client may be used again; a request
+ * connects anew. */
 void CCONFD_Close(CCONFD_CLIENT_S* client);
 
 /*
@@ -128,14 +128,14 @@ int32_t CCONFD_Watch(CCONFD_CLIENT_S* client, const char* start);
  *
  * An event loop waits for reading on `fd` of the record. Before each wait it takes all notices with a time of
  * 0, as some may already have been received, and reads `fd` anew, as it changes with each connection. While
- * `fd` is -1 the loop calls again within `pause_s` seconds. A call with a time of 0 may take `limit_s` seconds
- * when it connects or a notice has begun; a loop sets a smaller one after CCONFD_Init.
+ * `fd` is -1 the loop calls again within `pause_s` seconds. A call with a time of 0 may take `limit_s`
+ * seconds when it connects or a notice has begun; a loop sets a smaller one after CCONFD_Init.
  *
  * @param key         receives the key that changed, CCONFD_KEY_SIZE bytes; empty: anything may have
  * @param timeout_ms  0: only what is there. A new connection, or a notice that has begun, may take the
  *                    client's limit on top.
- * @return 1; 0 when the time is up and the daemon is connected; CCONFD_NO_ANSWER when it is not: at once after
- *         a failure to connect, else, in the pause, when the time is up; CCONFD_REFUSED when no notices were
+ * @return 1; 0 when the time is up and the daemon is connected; CCONFD_NO_ANSWER when it is not: at once
+ *         after a failure to connect, else, in the pause, when the time is up; CCONFD_REFUSED when no notices were
  *         asked for; CCONFD_REFUSED or CCONFD_NO_KEY when a restarted daemon has refused them
  */
 int32_t CCONFD_NextNotice(CCONFD_CLIENT_S* client, char* key, int32_t timeout_ms);

@@ -40,7 +40,7 @@ void fill_with_zeros(int fd, uint32_t size)
         if (out <= 0) break;
         done += uint32_t(out);
     }
-    [[maybe_unused]] int cut = ftruncate(fd, done); // a file that cannot be cut stays too long, which does no harm
+    [[maybe_unused]] int cut = ftruncate(fd, done); // a file left too long does no harm
 }
 
 // The create descriptor stays open beside the attach one: closing any descriptor of the file would

@@ -5,7 +5,7 @@
 
 namespace zep {
 
-constexpr size_t kAccountLine = 4096; // a longer line is not an account; a file that holds one is not rewritten
+constexpr size_t kAccountLine = 4096; // longer: not an account, and its file is not rewritten
 constexpr size_t kAccountName = 256;  // bytes of a superuser's name, with the terminator
 
 // The name of the first account whose uid and gid are both 0. False, the name untouched, without one.
