@@ -4,10 +4,10 @@
  * Every frame starts with the decoder's state, so that it decodes by itself and a lost or damaged one costs
  * nothing but itself.
  *
- *   ADPCM_DVI4       RFC 3551, 4.5.1: predictor before the first sample (2 octets, most significant first),
- * step index, 0; then two samples an octet, the first in the upper nibble. An even number of points.
- *   ADPCM_IMA_BLOCK  block of a WAV file: the first sample itself (2 octets, least significant first), step
- * index, 0; then two samples an octet, the first in the lower nibble. An odd number of points.
+ *   ADPCM_DVI4       RFC 3551, 4.5.1: predictor before the first sample (2 octets, most significant first), step
+ *                    index, 0; then two samples an octet, the first in the upper nibble. An even number of points.
+ *   ADPCM_IMA_BLOCK  block of a WAV file: the first sample itself (2 octets, least significant first), step index, 0;
+ *                    then two samples an octet, the first in the lower nibble. An odd number of points.
  *
  * Predictor, index and code follow the IMA's recommended practice, with its truncating shifts, for every
  * sample. The state belongs to the caller; nothing is allocated; calls on different states are independent.
@@ -30,7 +30,12 @@ typedef struct {
     uint8_t u8Format;     /* ADPCM_DVI4 or ADPCM_IMA_BLOCK */
 } ADPCM_STATE_S;
 
-/** Start a stream. @return 0; -1 for another format, the state is then left alone */
+/**
+ * Start a stream: predictor and step index 0.
+ *
+ * @param format  ADPCM_DVI4 or ADPCM_IMA_BLOCK
+ * @return 0; -1 for another format, the state is then left alone
+ */
 int ADPCM_Init(ADPCM_STATE_S* state, uint32_t format);
 
 /** Octets of a frame of `points` samples; 0 when the format cannot carry that number (0, odd or even). */

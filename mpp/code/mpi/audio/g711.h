@@ -49,9 +49,15 @@ typedef struct {
     uint32_t u32Reserved; /* 0 */
 } G711_STATE_S;
 
+/**
+ * Choose a law for a stream. The state is plain data and is never changed again; encoder and decoder may share it.
+ *
+ * @param state  the caller's
+ * @param law    G711_MU_LAW; every other value stands for A-law
+ */
 void G711_Init(G711_STATE_S* state, uint32_t law);
 
-/** The functions above, by the state's law. */
+/** G711_EncodeA or G711_EncodeU, G711_DecodeA or G711_DecodeU, by the state's law. */
 void G711_Encode(const G711_STATE_S* state, const int16_t* pcm, uint8_t* octets, size_t points);
 void G711_Decode(const G711_STATE_S* state, const uint8_t* octets, int16_t* pcm, size_t points);
 

@@ -19,7 +19,13 @@ extern "C" {
  */
 void LPCM_Encode(const int16_t* left, const int16_t* right, size_t points, uint8_t* octets);
 
-/** @param octets  2 * samples octets, any alignment */
+/**
+ * Decode a stream, interleaved as it stands.
+ *
+ * @param octets   2 * samples octets, any alignment
+ * @param samples  of all channels together
+ * @param pcm      room for as many samples
+ */
 void LPCM_Decode(const uint8_t* octets, size_t samples, int16_t* pcm);
 
 #ifdef __cplusplus

@@ -14,7 +14,7 @@ namespace zep {
 inline constexpr int kAecMaxParts = 26;
 inline constexpr int kAecMaxCells = kAecMaxParts * 81; // 13 * 161 is less
 inline constexpr int kAecReplays = 2;                  // earlier blocks that are learnt from again
-inline constexpr int kAecReplayStep = 4;
+inline constexpr int kAecReplayStep = 4; // blocks between two: neighbours would say the same again
 inline constexpr int kAecHistory = kAecReplays * kAecReplayStep;
 inline constexpr int kAecMaxRing = (kAecMaxParts / 2 + kAecHistory) * kAecMaxBins;
 
@@ -30,7 +30,7 @@ struct AecFilter {
 
     Complex weight[kAecMaxCells];
     int32_t variance[kAecMaxCells];
-    int32_t prior[kAecMaxParts];
+    int32_t prior[kAecMaxParts]; // first variance of each partition, Q33
     Complex far[kAecMaxRing];
     int64_t far_power[kAecMaxRing];
     int32_t far_frame[kAecMaxSize];

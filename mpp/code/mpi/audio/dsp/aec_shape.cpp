@@ -1,4 +1,10 @@
 // Minimum-phase filter from gains, through the real cepstrum.
+//
+// Of all filters with given gains the minimum-phase one has its energy earliest, so nothing waits for a block: a
+// linear-phase filter would delay by half its taps, overlap-add by a block. The cepstrum of the gains' logarithm,
+// folded onto positive times, is that of the filter; its exponential is taken by the recursion
+// n h[n] = sum of k c[k] h[n - k], which costs 48 * 48 / 2 products instead of two more transforms and has no
+// aliasing in time.
 #include "mpi/audio/dsp/aec_shape.hpp"
 
 #include "mpi/audio/dsp/aec_block.hpp"
@@ -28,6 +34,7 @@ int32_t power_of_two(int32_t v_q24)
     return whole < -30 ? 0 : mantissa >> -whole;
 }
 
+// Q24 to Q14, with an absolute sum below 4, so that 32 bits hold a sum of products with 16-bit samples.
 void to_taps(const int32_t* h, int16_t* taps, int count)
 {
     int32_t sum = 0;
@@ -48,7 +55,7 @@ void aec_shape(int block, const int32_t* gain_q15, int16_t* taps, int count)
     for (int k = 0; k <= block; ++k) log[k] = {log2_q24(uint64_t(gain_q15[k])) - (15 << 24), 0};
     aec_fft(block).inverse(log, cepstrum);
 
-    // Of h = exp(c), with the cepstrum folded onto positive times: n h[n] = sum of k c[k] h[n - k].
+    // h = exp(c), see above.
     int32_t h[kMostTaps], slope[kMostTaps];
     h[0] = power_of_two(std::min(cepstrum[0], 0));
     for (int n = 1; n < count; ++n) {

@@ -1,3 +1,6 @@
+// A network over bands hears what speech and noise look like, one over lines puts the gains between the harmonics of a
+// voice.
+//
 // Layers: bands x 3 features -> 32 tanh -> 48 gated recurrent units -> 8 offsets a band; then, for each line,
 // 7 local features + the band's offsets -> 8 rectified units -> sigmoid. Weights Q6, features Q10, units Q15.
 // Feature values are log2 of power divided by 4, so that 1.0 stands for 12 dB.
@@ -10,8 +13,9 @@
 namespace zep::anr {
 namespace {
 
-constexpr int32_t kRatioLow = -4 * 256,
-                  kRatioHigh = 12 * 256; // of a ratio to the floor, Q8 log2 or Q10 feature
+// Limits of the features as they were in training, beyond which the weights mean nothing. Of a ratio to the floor,
+// -12 to 36 dB; of a band against the mean of the bands, 24 dB. Q8 log2, which is Q10 as a feature.
+constexpr int32_t kRatioLow = -4 * 256, kRatioHigh = 12 * 256;
 constexpr int32_t kShapeLimit = 8 * 256;
 // 64, Q8; seven products of at most 2 x 3 cannot carry it beyond 16 bits
 constexpr int32_t kOffsetLimit = 64 * 256;

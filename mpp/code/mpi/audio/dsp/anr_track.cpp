@@ -7,9 +7,11 @@
 namespace zep::anr {
 namespace {
 
-constexpr int kStart = 24;               // blocks of the opening average
+// Logarithms are base 2 of power, Q16: 1 << 16 is 3 dB. The trackers' outputs are the network's inputs, so the weights
+// were trained with these numbers: another value needs another training (bench/dsp/ns_train.py holds the same ones).
+constexpr int kStart = 24;               // blocks of the opening average, a quarter of a second
 constexpr int32_t kStartStep = 20 << 16; // 60 dB
-constexpr int32_t kStep = 2 << 16;       // 6 dB
+constexpr int32_t kStep = 2 << 16; // 6 dB: a louder line raises the floor no faster than one 6 dB above it
 
 // 1 / (age + 2), Q16
 int32_t opening_rate(int age) { return 65536 / (age + 2); }
@@ -22,6 +24,7 @@ template<int Down> void opening(int32_t* floor, const int32_t* level, int lines,
     }
 }
 
+// Down by 2^-Down of the difference a block; up by 2^-Up of it, held to kStep.
 template<int Down, int Up> void follow(int32_t* floor, const int32_t* level, int lines)
 {
     for (int k = 0; k < lines; ++k) {
