@@ -33,7 +33,7 @@ void set_time(rtc::Chip& chip, const std::string& when)
 {
     rtc::Time time = {};
     if (!rtc::parse(when, time))
-        fail("rtc: '%s' is no time such as \"2012-02-28 23:59:58\" from 2000 to 2099", when.c_str());
+        wrong_use(text("'%s' is no time such as \"2012-02-28 23:59:58\" from 2000 to 2099", when.c_str()));
     chip.set = time;
     chip.at_ns = clock::now_ns();
 }
@@ -47,8 +47,8 @@ void set_fault(rtc::Chip& chip, const std::string& name)
         chip.stopped = chip.no_leap = chip.bcd = false;
         chip.drift = 0;
     } else if (!rtc::add_fault(chip, name))
-        fail("rtc: there are the faults stopped, no-leap, bcd, drift=PERMILLE and none, not %s",
-             name.c_str());
+        wrong_use(text("there are the faults stopped, no-leap, bcd, drift=PERMILLE and none, not %s",
+                       name.c_str()));
 }
 
 } // namespace
@@ -56,19 +56,19 @@ void set_fault(rtc::Chip& chip, const std::string& name)
 int pin_main(const Arguments& arguments)
 {
     bool clear = false;
-    auto words = parse_options(
-        arguments, {{"--clear", nullptr, "forget all wiring first", [&](auto&) { clear = true; }}}, 1);
-    if (words.plain.size() != 1) fail("pin: write it as: vcam pin DIR [--clear] [\"8.1 press +0 0.3\" ...]");
+    auto words = cli::parse(arguments,
+                            {{{"--clear", nullptr, "forget all wiring first", [&](auto&) { clear = true; }}},
+                             {kCamera},
+                             "LINE..."});
     const Camera camera(words.plain[0]);
     attach(camera);
-    for (auto& line : words.command) {
+    for (auto& line : words.rest) {
         line = absolute(line);
-        if (auto problem = pins::check(line); !problem.empty()) fail("pin: %s", problem.c_str());
+        if (auto problem = pins::check(line); !problem.empty()) wrong_use(problem);
     }
     if (clear) write_file(camera.path("pins"), "");
-    for (const auto& line : words.command) append_file(camera.path("pins"), line + "\n");
-    if (words.command.empty() && !clear)
-        fputs(try_read_file(camera.path("pins")).value_or("").c_str(), stdout);
+    for (const auto& line : words.rest) append_file(camera.path("pins"), line + "\n");
+    if (words.rest.empty() && !clear) fputs(try_read_file(camera.path("pins")).value_or("").c_str(), stdout);
     return 0;
 }
 
@@ -76,12 +76,11 @@ int rtc_main(const Arguments& arguments)
 {
     std::string when;
     std::vector<std::string> faults;
-    auto words = parse_options(
-        arguments, {{"--set", "\"DATE TIME\"", "what it counts from now on", [&](auto& v) { when = v; }},
-                    {"--fault", "NAME", "stopped, no-leap, bcd, drift=PERMILLE; none heals the chip",
-                     [&](auto& v) { faults.push_back(v); }}});
-    if (words.plain.size() != 1)
-        fail("rtc: write it as: vcam rtc DIR [--set \"2012-02-28 23:59:58\"] [--fault NAME]");
+    auto words = cli::parse(
+        arguments, {{{"--set", "\"DATE TIME\"", "what it counts from now on", [&](auto& v) { when = v; }},
+                     {"--fault", "NAME", "stopped, no-leap, bcd, drift=PERMILLE; none heals the chip",
+                      [&](auto& v) { faults.push_back(v); }}},
+                    {kCamera}});
     const Camera camera(words.plain[0]);
     attach(camera);
     if (when.empty() && faults.empty() && !exists(camera.path("rtc")))

@@ -29,7 +29,7 @@ struct Place {
 Place place_of(const std::string& inside)
 {
     if (!starts_with(inside, "/"))
-        fail("'%s': name an absolute path in the camera, such as /tmp/pkg", inside.c_str());
+        wrong_use(text("'%s': name an absolute path in the camera, such as /tmp/pkg", inside.c_str()));
     const std::string clean = fs::path(inside).lexically_normal().string();
     if (clean == "/etc" || starts_with(clean, "/etc/")) return {true, clean.substr(strlen("/etc"))};
     return {false, clean};
@@ -164,9 +164,9 @@ void check_source(const Camera& camera, const std::string& source)
 
 int put_main(const Arguments& arguments)
 {
-    auto words = parse_options(arguments, {});
-    if (words.plain.size() < 2 || words.plain.size() > 3)
-        fail("put: write it as: vcam put DIR FILE [/PATH/IN/CAMERA]");
+    auto words = cli::parse(
+        arguments,
+        {{}, {kCamera, {"FILE", cli::Operand::file}, {"/PATH", cli::Operand::camera_path, false}}});
     Camera camera(words.plain[0]);
     const std::string& source = words.plain[1];
     check_source(camera, source);
@@ -190,10 +190,9 @@ int put_main(const Arguments& arguments)
 int get_main(const Arguments& arguments)
 {
     bool force = false;
-    auto words = parse_options(
-        arguments, {{"--force", nullptr, "replace files that are there", [&](auto&) { force = true; }}});
-    if (words.plain.size() < 2 || words.plain.size() > 3)
-        fail("get: write it as: vcam get DIR /PATH/IN/CAMERA [FILE]");
+    auto words = cli::parse(
+        arguments, {{{"--force", nullptr, "replace files that are there", [&](auto&) { force = true; }}},
+                    {kCamera, {"/PATH", cli::Operand::camera_path}, {"FILE", cli::Operand::file, false}}});
     Camera camera(words.plain[0]);
     Place place = place_of(words.plain[1]);
     SettingsFolder etc(camera);

@@ -5,34 +5,162 @@
 #include "sim/vcam/options.hpp"
 #include "sim/base/text.hpp"
 #include "sim/base/faults.hpp"
+#include "tools/cli/json.hpp"
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
 
 namespace vcam {
 namespace {
 
-// The lines of a log from a byte on, those of one source where it is named ("<time> <pid> <source> ...").
-int show_lines(const std::string& content, size_t from, const std::string& source)
-{
-    for (const auto& line : split(content.substr(std::min(from, content.size())), '\n')) {
-        auto words = split(line, ' ');
-        bool wanted = source.empty() || (words.size() > 2 && words[2] == source);
-        if (!line.empty() && wanted) puts(line.c_str());
-    }
-    return 0;
-}
+constexpr useconds_t kLookAgainUs = 200000;
 
 struct LogOptions {
-    bool last_run = false;
-    std::string source;
+    bool last_run = false, follow = false, json = false;
+    std::string source; // of the journal
 };
 
-std::vector<Option> log_options(LogOptions& o)
+// One line of a log: as text for a person, or as an object; empty or null for none of those wanted.
+struct Form {
+    std::string (*shown)(const std::string& line, const LogOptions& o);
+    cli::Json (*object)(const std::string& line, const LogOptions& o);
+};
+
+// The words in front, and the rest of the line as the last one.
+std::vector<std::string> head_words(const std::string& line, size_t count)
+{
+    std::vector<std::string> words;
+    size_t at = 0;
+    for (size_t end; words.size() < count && (end = line.find(' ', at)) != std::string::npos; at = end + 1)
+        words.push_back(line.substr(at, end - at));
+    words.push_back(line.substr(at));
+    return words;
+}
+
+// "<time> <pid> <source> <text>"
+std::string journal_line(const std::string& line, const LogOptions& o)
+{
+    const auto words = head_words(line, 3);
+    return o.source.empty() || (words.size() > 2 && words[2] == o.source) ? line + "\n" : "";
+}
+
+cli::Json journal_object(const std::string& line, const LogOptions& o)
+{
+    const auto words = head_words(line, 3);
+    if (words.size() < 3 || journal_line(line, o).empty()) return nullptr;
+    return {{"time", atof(words[0].c_str())},
+            {"pid", atoi(words[1].c_str())},
+            {"source", words[2]},
+            {"text", words.size() > 3 ? words[3] : ""}};
+}
+
+// RFC 3164's numbers.
+std::string facility(int priority)
+{
+    static constexpr const char* kNames[] = {"kern", "user", "mail", "daemon", "auth",     "syslog",
+                                             "lpr",  "news", "uucp", "cron",   "authpriv", "ftp"};
+    const int number = priority >> 3;
+    if (number >= 16 && number < 24) return text("local%d", number - 16);
+    return number < 12 ? kNames[number] : text("%d", number);
+}
+
+const char* level(int priority)
+{
+    static constexpr const char* kNames[] = {"emerg",   "alert",  "crit", "err",
+                                             "warning", "notice", "info", "debug"};
+    return kNames[priority & 7];
+}
+
+// What the log keeps as \n and \t; a line's own end says nothing.
+std::string unescaped(const std::string& message, const std::string& line_start)
+{
+    std::string out;
+    for (size_t i = 0; i < message.size(); ++i) {
+        const char next = i + 1 < message.size() ? message[i + 1] : '\0';
+        if (message[i] != '\\' || (next != 'n' && next != 't')) {
+            out += message[i];
+            continue;
+        }
+        ++i;
+        if (next == 't')
+            out += '\t';
+        else if (i + 1 < message.size())
+            out += line_start;
+    }
+    return out;
+}
+
+// "<time> <priority> <ident>: <text>"
+std::string log_line(const std::string& line, const LogOptions&)
+{
+    const auto words = head_words(line, 2);
+    if (words.size() < 3) return line + "\n";
+    const int priority = atoi(words[1].c_str());
+    const std::string name = facility(priority) + "." + level(priority);
+    const bool bad = (priority & 7) <= 3;
+    return words[0] + " " + (bad ? cli::paint(STDOUT_FILENO, cli::Style::bad, name) : name) + " " +
+           unescaped(words[2], "\n" + std::string(words[0].size() + name.size() + 2, ' ')) + "\n";
+}
+
+cli::Json log_object(const std::string& line, const LogOptions&)
+{
+    const auto words = head_words(line, 2);
+    if (words.size() < 3) return nullptr;
+    const int priority = atoi(words[1].c_str());
+    return {{"time", atof(words[0].c_str())},
+            {"facility", facility(priority)},
+            {"level", level(priority)},
+            {"text", unescaped(words[2], "\n")}};
+}
+
+std::vector<cli::Option> log_options(LogOptions& o)
 {
     return {{"--last", nullptr, "of the last run only", [&](auto&) { o.last_run = true; }},
-            {"--source", "NAME", "journal: one source only, such as system or mtd",
-             [&](auto& v) { o.source = v; }}};
+            {"-f,--follow", nullptr, "go on with what is added, until the camera ends",
+             [&](auto&) { o.follow = true; }},
+            {"--json", nullptr, "for programs: an array, or an object a line with --follow",
+             [&](auto&) { o.json = true; }}};
+}
+
+// Shows the whole lines from a byte on and moves it behind them.
+void show_lines(const std::string& content, size_t& from, const Form& form, const LogOptions& o)
+{
+    for (size_t end; (end = content.find('\n', from)) != std::string::npos; from = end + 1) {
+        const std::string line = content.substr(from, end - from);
+        if (line.empty()) continue;
+        if (!o.json)
+            fputs(form.shown(line, o).c_str(), stdout);
+        else if (const cli::Json object = form.object(line, o); !object.is_null())
+            cli::print_json(object);
+    }
+    fflush(stdout);
+}
+
+void show_array(const std::string& content, size_t from, const Form& form, const LogOptions& o)
+{
+    cli::Json all = cli::Json::array();
+    for (const auto& line : split(content.substr(std::min(from, content.size())), '\n'))
+        if (cli::Json object = line.empty() ? cli::Json() : form.object(line, o); !object.is_null())
+            all.push_back(object);
+    cli::print_json(all);
+}
+
+int show(const Camera& camera, const char* file, size_t from, const Form& form, const LogOptions& o)
+{
+    if (o.json && !o.follow) {
+        show_array(read_file(camera.path(file)), from, form, o);
+        return 0;
+    }
+    for (;;) {
+        const bool last = !o.follow || !camera.running(); // asked first: what comes before the end is shown
+        const std::string content = read_file(camera.path(file));
+        from = std::min(from, content.size());
+        show_lines(content, from, form, o);
+        if (last) return 0;
+        usleep(kLookAgainUs);
+    }
 }
 
 } // namespace
@@ -40,38 +168,49 @@ std::vector<Option> log_options(LogOptions& o)
 int journal_main(const Arguments& arguments)
 {
     LogOptions o;
-    auto words = parse_options(arguments, log_options(o));
-    if (words.plain.size() != 1) fail("journal: write it as: vcam journal DIR [--last] [--source NAME]");
-    Camera camera(words.plain[0]);
-    return show_lines(read_file(camera.path("journal")), o.last_run ? read_mark(camera).journal_bytes : 0,
-                      o.source);
+    auto options = log_options(o);
+    options.push_back(
+        {"--source", "NAME", "one source only, such as system or mtd", [&](auto& v) { o.source = v; }});
+    const auto words = cli::parse(arguments, {options, {kCamera}});
+    const Camera camera(words.plain[0]);
+    return show(camera, "journal", o.last_run ? read_mark(camera).journal_bytes : 0,
+                {journal_line, journal_object}, o);
 }
 
 int log_main(const Arguments& arguments)
 {
     LogOptions o;
-    auto words = parse_options(arguments, log_options(o));
-    if (words.plain.size() != 1) fail("log: write it as: vcam log DIR [--last]");
-    Camera camera(words.plain[0]);
-    return show_lines(read_file(camera.path("syslog")), o.last_run ? read_mark(camera).syslog_bytes : 0, "");
+    const auto words = cli::parse(arguments, {log_options(o), {kCamera}});
+    const Camera camera(words.plain[0]);
+    return show(camera, "syslog", o.last_run ? read_mark(camera).syslog_bytes : 0, {log_line, log_object}, o);
 }
 
 int fault_main(const Arguments& arguments)
 {
-    bool clear = false;
-    auto words = parse_options(
-        arguments, {{"--clear", nullptr, "forget the plan first", [&](auto&) { clear = true; }}}, 1);
-    if (words.plain.size() != 1)
-        fail("fault: write it as: vcam fault DIR [--clear] [\"mtd1 write 3 1 EIO\" ...]");
-    Camera camera(words.plain[0]);
-    for (const auto& line : words.command)
-        if (auto problem = faults::check(line); !problem.empty()) fail("fault: %s", problem.c_str());
+    bool clear = false, json = false;
+    const auto words = cli::parse(
+        arguments, {{{"--clear", nullptr, "forget the plan first", [&](auto&) { clear = true; }},
+                     {"--json", nullptr, "show the plan for programs", [&](auto&) { json = true; }}},
+                    {kCamera},
+                    "LINE..."});
+    const Camera camera(words.plain[0]);
+    for (const auto& line : words.rest)
+        if (auto problem = faults::check(line); !problem.empty()) wrong_use(problem);
     if (clear) {
         write_file(camera.path("faults"), "");
         write_file(camera.path("faults.state"), "");
     }
-    for (const auto& line : words.command) append_file(camera.path("faults"), line + "\n");
-    if (words.command.empty() && !clear) fputs(read_file(camera.path("faults")).c_str(), stdout);
+    for (const auto& line : words.rest) append_file(camera.path("faults"), line + "\n");
+    if (!words.rest.empty() || clear) return 0;
+    const std::string plan = read_file(camera.path("faults"));
+    if (!json) {
+        fputs(plan.c_str(), stdout);
+        return 0;
+    }
+    cli::Json lines = cli::Json::array();
+    for (const auto& line : split(plan, '\n'))
+        if (!line.empty()) lines.push_back(line);
+    cli::print_json(lines);
     return 0;
 }
 

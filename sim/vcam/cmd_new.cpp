@@ -45,15 +45,18 @@ struct NewOptions {
     bool all_daemons = false, realtime = false, force = false;
 };
 
-std::vector<Option> option_table(NewOptions& o)
+std::vector<cli::Option> option_table(NewOptions& o)
 {
     return {
         {"--model", "CODE", "model code in cam_model.conf (ZM131)", [&](auto& v) { o.factory.model = v; }},
-        {"--flash", "nor|nand", "kind and geometry of the flash (nor)", [&](auto& v) { o.flash = v; }},
+        {"--flash", "nor|nand", "kind and geometry of the flash (nor)",
+         [&](auto& v) {
+             o.flash = cli::one_of(v, {"nor", "nand"});
+         }},
         {"--size", "mtdN=SIZE", "another size of a partition",
          [&](auto& v) {
              auto equal = v.find('=');
-             if (equal == std::string::npos) fail("--size %s: write it as mtd2=32M", v.c_str());
+             if (equal == std::string::npos) wrong_use(text("--size %s: write it as mtd2=32M", v.c_str()));
              o.sizes.emplace_back(v.substr(0, equal), v.substr(equal + 1));
          }},
         {"--bad", "mtdN:BLOCK", "a bad block (nand)", [&](auto& v) { o.bad.push_back(v); }},
@@ -64,11 +67,12 @@ std::vector<Option> option_table(NewOptions& o)
         {"--marker", "TEXT", "marker that packages must carry (3510)",
          [&](auto& v) { o.factory.marker = v; }},
         {"--version", "1|3", "package layout that the firmware expects (1)",
-         [&](auto& v) { o.factory.version = int(parse_size(v, "--version")); }},
+         [&](auto& v) {
+             o.factory.version = cli::one_of(v, {"1", "3"})[0] - '0';
+         }},
         {"--web", "webs|lighttpd", "the firmware's web server (webs)",
          [&](auto& v) {
-             if (v != "webs" && v != "lighttpd") fail("--web %s: there are webs and lighttpd", v.c_str());
-             o.factory.lighttpd = v == "lighttpd";
+             o.factory.lighttpd = cli::one_of(v, {"webs", "lighttpd"}) == "lighttpd";
          }},
         {"--daemon", "PATH[:OPTIONS]", "a daemon that every run starts; OPTIONS ignore-term, hold=FILE",
          [&](auto& v) { o.daemons.push_back(v); }},
@@ -77,14 +81,12 @@ std::vector<Option> option_table(NewOptions& o)
         {"--driver", "DEVICE=MODULE",
          "a device that opens only while the module is loaded, as ds1339=ds_1339",
          [&](auto& v) {
-             if (split(v, '=').size() != 2) fail("--driver %s: write it as ds1339=ds_1339", v.c_str());
+             if (split(v, '=').size() != 2)
+                 wrong_use(text("--driver %s: write it as ds1339=ds_1339", v.c_str()));
              o.drivers.push_back(v);
          }},
         {"--i2c", "ADDRESS", "a device on the I2C bus",
-         [&](auto& v) {
-             o.i2c.push_back(unsigned(parse_size(v, "--i2c")));
-             if (o.i2c.back() > 0xFF) fail("--i2c %s: an address has eight bits", v.c_str());
-         }},
+         [&](auto& v) { o.i2c.push_back(unsigned(cli::whole_number(v, 0, 0xFF))); }},
         {"--realtime", nullptr, "camera time runs like the clock on the wall",
          [&](auto&) { o.realtime = true; }},
         {"--force", nullptr, "replace a camera that is there", [&](auto&) { o.force = true; }},
@@ -95,7 +97,7 @@ const Partition& named(const std::vector<Partition>& parts, const std::string& n
 {
     for (const auto& p : parts)
         if (p.name == name) return p;
-    fail("%s %s: there are mtd0 to mtd%zu", option, name.c_str(), parts.size() - 1);
+    wrong_use(text("%s %s: there are mtd0 to mtd%zu", option, name.c_str(), parts.size() - 1));
 }
 
 std::vector<Partition> partitions(const NewOptions& o)
@@ -110,12 +112,16 @@ std::vector<Partition> partitions(const NewOptions& o)
                     geometry = join(
                         {split(geometry, ',')[0], size, split(geometry, ',')[2], split(geometry, ',')[3]},
                         ",");
-            out.push_back(parse_partition(name, geometry));
+            try {
+                out.push_back(parse_partition(name, geometry));
+            } catch (const Error& e) {
+                wrong_use(text("--size %s", e.what()));
+            }
         }
         for (const auto& [which, size] : o.sizes) named(out, which, "--size");
         return out;
     }
-    fail("--flash %s: there are nor and nand", o.flash.c_str());
+    wrong_use(text("--flash %s: there are nor and nand", o.flash.c_str()));
 }
 
 void prepare_folder(const std::string& folder, bool force)
@@ -152,13 +158,13 @@ std::vector<BadBlock> bad_blocks(const NewOptions& o, const std::vector<Partitio
     std::vector<BadBlock> out;
     for (const auto& bad : o.bad) {
         auto words = split(bad, ':');
-        if (words.size() != 2) fail("--bad %s: write it as mtd2:17", bad.c_str());
+        if (words.size() != 2) wrong_use(text("--bad %s: write it as mtd2:17", bad.c_str()));
         const auto& p = named(parts, words[0], "--bad");
         out.push_back({p.name, parse_size(words[1], "--bad")});
-        if (p.type != "nand") fail("--bad %s: only NAND flash has bad blocks", bad.c_str());
+        if (p.type != "nand") wrong_use(text("--bad %s: only NAND flash has bad blocks", bad.c_str()));
         if (out.back().block >= p.size / p.erase_size)
-            fail("--bad %s: %s has %llu blocks", bad.c_str(), p.name.c_str(),
-                 (unsigned long long)(p.size / p.erase_size));
+            wrong_use(text("--bad %s: %s has %llu blocks", bad.c_str(), p.name.c_str(),
+                           (unsigned long long)(p.size / p.erase_size)));
     }
     return out;
 }
@@ -263,8 +269,7 @@ void write_board(const Camera& camera, const NewOptions& o)
 int new_main(const Arguments& arguments)
 {
     NewOptions o;
-    auto words = parse_options(arguments, option_table(o));
-    if (words.plain.size() != 1) fail("new: name one folder for the camera");
+    const auto words = cli::parse(arguments, {option_table(o), {kCamera}});
     const auto& folder = words.plain[0];
     auto parts = partitions(o);
     auto bad = bad_blocks(o, parts);

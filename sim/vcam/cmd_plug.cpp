@@ -22,7 +22,8 @@ void list_plugs(const Camera& camera)
 void check_port(const std::string& port)
 {
     if (std::find(std::begin(serial::kPorts), std::end(serial::kPorts), port) == std::end(serial::kPorts))
-        fail("plug: %s: the serial ports are %s and %s", port.c_str(), serial::kPorts[0], serial::kPorts[1]);
+        wrong_use(
+            text("%s: the serial ports are %s and %s", port.c_str(), serial::kPorts[0], serial::kPorts[1]));
 }
 
 // "block FILE ...": the file with the replies moves in, the line names none.
@@ -44,21 +45,20 @@ std::vector<std::string> take_replies(const Camera& camera, const std::string& p
 
 int plug_main(const Arguments& arguments)
 {
-    auto words = parse_options(arguments, {}).plain;
-    if (words.empty() || words.size() == 2)
-        fail("plug: write it as: vcam plug DIR ttyAMA1 nothing|loopback|block [FILE] [wrong@N] [lost@N] "
-             "[late=MS]");
-    Camera camera(words[0]);
-    if (words.size() == 1) {
+    auto words = cli::parse(
+        arguments, {{}, {kCamera}, "PORT nothing|loopback|block [FILE] [wrong@N] [lost@N] [late=MS]"});
+    const Camera camera(words.plain[0]);
+    if (words.rest.empty()) {
         list_plugs(camera);
         return 0;
     }
-    const std::string port = words[1];
+    const std::string port = words.rest[0];
     check_port(port);
-    const auto far_end = take_replies(camera, port, {words.begin() + 2, words.end()});
+    if (words.rest.size() < 2)
+        wrong_use(text("missing what %s meets: nothing, loopback or block", port.c_str()));
+    const auto far_end = take_replies(camera, port, {words.rest.begin() + 1, words.rest.end()});
     serial::Plug plug;
-    if (auto problem = serial::parse_plug(join(far_end, " "), plug); !problem.empty())
-        fail("plug: %s", problem.c_str());
+    if (auto problem = serial::parse_plug(join(far_end, " "), plug); !problem.empty()) wrong_use(problem);
     std::string lines;
     for (const auto& line : split(try_read_file(camera.path("plugs")).value_or(""), '\n'))
         if (!line.empty() && !starts_with(line, port + " ")) lines += line + "\n";

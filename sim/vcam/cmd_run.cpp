@@ -11,7 +11,6 @@
 #include "tools/cli/output_file.hpp"
 
 #include <cerrno>
-#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -39,55 +38,70 @@ struct RunOptions {
     bool realtime = false, verbose = false, no_preload = false, no_mark = false, force = false;
 };
 
-std::string parse_loop(const std::string& value)
+using Options = std::vector<cli::Option>;
+
+Options environment_options(RunOptions& o)
 {
-    unsigned ms = 0;
-    const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), ms);
-    if (error != std::errc() || end != value.data() + value.size() || ms > 1000)
-        fail("--loop: %s is not a number from 0 to 1000", value.c_str());
-    return std::to_string(ms);
+    return {{"--env", "NAME=VALUE", "an environment variable", [&](auto& v) { o.environment.push_back(v); }},
+            {"--realtime", nullptr, "sleeps take their time", [&](auto&) { o.realtime = true; }},
+            {"--no-preload", nullptr, "without the simulated drivers", [&](auto&) { o.no_preload = true; }}};
 }
 
-std::vector<Option> option_table(RunOptions& o)
+Options sound_options(RunOptions& o)
 {
-    // Checked here, where a wrong one costs nothing; pid 1 takes them.
-    auto seconds = [&o](const char* name) {
+    return {{"--mic", "FILE.wav", "what the microphone hears: 16 bits, any rate and number of channels",
+             [&](auto& v) { o.microphone = v; }},
+            {"--speaker", "FILE.wav", "where to put what the loudspeaker has played",
+             [&](auto& v) { o.speaker = v; }},
+            {"--force", nullptr, "let --speaker replace a file that is no WAV file",
+             [&](auto&) { o.force = true; }},
+            {"--loop", "MS",
+             "the microphone hears the loudspeaker too, so many milliseconds later (0 to 1000)",
+             [&](auto& v) { o.loop = std::to_string(cli::whole_number(v, 0, 1000)); }}};
+}
+
+Options outside_options(RunOptions& o)
+{
+    return {{"--bind", "HOST[:INSIDE]", "show a host file or folder, read-only (in /run/bin)",
+             [&](auto& v) { o.binds.push_back(parse_bind(v, false)); }},
+            {"--bind-rw", "HOST[:INSIDE]", "the same, writable",
+             [&](auto& v) { o.binds.push_back(parse_bind(v, true)); }},
+            {"--link", "ADDRESS", "an interface eth0, and a neighbour of that address on its wire",
+             [&](auto& v) { check_link(v), o.neighbour = v; }},
+            {"--medium", "SLOT=SIZE[,ro]", "a medium in the slot sd or usb, on /mnt/sd or /mnt/usb",
+             [&](auto& v) { o.media.push_back(parse_medium(v)); }}};
+}
+
+// Checked here, where a wrong value costs nothing; pid 1 takes them.
+Options init_options(RunOptions& o)
+{
+    const auto seconds = [&o](const char* name) {
         return [&o, name](const std::string& value) {
             parse_seconds(value, name);
             o.init.emplace_back(name, value);
         };
     };
-    auto daemon = [&o](const std::string& value) {
+    const auto daemon = [&o](const std::string& value) {
         parse_daemon(value);
         o.init.emplace_back("--daemon", value);
     };
-    return {
-        {"--timeout", "SECONDS", "end the camera after so long on the wall: status 124",
-         seconds("--timeout")},
-        {"--linger", "SECONDS", "camera time that goes on after the command's end", seconds("--linger")},
-        {"--daemon", "PATH[:OPTIONS]", "a daemon more; OPTIONS ignore-term, hold=FILE", daemon},
-        {"--bind", "HOST[:INSIDE]", "show a host file or folder, read-only (in /run/bin)",
-         [&](auto& v) { o.binds.push_back(parse_bind(v, false)); }},
-        {"--bind-rw", "HOST[:INSIDE]", "the same, writable",
-         [&](auto& v) { o.binds.push_back(parse_bind(v, true)); }},
-        {"--env", "NAME=VALUE", "an environment variable", [&](auto& v) { o.environment.push_back(v); }},
-        {"--link", "ADDRESS", "an interface eth0, and a neighbour of that address on its wire",
-         [&](auto& v) { check_link(v), o.neighbour = v; }},
-        {"--medium", "SLOT=SIZE[,ro]", "a medium in the slot sd or usb, on /mnt/sd or /mnt/usb",
-         [&](auto& v) { o.media.push_back(parse_medium(v)); }},
-        {"--mic", "FILE.wav", "what the microphone hears: 16 bits, any rate and number of channels",
-         [&](auto& v) { o.microphone = v; }},
-        {"--speaker", "FILE.wav", "where to put what the loudspeaker has played",
-         [&](auto& v) { o.speaker = v; }},
-        {"--force", nullptr, "let --speaker replace a file that is no WAV file",
-         [&](auto&) { o.force = true; }},
-        {"--loop", "MS", "the microphone hears the loudspeaker too, so many milliseconds later",
-         [&](auto& v) { o.loop = parse_loop(v); }},
-        {"--realtime", nullptr, "sleeps take their time", [&](auto&) { o.realtime = true; }},
-        {"--no-preload", nullptr, "without the simulated drivers", [&](auto&) { o.no_preload = true; }},
-        {"--no-mark", nullptr, "keep what vcam diff compares with", [&](auto&) { o.no_mark = true; }},
-        {"-v", nullptr, "say on standard error how the camera ended", [&](auto&) { o.verbose = true; }},
-    };
+    return {{"--timeout", "SECONDS", "end the camera after so long on the wall: status 124",
+             seconds("--timeout")},
+            {"--linger", "SECONDS", "camera time that goes on after the program's end", seconds("--linger")},
+            {"--daemon", "PATH[:OPTIONS]", "a daemon more; OPTIONS ignore-term, hold=FILE", daemon}};
+}
+
+// What run and shell have; exec joins a camera whose surroundings stand already.
+Options start_options(RunOptions& o)
+{
+    Options all = init_options(o);
+    for (const Options& more : {outside_options(o), sound_options(o), environment_options(o)})
+        all.insert(all.end(), more.begin(), more.end());
+    all.push_back(
+        {"--no-mark", nullptr, "keep what vcam diff compares with", [&](auto&) { o.no_mark = true; }});
+    all.push_back(
+        {"-v", nullptr, "say on standard error how the camera ended", [&](auto&) { o.verbose = true; }});
+    return all;
 }
 
 std::string given(const char* name, const char* otherwise)
@@ -183,6 +197,20 @@ void take_speaker(const Camera& camera, const RunOptions& o, cli::OutputFile& ou
     output.commit();
 }
 
+// An end that nobody asked for is said in any case: the program's output stops in the middle then.
+void say_ending(const std::string& ending, bool verbose)
+{
+    const struct {
+        const char *ending, *says;
+    } kEnds[] = {{"powercut", "a power cut"}, {"watchdog", "a watchdog reset"}, {"timeout", "its --timeout"}};
+    for (const auto& end : kEnds)
+        if (ending == end.ending) {
+            fprintf(stderr, "vcam: the camera ended by %s\n", end.says);
+            return;
+        }
+    if (verbose) fprintf(stderr, "vcam: the camera ended: %s\n", ending.c_str());
+}
+
 int run_camera(const Camera& camera, const RunOptions& o, const Arguments& command)
 {
     const auto speaker = speaker_file(o);
@@ -203,33 +231,14 @@ int run_camera(const Camera& camera, const RunOptions& o, const Arguments& comma
     if (speaker) take_speaker(camera, o, *speaker);
     auto ending = try_read_file(camera.path("ending"));
     if (!ending) return kSandboxFailure;
-    if (o.verbose) fprintf(stderr, "vcam: the camera ended: %s\n", trim(*ending).c_str());
+    say_ending(trim(*ending), o.verbose);
     return status;
-}
-
-int guarded(int (*body)(const Arguments&), const Arguments& arguments)
-{
-    try {
-        return body(arguments);
-    } catch (const std::exception& e) {
-        fprintf(stderr, "vcam: %s\n", e.what());
-        return kSandboxFailure;
-    }
 }
 
 Arguments interactive_shell()
 {
     if (access("/usr/bin/bash", X_OK) == 0) return {"/usr/bin/bash", "--norc", "--noprofile", "-i"};
     return {"/bin/sh", "-i"};
-}
-
-int run_body(const Arguments& arguments)
-{
-    RunOptions o;
-    auto words = parse_options(arguments, option_table(o), 1);
-    if (words.plain.size() != 1 || words.command.empty())
-        fail("run: write it as: vcam run DIR [options] -- COMMAND");
-    return run_camera(Camera(words.plain[0]), o, words.command);
 }
 
 int exec_in(const Camera& camera, const RunOptions& o, const Arguments& command)
@@ -242,29 +251,32 @@ int exec_in(const Camera& camera, const RunOptions& o, const Arguments& command)
     return join_sandbox(camera, pid, command, variables);
 }
 
-int shell_body(const Arguments& arguments)
+} // namespace
+
+int run_main(const Arguments& arguments)
 {
     RunOptions o;
-    auto words = parse_options(arguments, option_table(o));
-    if (words.plain.size() != 1) fail("shell: write it as: vcam shell DIR [options]");
+    const auto words = cli::parse(
+        arguments, {start_options(o), {kCamera}, "PROGRAM [ARGUMENT]...", cli::Operand::program, true});
+    return run_camera(Camera(words.plain[0]), o, words.rest);
+}
+
+int shell_main(const Arguments& arguments)
+{
+    RunOptions o;
+    const auto words = cli::parse(arguments, {start_options(o), {kCamera}});
     o.environment.emplace_back("PS1=camera:\\w# ");
-    Camera camera(words.plain[0]);
+    const Camera camera(words.plain[0]);
     if (camera.running()) return exec_in(camera, o, interactive_shell());
     return run_camera(camera, o, interactive_shell());
 }
 
-int exec_body(const Arguments& arguments)
+int exec_main(const Arguments& arguments)
 {
     RunOptions o;
-    auto words = parse_options(arguments, option_table(o), 1);
-    if (words.plain.size() != 1 || words.command.empty()) fail("exec: write it as: vcam exec DIR -- COMMAND");
-    return exec_in(Camera(words.plain[0]), o, words.command);
+    const auto words = cli::parse(
+        arguments, {environment_options(o), {kCamera}, "PROGRAM [ARGUMENT]...", cli::Operand::program, true});
+    return exec_in(Camera(words.plain[0]), o, words.rest);
 }
-
-} // namespace
-
-int run_main(const Arguments& arguments) { return guarded(run_body, arguments); }
-int shell_main(const Arguments& arguments) { return guarded(shell_body, arguments); }
-int exec_main(const Arguments& arguments) { return guarded(exec_body, arguments); }
 
 } // namespace vcam

@@ -142,25 +142,30 @@ void print_text(const Camera& camera, const Status& s)
 
 void print_json(const Camera& camera, const Status& s)
 {
-    std::vector<std::string> flash;
+    cli::Json json = {{"folder", camera.folder()},  {"model", s.model},     {"running", s.running != 0},
+                      {"ending", s.ending},         {"seconds", s.seconds}, {"clock", s.wall},
+                      {"flash", cli::Json::array()}};
     for (const auto& f : s.flash)
-        flash.push_back(
-            text("{\"name\":\"%s\",\"type\":\"%s\",\"size\":%llu,\"erase_size\":%llu,\"write_size\":%llu,"
-                 "\"used\":%llu,\"crc32\":\"%08x\"}",
-                 f.partition.name.c_str(), f.partition.type.c_str(), (unsigned long long)f.partition.size,
-                 (unsigned long long)f.partition.erase_size, (unsigned long long)f.partition.write_size,
-                 (unsigned long long)f.used, f.crc));
-    printf("{\"folder\":%s,\"model\":%s,\"running\":%s,\"ending\":%s,\"seconds\":%.6f,\"clock\":%s,\"flash\":"
-           "[%s],",
-           json_quote(camera.folder()).c_str(), json_quote(s.model).c_str(), s.running ? "true" : "false",
-           json_quote(s.ending).c_str(), s.seconds, json_quote(s.wall).c_str(), join(flash, ",").c_str());
-    printf("\"watchdog\":{\"armed\":%s,\"fired\":%s,\"timeout\":%d,\"feeds\":%d,\"longest_gap\":%.6f},",
-           s.armed ? "true" : "false", s.fired ? "true" : "false", s.timeout_s, s.feeds, s.longest_gap);
-    fputs(board_json(s.board).c_str(), stdout);
-    fputs(media_json(s.sound.get()).c_str(), stdout);
-    printf("\"drivers\":%s,\"serial\":%s,\"faults\":%s,\"journal_lines\":%zu,\"syslog_lines\":%zu}\n",
-           json_list(s.modules).c_str(), json_list(s.serial).c_str(), json_list(s.faults).c_str(),
-           s.journal_lines, s.syslog_lines);
+        json["flash"].push_back({{"name", f.partition.name},
+                                 {"type", f.partition.type},
+                                 {"size", f.partition.size},
+                                 {"erase_size", f.partition.erase_size},
+                                 {"write_size", f.partition.write_size},
+                                 {"used", f.used},
+                                 {"crc32", text("%08x", f.crc)}});
+    json["watchdog"] = {{"armed", s.armed},
+                        {"fired", s.fired},
+                        {"timeout", s.timeout_s},
+                        {"feeds", s.feeds},
+                        {"longest_gap", s.longest_gap}};
+    add_board(json, s.board);
+    if (s.sound) json["media"] = media_json(*s.sound);
+    json["drivers"] = s.modules;
+    json["serial"] = s.serial;
+    json["faults"] = s.faults;
+    json["journal_lines"] = s.journal_lines;
+    json["syslog_lines"] = s.syslog_lines;
+    cli::print_json(json);
 }
 
 } // namespace
@@ -168,11 +173,12 @@ void print_json(const Camera& camera, const Status& s)
 int status_main(const Arguments& arguments)
 {
     bool json = false, dot = false;
-    auto words = parse_options(
-        arguments, {{"--json", nullptr, "for programs", [&](auto&) { json = true; }},
-                    {"--dot", nullptr, "the ways of sound, for dot(1)", [&](auto&) { dot = true; }}});
-    if (words.plain.size() != 1) fail("status: write it as: vcam status DIR [--json|--dot]");
-    Camera camera(words.plain[0]);
+    const auto words = cli::parse(
+        arguments, {{{"--json", nullptr, "for programs", [&](auto&) { json = true; }},
+                     {"--dot", nullptr, "the ways of sound, for dot(1)", [&](auto&) { dot = true; }}},
+                    {kCamera}});
+    if (json && dot) wrong_use("--json and --dot are two forms; choose one");
+    const Camera camera(words.plain[0]);
     const Status s = read_status(camera);
     if (dot)
         fputs(media_dot(s.sound.get()).c_str(), stdout);

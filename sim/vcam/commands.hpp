@@ -1,21 +1,11 @@
 // The commands of vcam.
 #pragma once
 
-#include <string>
-#include <vector>
+#include "tools/cli/command_line.hpp"
 
 namespace vcam {
 
-using Arguments = std::vector<std::string>;
-
-struct Command {
-    const char* name;
-    const char* usage; // what follows "vcam NAME"
-    const char* help;  // one line
-    int (*main)(const Arguments& arguments);
-};
-
-extern const Command kCommands[]; // ends with a null name
+using cli::Arguments;
 
 int new_main(const Arguments& arguments);
 int run_main(const Arguments& arguments);
@@ -31,9 +21,5 @@ int fault_main(const Arguments& arguments);
 int pin_main(const Arguments& arguments);
 int rtc_main(const Arguments& arguments);
 int plug_main(const Arguments& arguments);
-int help_main(const Arguments& arguments);
-
-// Wrong use of the command line: exit status 2, and where help is to be had.
-constexpr int kUsageStatus = 2;
 
 } // namespace vcam

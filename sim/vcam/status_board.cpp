@@ -36,20 +36,14 @@ void print_board(const BoardStatus& board)
     for (const auto& line : board.pins) printf("pin       %s\n", line.c_str());
 }
 
-std::string json_list(const std::vector<std::string>& words)
+void add_board(cli::Json& json, const BoardStatus& board)
 {
-    std::vector<std::string> quoted;
-    for (const auto& w : words) quoted.push_back(json_quote(w));
-    return "[" + join(quoted, ",") + "]";
-}
-
-std::string board_json(const BoardStatus& board)
-{
-    std::vector<std::string> words;
-    for (const auto& w : board.registers) words.push_back(text("\"0x%08X\":%u", w.address, w.value));
-    return text("\"rtc\":%s,\"rtc_faults\":%s,\"registers\":{%s},\"i2c\":%s,\"pins\":%s,",
-                json_quote(board.rtc).c_str(), json_quote(board.rtc_faults).c_str(), join(words, ",").c_str(),
-                json_list(board.i2c).c_str(), json_list(board.pins).c_str());
+    json["rtc"] = board.rtc;
+    json["rtc_faults"] = board.rtc_faults;
+    json["registers"] = cli::Json::object();
+    for (const auto& w : board.registers) json["registers"][text("0x%08X", w.address)] = w.value;
+    json["i2c"] = board.i2c;
+    json["pins"] = board.pins;
 }
 
 } // namespace vcam

@@ -3,6 +3,7 @@
 
 #include "sim/base/camera.hpp"
 #include "sim/board/registers.hpp"
+#include "tools/cli/json.hpp"
 
 namespace vcam {
 
@@ -16,7 +17,6 @@ struct BoardStatus {
 // The state folder is the camera's already.
 BoardStatus read_board(const Camera& camera);
 void print_board(const BoardStatus& board);
-std::string board_json(const BoardStatus& board); // members of an object, a comma behind the last
-std::string json_list(const std::vector<std::string>& words);
+void add_board(cli::Json& json, const BoardStatus& board);
 
 } // namespace vcam

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <functional>
 #include <vector>
 
 namespace vcam {
@@ -123,14 +122,6 @@ void print_acodec(const Acodec& chip)
     if (!words.empty()) printf("acodec    %s\n", join(words, ", ").c_str());
 }
 
-std::string list(uint32_t count, const std::function<std::string(uint32_t)>& item)
-{
-    std::vector<std::string> items;
-    for (uint32_t i = 0; i < count; ++i)
-        if (std::string one = item(i); !one.empty()) items.push_back(std::move(one));
-    return "[" + join(items, ",") + "]";
-}
-
 // Only what goes to an output flows in the drivers; an encoder's program fetches for itself.
 bool flows(const Bind& b) { return b.destination.module == int(kModAo); }
 
@@ -144,45 +135,54 @@ void print_binds(const Page& page)
     }
 }
 
-std::string bind_json(const Bind& b)
+cli::Json bind_json(const Bind& b)
 {
-    if (!b.used) return {};
-    const std::string counts = text(",\"frames\":%u,\"dropped\":%u", b.frames, b.dropped);
-    return text("{\"from\":\"%s\",\"to\":\"%s\"%s}", name_of(b.source).c_str(),
-                name_of(b.destination).c_str(), flows(b) ? counts.c_str() : "");
+    cli::Json json = {{"from", name_of(b.source)}, {"to", name_of(b.destination)}};
+    if (flows(b)) json.update({{"frames", b.frames}, {"dropped", b.dropped}});
+    return json;
 }
 
-std::string pool_json(uint32_t number, const Pool& p)
+cli::Json pool_json(uint32_t number, const Pool& p)
 {
-    if (!p.used) return {};
-    return text("{\"pool\":%u,\"owner\":\"%s\",\"blocks\":%u,\"block_size\":%u,\"address\":%u,\"driver\":%u,"
-                "\"programs\":%u,\"most\":%u}",
-                number, owner(p).c_str(), p.blocks, p.block_size, p.physical, in_use(p, Block::driver),
-                in_use(p, Block::user), p.most_in_use);
+    return {{"pool", number},
+            {"owner", owner(p)},
+            {"blocks", p.blocks},
+            {"block_size", p.block_size},
+            {"address", p.physical},
+            {"driver", in_use(p, Block::driver)},
+            {"programs", in_use(p, Block::user)},
+            {"most", p.most_in_use}};
 }
 
-std::string level_json(const Level& l)
+void add_level(cli::Json& json, const Level& l)
 {
-    return text("\"rms\":%u,\"peak\":%u,\"highest\":%u", l.rms, l.peak, l.highest);
+    json.update({{"rms", l.rms}, {"peak", l.peak}, {"highest", l.highest}});
 }
 
-std::string input_json(uint32_t slot, const AiChannel& c)
+cli::Json input_json(uint32_t slot, const AiChannel& c)
 {
-    if (!used(c)) return {};
-    return text(
-        "{\"channel\":\"%s\",\"enabled\":%s,\"waiting\":%u,\"taken\":%u,\"given_back\":%u,\"lost\":%u,"
-        "\"echoes\":%u,%s}",
-        slot_name("ai", slot).c_str(), c.enabled ? "true" : "false", c.count, c.delivered, c.released, c.lost,
-        c.echoes, level_json(c.level).c_str());
+    cli::Json json = {{"channel", slot_name("ai", slot)},
+                      {"enabled", bool(c.enabled)},
+                      {"waiting", c.count},
+                      {"taken", c.delivered},
+                      {"given_back", c.released},
+                      {"lost", c.lost},
+                      {"echoes", c.echoes}};
+    add_level(json, c.level);
+    return json;
 }
 
-std::string output_json(uint32_t slot, const AoChannel& c)
+cli::Json output_json(uint32_t slot, const AoChannel& c)
 {
-    if (!used(c)) return {};
-    return text("{\"channel\":\"%s\",\"enabled\":%s,\"paused\":%s,\"frames\":%u,\"underruns\":%u,\"full\":%u,"
-                "\"dropped\":%u,%s}",
-                slot_name("ao", slot).c_str(), c.enabled ? "true" : "false", c.paused ? "true" : "false",
-                c.frames, c.underruns, c.full, c.cleared, level_json(c.level).c_str());
+    cli::Json json = {{"channel", slot_name("ao", slot)},
+                      {"enabled", bool(c.enabled)},
+                      {"paused", bool(c.paused)},
+                      {"frames", c.frames},
+                      {"underruns", c.underruns},
+                      {"full", c.full},
+                      {"dropped", c.cleared}};
+    add_level(json, c.level);
+    return json;
 }
 
 } // namespace
@@ -204,16 +204,19 @@ void print_media(const Page& page)
     print_acodec(page.acodec);
 }
 
-std::string media_json(const Page* page)
+cli::Json media_json(const Page& page)
 {
-    if (!page) return {};
-    const Page& p = *page;
-    return text("\"media\":{\"system\":%s,\"binds\":%s,\"pools\":%s,\"ai\":%s,\"ao\":%s},",
-                p.sys.ready ? "true" : "false",
-                list(kBinds, [&](uint32_t i) { return bind_json(p.sys.binds[i]); }).c_str(),
-                list(kPools, [&](uint32_t i) { return pool_json(i, p.vb.pools[i]); }).c_str(),
-                list(kSlots, [&](uint32_t i) { return input_json(i, p.ai[i]); }).c_str(),
-                list(kSlots, [&](uint32_t i) { return output_json(i, p.ao[i]); }).c_str());
+    cli::Json json = {{"system", bool(page.sys.ready)}};
+    for (const char* list : {"binds", "pools", "ai", "ao"}) json[list] = cli::Json::array();
+    for (const Bind& b : page.sys.binds)
+        if (b.used) json["binds"].push_back(bind_json(b));
+    for (uint32_t i = 0; i < kPools; ++i)
+        if (page.vb.pools[i].used) json["pools"].push_back(pool_json(i, page.vb.pools[i]));
+    for (uint32_t slot = 0; slot < kSlots; ++slot) {
+        if (used(page.ai[slot])) json["ai"].push_back(input_json(slot, page.ai[slot]));
+        if (used(page.ao[slot])) json["ao"].push_back(output_json(slot, page.ao[slot]));
+    }
+    return json;
 }
 
 // Bindings of a decoder are its program's own; of those the drivers see the frames that reach an output.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "sim/models/page.hpp"
+#include "tools/cli/json.hpp"
 
 #include <memory>
 #include <string>
@@ -12,7 +13,7 @@ namespace vcam {
 std::unique_ptr<media::Page> read_media();
 
 void print_media(const media::Page& page);
-std::string media_json(const media::Page* page); // one member, with a comma behind it
+cli::Json media_json(const media::Page& page);
 // The ways of sound as a graph for dot(1).
 std::string media_dot(const media::Page* page);
 

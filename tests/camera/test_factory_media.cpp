@@ -88,8 +88,8 @@ TEST_F(Media, OptionsAreWholeNumbersInRange)
         EXPECT_EQ(run.status, 0);
     }
     EXPECT_EQ(camera.run({"true"}, {"--medium", "cf=1M"}).err,
-              "vcam: --medium cf=1M: write it as sd=16M, usb=64M or sd=16M,ro\n");
-    EXPECT_EQ(camera.run({"true"}, {"--medium", "sd=1M,rw"}).status, 125);
+              "vcam: run: --medium cf=1M: write it as sd=16M, usb=64M or sd=16M,ro; see: vcam run --help\n");
+    EXPECT_EQ(camera.run({"true"}, {"--medium", "sd=1M,rw"}).status, 2);
 }
 
 namespace {

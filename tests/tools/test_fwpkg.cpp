@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 
 namespace fs = std::filesystem;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -111,7 +112,8 @@ TEST_F(Fwpkg, RefusalsNamePlaceFoundAndExpected)
         write_file(dir / "bad", std::string(good).replace(at, bytes.size(), bytes));
         Outcome outcome = fwpkg("check " + options + " bad");
         EXPECT_EQ(outcome.status, 1) << outcome.output;
-        return outcome.output;
+        EXPECT_THAT(outcome.output, EndsWith("\nbad: root file system: no checksum in this format\n"));
+        return outcome.output.substr(0, outcome.output.find('\n') + 1);
     };
     EXPECT_EQ(refusal(0, "OEM1"),
               "bad: refused: marker at offset 0 (0x0): found \"OEM1\" (0x314d454f), expected \"3510\" "
@@ -123,7 +125,10 @@ TEST_F(Fwpkg, RefusalsNamePlaceFoundAndExpected)
     EXPECT_THAT(refusal(20, "X"),
                 HasSubstr("kernel image magic at offset 20 (0x14): found 0x58051956, expected 0x27051956"));
     EXPECT_THAT(refusal(20 + 33, "X"), HasSubstr("kernel image header CRC at offset 24 (0x18): found 0x"));
-    EXPECT_THAT(refusal(20 + 64 + 9, "X"), HasSubstr("kernel data CRC at offset 44 (0x2c): found 0x"));
+    // The header's sum is what the data should have.
+    const std::string sum = fwpkg("info good").output;
+    EXPECT_THAT(refusal(20 + 64 + 9, "X"),
+                EndsWith("expected " + sum.substr(sum.find("bytes, CRC-32 ") + 14, 10) + "\n"));
     EXPECT_THAT(
         refusal(20 + 70065 + 5000, "X"),
         HasSubstr(
@@ -136,7 +141,8 @@ TEST_F(Fwpkg, ShowsTheDevicesOwnLogLinesWhenAsked)
     EXPECT_EQ(fwpkg("check --log --marker OEM1-and-more good").output,
               "device log: CHECK MAGIC_NUMBER : 314d454f vs 314d454f\n"
               "device log: CHECK VERSION : 1 vs 1\n"
-              "good: good: version 1, marker \"OEM1\", 140621 bytes\n");
+              "good: good: version 1, marker \"OEM1\", 140621 bytes\n"
+              "good: root file system: no checksum in this format\n");
 }
 
 TEST_F(Fwpkg, BuildsNothingThatADeviceWouldRefuseUnlessForced)
@@ -167,18 +173,37 @@ TEST_F(Fwpkg, InfoAsJsonCanBeReadByOthers)
     EXPECT_THAT(fwpkg("info good").output, HasSubstr("architecture  2 (ARM)"));
 }
 
-TEST_F(Fwpkg, WrongUsageAndUnreadableFilesEndWithTwo)
+// What a device does not ask, but somebody with a package to send would.
+TEST_F(Fwpkg, ChecksThatImagesAreThereAndFitTheFlash)
 {
-    for (const char* arguments :
-         {"", "dig", "build -o x uImage rootfs", "build uImage rootfs jffs2",
-          "build -o x --marker OEM uImage rootfs jffs2", "build -o x --version 2 uImage rootfs jffs2",
-          "build -o no/such/x uImage rootfs jffs2", "check", "check missing", "check etc",
-          "info --xml uImage", "extract missing", "check /dev/null"})
-        EXPECT_EQ(fwpkg(arguments).status, 2) << arguments;
+    ASSERT_EQ(fwpkg("build -o good uImage rootfs jffs2").status, 0);
+    write_file(dir / "flash", "mtd1=1M\nmtd2=nor,512K,64K,1\nmtd3=65536\n");
+    EXPECT_THAT(fwpkg("check --against flash good").output,
+                HasSubstr("good: root file system: 5120 of 524288 bytes of /dev/mtd2, 1 erase blocks\n"));
+    write_file(dir / "small", "mtd1=64K\nmtd2=512K\nmtd3=64K\n");
+    const Outcome small = fwpkg("check --against small good");
+    EXPECT_EQ(small.status, 1);
+    EXPECT_THAT(small.output,
+                StartsWith("good: refused: kernel image of 70144 bytes does not fit /dev/mtd1 of "
+                           "65536 bytes in small\n"));
+    write_file(dir / "wrong", "mtd1=1M\nmtd2=big\n");
+    EXPECT_EQ(fwpkg("check --against wrong good").output,
+              "fwpkg: wrong: 'mtd2=big' names no size; write mtd1=3M\n");
+
     write_file(dir / "empty", "");
-    EXPECT_EQ(fwpkg("check empty").status, 1);
-    EXPECT_EQ(fwpkg("info empty").status, 1);
-    EXPECT_EQ(fwpkg("extract uImage").status, 1);
+    ASSERT_EQ(fwpkg("build --allow-empty -o hollow uImage empty jffs2").status, 0);
+    EXPECT_THAT(fwpkg("check hollow").output, StartsWith("hollow: refused: root file system image is empty"));
+    EXPECT_EQ(fwpkg("check --allow-empty hollow").status, 0);
+    ASSERT_EQ(shell("head -c 71000 good > short").status, 0);
+    EXPECT_THAT(fwpkg("info short").output, HasSubstr("cut short   /dev/mtd2"));
+    EXPECT_EQ(shell(FWPKG " info --json short | python3 -c 'import json, sys\n"
+                          "print([i[\"crc32\"] is None for i in json.load(sys.stdin)[\"images\"]])'")
+                  .output,
+              "[False, True, True]\n");
+    EXPECT_EQ(shell(FWPKG " check --json short | python3 -c 'import json, sys\n"
+                          "p = json.load(sys.stdin); print(p[\"good\"], p[\"finding\"][\"offset\"])'")
+                  .output,
+              "False 8\n");
 }
 
 // What stands at an output's name, and what becomes of it.
@@ -215,7 +240,7 @@ TEST_F(Fwpkg, AnOutputHarmsNothingThatIsNotItsOwnToReplace)
         {"nowhere/x", 2, "fwpkg: nowhere/x: there is no folder nowhere; make it first\n"},
         {"broken", 2, "fwpkg: broken: there is no folder"},
         {"mine/x", 2, "fwpkg: mine/x: cannot be written: Not a directory\n"},
-        {"''", 2, "fwpkg: an output has an empty name"},
+        {"''", 2, "fwpkg: build: missing -o PACKAGE"},
         {"mine --force", 0, ""},
     };
     for (const auto& output : kOutputs) {

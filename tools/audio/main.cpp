@@ -2,14 +2,13 @@
 #include "tools/audio/analysis.hpp"
 #include "tools/audio/codec.hpp"
 #include "tools/audio/session.hpp"
+#include "tools/cli/command_line.hpp"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
-#include <getopt.h>
 #include <unistd.h>
 
 namespace {
@@ -17,34 +16,6 @@ namespace {
 using namespace zaudio;
 
 enum ExitStatus { kGood = 0, kFailed = 1, kTrouble = 2 };
-
-constexpr char kUsage[] =
-    "usage: zep-audio record [OPTION]... HOST PORT OUT.wav\n"
-    "       zep-audio play [OPTION]... HOST PORT IN.wav\n"
-    "       zep-audio loop [OPTION]... HOST PORT IN.wav OUT.wav\n"
-    "       zep-audio verdict [OPTION]... HOST PORT [OUT.wav]\n"
-    "       zep-audio status HOST PORT\n"
-    "\n"
-    "record   takes the camera's microphone\n"
-    "play     plays through the camera's loudspeaker\n"
-    "loop     both at once\n"
-    "verdict  sends a tone and looks for it in what comes back\n"
-    "status   what the camera does, and the network's round trip\n"
-    "\n"
-    "  -c, --codec NAME       g711a (default), g711u, g726, lpcm or adpcm\n"
-    "  -r, --rate HZ          sample rate; default 8000, or that of the file to be played\n"
-    "  -t, --seconds S        to record, or length of the tone; default 5 and 2\n"
-    "  -m, --meter            level meter on standard error\n"
-    "  -f, --frequency HZ     of the tone; default 1000\n"
-    "      --level-min DB --level-max DB --snr DB\n"
-    "                         limits of the verdict; default -40, 0 and 20\n"
-    "      --listen           the tone comes from elsewhere: send nothing\n"
-    "      --mic-in N --mic-volume N --adc-volume N --dac-volume N\n"
-    "                         settings of the codec chip; default 1, 15, 0, 0\n"
-    "      --force            replace an output that is no WAV file\n"
-    "      --limit S          for the connection and each answer; default 10\n"
-    "\n"
-    "exit status: 0 good, 1 verdict failed or not all was played, 2 wrong usage, file or connection\n";
 
 double to_ms(Clock::duration time) { return std::chrono::duration<double, std::milli>(time).count(); }
 
@@ -191,139 +162,102 @@ int status(const Options& options)
     return kGood;
 }
 
-struct Command {
-    const char* name;
-    size_t files_min, files_max;
-    int (*run)(const Options& options);
-    double seconds;
-};
-constexpr Command kCommands[] = {
-    {"record", 1, 1, record, 5},   {"play", 1, 1, play, 0},     {"loop", 2, 2, loop, 0},
-    {"verdict", 0, 1, verdict, 2}, {"status", 0, 0, status, 0},
-};
+// What a command does and which options it acts on.
+enum Group : unsigned { kSound = 1, kPlays = 2, kRecords = 4, kTone = 8 };
 
-bool set_codec(Options& options, const char* name)
+void add_sound(Options& o, std::vector<cli::Option>& all)
 {
-    for (const CodecName& codec : kCodecNames) {
-        if (strcmp(codec.name, name) != 0) continue;
-        options.type = codec.type;
-        options.codec = codec.name;
-        return true;
-    }
-    return false;
+    const auto codec = [&o](const std::string& name) {
+        std::vector<std::string> names;
+        for (const CodecName& one : kCodecNames) names.emplace_back(one.name);
+        cli::one_of(name, names);
+        for (const CodecName& one : kCodecNames)
+            if (name == one.name) o.type = one.type, o.codec = one.name;
+    };
+    const auto byte = [](int& into) {
+        return [&into](const std::string& v) { into = int(cli::whole_number(v, 0, 255)); };
+    };
+    all.push_back({"-c,--codec", "NAME", "g711a (default), g711u, g726, lpcm or adpcm", codec});
+    all.push_back({"-r,--rate", "HZ", "sample rate; 8000 unless given, or that of the file to be played",
+                   [&](auto& v) { o.rate = int(cli::whole_number(v, 8000, 192000)); }});
+    all.push_back({"-m,--meter", nullptr, "level meter on standard error", [&](auto&) { o.meter = true; }});
+    all.push_back({"--mic-in", "0|1", "1 (default) selects the microphone, 0 leaves the input", [&](auto& v) {
+                       o.mic_in = cli::one_of(v, {"0", "1"}) == "1";
+                   }});
+    all.push_back({"--mic-volume", "N", "of the codec chip (15)", byte(o.mic_volume)});
+    all.push_back({"--adc-volume", "N", "of the codec chip (0)", byte(o.adc_volume)});
+    all.push_back({"--dac-volume", "N", "of the codec chip (0)", byte(o.dac_volume)});
 }
 
-struct Number {
-    int option;
-    double low, high;
-    void (*set)(Options& options, double value);
-};
-enum {
-    kLevelMin = 256,
-    kLevelMax,
-    kSnr,
-    kListen,
-    kMicIn,
-    kMicVolume,
-    kAdcVolume,
-    kDacVolume,
-    kLimit,
-    kForce,
-    kHelp
-};
-constexpr Number kNumbers[] = {
-    {'r', 8000, 192000, [](Options& o, double v) { o.rate = int(v); }},
-    {'t', 0.4, 36000, [](Options& o, double v) { o.seconds = v; }},
-    {'f', 50, 20000, [](Options& o, double v) { o.frequency = v; }},
-    {kLevelMin, -120, 0, [](Options& o, double v) { o.level_min = v; }},
-    {kLevelMax, -120, 3, [](Options& o, double v) { o.level_max = v; }},
-    {kSnr, 0, 120, [](Options& o, double v) { o.snr_min = v; }},
-    {kMicIn, 0, 1, [](Options& o, double v) { o.mic_in = int(v); }},
-    {kMicVolume, 0, 255, [](Options& o, double v) { o.mic_volume = int(v); }},
-    {kAdcVolume, 0, 255, [](Options& o, double v) { o.adc_volume = int(v); }},
-    {kDacVolume, 0, 255, [](Options& o, double v) { o.dac_volume = int(v); }},
-    {kLimit, 1, 3600, [](Options& o, double v) { o.limit_s = int(v); }},
-};
-constexpr option kLong[] = {
-    {"codec", required_argument, nullptr, 'c'},
-    {"rate", required_argument, nullptr, 'r'},
-    {"seconds", required_argument, nullptr, 't'},
-    {"meter", no_argument, nullptr, 'm'},
-    {"frequency", required_argument, nullptr, 'f'},
-    {"level-min", required_argument, nullptr, kLevelMin},
-    {"level-max", required_argument, nullptr, kLevelMax},
-    {"snr", required_argument, nullptr, kSnr},
-    {"listen", no_argument, nullptr, kListen},
-    {"mic-in", required_argument, nullptr, kMicIn},
-    {"mic-volume", required_argument, nullptr, kMicVolume},
-    {"adc-volume", required_argument, nullptr, kAdcVolume},
-    {"dac-volume", required_argument, nullptr, kDacVolume},
-    {"limit", required_argument, nullptr, kLimit},
-    {"force", no_argument, nullptr, kForce},
-    {"help", no_argument, nullptr, kHelp},
-    {nullptr, 0, nullptr, 0},
-};
-
-bool set_number(Options& options, int which, const char* text)
+void add_tone(Options& o, std::vector<cli::Option>& all)
 {
-    for (const Number& number : kNumbers) {
-        if (number.option != which) continue;
-        char* end = nullptr;
-        const double value = strtod(text, &end);
-        if (end == text || *end || !(value >= number.low && value <= number.high)) {
-            fprintf(stderr, "zep-audio: %s is not a number from %g to %g\n", text, number.low, number.high);
-            return false;
-        }
-        number.set(options, value);
-        return true;
-    }
-    return false;
+    const auto number = [](double& into, double low, double high) {
+        return [&into, low, high](const std::string& v) { into = cli::number(v, low, high); };
+    };
+    all.push_back({"-f,--frequency", "HZ", "of the tone (1000)", number(o.frequency, 50, 20000)});
+    all.push_back({"--level-min", "DB", "least level of the tone (-40)", number(o.level_min, -120, 0)});
+    all.push_back({"--level-max", "DB", "highest level of the tone (0)", number(o.level_max, -120, 3)});
+    all.push_back({"--snr", "DB", "least signal to noise ratio (20)", number(o.snr_min, 0, 120)});
+    all.push_back({"--listen", nullptr, "the tone comes from elsewhere: send nothing",
+                   [&](auto&) { o.listen = true; }});
 }
 
-bool parse(int argc, char** argv, const Command& command, Options& options)
+cli::Syntax syntax(Options& o, unsigned groups, const std::vector<cli::Operand>& files)
 {
-    options.seconds = command.seconds;
-    for (int which; (which = getopt_long(argc, argv, "c:r:t:mf:", kLong, nullptr)) != -1;) {
-        if (which == 'm')
-            options.meter = true;
-        else if (which == kListen)
-            options.listen = true;
-        else if (which == kForce)
-            options.force = true;
-        else if (which == 'c') {
-            if (set_codec(options, optarg)) continue;
-            fprintf(stderr, "zep-audio: no codec %s\n", optarg);
-            return false;
-        } else if (which == '?' || !set_number(options, which, optarg))
-            return false;
-    }
-    const size_t words = size_t(argc - optind);
-    if (words < 2 + command.files_min || words > 2 + command.files_max) return false;
-    options.host = argv[optind];
-    options.port = argv[optind + 1];
-    options.files.assign(argv + optind + 2, argv + argc);
-    return true;
+    cli::Syntax syntax = {{}, {{"HOST"}, {"PORT"}}};
+    syntax.operands.insert(syntax.operands.end(), files.begin(), files.end());
+    if (groups & kSound) add_sound(o, syntax.options);
+    if (groups & (kTone | kRecords) && !(groups & kPlays))
+        syntax.options.push_back({"-t,--seconds", "S",
+                                  groups & kTone ? "length of the tone (2)" : "to record (5)",
+                                  [&](auto& v) { o.seconds = cli::number(v, 0.4, 36000); }});
+    if (groups & kTone) add_tone(o, syntax.options);
+    if (groups & (kRecords | kTone))
+        syntax.options.push_back(
+            {"--force", nullptr, "replace an output that is no WAV file", [&](auto&) { o.force = true; }});
+    syntax.options.push_back({"--limit", "S", "for the connection and each answer (10)",
+                              [&](auto& v) { o.limit_s = int(cli::whole_number(v, 1, 3600)); }});
+    return syntax;
+}
+
+// A command of the tool from what it does, its options, its files and its usual seconds.
+cli::Command command(const char* name, const char* help, int (*work)(const Options&), unsigned groups,
+                     const std::vector<cli::Operand>& files, double seconds)
+{
+    return {name, help,
+            [=](const cli::Arguments& arguments) {
+                Options options;
+                options.seconds = seconds;
+                const cli::Words words = cli::parse(arguments, syntax(options, groups, files));
+                options.host = words.plain[0];
+                options.port = words.plain[1];
+                try {
+                    cli::whole_number(options.port, 1, 65535);
+                } catch (const cli::WrongUse& e) {
+                    throw cli::WrongUse("PORT " + options.port + ": " + e.what());
+                }
+                options.files.assign(words.plain.begin() + 2, words.plain.end());
+                return work(options);
+            },
+            kTrouble};
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc > 1 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0)) {
-        fputs(kUsage, stdout);
-        return kGood;
-    }
-    for (const Command& command : kCommands) {
-        if (argc < 2 || strcmp(argv[1], command.name) != 0) continue;
-        Options options;
-        if (!parse(argc - 1, argv + 1, command, options)) break;
-        try {
-            return command.run(options);
-        } catch (const std::exception& problem) {
-            fprintf(stderr, "zep-audio: %s\n", problem.what());
-            return kTrouble;
-        }
-    }
-    fputs(kUsage, stderr);
-    return kTrouble;
+    const cli::Operand in = {"IN.wav", cli::Operand::file}, out = {"OUT.wav", cli::Operand::file},
+                       maybe = {"OUT.wav", cli::Operand::file, false};
+    const cli::Tool tool = {
+        "zep-audio",
+        "A station for the audio loop-back test of a camera.",
+        "0 good, 1 verdict failed, 2 wrong use, file or connection.",
+        {command("record", "take the camera's microphone", record, kSound | kRecords, {out}, 5),
+         command("play", "play through the camera's loudspeaker", play, kSound | kPlays, {in}, 0),
+         command("loop", "both at once", loop, kSound | kPlays | kRecords, {in, out}, 0),
+         command("verdict", "send a tone and look for it in what comes back", verdict, kSound | kTone,
+                 {maybe}, 2),
+         command("status", "what the camera does, and the network's round trip", status, 0, {}, 0)},
+    };
+    return cli::run(tool, argc, argv);
 }

@@ -7,69 +7,56 @@
 #include "upgrade/log.hpp"
 
 #include "common/base/bytes.hpp"
-#include "common/base/parse_int.hpp"
 
 #include <array>
 #include <cstdio>
 #include <cstring>
-#include <getopt.h>
 #include <unistd.h>
 
 namespace fwpkg {
 namespace {
 
 struct BuildOptions {
-    const char* output = nullptr;
+    std::string output;
     std::string marker = "3510";
     int version = 1;
     int64_t page = 512; // the applets write in chunks of this size, and NAND refuses a part of a page
-    bool force = false;
+    bool force = false, allow_empty = false;
 };
 
 using Images = std::array<Input, 3>;
 
-constexpr option kLong[] = {
-    {"output", required_argument, nullptr, 'o'}, {"version", required_argument, nullptr, 'V'},
-    {"marker", required_argument, nullptr, 'm'}, {"page-size", required_argument, nullptr, 'p'},
-    {"force", no_argument, nullptr, 'f'},        {},
-};
-
-bool valid(const BuildOptions& options)
+std::string marker(const std::string& text)
 {
-    if (!options.output) return false;
-    if (options.marker.size() != 4) fail(options.marker, "a marker is four characters");
-    if (options.version != 1 && options.version != 3)
-        fail(std::to_string(options.version), "the known versions are 1 and 3");
-    // More than an erase block would put padding where the settings image must have a node.
-    if (options.page < 1 || options.page > zep::kJffs2EraseBlock || (options.page & (options.page - 1)))
-        fail(std::to_string(options.page), "a page size is a power of two up to 65536");
-    return true;
+    if (text.size() != 4) throw cli::WrongUse("give four characters");
+    return text;
 }
 
-bool parse(int argc, char** argv, BuildOptions& options)
+// More than an erase block would put padding where the settings image must have a node.
+int64_t page_size(const std::string& text)
 {
-    for (int c; (c = getopt_long(argc, argv, "o:", kLong, nullptr)) != -1;) {
-        switch (c) {
-        case 'o':
-            options.output = optarg;
-            break;
-        case 'V':
-            options.version = zep::parse_int(optarg);
-            break;
-        case 'm':
-            options.marker = optarg;
-            break;
-        case 'p':
-            options.page = zep::parse_int(optarg);
-            break;
-        case 'f':
-            options.force = true;
-            break;
-        default:
-            return false;
-        }
-    }
-    return argc - optind == 3 && valid(options);
+    const int64_t size = cli::whole_number(text, 1, zep::kJffs2EraseBlock);
+    if (size & (size - 1)) throw cli::WrongUse("give a power of two up to 65536");
+    return size;
+}
+
+cli::Syntax syntax(BuildOptions& o)
+{
+    return {
+        {{"-o,--output", "PACKAGE", "the file to write; needed", [&](auto& v) { o.output = v; }},
+         {"--version", "1|3", "layout of the header: 1 (20 bytes, the default) or 3 (64 bytes)",
+          [&](auto& v) {
+              o.version = cli::one_of(v, {"1", "3"})[0] - '0';
+          }},
+         {"--marker", "TEXT", "the four characters that the package begins with (3510)",
+          [&](auto& v) { o.marker = marker(v); }},
+         {"--page-size", "BYTES", "pad each image to whole pages, a power of two up to 65536 (512)",
+          [&](auto& v) { o.page = page_size(v); }},
+         {"--allow-empty", nullptr, "take an empty image: such a package erases the partition",
+          [&](auto&) { o.allow_empty = true; }},
+         {"--force", nullptr, "keep a package that a device would refuse; replace any file",
+          [&](auto&) { o.force = true; }}},
+        {{"KERNEL", cli::Operand::file}, {"ROOTFS", cli::Operand::file}, {"SETTINGS", cli::Operand::file}}};
 }
 
 int64_t padding(const Input& image, int64_t page) { return (page - image.size % page) % page; }
@@ -93,10 +80,13 @@ bool is_package(int fd, off_t size)
     return !read_header(package, header) && !zep::check_sizes(header, size);
 }
 
-void open_images(char** paths, const BuildOptions& options, Images& images)
+void open_images(const cli::Arguments& paths, const BuildOptions& options, Images& images)
 {
-    for (Input& image : images) {
-        image.open(*paths++);
+    for (size_t i = 0; i < images.size(); ++i) {
+        Input& image = images[i];
+        image.open(paths[i]);
+        if (image.size == 0 && !options.allow_empty)
+            fail(image.path, "is empty, and a device would erase the partition; --allow-empty takes it");
         if (image.size + padding(image, options.page) > int64_t(UINT32_MAX))
             fail(image.path, "longer than a package's size field can say");
     }
@@ -130,24 +120,20 @@ void write_package(const BuildOptions& options, const Images& images, cli::Outpu
 
 } // namespace
 
-int build(int argc, char** argv)
+int build(const cli::Arguments& arguments)
 {
     BuildOptions options;
-    if (!parse(argc, argv, options)) {
-        fputs("usage: fwpkg build -o PACKAGE [--version 1|3] [--marker TEXT] [--page-size BYTES] [--force]\n"
-              "                   KERNEL ROOTFS SETTINGS\n",
-              stderr);
-        return kTrouble;
-    }
+    const cli::Words words = cli::parse(arguments, syntax(options));
+    if (options.output.empty()) throw cli::WrongUse("missing -o PACKAGE, the file to write");
     zep::log_redirect([](const char*) {});
     Images images;
-    open_images(argv + optind, options, images);
+    open_images(words.plain, options, images);
     cli::OutputFile output(options.output, {"a firmware package", is_package, options.force});
     for (const Input& image : images) output.keep_apart(image.fd.get());
     write_package(options, images, output);
 
     if (zep::Finding finding = judge(options, output.fd())) {
-        fprintf(stderr, "fwpkg: %s: a device would refuse it: %s\n", options.output,
+        fprintf(stderr, "fwpkg: %s: a device would refuse it: %s\n", options.output.c_str(),
                 describe(finding).c_str());
         if (!options.force) return kRefused;
     }

@@ -1,6 +1,7 @@
-// The commands of fwpkg. Each takes its own arguments (argv[0] is its name) and returns the
-// exit status of the program.
+// The commands of fwpkg. Each takes its own arguments and returns the exit status of the program.
 #pragma once
+
+#include "tools/cli/command_line.hpp"
 
 namespace fwpkg {
 
@@ -10,9 +11,9 @@ enum Status {
     kTrouble = 2, // wrong usage, or a file that cannot be read or written
 };
 
-int build(int argc, char** argv);
-int info(int argc, char** argv);
-int check(int argc, char** argv);
-int extract(int argc, char** argv);
+int build(const cli::Arguments& arguments);
+int info(const cli::Arguments& arguments);
+int check(const cli::Arguments& arguments);
+int extract(const cli::Arguments& arguments);
 
 } // namespace fwpkg

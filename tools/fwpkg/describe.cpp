@@ -24,6 +24,7 @@ struct Row {
     const char* what;
     std::string (*value)(int64_t);
     const char* also = ""; // what would have been right as well
+    bool promise = false;  // the place holds a promise about other bytes: it is what was expected
 };
 
 constexpr Row kRows[] = {
@@ -34,9 +35,9 @@ constexpr Row kRows[] = {
     {Flaw::sizes, "file size against header and image sizes", bytes},
     {Flaw::image_header, "kernel image header cut short", bytes},
     {Flaw::image_magic, "kernel image magic", word},
-    {Flaw::header_crc, "kernel image header CRC", word},
-    {Flaw::data_short, "kernel data size beyond the end of the file", bytes},
-    {Flaw::data_crc, "kernel data CRC", word},
+    {Flaw::header_crc, "kernel image header CRC", word, "", true},
+    {Flaw::data_short, "kernel data size beyond the end of the file", bytes, "", true},
+    {Flaw::data_crc, "kernel data CRC", word, "", true},
     {Flaw::architecture, "kernel architecture", architecture},
     {Flaw::image_type, "kernel image type", type, ", 1 (standalone) or 4 (multi-file)"},
     {Flaw::compression, "kernel compression", compression, " or 0 (none)"},
@@ -70,20 +71,25 @@ std::string printable(const std::string& text)
     return shown;
 }
 
-std::string marker_text(uint32_t value)
+std::string marker_bytes(uint32_t value)
 {
     std::string text;
     for (int i = 0; i < 4; ++i) text += char(value >> 8 * i);
-    return '"' + printable(text) + '"';
+    return text;
 }
+
+std::string marker_text(uint32_t value) { return '"' + printable(marker_bytes(value)) + '"'; }
 
 std::string describe(const Finding& finding)
 {
-    for (const Row& row : kRows)
-        if (row.flaw == finding.flaw)
-            return std::string(row.what) + " at offset " + std::to_string(finding.offset) + " (" +
-                   hex(uint64_t(finding.offset)) + "): found " + row.value(finding.found) + ", expected " +
-                   row.value(finding.expected) + row.also;
+    for (const Row& row : kRows) {
+        if (row.flaw != finding.flaw) continue;
+        const int64_t found = row.promise ? finding.expected : finding.found;
+        const int64_t expected = row.promise ? finding.found : finding.expected;
+        return std::string(row.what) + " at offset " + std::to_string(finding.offset) + " (" +
+               hex(uint64_t(finding.offset)) + "): found " + row.value(found) + ", expected " +
+               row.value(expected) + row.also;
+    }
     return "unknown";
 }
 

@@ -12,6 +12,7 @@ std::string describe(const zep::Finding& finding);
 
 // The four characters of a marker, those that cannot be shown as \xNN.
 std::string marker_text(uint32_t word);
+std::string marker_bytes(uint32_t word); // as they are
 
 // Text out of a file, fit for a terminal.
 std::string printable(const std::string& text);

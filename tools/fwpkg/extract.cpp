@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <getopt.h>
 #include <list>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,24 +19,12 @@ struct ExtractOptions {
     bool force = false;
 };
 
-constexpr option kLong[] = {
-    {"directory", required_argument, nullptr, 'd'}, {"force", no_argument, nullptr, 'f'}, {}};
-
-bool parse(int argc, char** argv, ExtractOptions& options)
+cli::Syntax syntax(ExtractOptions& o)
 {
-    for (int c; (c = getopt_long(argc, argv, "d:", kLong, nullptr)) != -1;) {
-        switch (c) {
-        case 'd':
-            options.folder = optarg;
-            break;
-        case 'f':
-            options.force = true;
-            break;
-        default:
-            return false;
-        }
-    }
-    return argc - optind == 1;
+    return {{{"-d,--directory", "FOLDER", "where to write flash1.img to flash3.img; made if missing (.)",
+              [&](auto& v) { o.folder = v; }},
+             {"--force", nullptr, "replace files that are there", [&](auto&) { o.force = true; }}},
+            {{"PACKAGE", cli::Operand::file}}};
 }
 
 std::string image_path(const ExtractOptions& options, unsigned image)
@@ -47,15 +34,12 @@ std::string image_path(const ExtractOptions& options, unsigned image)
 
 } // namespace
 
-int extract(int argc, char** argv)
+int extract(const cli::Arguments& arguments)
 {
     ExtractOptions options;
-    if (!parse(argc, argv, options)) {
-        fputs("usage: fwpkg extract [-d FOLDER] [--force] PACKAGE\n", stderr);
-        return kTrouble;
-    }
+    const cli::Words words = cli::parse(arguments, syntax(options));
     Input package;
-    package.open(argv[optind]);
+    package.open(words.plain[0]);
     zep::PackageHeader header;
     zep::Finding finding = read_header(package, header);
     if (!finding) finding = zep::check_sizes(header, package.size);

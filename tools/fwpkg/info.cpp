@@ -1,15 +1,14 @@
 // fwpkg info: what a package holds, in words or as JSON.
+#include "tools/cli/json.hpp"
 #include "tools/fwpkg/commands.hpp"
 #include "tools/fwpkg/describe.hpp"
 #include "tools/fwpkg/file.hpp"
-#include "tools/fwpkg/json.hpp"
 #include "tools/fwpkg/read_header.hpp"
 #include "upgrade/crc32.hpp"
 
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
-#include <getopt.h>
 #include <optional>
 #include <unistd.h>
 #include <vector>
@@ -32,17 +31,17 @@ struct KernelInfo {
 struct PackageInfo {
     Input file;
     PackageHeader header;
-    uint32_t crc[3] = {}; // of the images as far as the file holds them
+    std::optional<uint32_t> crc[3]; // of the images that the file holds whole
     std::optional<KernelInfo> kernel;
 };
 
-uint32_t stretch_crc(int fd, int64_t offset, int64_t size)
+std::optional<uint32_t> stretch_crc(int fd, int64_t offset, int64_t size)
 {
     std::vector<char> buffer(256 * 1024);
     uint32_t crc = 0;
     while (size > 0) {
         ssize_t n = pread(fd, buffer.data(), size_t(std::min<int64_t>(size, int64_t(buffer.size()))), offset);
-        if (n <= 0) break;
+        if (n <= 0) return {};
         crc = crc32_update(crc, buffer.data(), size_t(n));
         offset += n;
         size -= n;
@@ -104,72 +103,60 @@ void print_text(const PackageInfo& p)
     printf("\nimages       offset       bytes  CRC-32      partition\n");
     for (unsigned i = 0; i < 3; ++i)
         printf("  %s %10lld  %10u  %s  /dev/mtd%u  %s\n", kImages[i],
-               static_cast<long long>(p.header.offset(i)), p.header.size[i], hex(p.crc[i], 8).c_str(), i + 1,
-               kContents[i]);
+               static_cast<long long>(p.header.offset(i)), p.header.size[i],
+               p.crc[i] ? hex(*p.crc[i], 8).c_str() : "cut short ", i + 1, kContents[i]);
     if (p.kernel) print_kernel(*p.kernel);
 }
 
-void put_kernel(Json& json, const KernelInfo& kernel)
+cli::Json kernel_json(const KernelInfo& kernel)
 {
     const ImageHeader& h = kernel.header;
-    json.open("kernel", '{');
-    json.text("name", kernel.name);
-    json.number("time", kernel.time);
-    json.number("data_bytes", h.data_size);
-    json.text("data_crc32", hex(h.data_crc, 8));
-    json.text("load", hex(kernel.load, 8));
-    json.text("entry", hex(kernel.entry, 8));
-    json.number("architecture", h.architecture);
-    json.text("architecture_name", architecture_name(h.architecture));
-    json.number("type", h.type);
-    json.text("type_name", type_name(h.type));
-    json.number("compression", h.compression);
-    json.text("compression_name", compression_name(h.compression));
-    json.boolean("header_crc_good", kernel.header_crc_good);
-    json.close('}');
+    return {{"name", kernel.name},
+            {"time", kernel.time},
+            {"data_bytes", h.data_size},
+            {"data_crc32", hex(h.data_crc, 8)},
+            {"load", hex(kernel.load, 8)},
+            {"entry", hex(kernel.entry, 8)},
+            {"architecture", h.architecture},
+            {"architecture_name", architecture_name(h.architecture)},
+            {"type", h.type},
+            {"type_name", type_name(h.type)},
+            {"compression", h.compression},
+            {"compression_name", compression_name(h.compression)},
+            {"header_crc_good", kernel.header_crc_good}};
 }
 
 void print_json(const PackageInfo& p)
 {
-    Json json;
-    json.open(nullptr, '{');
-    json.text("file", p.file.path);
-    json.number("file_bytes", p.file.size);
-    std::string marker;
-    for (int i = 0; i < 4; ++i) marker += char(p.header.marker >> 8 * i);
-    json.text("marker", marker);
-    json.number("version", p.header.version);
-    json.number("header_bytes", p.header.length);
-    json.boolean("sizes_good", p.file.size == p.header.total());
-    json.open("images", '[');
+    cli::Json json = {{"file", p.file.path},
+                      {"file_bytes", p.file.size},
+                      {"marker", marker_bytes(p.header.marker)},
+                      {"version", p.header.version},
+                      {"header_bytes", p.header.length},
+                      {"sizes_good", p.file.size == p.header.total()}};
     for (unsigned i = 0; i < 3; ++i) {
-        json.open(nullptr, '{');
-        json.text("name", kImages[i]);
-        json.text("partition", "/dev/mtd" + std::to_string(i + 1));
-        json.number("offset", p.header.offset(i));
-        json.number("bytes", p.header.size[i]);
-        json.text("crc32", hex(p.crc[i], 8));
-        json.close('}');
+        cli::Json image = {{"name", kImages[i]},
+                           {"partition", "/dev/mtd" + std::to_string(i + 1)},
+                           {"offset", p.header.offset(i)},
+                           {"bytes", p.header.size[i]},
+                           {"crc32", nullptr}};
+        if (p.crc[i]) image["crc32"] = hex(*p.crc[i], 8);
+        json["images"].push_back(image);
     }
-    json.close(']');
-    if (p.kernel) put_kernel(json, *p.kernel);
-    json.close('}');
-    puts(json.str().c_str());
+    if (p.kernel) json["kernel"] = kernel_json(*p.kernel);
+    cli::print_json(json, 2);
 }
 
 } // namespace
 
-int info(int argc, char** argv)
+int info(const cli::Arguments& arguments)
 {
-    static constexpr option kLong[] = {{"json", no_argument, nullptr, 'j'}, {}};
-    bool json = false, usage = false;
-    for (int c; (c = getopt_long(argc, argv, "", kLong, nullptr)) != -1;) (c == 'j' ? json : usage) = true;
-    if (usage || argc - optind != 1) {
-        fputs("usage: fwpkg info [--json] PACKAGE\n", stderr);
-        return kTrouble;
-    }
+    bool json = false;
+    const cli::Words words =
+        cli::parse(arguments, {{{"--json", nullptr, "for programs", [&](auto&) { json = true; }}},
+                               {{"PACKAGE", cli::Operand::file}}});
     PackageInfo package;
-    package.file.open(argv[optind]);
+    package.file.open(words.plain[0]);
     if (Finding finding = read_header(package.file, package.header)) {
         fprintf(stderr, "fwpkg: %s: %s\n", package.file.path.c_str(), describe(finding).c_str());
         return kRefused;

@@ -96,11 +96,7 @@ TEST(Vcam, FilesOutOfTheCameraHarmNothingOfTheHost)
     const std::string folder = camera.state("").string(), work = (camera.folder() / "work").string();
     fs::create_directories(work);
     const auto in_work = [&](const std::string& line) {
-        FILE* pipe = popen(("cd " + work + " && { " + line + "; } 2>&1").c_str(), "r");
-        std::array<char, 4096> text;
-        const std::string said(text.data(), fread(text.data(), 1, text.size(), pipe));
-        pclose(pipe);
-        return said;
+        return say("cd " + work + " && { " + line + "; } 2>&1").text;
     };
     const std::string get = std::string(VCAM) + " get " + folder + " ",
                       put = std::string(VCAM) + " put " + folder;
@@ -161,40 +157,26 @@ TEST(Vcam, StatusIsGivenToPeopleAndPrograms)
         EXPECT_THAT(json, HasSubstr(part));
 }
 
-TEST(Vcam, WrongUseIsOneLineThatNamesIt)
+TEST(Vcam, LogsAreReadByPeopleProgramsAndWhileTheyGrow)
 {
     Camera camera;
-    const std::string folder = camera.state("").string(), fresh = (camera.folder() / "fresh").string();
-    struct {
-        std::string arguments;
-        int status;
-        const char* names;
-    } const kWrong[] = {
-        {"fly " + folder, 2, "'fly'"},
-        {"new", 1, "folder"},
-        {"new " + folder, 1, "--force"},
-        {"new " + fresh + " --flash eeprom", 1, "eeprom"},
-        {"new " + fresh + " --size mtd1=100", 1, "erase blocks"},
-        {"new " + fresh + " --size mtd9=1M", 1, "mtd9"},
-        {"new " + fresh + " --bad mtd1:3", 1, "NAND"},
-        {"new " + fresh + " --flash nand --bad mtd1:512", 1, "512 blocks"},
-        {"new " + fresh + " --colour red", 1, "--colour"},
-        {"run " + fresh + " -- true", 125, "vcam new"},
-        {"run " + folder, 125, "COMMAND"},
-        {"run " + folder + " --timeout soon -- true", 125, "'soon'"},
-        {"run " + folder + " --bind /nowhere -- true", 125, "/nowhere"},
-        {"run " + folder + " --daemon confd -- true", 125, "/bin/confd"},
-        {"exec " + folder + " -- true", 125, "does not run"},
-        {"put " + folder + " /nowhere", 1, "/nowhere"},
-        {"get " + folder + " /tmp/nothing", 1, "/tmp/nothing"},
-        {"get " + folder + " tmp", 1, "absolute"},
-        {"fault " + folder + " 'mtd1 write often'", 1, "fault"},
-        {"diff " + folder, 1, "not run yet"},
-    };
-    for (const auto& wrong : kWrong) {
-        auto said = vcam(wrong.arguments);
-        EXPECT_EQ(said.status, wrong.status) << wrong.arguments;
-        EXPECT_THAT(said.text, MatchesRegex("vcam: [^\n]*\n")) << wrong.arguments;
-        EXPECT_THAT(said.text, HasSubstr(wrong.names)) << wrong.arguments;
-    }
+    const std::string folder = camera.state("").string();
+    camera.run({"sh", "-c",
+                "logger -p user.alert -t cam 'two\nlines'; logger -p local3.debug -t x 'y\xFF'; reboot"});
+    EXPECT_THAT(vcam("log " + folder).text,
+                MatchesRegex("[0-9.]+ user.alert cam: two\n +lines\n[0-9.]+ local3.debug x: y.*\n"));
+    EXPECT_THAT(
+        vcam("log --json " + folder).text,
+        MatchesRegex("\\[\\{\"time\":[0-9.]+,\"facility\":\"user\",\"level\":\"alert\",\"text\":\"cam: "
+                     "two\\\\nlines\"\\},.*\\]\n"));
+    EXPECT_THAT(vcam("journal --json --source system " + folder).text, StartsWith("["));
+    EXPECT_THAT(vcam("diff --json " + folder).text, HasSubstr("\"ending\":\"reboot\"}"));
+    vcam("fault " + folder + " 'mtd1 write 3 1 EIO'");
+    EXPECT_EQ(vcam("fault --json " + folder).text, "[\"mtd1 write 3 1 EIO\"]\n");
+    EXPECT_THAT(vcam("run " + folder + " -- sh -c 'busybox kill -36 1; sleep 9'").text,
+                HasSubstr("vcam: the camera ended by a power cut\n"));
+    const std::string line = std::string(VCAM) + " run --realtime " + folder +
+                             " -- sh -c 'sleep 1; logger -t late word' & sleep 0.5; timeout 20 " + VCAM +
+                             " log -f " + folder + " | grep -c 'late: word'; wait";
+    EXPECT_EQ(say(line).text, "1\n");
 }
