@@ -135,8 +135,8 @@ int32_t CCONFD_Watch(CCONFD_CLIENT_S* client, const char* start);
  * @param timeout_ms  0: only what is there. A new connection, or a notice that has begun, may take the
  *                    client's limit on top.
  * @return 1; 0 when the time is up and the daemon is connected; CCONFD_NO_ANSWER when it is not: at once
- *         after a failure to connect, else, in the pause, when the time is up; CCONFD_REFUSED when no notices were
- *         asked for; CCONFD_REFUSED or CCONFD_NO_KEY when a restarted daemon has refused them
+ *         after a failure to connect, else, in the pause, when the time is up; CCONFD_REFUSED when no notices
+ *         were asked for; CCONFD_REFUSED or CCONFD_NO_KEY when a restarted daemon has refused them
  */
 int32_t CCONFD_NextNotice(CCONFD_CLIENT_S* client, char* key, int32_t timeout_ms);
 
