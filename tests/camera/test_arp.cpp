@@ -136,8 +136,8 @@ TEST_F(Arp, TheUsageNamesTwoOfItsThreeArguments)
 TEST_F(Arp, TheLinkIsCheckedBeforeTheCameraStarts)
 {
     Outcome run = camera.run({"true"}, {"--link", "192.168.10"});
-    EXPECT_EQ(run.status, 125);
-    EXPECT_EQ(run.err, "vcam: --link 192.168.10: write it as 192.168.10.1\n");
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.err, "vcam: run: --link 192.168.10: write it as 192.168.10.1; see: vcam run --help\n");
     run = wired(
         "busybox ifconfig eth0 192.168.10.2; busybox ping -c 1 -W 5 192.168.10.1 >/dev/null && echo there");
     EXPECT_EQ(run.out, "there\n");
