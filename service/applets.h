@@ -7,7 +7,8 @@
 extern "C" {
 #endif
 
-/** `xkill [SIGTERM|SIGKILL|alive] <path>`: stops processes by the path they were started with. Returns 0. */
+/** `xkill [SIGTERM|SIGKILL|alive] <path>`: stops processes by the path they were started with. Waits at
+ * most 10 s. Returns 0. */
 int xkill_main(int argc, char** argv);
 
 #ifdef __cplusplus

@@ -9,12 +9,13 @@ extern "C" {
 
 /*
  * Registry of the descriptors that an event loop waits on. The occupied slots stay packed at the front, so
- * that a loop can walk them until the first empty one. The record has no lock: one thread at a time.
+ * that a loop can walk them until the first empty one. The descriptors stay the caller's. The record has no
+ * lock: one thread at a time. errno has a meaning only where a function says so.
  */
 
 #define CFDEVENT_SLOTS 128
 
-/** Descriptors that read_set can tell: 0 to CFDEVENT_SET_SIZE - 1. */
+/** Descriptors that read_set has a bit for: 0 to CFDEVENT_SET_SIZE - 1. */
 #define CFDEVENT_SET_SIZE 1024
 
 typedef struct {
@@ -24,7 +25,11 @@ typedef struct {
     int32_t reg_count;                       /* 644  occupied slots */
 } CFDEVENT_S;
 
-/** Empty the registry. */
+/**
+ * Empty the registry. Cannot fail.
+ *
+ * @param verbose  not 0: every change prints the registry on standard output
+ */
 void CFDEVENT_Init(CFDEVENT_S* registry, int32_t verbose);
 
 /**
@@ -37,11 +42,15 @@ void CFDEVENT_Init(CFDEVENT_S* registry, int32_t verbose);
  */
 int32_t CFDEVENT_Add(CFDEVENT_S* registry, int32_t fd);
 
-/** Remove the first slot that holds `fd` (never a negative one). @return 0, found or not */
+/**
+ * Remove the first slot that holds `fd`, never a negative one. The slots behind it move up.
+ *
+ * @return 0, found or not
+ */
 int32_t CFDEVENT_Del(CFDEVENT_S* registry, int32_t fd);
 
 /**
- * Wait until a registered descriptor is readable; read_set then tells which.
+ * Wait until a registered descriptor is readable; read_set then says which.
  *
  * @param timeout_us  microseconds
  * @return 0; -1 when the time is up; -2 when the wait fails, as it does for a negative time, a closed
@@ -49,7 +58,11 @@ int32_t CFDEVENT_Del(CFDEVENT_S* registry, int32_t fd);
  */
 int32_t CFDEVENT_Wait(CFDEVENT_S* registry, int32_t timeout_us);
 
-/** Whether the last wait found a descriptor readable: 1 or 0. */
+/**
+ * Tell whether the last wait found a descriptor readable.
+ *
+ * @return 1 or 0; 0 for a number outside 0 to CFDEVENT_SET_SIZE - 1
+ */
 int32_t CFDEVENT_IsSet(const CFDEVENT_S* registry, int32_t fd);
 
 #ifdef __cplusplus

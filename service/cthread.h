@@ -5,7 +5,8 @@
  * A job in a thread of its own: a start step, a tick step repeated until it fails or a stop is asked for, and
  * an end step. Nothing joins the thread; the record must outlive it.
  *
- * The steps run on the worker's thread. Start and stop belong to one thread of the caller's.
+ * The steps run on the worker's thread. Start and stop belong to one thread of the caller's. errno has no
+ * meaning after any of these functions.
  */
 
 #include <stdint.h>
@@ -19,7 +20,7 @@ extern "C" {
 typedef _Atomic(int32_t) CTHREAD_STATE;
 #endif
 
-/** Values of CTHREAD::state, and who sets them. */
+/** Values of CTHREAD::state; behind each, what sets it. */
 enum {
     CTHREAD_INITIALISED = 0, /* CTHREAD_Init */
     CTHREAD_STARTING = 1,    /* CTHREAD_Start */

@@ -37,7 +37,7 @@ struct CUDPDEBUG {
  * @param ip      dotted decimal address, cut to 31 characters
  * @param port    in host order
  * @param tag     put in front as it is, cut to 255 characters; null for none
- * @return 0; -1 when no socket can be opened, told on standard error
+ * @return 0; -1 when no socket can be opened: errno says why, and a line on standard error
  */
 int CUDPDEBUG_Init(CUDPDEBUG* log, int enable, const char* ip, uint16_t port, const char* tag);
 
@@ -45,11 +45,15 @@ int CUDPDEBUG_Init(CUDPDEBUG* log, int enable, const char* ip, uint16_t port, co
  * Send one message, cut to the message buffer; no line end is added. The kernel carries up to 65,507 bytes.
  *
  * @return bytes sent; 0 for an empty message, negative for one that cannot be formatted, nothing is sent
- *         then; -1 when it could not be sent, told on standard error
+ *         then; -1 when it could not be sent: errno says why, and a line on standard error
  */
 int CUDPDEBUG_Printf(CUDPDEBUG* log, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-/** Close an open socket. @return the result of close; the descriptor of a closed object */
+/**
+ * Close an open socket; the object may be filled in again.
+ *
+ * @return the result of close; for a closed object its descriptor, -1
+ */
 int CUDPDEBUG_Close(CUDPDEBUG* log);
 
 #ifdef __cplusplus

@@ -33,7 +33,7 @@ void trace_entry(void*, const char* name) { printf("CUTIL_IsProc dirp->d_name : 
 void trace_considered(void*, int pid, const char* path) { printf("CUTIL_IsProc 4 : %d : %s\n", pid, path); }
 
 // Quiet callers see this line too.
-void tell_vanished(void*, const char* path) { printf("CUTIL_IsProc error while open %s\n", path); }
+void print_vanished(void*, const char* path) { printf("CUTIL_IsProc error while open %s\n", path); }
 
 void trace_command(const char* name, const char* command)
 {
@@ -92,7 +92,7 @@ int64_t now_ms()
 int CUTIL_IsProc(const char* name, int verbose)
 {
     Presence wanted = {name, verbose != 0, false};
-    ProcVisitor visitor = {.context = &wanted, .process = look_for, .vanished = tell_vanished};
+    ProcVisitor visitor = {.context = &wanted, .process = look_for, .vanished = print_vanished};
     if (verbose) {
         visitor.entry = trace_entry;
         visitor.considered = trace_considered;

@@ -9,7 +9,7 @@
  * no exception. Processes of low number are the kernel's and the start-up's own and are left alone; the
  * bounds differ on purpose: process 20 can be signalled, but is never reported as present.
  *
- * The functions keep no state and may be called from any thread.
+ * The functions keep no state and may be called from any thread. errno has no meaning after them.
  */
 
 #ifdef __cplusplus
@@ -31,7 +31,7 @@ extern "C" {
 int CUTIL_IsProc(const char* name, int verbose);
 
 /**
- * Send a signal to every process above number 19 that matches. Signals that fail are passed over.
+ * Send a signal to every process above number 19 that matches. A signal that fails is not reported.
  *
  * @return 0, also when /proc cannot be opened
  */

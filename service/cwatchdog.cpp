@@ -39,7 +39,8 @@ void CWATCHDOG_KeepAlive(CWATCHDOG* watchdog)
 {
     if (watchdog->fd < 0) return;
     const char zero = 0;
-    [[maybe_unused]] ssize_t unfed_tells_by_itself = write(watchdog->fd, &zero, 1);
+    // A watchdog that is not fed resets the device, which no caller could do better.
+    [[maybe_unused]] ssize_t written = write(watchdog->fd, &zero, 1);
 }
 
 void CWATCHDOG_DisableWrite(CWATCHDOG* watchdog)
@@ -55,7 +56,7 @@ int32_t CWATCHDOG_SetTimeout(CWATCHDOG* watchdog, int32_t seconds)
     if (watchdog->fd < 0) return -1;
     int units = seconds / 2;
     ioctl(watchdog->fd, WDIOC_SETTIMEOUT, &units);
-    ioctl(watchdog->fd, WDIOC_GETTIMEOUT, &units); // what a driver that does not know it leaves is the half
+    ioctl(watchdog->fd, WDIOC_GETTIMEOUT, &units); // a driver without it leaves units unchanged
     watchdog->timeout = int32_t(uint32_t(units) * 2);
     printf("The timeout was set to %d seconds\n", watchdog->timeout);
     return watchdog->timeout;

@@ -3,7 +3,8 @@
 
 /**
  * The hardware watchdog, /dev/watchdog. Once open it resets the device unless it is fed in time; a process
- * that ends without closing it leaves it armed. An object has no lock: one thread at a time uses it.
+ * that ends without closing it leaves it armed. An object has no lock: one thread at a time uses it. errno has
+ * no meaning after these functions; none of them waits.
  */
 
 #include <stdint.h>
@@ -26,22 +27,28 @@ struct CWATCHDOG {
     int32_t timeout; /* seconds, as last reported */
 };
 
-/** Fill in the object, open and arm the watchdog. On failure a line on standard output; it stays closed. */
+/**
+ * Fill in the object, open and arm the watchdog with a time-out of CWATCHDOG_TIMEOUT_S.
+ * A failure prints a line on standard output and leaves `fd` -1; the other functions then do nothing.
+ */
 void CWATCHDOG_Open(CWATCHDOG* watchdog);
 
 /** Disarm and close an open watchdog, with a line on standard output; nothing for a closed one. */
 void CWATCHDOG_Close(CWATCHDOG* watchdog);
 
-/** Feed an open watchdog. */
+/** Feed an open watchdog. A write that fails is not reported: the reset that follows says it. */
 void CWATCHDOG_KeepAlive(CWATCHDOG* watchdog);
 
-/** Write the magic close character to an open watchdog: closing it then disarms it. Prints the write's
- * result. */
+/**
+ * Write the magic close character to an open watchdog: closing it then disarms it.
+ * Prints the write's result on standard output.
+ */
 void CWATCHDOG_DisableWrite(CWATCHDOG* watchdog);
 
 /**
  * Set the time-out. The driver counts in units of two seconds, so an odd number loses one.
  *
+ * @param seconds  2 to 120 in the camera's driver
  * @return the time-out in force, seconds, also printed on standard output; -1 when closed
  */
 int32_t CWATCHDOG_SetTimeout(CWATCHDOG* watchdog, int32_t seconds);

@@ -16,7 +16,7 @@ struct ProcScanRule {
 inline constexpr ProcScanRule kPresenceRule = {.lowest_pid = 21, .length = 256, .first_line = false};
 inline constexpr ProcScanRule kSignalRule = {.lowest_pid = 20, .length = 255, .first_line = true};
 
-// What a scanner wants to be told; a null pointer is not called.
+// Callbacks of one scan; a null pointer is not called.
 struct ProcVisitor {
     void* context;
     // A process and its first argument, never empty. False ends the scan.

@@ -1,4 +1,4 @@
-// The xkill applet: stops processes by the path they were started with, or tells whether one runs.
+// The xkill applet: stops processes by the path they were started with, or says whether one runs.
 #include "service/applets.h"
 #include "service/cutil_proc.h"
 

@@ -1,8 +1,8 @@
 // Table-driven CRC-32 with four independent lanes.
 //
-// A byte-wise CRC waits for one table load per byte. Cutting a block into four stretches gives
+// A byte-wise CRC waits for one table load per byte. Cutting a block into four lanes gives
 // the processor four chains at once, three times the speed with the same single table. The
-// stretches are joined by the rule crc(A then B) = advance(crc(A), length of B) ^ crc(B), where
+// lanes are joined by the rule crc(A then B) = advance(crc(A), length of B) ^ crc(B), where
 // advance is linear over GF(2): the images of the 32 bits describe it whole.
 #include "upgrade/crc32.hpp"
 

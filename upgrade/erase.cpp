@@ -30,7 +30,7 @@ int erase_block(int fd, uint32_t start, uint32_t length)
 }
 
 // The NAND variant's messages: the same text to the log and to standard output.
-[[gnu::format(printf, 1, 2)]] void tell(const char* format, ...)
+[[gnu::format(printf, 1, 2)]] void log_and_show(const char* format, ...)
 {
     int saved = errno;
     char text[PATH_MAX + 256];
@@ -43,7 +43,7 @@ int erase_block(int fd, uint32_t start, uint32_t length)
     errno = saved;
 }
 
-[[noreturn]] void give_up()
+[[noreturn]] void end_process()
 {
     fflush(stdout);
     exit(1);
@@ -68,17 +68,17 @@ bool BadBlocks::skip(uint64_t start)
     __kernel_loff_t offset = __kernel_loff_t(start);
     int answer = ioctl(fd, MEMGETBADBLOCK, &offset);
     if (answer > 0) {
-        tell("\nSkipping bad block at 0x%08x\n", unsigned(start));
+        log_and_show("\nSkipping bad block at 0x%08x\n", unsigned(start));
         return true;
     }
     if (answer == 0) return false;
     if (errno != EOPNOTSUPP) {
-        tell("\n%s: %s: MTD get bad block failed: %s\n", kNandErase, device, strerror(errno));
-        give_up();
+        log_and_show("\n%s: %s: MTD get bad block failed: %s\n", kNandErase, device, strerror(errno));
+        end_process();
     }
     if (nand) {
-        tell("%s: %s: Bad block check not available\n", kNandErase, device);
-        give_up();
+        log_and_show("%s: %s: Bad block check not available\n", kNandErase, device);
+        end_process();
     }
     asking = false;
     return false;
@@ -89,11 +89,11 @@ void nand_erase_blocks(const char* device, int fd, const mtd_info_user& info)
     BadBlocks bad{device, fd, info.type == MTD_NANDFLASH};
     for (uint64_t start = 0; start < info.size; start += info.erasesize) {
         if (bad.skip(start)) continue;
-        tell("\rErasing %d Kibyte @ %x -- %2llu %% complete.", int(info.erasesize >> 10), unsigned(start),
-             static_cast<unsigned long long>(start * 100 / info.size));
+        log_and_show("\rErasing %d Kibyte @ %x -- %2llu %% complete.", int(info.erasesize >> 10),
+                     unsigned(start), static_cast<unsigned long long>(start * 100 / info.size));
         fflush(stdout);
         if (erase_block(fd, uint32_t(start), info.erasesize) < 0)
-            tell("\n%s: %s: MTD Erase failure: %s\n", kNandErase, device, strerror(errno));
+            log_and_show("\n%s: %s: MTD Erase failure: %s\n", kNandErase, device, strerror(errno));
     }
 }
 
@@ -131,18 +131,18 @@ int CFlash_Erase(const char* device)
 int CFlash_Nand_Erase(const char* device)
 {
     using namespace zep;
-    tell("[CFlash_Nand_Erase] =================> [%s]\n", device);
+    log_and_show("[CFlash_Nand_Erase] =================> [%s]\n", device);
     Fd fd(open(device, O_RDWR | O_CLOEXEC));
     if (!fd) {
-        tell("%s: %s\n", device, strerror(errno));
+        log_and_show("%s: %s\n", device, strerror(errno));
         return -1;
     }
     mtd_info_user info;
     if (!measure(fd.get(), info)) {
-        tell("%s: unable to get MTD device info\n", device);
+        log_and_show("%s: unable to get MTD device info\n", device);
         return -1;
     }
     nand_erase_blocks(device, fd.get(), info);
-    tell("\n");
+    log_and_show("\n");
     return 0;
 }

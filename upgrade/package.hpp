@@ -85,7 +85,7 @@ enum class Flaw : uint8_t {
     image_header, // no whole kernel image header
     image_magic,
     header_crc,
-    data_short, // the kernel's data end with the file: told as a wrong CRC
+    data_short, // the file ends inside the kernel's data; logged as a wrong CRC
     data_crc,
     architecture,
     image_type,

@@ -63,7 +63,7 @@ Attempt attempt_partition(const FileRange& image, const char* device)
     return {nullptr, not_erased};
 }
 
-// After the last attempt the device goes on with the next partition: what can be written shall be.
+// A partition that failed its last attempt does not keep the others from being written.
 void write_partition(const FileRange& image, const char* device)
 {
     log_alert("[%s] write [%s]\n", kName, device);

@@ -92,7 +92,7 @@ int32_t feed_watchdog(void*)
     return 0;
 }
 
-// Feeds once more and leaves the watchdog armed: if nobody takes over, it resets the device.
+// Feeds once more and leaves the watchdog armed: without a further feeder it resets the device.
 int32_t leave_watchdog(void*)
 {
     keeper.watchdog.KeepAlive(&keeper.watchdog);

@@ -1,3 +1,4 @@
+// The registry of descriptors: slots, waits and the record's layout.
 #include "service/cfdevent.h"
 
 #include "tests/support/socket_helpers.hpp"

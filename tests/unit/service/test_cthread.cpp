@@ -1,3 +1,4 @@
+// Worker threads: steps, starts and stops.
 #include "service/cthread.h"
 #include "tests/support/run.hpp"
 

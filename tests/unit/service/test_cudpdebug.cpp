@@ -1,3 +1,4 @@
+// Debug lines as datagrams.
 #include "common/qrn_udp.h"
 #include "service/cudpdebug.h"
 #include "tests/support/socket_helpers.hpp"

@@ -1,3 +1,4 @@
+// Processes of this machine by the path they were started with.
 #include "service/applets.h"
 #include "service/cutil_proc.h"
 #include "tests/support/temp_folder.hpp"

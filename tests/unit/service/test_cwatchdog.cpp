@@ -1,3 +1,4 @@
+// The watchdog object: units of its time-out, feeding and disarming.
 #include "service/cwatchdog.h"
 #include "tests/support/run.hpp"
 
