@@ -1,7 +1,10 @@
+// The fault plan: its grammar, and what a line has for the operation that is at hand.
 #include "sim/base/faults.hpp"
 #include "sim/base/raw.hpp"
 #include "sim/base/state.hpp"
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -30,9 +33,17 @@ struct Line {
 constexpr struct {
     const char* name;
     Kind kind;
-} kEffects[] = {{"short", Kind::short_count},          {"flip", Kind::flip},
-                {"powercut", Kind::cut_inside},        {"powercut-inside", Kind::cut_inside},
-                {"powercut-before", Kind::cut_before}, {"powercut-after", Kind::cut_after}};
+} kEffects[] = {{"short", Kind::short_count},
+                {"flip", Kind::flip},
+                {"powercut", Kind::cut_inside},
+                {"powercut-inside", Kind::cut_inside},
+                {"powercut-before", Kind::cut_before},
+                {"powercut-after", Kind::cut_after},
+                {"drop", Kind::drop}};
+constexpr const char* kEffectNames =
+    "an errno name or number, a driver's code 0x..., wordN=VALUE, short, flip, "
+    "slow=MS, drop, powercut, powercut-before, powercut-after";
+constexpr int64_t kLongestMs = 3'600'000;
 
 bool parse_number(const std::string& text, int64_t& value)
 {
@@ -69,6 +80,11 @@ bool parse_effect(const std::string& text, Effect& effect)
             return effect = {Kind::error, e}, true;
     if (text.starts_with("word")) return parse_word(text.substr(4), effect);
     int64_t number = 0;
+    if (text.starts_with("slow=")) {
+        if (!parse_number(text.substr(5), number) || number < 1 || number > kLongestMs) return false;
+        effect = {.kind = Kind::slow, .value = uint32_t(number)};
+        return true;
+    }
     if (parse_hex(text, number) && number > 0x7FFFFFFF)
         return effect = {Kind::error, -int(uint32_t(number))}, true;
     if (!parse_number(text, number) || number < 1 || number > 4095) return false;
@@ -95,7 +111,8 @@ std::string parse(const std::string& text, std::optional<Line>& out)
     if (!parse_number(words[rest], line.skip) || line.skip < 0) return "skip is not a count: " + words[rest];
     if (!parse_number(words[rest + 1], line.times) || line.times < -1)
         return "times is not a count: " + words[rest + 1];
-    if (!parse_effect(words[rest + 2], line.effect)) return "unknown effect: " + words[rest + 2];
+    if (!parse_effect(words[rest + 2], line.effect))
+        return words[rest + 2] + " is no effect; there are " + kEffectNames;
     out = line;
     return {};
 }
@@ -124,6 +141,11 @@ public:
         // Counts only grow, so the new text covers the old one.
         raw::pwrite_all(fd_.get(), text.data(), text.size(), 0);
     }
+    [[nodiscard]] int64_t of(const std::string& line) const
+    {
+        const auto found = counts_.find(line);
+        return found == counts_.end() ? 0 : found->second;
+    }
     int64_t take(const std::string& line)
     {
         changed_ = true;
@@ -136,6 +158,56 @@ private:
     bool changed_ = false;
 };
 
+// Equal lines count apart.
+std::string counted_as(const std::string& text, std::map<std::string, int>& seen)
+{
+    const int copy = seen[text]++;
+    return copy ? text + " #" + std::to_string(copy) : text;
+}
+
+// Which effects an operation can have. A command has no bytes, and nobody reads an opening's result.
+bool can_have(Target::Kind target, const std::string& operation, Kind effect)
+{
+    switch (effect) {
+    case Kind::flip:
+    case Kind::word:
+        return target == Target::Kind::device && operation != "open" && operation != "mmap";
+    case Kind::short_count:
+        return target != Target::Kind::command && operation != "open" && operation != "mmap";
+    case Kind::drop:
+        return operation != "open" && operation != "mmap" && operation != "fork";
+    default:
+        return true;
+    }
+}
+
+template<class List, class Name> std::string names_of(const List& list, Name name)
+{
+    std::string out;
+    for (const auto& one : list) (out += out.empty() ? "" : ", ") += name(one);
+    return out;
+}
+
+std::string check_names(const Line& line, std::span<const Target> targets)
+{
+    const auto target =
+        std::find_if(targets.begin(), targets.end(), [&](auto& t) { return t.name == line.device; });
+    if (target == targets.end())
+        return line.device + " is no device or call; there are " +
+               names_of(targets, [](auto& t) { return t.name; });
+    const auto& known = target->operations;
+    const bool device = target->kind == Target::Kind::device;
+    if (device && !line.operation.empty() &&
+        std::find(known.begin(), known.end(), line.operation) == known.end())
+        return line.operation + " is no operation of " + line.device + "; there are " +
+               names_of(known, [](auto& o) { return o; });
+    if (target->kind == Target::Kind::command && !line.operation.empty())
+        return line.device + " has no operations, and " + line.operation + " is none";
+    if (!can_have(target->kind, device ? line.operation : line.device, line.effect.kind))
+        return "this effect does nothing to " + line.device + (device ? " " + line.operation : "");
+    return {};
+}
+
 Effect walk(const std::string& plan, std::string_view device, std::string_view operation, int64_t block)
 {
     Effect effect;
@@ -146,10 +218,11 @@ Effect walk(const std::string& plan, std::string_view device, std::string_view o
     for (std::string text; std::getline(in, text);) {
         if (!parse(text, line).empty() || !line || !line->matches(device, operation, block)) continue;
         if (!counters) counters.emplace(state::path("faults.state"));
-        const int copy = seen[text]++;
-        const int64_t count = counters->take(copy ? text + " #" + std::to_string(copy) : text);
+        const int64_t count = counters->take(counted_as(text, seen));
         const bool due = count >= line->skip && (line->times < 0 || count - line->skip < line->times);
-        if (due && !effect) effect = line->effect;
+        if (!due || effect) continue;
+        effect = line->effect;
+        effect.line = text;
     }
     return effect;
 }
@@ -166,10 +239,65 @@ Effect next(std::string_view device, std::string_view operation, int64_t block)
     return effect;
 }
 
-std::string check(const std::string& line)
+std::string check(const std::string& text, std::span<const Target> targets)
 {
-    std::optional<Line> parsed;
-    return parse(line, parsed);
+    std::optional<Line> line;
+    const std::string problem = parse(text, line);
+    return !problem.empty() || !line ? problem : check_names(*line, targets);
+}
+
+std::string check_plan(const std::string& plan, std::span<const Target> targets)
+{
+    std::istringstream in(plan);
+    for (std::string line; std::getline(in, line);)
+        if (const std::string problem = check(line, targets); !problem.empty()) return line + ": " + problem;
+    return {};
+}
+
+namespace {
+std::atomic<int> planned_calls{-1}; // a bit for each of kLibraryCalls; -1: not known yet
+}
+
+bool plans_call(std::string_view call)
+{
+    int planned = planned_calls.load(std::memory_order_relaxed);
+    if (planned < 0) {
+        planned_calls = 0; // calls on the way to the answer have none
+        planned = 0;
+        const int e = errno;
+        std::istringstream in(raw::read_text(state::path("faults")));
+        std::optional<Line> line;
+        for (std::string text; std::getline(in, text);)
+            for (size_t i = 0; i < std::size(kLibraryCalls); ++i)
+                if (parse(text, line).empty() && line && line->device == kLibraryCalls[i]) planned |= 1 << i;
+        planned_calls = planned;
+        errno = e;
+    }
+    if (planned == 0) return false;
+    const auto* row = std::find(std::begin(kLibraryCalls), std::end(kLibraryCalls), call);
+    return row != std::end(kLibraryCalls) && (planned >> (row - kLibraryCalls) & 1);
+}
+
+void forget_calls() { planned_calls = -1; }
+
+std::vector<Progress> progress()
+{
+    std::vector<Progress> out;
+    const Counters counters(state::path("faults.state"));
+    std::map<std::string, int> seen;
+    std::istringstream in(raw::read_text(state::path("faults")));
+    std::optional<Line> line;
+    for (std::string text; std::getline(in, text);) {
+        if (!parse(text, line).empty() || !line) continue;
+        Progress p{text, counters.of(counted_as(text, seen)), 0, line->times};
+        p.hits = std::max<int64_t>(p.matched - line->skip, 0);
+        if (line->times >= 0) {
+            p.hits = std::min(p.hits, line->times);
+            p.left = line->times - p.hits;
+        }
+        out.push_back(p);
+    }
+    return out;
 }
 
 } // namespace vcam::faults

@@ -8,31 +8,74 @@
 //   umount 0 1 EBUSY            the next umount is refused
 //   ai enable 0 1 0xA0158010    the next request gives a driver's own code
 //   ai getframe 2 1 word9=5000  32-bit word 9 of the third record that comes back is another
+//   mtd2 erase 0 -1 slow=800    each erase takes 800 ms more of camera time
+//   mtd3 write 0 1 drop         a write says yes and does nothing
+//   rename upgrade 1 1 EIO      the program's second call of the C library's rename fails
 // times -1 is for ever. Effects: an errno name or number; a driver's code 0xA...; `wordN=VALUE` (of the
 // record that a request gives back, as the program lays it out); `short` (half of it is done);
-// `flip` (one bit); `powercut` (inside the operation), `powercut-before`, `powercut-after`. '#' begins a
-// comment. How often each line has matched is kept in `faults.state`, so that a count spans processes.
+// `flip` (one bit); `slow=MS`; `drop`; `powercut` (inside the operation), `powercut-before`, `powercut-after`.
+// A library call may name a program in the operation's place. '#' begins a comment. How often each line has matched is kept in `faults.state`, so that a count spans processes.
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vcam::faults {
 
-enum class Kind : uint8_t { none, error, short_count, flip, word, cut_before, cut_inside, cut_after };
+enum class Kind : uint8_t {
+    none,
+    error,
+    short_count,
+    flip,
+    word,
+    slow,
+    drop,
+    cut_before,
+    cut_inside,
+    cut_after
+};
 
 struct Effect {
     Kind kind = Kind::none;
     int error = 0;                // for Kind::error: an errno number, or a driver's own code, negated as well
-    uint32_t word = 0, value = 0; // for Kind::word
+    uint32_t word = 0, value = 0; // for Kind::word; for Kind::slow the value in milliseconds
+    std::string line = {};        // of the plan
     explicit operator bool() const { return kind != Kind::none; }
 };
 
 // Counts one operation and says what the plan has for it. block -1: the operation has none.
 Effect next(std::string_view device, std::string_view operation = {}, int64_t block = -1);
 
-// "" or what is wrong with a line of the plan.
-std::string check(const std::string& line);
+// What a line may name: a device with its operations, or a call.
+struct Target {
+    enum class Kind : uint8_t { device, command, library_call };
+    std::string name;
+    Kind kind = Kind::device;
+    std::vector<std::string> operations; // of a device
+};
+// Calls that the journal has, and calls of the C library on ordinary files.
+inline constexpr const char* kCommands[] = {"mount", "settimeofday", "system", "umount"};
+inline constexpr const char* kLibraryCalls[] = {"fork", "fsync",  "link",   "open",
+                                                "read", "rename", "unlink", "write"};
+
+// "" or what is wrong with a line of the plan, with the names that it could have.
+std::string check(const std::string& line, std::span<const Target> targets);
+// The same for a whole plan: the first wrong line, in front of its reason.
+std::string check_plan(const std::string& plan, std::span<const Target> targets);
+
+// Whether the plan named the library call when this process first asked; forget_calls makes it ask again.
+bool plans_call(std::string_view call);
+void forget_calls();
+
+// How far each line of the plan has come.
+struct Progress {
+    std::string line;
+    int64_t matched = 0, hits = 0;
+    int64_t left = 0; // -1: for ever
+};
+std::vector<Progress> progress();
 
 } // namespace vcam::faults

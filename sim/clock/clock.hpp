@@ -18,7 +18,7 @@
 
 namespace vcam::clock {
 
-inline constexpr int64_t kSecond = 1'000'000'000;
+inline constexpr int64_t kSecond = 1'000'000'000, kMillisecond = kSecond / 1000;
 inline constexpr int64_t kTick = 10'000'000; // HZ=100: no sleep is shorter
 // A wait for a descriptor gives peers outside the camera, and the host's network on the way to them, this
 // long in host time before it skips; the longer the wait, the more patience, so that a busy host does not

@@ -1,7 +1,9 @@
+// The camera's power: ways to lose it, and what is left then.
 #include "sim/clock/power.hpp"
 #include "sim/clock/clock.hpp"
 #include "sim/clock/journal.hpp"
 #include "sim/base/raw.hpp"
+#include "sim/base/state.hpp"
 
 #include <csignal>
 #include <sys/syscall.h>
@@ -21,10 +23,11 @@ void stay()
 
 } // namespace
 
-void lose(Loss how)
+void lose(Loss how, std::string_view cause)
 {
     if (clock::mark_power_off()) {
         if (how == Loss::cut) journal::add("power", "cut");
+        if (!cause.empty()) raw::append(state::path("cause"), std::string(cause) + "\n");
         if (how == Loss::watchdog) journal::add("watchdog", "reset");
         if (clock::owns_pids()) ::syscall(SYS_kill, 1, SIGRTMIN + int(how));
     }

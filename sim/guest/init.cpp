@@ -7,6 +7,8 @@
 #include "sim/guest/simlog.hpp"
 #include "sim/guest/syslog_server.hpp"
 #include "sim/base/text.hpp"
+#include "sim/base/faults.hpp"
+#include "sim/models/table.hpp"
 #include "sim/clock/clock.hpp"
 #include "sim/board/registers.hpp"
 #include "sim/board/rtc_chip.hpp"
@@ -117,6 +119,10 @@ private:
         registers::power_on();
         const bool realtime = getenv("VCAM_REALTIME") != nullptr;
         media::power_on();
+        if (auto wrong = faults::check_plan(try_read_file(camera_.path("faults")).value_or(""),
+                                            models::fault_targets());
+            !wrong.empty())
+            fail("the fault plan: %s", wrong.c_str());
         auto problem = clock::power_on({.realtime = realtime, .owns_pids = true});
         if (!problem.empty()) fail("the camera's clock does not start: %s", problem.c_str());
         rtc::load(); // from now on it counts, whether anybody looks or not

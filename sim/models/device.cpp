@@ -1,6 +1,7 @@
 // The way from a call to its model: descriptors, operation counts, the fault plan.
 #include "sim/base/faults.hpp"
 #include "sim/models/table.hpp"
+#include "sim/clock/clock.hpp"
 #include "sim/clock/power.hpp"
 #include "sim/base/raw.hpp"
 #include "sim/base/state.hpp"
@@ -66,7 +67,12 @@ void* Model::map(int fd, void* address, size_t length, int protection, int flags
 {
     return raw::map(address, length, protection, flags, fd, offset);
 }
-const char* Model::request_name(uint32_t) const { return "ioctl"; }
+const char* Model::request_name(uint32_t request) const
+{
+    for (const RequestName& row : requests)
+        if (row.request == request) return row.name;
+    return "ioctl";
+}
 int64_t Model::request_block(uint32_t, const void*) const { return -1; }
 size_t Model::record_size(uint32_t request) const { return request >> 16 & 0x3FFF; }
 int64_t Model::offset_block(int64_t) const { return -1; }
@@ -139,13 +145,17 @@ struct Operation {
         }
         effect = faults::next(model.name, name, block);
         if (effect.kind == faults::Kind::error) error = effect.error;
-        if (effect.kind == faults::Kind::cut_before) cut(model), error = EIO;
+        if (effect.kind == faults::Kind::cut_before) {
+            cut(model);
+            error = EIO;
+        }
     }
-    static void cut(Model& model)
+    void cut(Model& model) const
     {
         model.flush();
-        power::lose(power::Loss::cut);
+        power::lose(power::Loss::cut, effect.line);
     }
+    [[nodiscard]] bool dropped() const { return effect.kind == faults::Kind::drop; }
     // A transfer of how many bytes the plan allows.
     [[nodiscard]] size_t bytes(size_t size) const
     {
@@ -155,6 +165,8 @@ struct Operation {
     ssize_t finish(Model& model, ssize_t result) const
     {
         using faults::Kind;
+        if (effect.kind == Kind::slow)
+            clock::sleep_until(clock::now_ns() + effect.value * clock::kMillisecond, true);
         if (effect.kind != Kind::cut_inside && effect.kind != Kind::cut_after) return result;
         cut(model);
         return -EIO;
@@ -213,7 +225,7 @@ bool driver_loaded(const Model& model)
 }
 
 // What a faulty driver answers: one word of its record is something else.
-void lie(const Model& model, const faults::Effect& effect, uint32_t request, void* argument)
+void corrupt_record(const Model& model, const faults::Effect& effect, uint32_t request, void* argument)
 {
     const size_t at = sizeof effect.value * effect.word;
     if (argument && at + sizeof effect.value <= model.record_size(request))
@@ -224,7 +236,8 @@ template<class Transfer>
 ssize_t transfer(Model& model, const char* name, int64_t block, size_t size, Transfer run)
 {
     const Operation op(model, name, block);
-    return answer(op.error ? -op.error : op.finish(model, run(op, op.bytes(size))));
+    if (op.error) return answer(ssize_t(-op.error));
+    return answer(op.dropped() ? ssize_t(size) : op.finish(model, run(op, op.bytes(size))));
 }
 
 } // namespace
@@ -341,9 +354,11 @@ int ioctl(Model& model, int fd, uint32_t request, void* argument)
 {
     const Operation op(model, model.request_name(request), model.request_block(request, argument));
     if (op.error) return answer(-op.error);
+    if (op.dropped()) return 0;
     if (op.effect.kind == faults::Kind::cut_inside) model.half_ioctl(fd, request, argument);
     const int result = op.effect.kind == faults::Kind::cut_inside ? 0 : model.ioctl(fd, request, argument);
-    if (result == 0 && op.effect.kind == faults::Kind::word) lie(model, op.effect, request, argument);
+    if (result == 0 && op.effect.kind == faults::Kind::word)
+        corrupt_record(model, op.effect, request, argument);
     return answer(int(op.finish(model, result)));
 }
 

@@ -11,6 +11,7 @@ namespace vcam::models {
 namespace {
 
 constexpr uint32_t kRead = 1, kWrite = 3;
+constexpr RequestName kNames[] = {{kRead, "read"}, {kWrite, "write"}};
 
 static_assert(sizeof(rtc::Time) == 28 && offsetof(rtc::Time, year) == 0 &&
               offsetof(rtc::Time, weekday) == 24);
@@ -22,17 +23,13 @@ void note(const char* what, const rtc::Time& time)
 
 class Ds1339 final : public RequestDevice {
 public:
-    Ds1339() : RequestDevice("/dev/ds1339", "ds1339") {}
+    Ds1339() : RequestDevice("/dev/ds1339", "ds1339", kNames) {}
 
     int ioctl(int, uint32_t request, void* record) override
     {
         if (request != kRead && request != kWrite) return -ENOTTY;
         if (!record) return -EFAULT;
         return request == kRead ? read_time(record) : write_time(record);
-    }
-    const char* request_name(uint32_t request) const override
-    {
-        return request == kRead ? "read" : request == kWrite ? "write" : "ioctl";
     }
 
 private:

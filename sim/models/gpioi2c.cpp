@@ -16,6 +16,7 @@ namespace vcam::models {
 namespace {
 
 constexpr uint32_t kRead = 1, kWrite = 3;
+constexpr RequestName kNames[] = {{kRead, "read"}, {kWrite, "write"}};
 
 struct Word {
     explicit Word(uint32_t word) : device(uint8_t(word >> 24)), reg(uint8_t(word >> 16)), data(uint8_t(word))
@@ -33,7 +34,7 @@ std::string device_file(uint8_t device)
 
 class GpioI2c final : public RequestDevice {
 public:
-    GpioI2c() : RequestDevice("/dev/gpioi2c", "gpioi2c") {}
+    GpioI2c() : RequestDevice("/dev/gpioi2c", "gpioi2c", kNames) {}
 
     int ioctl(int, uint32_t request, void* argument) override
     {
@@ -49,10 +50,6 @@ public:
             memcpy(argument, &bits, sizeof bits);
         }
         return result;
-    }
-    const char* request_name(uint32_t request) const override
-    {
-        return request == kRead ? "read" : request == kWrite ? "write" : "ioctl";
     }
 
 private:

@@ -11,6 +11,7 @@ namespace vcam::models {
 namespace {
 
 constexpr uint32_t kSet = 0xC0085201, kClear = 0xC0085202, kRead = 0xC0085203;
+constexpr RequestName kNames[] = {{kSet, "set"}, {kClear, "clear"}, {kRead, "read"}};
 
 struct Record {
     uint32_t address, value;
@@ -18,7 +19,7 @@ struct Record {
 
 class Registers final : public RequestDevice {
 public:
-    Registers() : RequestDevice("/dev/hi3516_reg", "hi3516_reg") {}
+    Registers() : RequestDevice("/dev/hi3516_reg", "hi3516_reg", kNames) {}
 
     int ioctl(int, uint32_t request, void* argument) override
     {
@@ -30,19 +31,6 @@ public:
         if (result == 0) memcpy(argument, &record, sizeof record);
         note(request, record, result);
         return result;
-    }
-    const char* request_name(uint32_t request) const override
-    {
-        switch (request) {
-        case kSet:
-            return "set";
-        case kClear:
-            return "clear";
-        case kRead:
-            return "read";
-        default:
-            return "ioctl";
-        }
     }
 
 private:

@@ -11,18 +11,11 @@
 
 namespace vcam::models {
 
-struct RequestName {
-    uint32_t request;
-    const char* name; // in the fault plan
-};
-
 // A device that is only spoken to in requests.
 class MediaModel : public Model {
 public:
-    constexpr MediaModel(const char* device_path, const char* device_name, std::span<const RequestName> names)
-        : Model(device_path, device_name), names_(names)
-    {
-    }
+    using Model::Model;
+    bool has_bytes() const override { return false; }
     ssize_t read(int, void*, size_t) override { return -EINVAL; }
     ssize_t write(int, const void*, size_t) override { return -EINVAL; }
     ssize_t pread(int, void*, size_t, int64_t) override { return -ESPIPE; }
@@ -31,25 +24,16 @@ public:
     int ioctl(int fd, uint32_t request, void* argument) override
     {
         const bool known =
-            std::any_of(names_.begin(), names_.end(), [=](auto& row) { return row.request == request; });
+            std::any_of(requests.begin(), requests.end(), [=](auto& row) { return row.request == request; });
         if (!known) return -ENOTTY;
         if (size_of(request) && !argument) return -EFAULT;
         return answer(fd, request, argument);
-    }
-    const char* request_name(uint32_t request) const override
-    {
-        for (const RequestName& row : names_)
-            if (row.request == request) return row.name;
-        return "ioctl";
     }
 
 protected:
     ~MediaModel() = default;
     virtual int answer(int fd, uint32_t request, void* argument) = 0;
     static constexpr uint32_t size_of(uint32_t request) { return request >> 16 & 0x3FFF; }
-
-private:
-    std::span<const RequestName> names_;
 };
 
 template<class T> T load(const void* from)

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <sys/types.h>
 
@@ -19,10 +20,17 @@ struct Readiness {
     int64_t changes_ns = INT64_MAX; // camera time
 };
 
+struct RequestName {
+    uint32_t request;
+    const char* name; // in the fault plan
+};
+
 // Results below zero are negative errno numbers.
 class Model {
 public:
-    constexpr Model(const char* device_path, const char* device_name) : path(device_path), name(device_name)
+    constexpr Model(const char* device_path, const char* device_name,
+                    std::span<const RequestName> request_names = {})
+        : path(device_path), name(device_name), requests(request_names)
     {
     }
     Model(const Model&) = delete;
@@ -30,6 +38,7 @@ public:
 
     const char* const path; // in the camera
     const char* const name; // in the fault plan and the journal
+    const std::span<const RequestName> requests;
 
     // The file behind the device; made when it is missing.
     [[nodiscard]] virtual std::string backing() const;
@@ -46,7 +55,9 @@ public:
     // As mmap would: MAP_FAILED with errno.
     virtual void* map(int fd, void* address, size_t length, int protection, int flags, int64_t offset);
     // How a request is called in the fault plan, and the erase block it is about (-1: none).
-    virtual const char* request_name(uint32_t request) const;
+    [[nodiscard]] const char* request_name(uint32_t request) const;
+    // Whether it can be read and written like a file.
+    [[nodiscard]] virtual bool has_bytes() const { return true; }
     virtual int64_t request_block(uint32_t request, const void* argument) const;
     // Bytes of the record that a request's argument points to, for a plan that changes what comes back.
     virtual size_t record_size(uint32_t request) const;

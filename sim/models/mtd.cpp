@@ -27,6 +27,11 @@ namespace {
 // The kernel's MTD user interface: request numbers and records, the same in 32 and 64 bits.
 constexpr uint32_t kGetInfo = 0x80204D01, kErase = 0x40084D02, kGetBadBlock = 0x40084D0B,
                    kSetBadBlock = 0x40084D0C, kErase64 = 0x40104D14;
+constexpr RequestName kNames[] = {{kGetInfo, "info"},
+                                  {kErase, "erase"},
+                                  {kErase64, "erase"},
+                                  {kGetBadBlock, "badblock"},
+                                  {kSetBadBlock, "markbad"}};
 constexpr uint8_t kTypeNor = 3, kTypeNand = 4;
 constexpr uint32_t kWriteable = 0x400, kBitWriteable = 0x800;
 
@@ -81,8 +86,9 @@ private:
 // What both devices over a partition do alike.
 class PartitionModel : public Model {
 public:
-    PartitionModel(const char* device_path, const char* device_name, unsigned number)
-        : Model(device_path, device_name), number_(number)
+    PartitionModel(const char* device_path, const char* device_name, unsigned number,
+                   std::span<const RequestName> request_names = {})
+        : Model(device_path, device_name, request_names), number_(number)
     {
     }
     std::string backing() const override
@@ -112,7 +118,7 @@ protected:
 class Mtd final : public PartitionModel {
 public:
     Mtd(const char* device_path, const char* device_name, unsigned number)
-        : PartitionModel(device_path, device_name, number), stretch_(device_name)
+        : PartitionModel(device_path, device_name, number, kNames), stretch_(device_name)
     {
     }
     int open(int flags) override { return open_image(measure(), flags); }
@@ -158,12 +164,6 @@ public:
         default:
             return -ENOTTY;
         }
-    }
-    const char* request_name(uint32_t request) const override
-    {
-        if (request == kGetInfo) return "info";
-        if (request == kGetBadBlock) return "badblock";
-        return request == kErase || request == kErase64 ? "erase" : "ioctl";
     }
     int64_t request_block(uint32_t request, const void* argument) const override
     {
@@ -290,7 +290,10 @@ private:
             if (stuck) done = i + 1; // the loop ends with the byte that did not come out
         }
         if (!raw::pwrite_all(image.get(), bytes.data(), done, offset)) return -errno;
-        stretch_.add("write", offset, uint32_t(done));
+        if (is_bad(part, offset))
+            stretch_.add("write to bad block", offset, uint32_t(done));
+        else
+            stretch_.add("write", offset, uint32_t(done));
         return stuck ? -EIO : ssize_t(done);
     }
 

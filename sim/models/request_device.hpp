@@ -10,6 +10,7 @@ namespace vcam::models {
 class RequestDevice : public Model {
 public:
     using Model::Model;
+    bool has_bytes() const final { return false; }
     ssize_t read(int, void*, size_t) final { return -EINVAL; }
     ssize_t write(int, const void*, size_t) final { return -EINVAL; }
     ssize_t pread(int, void*, size_t, int64_t) final { return -EINVAL; }

@@ -28,17 +28,18 @@ constexpr int32_t kTransmitterEmpty = 1;
 constexpr int64_t kDecisecond = 100'000'000, kPeerPause = 2'000'000;
 constexpr uint32_t kRoomToSay = 256; // a queue that is fuller than this is not said to be writable
 
-constexpr struct {
-    uint32_t request;
-    const char* name;
-} kNames[] = {{kGet, "getsettings"},        {kSet, "setsettings"},  {kSetDrained, "setsettings"},
-              {kSetFlushed, "setsettings"}, {kBreak, "drain"},      {kFlush, "flush"},
-              {TIOCMGET, "getlines"},       {TIOCMSET, "setlines"}, {TIOCMBIS, "setlines"},
-              {TIOCMBIC, "setlines"},       {kLineStatus, "getlsr"}};
+constexpr RequestName kNames[] = {
+    {kGet, "getsettings"},        {kSet, "setsettings"},  {kSetDrained, "setsettings"},
+    {kSetFlushed, "setsettings"}, {kBreak, "drain"},      {kFlush, "flush"},
+    {TIOCMGET, "getlines"},       {TIOCMSET, "setlines"}, {TIOCMBIS, "setlines"},
+    {TIOCMBIC, "setlines"},       {kLineStatus, "getlsr"}};
 
 class Serial final : public Model {
 public:
-    Serial(const char* device_path, const char* port, bool rs485) : Model(device_path, port), rs485_(rs485) {}
+    Serial(const char* device_path, const char* port, bool rs485)
+        : Model(device_path, port, kNames), rs485_(rs485)
+    {
+    }
 
     int open(int flags) override
     {
@@ -112,12 +113,6 @@ public:
         return with_argument(request, argument);
     }
 
-    const char* request_name(uint32_t request) const override
-    {
-        for (const auto& row : kNames)
-            if (row.request == request) return row.name;
-        return "ioctl";
-    }
     void closed() override { journal::add(name, "close"); }
 
     bool has_readiness() const override { return true; }

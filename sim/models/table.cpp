@@ -1,17 +1,60 @@
+// The simulated devices, each once.
 #include "sim/models/table.hpp"
 
+#include <algorithm>
+#include <array>
+#include <iterator>
+
 namespace vcam::models {
+namespace {
+
+template<auto device, unsigned... number> Model& one() { return device(number...); }
+
+constexpr Model& (*kDevices[])() = {
+    one<mtd, 0>,         one<mtd, 1>,    one<mtd, 2>,     one<mtd, 3>,     one<mtd_block, 3>,
+    one<watchdog>,       one<ds1339>,    one<hi3516_reg>, one<gpioi2c>,    one<serial_port, 1>,
+    one<serial_port, 2>, one<media_sys>, one<media_mmz>,  one<mem>,        one<media_vb>,
+    one<media_ai>,       one<media_ao>,  one<media_aenc>, one<media_adec>, one<media_log>,
+    one<acodec>,
+};
+
+constexpr bool each_once()
+{
+    for (const auto* row = std::begin(kDevices); row != std::end(kDevices); ++row)
+        if (std::find(row + 1, std::end(kDevices), *row) != std::end(kDevices)) return false;
+    return true;
+}
+static_assert(each_once(), "the first match wins, so a second row would be dead");
+
+} // namespace
 
 std::span<Model* const> all()
 {
-    static Model* const table[] = {
-        &mtd(0),       &mtd(1),       &mtd(2),     &mtd(3),         &mtd_block(3),   &watchdog(),
-        &ds1339(),     &hi3516_reg(), &gpioi2c(),  &serial_port(1), &serial_port(2), &mtd(0),
-        &mtd(1),       &mtd(2),       &mtd(3),     &mtd_block(3),   &watchdog(),     &media_sys(),
-        &media_mmz(),  &mem(),        &media_vb(), &media_ai(),     &media_ao(),     &media_aenc(),
-        &media_adec(), &media_log(),  &acodec(),
-    };
-    return table;
+    static const auto devices = [] {
+        std::array<Model*, std::size(kDevices)> out{};
+        std::transform(std::begin(kDevices), std::end(kDevices), out.begin(),
+                       [](auto device) { return &device(); });
+        return out;
+    }();
+    return devices;
+}
+
+std::vector<faults::Target> fault_targets()
+{
+    std::vector<faults::Target> out;
+    for (const Model* model : all()) {
+        faults::Target target{model->name, faults::Target::Kind::device, {"open", "mmap", "ioctl"}};
+        if (model->has_bytes()) target.operations.insert(target.operations.end(), {"read", "write"});
+        for (const RequestName& row : model->requests) target.operations.emplace_back(row.name);
+        std::sort(target.operations.begin(), target.operations.end());
+        target.operations.erase(std::unique(target.operations.begin(), target.operations.end()),
+                                target.operations.end());
+        out.push_back(target);
+    }
+    for (const char* name : faults::kCommands) out.push_back({name, faults::Target::Kind::command, {}});
+    for (const char* name : faults::kLibraryCalls)
+        out.push_back({name, faults::Target::Kind::library_call, {}});
+    return out;
 }
 
 } // namespace vcam::models

@@ -1,9 +1,11 @@
 // The simulated devices. A new one is a file of its own, a declaration and a row here.
 #pragma once
 
+#include "sim/base/faults.hpp"
 #include "sim/models/model.hpp"
 
 #include <span>
+#include <vector>
 
 namespace vcam::models {
 
@@ -27,5 +29,7 @@ Model& media_log();  // media_codecs.cpp
 Model& acodec();     // media_codecs.cpp
 
 std::span<Model* const> all();
+// What a fault plan may name: the devices with their operations, commands and library calls.
+std::vector<faults::Target> fault_targets();
 
 } // namespace vcam::models

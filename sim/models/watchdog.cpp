@@ -33,14 +33,12 @@ struct WatchdogInfo {
 };
 static_assert(sizeof(WatchdogInfo) == 40);
 
-constexpr struct {
-    uint32_t request;
-    const char* name;
-} kNames[] = {{kSetTimeout, "settimeout"}, {kGetTimeout, "gettimeout"}, {kKeepAlive, "keepalive"}};
+constexpr RequestName kNames[] = {
+    {kSetTimeout, "settimeout"}, {kGetTimeout, "gettimeout"}, {kKeepAlive, "keepalive"}};
 
 class Watchdog final : public Model {
 public:
-    Watchdog() : Model("/dev/watchdog", "watchdog") {}
+    Watchdog() : Model("/dev/watchdog", "watchdog", kNames) {}
 
     int open(int flags) override
     {
@@ -89,12 +87,6 @@ public:
         }
         memcpy(argument, &value, sizeof value);
         return 0;
-    }
-    const char* request_name(uint32_t request) const override
-    {
-        for (const auto& row : kNames)
-            if (row.request == request) return row.name;
-        return "ioctl";
     }
     void closed() override { watchdog::released(); }
 

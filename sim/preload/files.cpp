@@ -1,6 +1,7 @@
 // Interposers: files. The names a C library chooses for one call differ by flags of the build
 // (large files, 64-bit time, checked buffers); all of them come together here.
 #include "sim/models/model.hpp"
+#include "sim/preload/planned.hpp"
 #include "sim/preload/real.hpp"
 
 #include <algorithm>
@@ -65,7 +66,8 @@ template<class Run> ssize_t vectored(const iovec* parts, int count, bool gather,
         const mode_t mode = mode_of(flags, arguments);                                                       \
         va_end(arguments);                                                                                   \
         if (Model* model = device_at(path)) return device::open(*model, flags);                              \
-        return VCAM_NEXT(int(const char*, int, ...), #name)(path, flags, mode);                              \
+        return run_call("open",                                                                              \
+                        [&] { return VCAM_NEXT(int(const char*, int, ...), #name)(path, flags, mode); });    \
     }
 OPEN(open)
 OPEN(open64)
@@ -80,7 +82,9 @@ OPEN(__open64)
         const mode_t mode = mode_of(flags, arguments);                                                       \
         va_end(arguments);                                                                                   \
         if (Model* model = device_at(path)) return device::open(*model, flags);                              \
-        return VCAM_NEXT(int(int, const char*, int, ...), #name)(folder, path, flags, mode);                 \
+        return run_call("open", [&] {                                                                        \
+            return VCAM_NEXT(int(int, const char*, int, ...), #name)(folder, path, flags, mode);             \
+        });                                                                                                  \
     }
 OPENAT(openat)
 OPENAT(openat64)
@@ -90,7 +94,7 @@ OPENAT(openat64)
     VCAM_EXPORT int name(const char* path, int flags)                                                        \
     {                                                                                                        \
         if (Model* model = device_at(path); model && !(flags & O_CREAT)) return device::open(*model, flags); \
-        return VCAM_NEXT(int(const char*, int), #name)(path, flags);                                         \
+        return run_call("open", [&] { return VCAM_NEXT(int(const char*, int), #name)(path, flags); });       \
     }
 OPEN_2(__open_2)
 OPEN_2(__open64_2)
@@ -99,7 +103,8 @@ OPEN_2(__open64_2)
     VCAM_EXPORT int name(int folder, const char* path, int flags)                                            \
     {                                                                                                        \
         if (Model* model = device_at(path); model && !(flags & O_CREAT)) return device::open(*model, flags); \
-        return VCAM_NEXT(int(int, const char*, int), #name)(folder, path, flags);                            \
+        return run_call("open",                                                                              \
+                        [&] { return VCAM_NEXT(int(int, const char*, int), #name)(folder, path, flags); });  \
     }
 OPENAT_2(__openat_2)
 OPENAT_2(__openat64_2)
@@ -108,7 +113,7 @@ OPENAT_2(__openat64_2)
     VCAM_EXPORT int name(const char* path, mode_t mode)                                                      \
     {                                                                                                        \
         if (Model* model = device_at(path)) return device::open(*model, O_WRONLY | O_CREAT | O_TRUNC);       \
-        return VCAM_NEXT(int(const char*, mode_t), #name)(path, mode);                                       \
+        return run_call("open", [&] { return VCAM_NEXT(int(const char*, mode_t), #name)(path, mode); });     \
     }
 CREAT(creat)
 CREAT(creat64)
@@ -126,7 +131,9 @@ CLOSE(__close)
     VCAM_EXPORT ssize_t name(int fd, void* data, size_t size)                                                \
     {                                                                                                        \
         if (Model* model = device_of(fd)) return device::read(*model, fd, data, size);                       \
-        return VCAM_NEXT(ssize_t(int, void*, size_t), #name)(fd, data, size);                                \
+        return run_transfer("read", size, [&](size_t part) {                                                 \
+            return VCAM_NEXT(ssize_t(int, void*, size_t), #name)(fd, data, part);                            \
+        });                                                                                                  \
     }
 READ(read)
 READ(__read)
@@ -135,17 +142,35 @@ VCAM_EXPORT ssize_t __read_chk(int fd, void* data, size_t size, size_t room)
 {
     if (size > room) __chk_fail();
     if (Model* model = device_of(fd)) return device::read(*model, fd, data, size);
-    return VCAM_NEXT(ssize_t(int, void*, size_t, size_t), "__read_chk")(fd, data, size, room);
+    return run_transfer("read", size, [&](size_t part) {
+        return VCAM_NEXT(ssize_t(int, void*, size_t, size_t), "__read_chk")(fd, data, part, room);
+    });
 }
 
 #define WRITE(name)                                                                                          \
     VCAM_EXPORT ssize_t name(int fd, const void* data, size_t size)                                          \
     {                                                                                                        \
         if (Model* model = device_of(fd)) return device::write(*model, fd, data, size);                      \
-        return VCAM_NEXT(ssize_t(int, const void*, size_t), #name)(fd, data, size);                          \
+        return run_transfer("write", size, [&](size_t part) {                                                \
+            return VCAM_NEXT(ssize_t(int, const void*, size_t), #name)(fd, data, part);                      \
+        });                                                                                                  \
     }
 WRITE(write)
 WRITE(__write)
+
+#define FILE_CALL(name, parameters, arguments)                                                               \
+    VCAM_EXPORT int name parameters noexcept                                                                 \
+    {                                                                                                        \
+        return run_call(#name, [&] { return VCAM_NEXT(int parameters, #name) arguments; });                  \
+    }
+FILE_CALL(rename, (const char* from, const char* to), (from, to))
+FILE_CALL(link, (const char* from, const char* to), (from, to))
+FILE_CALL(unlink, (const char* path), (path))
+
+VCAM_EXPORT int fsync(int fd)
+{
+    return run_call("fsync", [&] { return VCAM_NEXT(int(int), "fsync")(fd); });
+}
 
 #define PREAD(name, offset_type)                                                                             \
     VCAM_EXPORT ssize_t name(int fd, void* data, size_t size, offset_type offset)                            \

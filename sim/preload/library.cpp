@@ -3,6 +3,7 @@
 #include "sim/base/faults.hpp"
 #include "sim/models/page.hpp"
 #include "sim/models/model.hpp"
+#include "sim/models/table.hpp"
 #include "sim/clock/power.hpp"
 #include "sim/preload/real.hpp"
 #include "sim/base/raw.hpp"
@@ -72,6 +73,7 @@ VCAM_EXPORT int vcamsim_start(const char* state_folder, int realtime)
 {
     vcamsim_stop();
     state::set_dir(state_folder);
+    faults::forget_calls();
     media::power_on();
     if (const std::string error = clock::power_on({.realtime = realtime != 0, .owns_pids = false});
         !error.empty()) {
@@ -96,7 +98,8 @@ VCAM_EXPORT void vcamsim_stop(void)
 
 VCAM_EXPORT int vcamsim_fault(const char* line)
 {
-    const std::string error = faults::check(line);
+    faults::forget_calls();
+    const std::string error = faults::check(line, models::fault_targets());
     if (error.empty()) return raw::append(state::path("faults"), std::string(line) + "\n") ? 0 : -1;
     fprintf(stderr, "vcamsim_fault: %s\n", error.c_str());
     return -1;
@@ -104,6 +107,7 @@ VCAM_EXPORT int vcamsim_fault(const char* line)
 
 VCAM_EXPORT void vcamsim_clear_faults(void)
 {
+    faults::forget_calls();
     ::unlink(state::path("faults").c_str());
     ::unlink(state::path("faults.state").c_str());
 }

@@ -1,13 +1,11 @@
 // Interposers: what a program asks of other programs and of the system. All of it is written into the
 // journal; most of it then happens, because in the camera it is real.
-#include "sim/base/faults.hpp"
 #include "sim/clock/journal.hpp"
 #include "sim/jffs2/mounts.hpp"
 #include "sim/clock/power.hpp"
-#include "sim/preload/real.hpp"
+#include "sim/preload/planned.hpp"
 #include "sim/base/raw.hpp"
 
-#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <string>
@@ -20,35 +18,8 @@ using namespace vcam;
 
 namespace {
 
-// 0, or the errno that the fault plan has for the call.
-int planned_error(const char* call)
+int unmount_now(const char* target, int flags)
 {
-    const faults::Effect effect = faults::next(call);
-    switch (effect.kind) {
-    case faults::Kind::none:
-        return 0;
-    case faults::Kind::error:
-        return effect.error;
-    case faults::Kind::cut_before:
-    case faults::Kind::cut_inside:
-    case faults::Kind::cut_after:
-        power::lose(power::Loss::cut);
-        return EIO;
-    default:
-        return 0;
-    }
-}
-
-int refuse(int error)
-{
-    errno = error;
-    return -1;
-}
-
-int unmount(const char* target, int flags)
-{
-    journal::add("umount", target);
-    if (const int error = planned_error("umount")) return refuse(error);
     const bool flash = mounts::partition_at(target) >= 0;
     // The file system wrote every change to the flash as it was made; here that happens now, also
     // when the mount point then turns out to be busy.
@@ -57,6 +28,12 @@ int unmount(const char* target, int flags)
     const long result = ::syscall(SYS_umount2, target, flags);
     if (result == 0 && flash) mounts::remove(target);
     return int(result);
+}
+
+int unmount(const char* target, int flags)
+{
+    journal::add("umount", target);
+    return run_command("umount", [&] { return unmount_now(target, flags); });
 }
 
 std::string signal_name(int number)
@@ -76,11 +53,10 @@ std::string name_of(pid_t pid)
 
 VCAM_EXPORT int system(const char* command)
 {
-    if (active() && command) {
-        journal::add("system", command);
-        if (const int error = planned_error("system")) return refuse(error);
-    }
-    return VCAM_NEXT(int(const char*), "system")(command);
+    auto run = [&] { return VCAM_NEXT(int(const char*), "system")(command); };
+    if (!active() || !command) return run();
+    journal::add("system", command);
+    return run_command("system", run);
 }
 
 VCAM_EXPORT int umount(const char* target) noexcept
@@ -99,9 +75,12 @@ VCAM_EXPORT int mount(const char* source, const char* target, const char* type, 
                       const void* data) noexcept
 {
     using Type = int(const char*, const char*, const char*, unsigned long, const void*);
-    if (active())
-        if (const int error = planned_error("mount")) return refuse(error);
-    return VCAM_NEXT(Type, "mount")(source, target, type, flags, data);
+    return run_command("mount", [&] { return VCAM_NEXT(Type, "mount")(source, target, type, flags, data); });
+}
+
+VCAM_EXPORT pid_t fork() noexcept
+{
+    return run_call("fork", [] { return VCAM_NEXT(pid_t(), "fork")(); });
 }
 
 VCAM_EXPORT int kill(pid_t pid, int number) noexcept

@@ -1,8 +1,8 @@
 // Interposers: clocks and sleeps. Camera time is the monotonic clock, the camera's calendar the
 // real-time clock; a sleep is over when camera time says so.
 #include "sim/clock/clock.hpp"
-#include "sim/base/faults.hpp"
 #include "sim/clock/journal.hpp"
+#include "sim/preload/planned.hpp"
 #include "sim/preload/real.hpp"
 #include "sim/preload/timespec.hpp"
 
@@ -73,10 +73,10 @@ int set_calendar(int64_t ns)
     snprintf(text, sizeof text, "%lld.%06d", (long long)(ns / clock::kSecond),
              int(ns % clock::kSecond / 1000));
     journal::add("settimeofday", text);
-    if (const auto effect = faults::next("settimeofday"); effect.kind == faults::Kind::error)
-        return as_errno(effect.error);
-    clock::set_wall_ns(ns);
-    return 0;
+    return run_command("settimeofday", [&] {
+        clock::set_wall_ns(ns);
+        return 0;
+    });
 }
 
 } // namespace

@@ -5,6 +5,8 @@
 #include "sim/vcam/options.hpp"
 #include "sim/base/text.hpp"
 #include "sim/base/faults.hpp"
+#include "sim/base/state.hpp"
+#include "sim/models/table.hpp"
 #include "tools/cli/json.hpp"
 
 #include <algorithm>
@@ -163,6 +165,14 @@ int show(const Camera& camera, const char* file, size_t from, const Form& form, 
     }
 }
 
+void show_plan(const Camera& camera)
+{
+    state::set_dir(camera.folder());
+    for (const auto& p : faults::progress())
+        printf("%-36s  matched %lld, hit %lld, %s\n", p.line.c_str(), (long long)p.matched, (long long)p.hits,
+               p.left < 0 ? "for ever" : text("%lld left", (long long)p.left).c_str());
+}
+
 } // namespace
 
 int journal_main(const Arguments& arguments)
@@ -195,20 +205,19 @@ int fault_main(const Arguments& arguments)
                     "LINE..."});
     const Camera camera(words.plain[0]);
     for (const auto& line : words.rest)
-        if (auto problem = faults::check(line); !problem.empty()) wrong_use(problem);
+        if (auto problem = faults::check(line, models::fault_targets()); !problem.empty()) wrong_use(problem);
     if (clear) {
         write_file(camera.path("faults"), "");
         write_file(camera.path("faults.state"), "");
     }
     for (const auto& line : words.rest) append_file(camera.path("faults"), line + "\n");
     if (!words.rest.empty() || clear) return 0;
-    const std::string plan = read_file(camera.path("faults"));
     if (!json) {
-        fputs(plan.c_str(), stdout);
+        show_plan(camera);
         return 0;
     }
     cli::Json lines = cli::Json::array();
-    for (const auto& line : split(plan, '\n'))
+    for (const auto& line : split(read_file(camera.path("faults")), '\n'))
         if (!line.empty()) lines.push_back(line);
     cli::print_json(lines);
     return 0;

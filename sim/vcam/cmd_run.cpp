@@ -222,7 +222,7 @@ int run_camera(const Camera& camera, const RunOptions& o, const Arguments& comma
     else
         unlink(camera.path("loop").c_str());
     if (!o.no_mark) set_mark(camera);
-    unlink(camera.path("ending").c_str());
+    for (const char* name : {"ending", "cause"}) unlink(camera.path(name).c_str());
     init_pid = start_sandbox(camera, pieces, plan(camera, o, command));
     write_file(camera.path("pid"), text("%d\n", int(init_pid)));
     forward_signals();
@@ -232,6 +232,8 @@ int run_camera(const Camera& camera, const RunOptions& o, const Arguments& comma
     auto ending = try_read_file(camera.path("ending"));
     if (!ending) return kSandboxFailure;
     say_ending(trim(*ending), o.verbose);
+    if (auto cause = try_read_file(camera.path("cause")))
+        fprintf(stderr, "vcam: the power was cut by the fault: %s\n", trim(*cause).c_str());
     return status;
 }
 

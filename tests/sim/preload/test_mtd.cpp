@@ -157,9 +157,19 @@ TEST_F(Mtd, FaultsComeWhenThePlanSaysAndLeaveWhatItSays)
     EXPECT_EQ(put(fd, "dddd"), 4); // nobody notices before reading back
     EXPECT_EQ(image(1).substr(8, 6), "dddd`d");
     EXPECT_EQ(vcamsim_count("mtd1", "write"), 5); // refused ones included
+    ASSERT_EQ(vcamsim_fault("mtd1 write 0 1 drop"), 0);
+    EXPECT_EQ(put(fd, "eeee"), 4);
+    EXPECT_EQ(image(1).substr(8, 10), "dddd`d" + std::string(4, '\xFF'));
+    ASSERT_EQ(vcamsim_fault("mtd1 erase 0 1 slow=800"), 0);
+    const double before = seconds();
+    EXPECT_EQ(erase(fd, 0, 64 << 10), 0);
+    EXPECT_GE(seconds() - before, 0.8);
+    EXPECT_EQ(image(1)[0], '\xFF');
     ::close(fd);
-    for (const char* nonsense : {"mtd1 write 1 EIO extra words", "mtd1 write x 1 EIO", "mtd1 write 0 1 EWHAT",
-                                 "mtd1 erase@ 0 1 EIO"})
+    for (const char* nonsense :
+         {"mtd1 write 1 EIO extra words", "mtd1 write x 1 EIO", "mtd1 write 0 1 EWHAT", "mtd1 erase@ 0 1 EIO",
+          "mtd9 write 0 1 EIO", "mtd1 wirte 0 1 EIO", "umount /etc 0 1 EIO", "umount 0 1 flip",
+          "mtd1 open 0 1 drop", "ai read 0 1 EIO", "mtd1 write 0 1 slow=0"})
         EXPECT_EQ(vcamsim_fault(nonsense), -1) << nonsense;
 }
 

@@ -38,6 +38,32 @@ TEST_F(Process, CommandLinesAreKeptToTheLetterAndRun)
                             " >/dev/null\\nexit 3\nsystem touch /nowhere\n");
 }
 
+// Counted for the program that the line names, or for all.
+TEST_F(Process, CallsOfTheCLibraryFailAsPlanned)
+{
+    const std::string from = folder / "from", to = folder / "to";
+    write_file(from, "12345678");
+    auto fails = [](int result, int error) { return result == -1 && errno == error; };
+    for (const char* line :
+         {"rename sim_preload 1 1 EIO", "rename other 0 -1 EPERM", "fsync 0 1 EROFS", "open 2 1 ENOSPC",
+          "fork 0 1 EAGAIN", "unlink 0 1 drop", "read 0 1 short", "link 0 1 EMLINK"})
+        ASSERT_EQ(vcamsim_fault(line), 0) << line;
+    EXPECT_EQ(::rename(from.c_str(), to.c_str()), 0);
+    EXPECT_TRUE(fails(::rename(to.c_str(), from.c_str()), EIO));
+    EXPECT_EQ(::unlink(to.c_str()), 0);
+    EXPECT_TRUE(fails(::link(to.c_str(), from.c_str()), EMLINK));
+    const int fd = ::open(to.c_str(), O_RDWR);
+    ASSERT_GE(fd, 0) << "the unlink has only said yes";
+    char bytes[8];
+    EXPECT_EQ(::read(fd, bytes, sizeof bytes), 4);
+    EXPECT_TRUE(fails(::fsync(fd), EROFS));
+    EXPECT_EQ(::fsync(fd), 0);
+    ::close(fd);
+    ::close(::open(to.c_str(), O_RDONLY));
+    EXPECT_TRUE(fails(::open(to.c_str(), O_RDONLY), ENOSPC));
+    EXPECT_TRUE(fails(::fork(), EAGAIN));
+}
+
 TEST_F(Process, SignalsAreToldWithTheNameOfWhoGetsThem)
 {
     const pid_t child = ::fork();

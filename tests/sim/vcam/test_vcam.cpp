@@ -157,6 +157,25 @@ TEST(Vcam, StatusIsGivenToPeopleAndPrograms)
         EXPECT_THAT(json, HasSubstr(part));
 }
 
+TEST(Vcam, AFaultSaysHowFarItHasComeAndThatItEndedTheRun)
+{
+    Camera camera;
+    const std::string fault = "fault " + camera.state("").string();
+    EXPECT_EQ(vcam(fault + " 'umount 1 1 powercut-after' 'mtd1 write 0 -1 EIO'").text, "");
+    const Outcome run =
+        camera.run({"sh", "-c", "umount /etc; mount -t jffs2 /dev/mtdblock3 /etc; umount /etc; sleep 9"});
+    EXPECT_EQ(run.status, 121);
+    EXPECT_EQ(run.ending, "powercut");
+    EXPECT_THAT(run.err, HasSubstr("vcam: the power was cut by the fault: umount 1 1 powercut-after\n"));
+    EXPECT_EQ(vcam(fault).text, "umount 1 1 powercut-after             matched 2, hit 1, 0 left\n"
+                                "mtd1 write 0 -1 EIO                   matched 0, hit 0, for ever\n");
+    camera.faults("mtd1 wirte 0 1 EIO\n");
+    const Outcome refused = camera.run({"true"});
+    EXPECT_EQ(refused.status, 125);
+    EXPECT_THAT(refused.err,
+                HasSubstr("mtd1 wirte 0 1 EIO: wirte is no operation of mtd1; there are badblock, erase"));
+}
+
 TEST(Vcam, LogsAreReadByPeopleProgramsAndWhileTheyGrow)
 {
     Camera camera;
