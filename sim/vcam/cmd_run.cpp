@@ -144,18 +144,28 @@ SandboxPlan plan(const Camera& camera, const RunOptions& o, const Arguments& com
     return p;
 }
 
-volatile sig_atomic_t init_pid;
+volatile sig_atomic_t init_pid, early_signal;
 
 void pass_on(int number)
 {
-    if (init_pid) kill(init_pid, number);
+    if (init_pid)
+        kill(init_pid, number);
+    else
+        early_signal = number;
 }
 
-// From the terminal the command itself gets the signal; pid 1 and we only have to stay.
-void forward_signals()
+// Before the camera starts: what arrives meanwhile is passed on as soon as there is somebody to have it.
+void catch_signals()
 {
     for (int number : {SIGTERM, SIGHUP}) signal(number, pass_on);
-    signal(SIGINT, isatty(STDIN_FILENO) ? SIG_IGN : pass_on);
+    if (!isatty(STDIN_FILENO)) signal(SIGINT, pass_on);
+}
+
+// From the terminal the command itself gets the signal; pid 1 and we only have to stay. Set after the start:
+// programs would inherit it.
+void ignore_terminal_signals()
+{
+    if (isatty(STDIN_FILENO)) signal(SIGINT, SIG_IGN);
     signal(SIGQUIT, SIG_IGN);
     signal(SIGTTOU, SIG_IGN);
 }
@@ -223,9 +233,11 @@ int run_camera(const Camera& camera, const RunOptions& o, const Arguments& comma
         unlink(camera.path("loop").c_str());
     if (!o.no_mark) set_mark(camera);
     for (const char* name : {"ending", "cause"}) unlink(camera.path(name).c_str());
+    catch_signals();
     init_pid = start_sandbox(camera, pieces, plan(camera, o, command));
     write_file(camera.path("pid"), text("%d\n", int(init_pid)));
-    forward_signals();
+    if (early_signal) kill(init_pid, early_signal);
+    ignore_terminal_signals();
     int status = wait_for_end(pid_t(init_pid));
     unlink(camera.path("pid").c_str());
     if (speaker) take_speaker(camera, o, *speaker);
