@@ -41,13 +41,16 @@ int run(const Step& step)
 void reboot_by_call()
 {
     sleep(kRebootLimitS);
-    syslog(LOG_ALERT, "reboot: /sbin/reboot has failed, rebooting without it");
+    constexpr char kFailed[] = "reboot: /sbin/reboot has failed, rebooting without it";
+    syslog(LOG_ALERT, "%s", kFailed);
+    fprintf(stderr, "%s\n", kFailed);
     sync();
     reboot(RB_AUTOBOOT);
 }
 
 [[noreturn]] void bring_down()
 {
+    signal(SIGCHLD, SIG_DFL); // a caller that ignores it would hide the status of the reboot command
     CUTIL_KillProcAll(CUTIL_TERM_LIST_PATH, SIGTERM);
     sleep(1);
     int status = 0;

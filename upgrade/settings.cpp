@@ -129,7 +129,14 @@ void recover_file(const File& file)
     load(file.path, found);
     bool cut =
         found.size < kept.size && (!found.size || !memcmp(found.data.get(), kept.data.get(), found.size));
-    if (!cut || rename(twin.path, file.path) < 0) remove(twin.path);
+    if (cut && rename(twin.path, file.path) == 0) {
+        log_and_print("upgrade: %s, cut short by a power cut, was completed from %s", file.path, twin.path);
+        return;
+    }
+    if (kept.size != found.size || memcmp(kept.data.get(), found.data.get(), kept.size))
+        log_and_print("upgrade: %s, left by a power cut, differs from %s and is removed", twin.path,
+                      file.path);
+    remove(twin.path);
 }
 
 // Loads the package's file and makes the copy safe to put back. A damaged copy would overwrite the package's
@@ -152,19 +159,25 @@ void mend_file(const File& file, const KeptFile& kept, const Content& package)
     remove(twin.path);
     if (users) return;
     const char* reason = kept.error ? strerror(kept.error) : "its copy in /tmp was lost";
-    if (whole(file.path, mark_of(package)) || put(file.path, package))
+    bool put_back = whole(file.path, mark_of(package)) || put(file.path, package);
+    int error = errno;
+    if (put_back || (package.size && whole(file.path, mark_of(package))))
         log_and_print("upgrade: %s was not kept (%s), it is the package's", file.path, reason);
+    else if (package.size)
+        log_and_print("upgrade: %s was not kept (%s), nor could the package's be put back (%s)", file.path,
+                      reason, strerror(error));
     else if (kept.error != ENOENT)
         log_and_print("upgrade: %s was not kept (%s), the package has none", file.path, reason);
 }
 
-void restore_files(const KeptSettings& kept)
+// Without the settings partition nothing can be mended: only the shell lines run, whatever stands below /etc.
+void restore_files(const KeptSettings& kept, bool mounted)
 {
     Content package[kKeptFiles];
-    for (int i = 0; i < kKeptFiles; ++i) prepare_file(kFiles[i], kept.file[i], package[i]);
+    for (int i = 0; mounted && i < kKeptFiles; ++i) prepare_file(kFiles[i], kept.file[i], package[i]);
     run_shell("/bin/rm -f /etc/network/network.conf");
     for (const File& file : kFiles) copy_by_shell("/bin/cp", file.copy, file.path);
-    for (int i = 0; i < kKeptFiles; ++i) mend_file(kFiles[i], kept.file[i], package[i]);
+    for (int i = 0; mounted && i < kKeptFiles; ++i) mend_file(kFiles[i], kept.file[i], package[i]);
 }
 
 int number_in(const char* file, const char* key, int otherwise)
@@ -183,7 +196,7 @@ KeptNumber read_number(const char* file, const char* key, int otherwise)
     return {number, 0};
 }
 
-void write_number(const char* file, const char* key, const KeptNumber& number)
+void write_number(const char* file, const char* key, const KeptNumber& number, bool mounted)
 {
     char text[16];
     snprintf(text, sizeof text, "%d", number.value);
@@ -192,6 +205,7 @@ void write_number(const char* file, const char* key, const KeptNumber& number)
     errno = 0;
     bool written = CUTIL_SetConfValue(file, key, text) == 0;
     int error = errno;
+    if (!mounted) return;                                              // told for all of them
     if (!written && number.error == ENOENT && error == ENOENT) return; // no system has the file
     if (!written && number_in(file, key, ~number.value) != number.value)
         log_and_print("upgrade: %s: %s=%d was not kept (%s)", file, key, number.value,
@@ -215,7 +229,10 @@ Place place(const Number& number, const KeptSettings& kept)
 void report_all_lost(const KeptSettings& kept)
 {
     constexpr char kReason[] = "/etc could not be mounted";
-    for (const File& file : kFiles) log_and_print("upgrade: %s was not kept (%s)", file.path, kReason);
+    for (int i = 0; i < kKeptFiles; ++i) {
+        if (kept.file[i].error == ENOENT) continue; // there was none to keep
+        log_and_print("upgrade: %s was not kept (%s)", kFiles[i].path, kReason);
+    }
     for (const Number& number : kNumbers) {
         Place at = place(number, kept);
         log_and_print("upgrade: %s: %s was not kept (%s)", at.file, at.key, kReason);
@@ -247,10 +264,10 @@ void save_settings(KeptSettings& kept)
 void restore_settings(const KeptSettings& kept)
 {
     bool mounted = settings_mounted() || settings_mounted(); // one failure does not make it lost
-    restore_files(kept);
+    restore_files(kept, mounted);
     for (int i = 0; i < kKeptNumbers; ++i) {
         Place to = place(kNumbers[i], kept);
-        write_number(to.file, to.key, kept.number[i]);
+        write_number(to.file, to.key, kept.number[i], mounted);
     }
     unlink(CUTIL_CONF_TEMP_PATH);
     if (!mounted) report_all_lost(kept);

@@ -57,7 +57,10 @@ const char* leave_settings_folder(const char* package)
     static char absolute[PATH_MAX];
     struct stat folder;
     if (stat(".", &folder) < 0 || !is_settings_partition(folder.st_dev)) return package;
-    if (realpath(package, absolute)) package = absolute;
+    if (realpath(package, absolute) || realpath(package, absolute))
+        package = absolute;
+    else if (package[0] != '/')
+        return package; // from another folder the name would be another file's
     if (chdir("/") == 0) log_and_print("upgrade: left the working folder on /etc");
     return package;
 }
@@ -92,12 +95,15 @@ void wait_for_other_upgrade()
 {
     int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     bool said = false;
-    while (bind(fd, reinterpret_cast<const sockaddr*>(&kLockAddress), kLockAddressBytes) < 0) {
+    while (fd < 0 || bind(fd, reinterpret_cast<const sockaddr*>(&kLockAddress), kLockAddressBytes) < 0) {
         if (errno != EADDRINUSE) {
             log_and_print("upgrade: cannot keep another one out: %s", strerror(errno));
             return;
         }
-        if (!said) log_and_print("upgrade: another one runs, waiting for its end");
+        if (!said) {
+            log_and_print("upgrade: another one runs, waiting for its end");
+            lock_program_in_memory(); // the other one rewrites the file system below this one
+        }
         said = true;
         sleep(1);
     }

@@ -226,6 +226,10 @@ TEST_F(Upgrade, APathThatIsNoPackageFailsBeforeEtcIsUnmountedAndIsNamed)
         EXPECT_THAT(run.err, HasSubstr(line + "\n"));
         EXPECT_THAT(run.of("system"), ElementsAreArray(joined({kStop, kReboot}))) << c.path;
     }
+    // Below /etc nothing has this name; from / it would be another package.
+    write_file(camera.root("/tmp/flash3"), firmware.pack());
+    Outcome run = camera.run({"sh", "-c", "cd /etc; exec upgrade tmp/flash3 -v"});
+    EXPECT_EQ(run.out, "Upgrade fail.\n");
     EXPECT_TRUE(all_flash() == before);
 }
 
