@@ -58,7 +58,7 @@ public:
     }
     ~TestFile()
     {
-        if (created_ && unlink(path_) < 0) zep::warn("%s stays : %s", path_, strerror(errno));
+        remove();
         sigaction(SIGXFSZ, &before_, nullptr);
     }
     TestFile(const TestFile&) = delete;
@@ -77,6 +77,16 @@ public:
         }
         created_ = true;
         return ftruncate(fd_.get(), 0) == 0 || refuse(steps, "create");
+    }
+
+    // Removes it. False when it stays on the medium, which then is no sound one.
+    bool remove()
+    {
+        if (!created_) return true;
+        created_ = false;
+        if (unlink(path_) == 0) return true;
+        zep::warn("%s stays : %s", path_, strerror(errno));
+        return false;
     }
 
     [[nodiscard]] int fd() const { return fd_.get(); }
@@ -213,9 +223,9 @@ bool write_file(const TestFile& file, int64_t bytes, const Steps& steps)
 
 bool compare_file(TestFile& file, int64_t bytes, const Steps& steps)
 {
-    const int fd = file.open_for_reading();
-    if (fd < 0) return refuse(steps, "open");
     Stopwatch watch;
+    const int fd = file.open_for_reading(); // reads a block already
+    if (fd < 0) return refuse(steps, "open");
     Pattern pattern;
     for (int64_t done = 0; done < bytes; done += kBlock) {
         if (BoardGuard::interrupted()) return false;
@@ -235,8 +245,9 @@ bool test_medium(const char* folder, int64_t bytes, const char* test, const Step
 {
     if (!is_mount_point(folder, steps)) return false;
     TestFile file(folder);
-    return file.create(test, steps, busy) && has_room(folder, bytes, steps) &&
-           write_file(file, bytes, steps) && compare_file(file, bytes, steps);
+    const bool passed = file.create(test, steps, busy) && has_room(folder, bytes, steps) &&
+                        write_file(file, bytes, steps) && compare_file(file, bytes, steps);
+    return file.remove() && passed;
 }
 
 int run(int argc, char** argv, const char* folder)

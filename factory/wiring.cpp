@@ -7,6 +7,7 @@
 #include "common/base/line_reader.hpp"
 #include "common/conf/conf_token.hpp"
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -156,7 +157,11 @@ bool load_wiring(Wiring& wiring)
 {
     load_model(wiring);
     const Fd file(open(kWiringFile, O_RDONLY | O_CLOEXEC));
-    if (!file) return true; // the model's lines hold
+    if (!file && errno == ENOENT) return true; // the model's lines hold
+    if (!file) {
+        warn("%s: %s", kWiringFile, strerror(errno));
+        return false;
+    }
     LineReader reader(file.get());
     char line[kFileLine];
     int number = 0;
@@ -170,7 +175,8 @@ bool load_wiring(Wiring& wiring)
         }
         if (!load_line(number, line, wiring)) return false;
     }
-    return true;
+    if (length < 0) warn("%s: %s", kWiringFile, strerror(errno));
+    return length == 0;
 }
 
 } // namespace zep

@@ -104,6 +104,10 @@ TEST_F(Dio, AFileThatIsNotUnderstoodIsRefusedWithLineAndWord)
         EXPECT_THAT(refused.log, testing::ElementsAre(HasSubstr(f.message)));
         EXPECT_THAT(refused.of("hi3516_reg"), IsEmpty());
     }
+    Outcome unreadable = run(
+        "rm -f /etc/factory_io.conf; mkdir /etc/factory_io.conf; test_dio -r; rmdir /etc/factory_io.conf");
+    EXPECT_EQ(unreadable.out, kFailed);
+    EXPECT_EQ(unreadable.err, "/etc/factory_io.conf: Is a directory\n");
     EXPECT_THAT(run("printf '[board]\n key_active = 1\r\n dio_in=\nled=#none\nkey_active=\n"
                     "dio_in=4.1=dio_out=5.1\n' > /etc/factory_io.conf; test_dio -r")
                     .out,

@@ -66,6 +66,15 @@ TEST_F(Media, WhatAnEarlierRunLeftIsRemoved)
               "successful\n.factory_test_x\n");
 }
 
+// The medium keeps what it was told to remove.
+TEST_F(Media, AFileThatStaysFails)
+{
+    camera.faults("unlink test_sdcard 0 9 EIO\n");
+    Outcome run = with("sd=8M", "test_sdcard");
+    EXPECT_EQ(run.out, "failed\n");
+    EXPECT_EQ(run.err, "/mnt/sd/.factory_test stays : Input/output error\n");
+}
+
 // One byte changes behind the test's back after it was written.
 TEST_F(Media, AByteThatDoesNotComeBackFails)
 {
