@@ -10,7 +10,10 @@ board() {
 }
 judge() {
     upgraded
-    printf '\n/dev/mtd%d: MTD Erase failure: Input/output error\n' 1 3 > "$out/expected"
+    for partition in 1 3; do
+        printf '\n/dev/mtd%d: MTD Erase failure: Input/output error\n' $partition
+        echo "upgrade: /dev/mtd$partition holds its image, and old data that could not be erased (Input/output error)"
+    done > "$out/expected"
     same_file errors "$out/expected" "$out/errors"
     as_in_the_camera "" mtd1:3 --bad mtd1:3 --bad mtd3:40
     flash_as_in_the_camera mtd1 mtd2

@@ -15,7 +15,11 @@ judge() {
         expected_console | tail -n +2
     } > "$out/expected"
     same_file console "$out/expected" "$out/console"
-    printf '\n/dev/mtd1: MTD Erase failure: Input/output error\n' > "$out/expected"
+    {
+        printf '\n/dev/mtd1: MTD Erase failure: Input/output error\n'
+        echo "upgrade: /dev/mtd1 holds its image, and old data that could not be erased (Input/output error)"
+        echo "upgrade: /dev/mtd2 does not hold its image of $(stat -c %s "$work/firmware/rootfs") bytes (write: Input/output error)"
+    } > "$out/expected"
     same_file errors "$out/expected" "$out/errors"
     flashed mtd1 "$work/firmware/kernel"
     same_bytes "/dev/mtd2 before the page" "$work/firmware/rootfs" "$out/mtd2" $((5 * 16384))
