@@ -32,6 +32,9 @@ upgraded() {
     upgraded_settings
 }
 
+# The size of an image in a package: whole pages.
+padded() { echo $((($(stat -c %s "$1") + 511) / 512 * 512)); }
+
 # as_in_the_camera FAULTS BLANK [OPTION...]: the same upgrade in a virtual camera with the same flash
 # says and logs the same and leaves the same settings. FAULTS are lines of a fault plan, BLANK blocks
 # that the old firmware could not be written to, as mtd1:3.

@@ -18,7 +18,7 @@ judge() {
     {
         printf '\n/dev/mtd1: MTD Erase failure: Input/output error\n'
         echo "upgrade: /dev/mtd1 holds its image, and old data that could not be erased (Input/output error)"
-        echo "upgrade: /dev/mtd2 does not hold its image of $(stat -c %s "$work/firmware/rootfs") bytes (write: Input/output error)"
+        echo "upgrade: /dev/mtd2 does not hold its image of $(padded "$work/firmware/rootfs") bytes (write: Input/output error)"
     } > "$out/expected"
     same_file errors "$out/expected" "$out/errors"
     flashed mtd1 "$work/firmware/kernel"

@@ -18,7 +18,7 @@ judge() {
     same_file console "$out/expected" "$out/console"
     {
         for _ in 1 2 3; do printf '\n/dev/mtd2: MTD Erase failure: Input/output error\n'; done
-        echo "upgrade: /dev/mtd2 does not hold its image of $(stat -c %s "$work/firmware/rootfs") bytes (cmp: Input/output error)"
+        echo "upgrade: /dev/mtd2 does not hold its image of $(padded "$work/firmware/rootfs") bytes (cmp: Input/output error)"
     } > "$out/expected"
     same_file errors "$out/expected" "$out/errors"
     flashed mtd1 "$work/firmware/kernel"
