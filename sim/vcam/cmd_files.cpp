@@ -92,7 +92,12 @@ try {
     const auto entries = list_tree(from);
     for (const auto& [name, entry] : entries) check_kind(from + "/" + name);
     make_folders(to);
-    for (const auto& [name, entry] : entries) copy_one(from + "/" + name, to + "/" + name);
+    for (const auto& [name, entry] : entries) {
+        const bool folder = fs::is_directory(fs::symlink_status(from + "/" + name));
+        if (folder && fs::is_symlink(fs::symlink_status(to + "/" + name)))
+            fail("%s/%s is a link where a folder belongs; remove it", to.c_str(), name.c_str());
+        copy_one(from + "/" + name, to + "/" + name);
+    }
 } catch (const fs::filesystem_error& e) {
     fail("cannot copy %s to %s: %s", source.c_str(), to.c_str(), e.code().message().c_str());
 }
@@ -108,6 +113,7 @@ void put_one(const std::string& from, const std::string& to)
 
 // Out of the camera, where the host's files are.
 struct Getter {
+    std::string target; // as named: only this link is followed, not one that an earlier get has copied
     bool force;
 
     void get_link(const std::string& from, const std::string& to) const
@@ -132,6 +138,11 @@ struct Getter {
         check_kind(from);
         if (fs::is_directory(fs::symlink_status(from))) return make_folders(to);
         if (fs::is_symlink(from)) return get_link(from, to);
+        if (to != target && fs::is_symlink(fs::symlink_status(to))) {
+            if (!force)
+                fail("%s: exists already; name another place, or replace it with --force", to.c_str());
+            fs::remove(to);
+        }
         get_file(from, to);
     }
 };
@@ -144,10 +155,17 @@ std::string name_of(const std::string& path)
     return full.filename().string();
 }
 
-std::string with_name(const std::string& target, const std::string& source)
+// The place of a tree for a source of the host, as the camera sees it: a link to a folder is that folder of the
+// camera, never the host's of the same name.
+std::string put_place(const std::string& tree, const std::string& inside, const std::string& source)
 {
-    const bool folder = fs::is_directory(target);
-    return folder && !fs::is_directory(source) ? target + "/" + name_of(source) : target;
+    const bool folder = fs::is_directory(source);
+    const std::string found = find_in(tree, inside);
+    if (!found.empty() && fs::is_directory(found)) return folder ? found : found + "/" + name_of(source);
+    const std::string target = place_in(tree, inside);
+    if (folder && fs::is_symlink(fs::symlink_status(target)))
+        fail("put: %s is a link to no folder of the camera; remove it", inside.c_str());
+    return target;
 }
 
 void check_source(const Camera& camera, const std::string& source)
@@ -174,15 +192,15 @@ int put_main(const Arguments& arguments)
     if (inside.back() == '/') inside += name_of(source);
     Place place = place_of(inside);
     if (!place.in_flash) {
-        const std::string target = place_in(camera.root(""), place.path);
+        const std::string target = put_place(camera.root(""), place.path, source);
         if (fs::is_directory(source) && holds(fs::canonical(source), target))
             fail("put: %s holds its own copy %s; put it elsewhere", source.c_str(), inside.c_str());
-        copy(source, with_name(target, source), put_one);
+        copy(source, target, put_one);
         return 0;
     }
     Fd held = camera.lock();
     SettingsFolder etc(camera);
-    copy(source, with_name(place_in(etc.path(), place.path), source), put_one);
+    copy(source, put_place(etc.path(), place.path, source), put_one);
     etc.write_back();
     return 0;
 }
@@ -207,7 +225,7 @@ int get_main(const Arguments& arguments)
     if (words.plain.size() == 2 && exists(target) && !force)
         fail("get: %s exists already; name another folder, or add to it with --force", target.c_str());
     if (fs::is_directory(target) && !fs::is_directory(source)) target += "/" + name_of(words.plain[1]);
-    copy(source, target, Getter{force});
+    copy(source, target, Getter{target, force});
     return 0;
 }
 

@@ -19,6 +19,7 @@
 #include <filesystem>
 #include <memory>
 #include <sys/wait.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace vcam {
@@ -196,6 +197,17 @@ std::unique_ptr<cli::OutputFile> speaker_file(const RunOptions& o)
     return output;
 }
 
+// What a program of the camera put in the place of a file would lead to a file of the host, or wait for ever.
+void refuse_other_than_files(const Camera& camera)
+{
+    for (const char* name : {"speaker.wav", "ending", "cause"}) {
+        struct stat info;
+        const std::string path = camera.path(name);
+        if (lstat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode))
+            fail("%s is no plain file: a program of the camera has made it; remove it", path.c_str());
+    }
+}
+
 void take_speaker(const Camera& camera, const RunOptions& o, cli::OutputFile& output)
 {
     if (!exists(camera.path("speaker.wav"))) {
@@ -240,6 +252,7 @@ int run_camera(const Camera& camera, const RunOptions& o, const Arguments& comma
     ignore_terminal_signals();
     int status = wait_for_end(pid_t(init_pid));
     unlink(camera.path("pid").c_str());
+    refuse_other_than_files(camera);
     if (speaker) take_speaker(camera, o, *speaker);
     auto ending = try_read_file(camera.path("ending"));
     if (!ending) return kSandboxFailure;

@@ -87,6 +87,19 @@ TEST(Vcam, APutFileIsInTheCameraAndNeverBehindALink)
     EXPECT_EQ(vcam("get " + folder + " /etc/mine").text, "kept\n");
     EXPECT_EQ(vcam("get " + folder + " /etc " + file + ".d").status, 0);
     EXPECT_EQ(read_file(file + ".d/deep/er/mine"), "mine\n");
+
+    // Links of the camera to a folder of the host: as the target, as its end, and below a copied folder.
+    const std::string victim = (camera.folder() / "victim").string();
+    for (const char* name : {"/mine", "/sub/mine"})
+        write_file(camera.folder() / ("tree" + std::string(name)), "put\n");
+    write_file(victim + "/mine", "host's\n");
+    camera.shell("rm -rf /tmp/*; mkdir /tmp/tree; for l in mine all tree/sub; do ln -s " + victim +
+                 " /tmp/$l; done");
+    const std::string tree = (camera.folder() / "tree").string();
+    EXPECT_EQ(vcam("put " + folder + " " + file + " /tmp/mine").status, 0);
+    EXPECT_EQ(vcam("put " + folder + " " + tree + " /tmp/all").status, 1);
+    EXPECT_EQ(vcam("put " + folder + " " + tree + " /tmp/tree").status, 1);
+    EXPECT_EQ(say("cat " + victim + "/*").text, "host's\n");
 }
 
 TEST(Vcam, FilesOutOfTheCameraHarmNothingOfTheHost)
