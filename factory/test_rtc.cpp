@@ -86,7 +86,7 @@ struct Edge {
 
 enum class Pace { right, wrong, unknown };
 
-// The pace of a clock that counted so many seconds while `shortest_ms` to `longest_ms` passed; unknown when it
+// The pace of a clock that counted `seconds` while `shortest_ms` to `longest_ms` passed; unknown when it
 // depends on which of them it was.
 constexpr Pace pace_of(int64_t seconds, int64_t shortest_ms, int64_t longest_ms)
 {
@@ -203,7 +203,7 @@ private:
     const Steps& steps_;
 };
 
-// The true time so many milliseconds after `then`, with the day of the week counted as it was.
+// The true time `elapsed_ms` after `then`, with the day of the week counted as it was.
 DS1339_TIME_S time_after(const DS1339_TIME_S& then, int64_t elapsed_ms)
 {
     const int64_t begin = seconds_of(then);

@@ -56,7 +56,7 @@ int neighbours_ear()
     return fd;
 }
 
-// When the frame arrived, in ns since 1970; 0 for what is no request.
+// When the frame arrived, in ns since 1970; 0 for anything but a request.
 int64_t arrival(int fd)
 {
     unsigned char frame[64];

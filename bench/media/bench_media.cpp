@@ -224,7 +224,7 @@ BENCHMARK(output_bare)->UseManualTime();
 long received;
 int32_t receive(int32_t, int32_t, int32_t, void*) { return int32_t(++received & 0); }
 
-// One sender channel, so many receivers.
+// One sender channel with the given number of receivers.
 void send_data(benchmark::State& state)
 {
     constexpr int32_t kSender = 30, kReceiver = 31;

@@ -14,7 +14,7 @@ struct SyslogMessage {
     std::string words; // "ident: text", the sender's time stamp cut off
 };
 
-// "<14>Sep 19 04:24:00 upgrade: text"; nothing is refused, what is no priority or date is text.
+// "<14>Sep 19 04:24:00 upgrade: text"; nothing is refused: without a priority or a date the line is all text.
 SyslogMessage parse_syslog(std::string_view datagram);
 
 class SyslogServer {

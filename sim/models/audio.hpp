@@ -14,7 +14,7 @@ namespace vcam::media {
 constexpr Ns kNever = INT64_MAX;
 constexpr uint32_t kMono = 0, kStereo = 1;
 
-// Time that so many samples take, rounded up, and samples that fit into a time.
+// Time that a number of samples takes, rounded up, and samples that fit into a time.
 Ns time_of(int64_t samples, uint32_t rate);
 int64_t samples_in(Ns time, uint32_t rate);
 

@@ -164,7 +164,7 @@ int play(Page& page, uint32_t slot, Ns now, std::span<const int16_t> samples, ui
     // What comes within a sample's time of the end is in time.
     const Ns sample = time_of(1, attributes(page, slot).rate);
     const bool dry = !c.paused && queued(page, slot, now - sample) == 0;
-    // The file comes first: whoever is killed in here leaves no counter that tells of samples it lacks.
+    // The file comes first: a process killed in here leaves no counter above the samples in the file.
     wav::put(speaker_file(page, slot), c.file_channels, c.written, samples);
     if (dry && c.fed) ++c.underruns;
     if (dry) begin_segment(c, now, c.written, 0);

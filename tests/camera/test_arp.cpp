@@ -55,7 +55,7 @@ TEST_F(Arp, ProbesAreFortyTwoDocumentedBytes)
     Outcome run = wired(kPeer + "watch /tmp/frames; qrn_arp eth0 " + kFree + " 0; sleep 1; cat /tmp/frames");
     EXPECT_EQ(run.out, "free\nffffffffffff" + kOwn + "08060001080006040001" + kOwn + "00000000" +
                            "000000000000" + kFreeHex + "\n");
-    // No limit is a limit of 0; what is no address is 0.0.0.0.
+    // A missing limit is 0; a text that is not an address is 0.0.0.0.
     run = wired(kPeer + "watch /tmp/frames; qrn_arp eth0 camera none; sleep 1; cat /tmp/frames");
     EXPECT_EQ(run.out.size(), strlen("free\n") + 85) << run.out;
     EXPECT_THAT(run.out, testing::EndsWith("00000000000000000000\n"));

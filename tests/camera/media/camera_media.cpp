@@ -50,7 +50,7 @@ using testing::HasSubstr;
 
 } // namespace
 
-// The manual's example: the microphone's file goes in, the speaker's comes out, the status tells of both.
+// The manual's example: the microphone's file goes in, the speaker's comes out, the status shows both.
 TEST_F(MediaLoop, PlaysWhatItHears)
 {
     const Samples sent = ramp(8000 * 2);
