@@ -25,23 +25,28 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zepConfig.cmake ${CMAKE_CURRENT_BINARY
 install(DIRECTORY docs/examples/etc DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
 
 # Manual pages, with the version in their footer: sections 3, 5 and 7 are about the libraries and the files,
-# section 8 about the applets, section 1 about the tools.
+# section 8 about the applets; the tools bring section 1 and the pages of their own files and protocol.
+set(tool_pages ${PROJECT_SOURCE_DIR}/docs/man/camera.conf.5 ${PROJECT_SOURCE_DIR}/docs/man/vcam-faults.5
+    ${PROJECT_SOURCE_DIR}/docs/man/zep-audio.7)
 function(manual_pages component)
-    foreach(section ${ARGN})
+    foreach(page ${ARGN})
+        get_filename_component(name ${page} NAME)
+        string(REGEX REPLACE ".*[.]" "" section ${name})
         install(CODE "
-            file(GLOB pages ${PROJECT_SOURCE_DIR}/docs/man/*.${section})
-            foreach(page \${pages})
-                file(READ \"\${page}\" text)
-                string(REPLACE \"\\n.Os\\n\" \"\\n.Os ZEP ${PROJECT_VERSION}\\n\" text \"\${text}\")
-                get_filename_component(name \"\${page}\" NAME)
-                file(WRITE \"${PROJECT_BINARY_DIR}/man/\${name}\" \"\${text}\")
-                file(INSTALL \"${PROJECT_BINARY_DIR}/man/\${name}\"
-                    DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_MANDIR}/man${section}\")
-            endforeach()" COMPONENT ${component})
+            file(READ ${page} text)
+            string(REPLACE \"\\n.Os\\n\" \"\\n.Os ZEP ${PROJECT_VERSION}\\n\" text \"\${text}\")
+            file(WRITE ${PROJECT_BINARY_DIR}/man/${name} \"\${text}\")
+            file(INSTALL ${PROJECT_BINARY_DIR}/man/${name}
+                DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_MANDIR}/man${section}\")"
+            COMPONENT ${component})
     endforeach()
 endfunction()
-manual_pages(development 3 5 7)
-manual_pages(runtime 8)
+file(GLOB pages CONFIGURE_DEPENDS docs/man/*.[357])
+list(REMOVE_ITEM pages ${tool_pages})
+manual_pages(development ${pages})
+file(GLOB pages CONFIGURE_DEPENDS docs/man/*.8)
+manual_pages(runtime ${pages})
 if(NOT ZEP_DEVICE)
-    manual_pages(tools 1)
+    file(GLOB pages CONFIGURE_DEPENDS docs/man/*.1)
+    manual_pages(tools ${pages} ${tool_pages})
 endif()

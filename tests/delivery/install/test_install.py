@@ -38,9 +38,10 @@ def files(folder):
 
 
 def pages(sections):
-    """The manual pages of these sections, where they are installed."""
+    """The manual pages of these sections, where they are installed; section 1 brings those of the tools' files."""
+    of_tools = {"camera.conf.5": "1", "vcam-faults.5": "1", "zep-audio.7": "1"}
     names = os.listdir(os.path.join(HERE, "../../../docs/man"))
-    return {f"usr/share/man/man{name[-1]}/{name}" for name in names if name[-1] in sections}
+    return {f"usr/share/man/man{name[-1]}/{name}" for name in names if of_tools.get(name, name[-1]) in sections}
 
 
 class Installed(unittest.TestCase):
@@ -66,8 +67,10 @@ class Installed(unittest.TestCase):
             return
         commands = [f for f in files(self.stage) if f.startswith("usr/bin/")]
         self.assertEqual(sorted(commands), ["usr/bin/fwpkg", "usr/bin/vcam", "usr/bin/zep-audio"])
-        for command in commands:
-            self.assertIn(command.replace("bin", "share/man/man1") + ".1", files(self.stage))
+        self.assertEqual({f for f in files(self.stage) if "/man/" in f}, pages("1"))
+        for component in ("runtime", "development"):
+            install(component, self.work + component)
+            self.assertEqual(files(self.stage) & files(self.work + component), set(), component)
         vcam = os.path.join(self.stage, "usr/bin/vcam")
         camera = os.path.join(self.work, "camera")
         quietly(vcam, "new", camera)

@@ -1,10 +1,12 @@
-# The manual pages are free of what mandoc warns of. A page that only names another is found from its place in an
-# installed tree.
+# The manual pages are free of what mandoc warns of, and the installation finds the place for the version. A page that
+# only names another is found from its place in an installed tree.
 file(GLOB pages ${FOLDER}/*.[1-9])
 foreach(page ${pages})
-    file(READ ${page} start LIMIT 4)
+    file(READ ${page} start LIMIT 80)
     if(start MATCHES "^[.]so")
         list(REMOVE_ITEM pages ${page})
+    elseif(NOT start MATCHES "^[.]Dd [A-Z][a-z]+ [0-9]+, 20[0-9][0-9]\n[.]Dt [^\n]*\n[.]Os\n")
+        message(SEND_ERROR "${page} does not begin with .Dd, .Dt and a plain .Os")
     endif()
 endforeach()
 if(NOT pages)
