@@ -27,3 +27,12 @@ if(ZEP_SANITIZE)
         target_link_options(${t} INTERFACE -fsanitize=${ZEP_SANITIZE})
     endforeach()
 endif()
+
+# quick_to_build(TARGET...): host tools in the presets that only test them: built in half the time.
+function(quick_to_build)
+    if(ZEP_SANITIZE OR CMAKE_SIZEOF_VOID_P EQUAL 4)
+        foreach(t ${ARGN})
+            target_compile_options(${t} PRIVATE -O0)
+        endforeach()
+    endif()
+endfunction()
