@@ -1,8 +1,7 @@
 // What a configuration daemon sends: values and notices are whole, terminated texts or nothing.
 #include "common/cconfd.h"
-#include "fuzz/fuzz_file.hpp"
+#include "fuzz/fuzz.hpp"
 
-#include <cstring>
 #include <memory>
 #include <sys/socket.h>
 
@@ -17,11 +16,11 @@ bool is_text(const char* text, size_t size)
 }
 
 // The daemon has said all this, and is gone.
-int connection(const uint8_t* data, size_t size)
+int connection(const std::string& bytes)
 {
     int pair[2];
     must(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, pair) == 0);
-    must(size == 0 || write(pair[1], data, size) == ssize_t(size));
+    must(bytes.empty() || write(pair[1], bytes.data(), bytes.size()) == ssize_t(bytes.size()));
     shutdown(pair[1], SHUT_WR);
     static int far = -1; // open until the next connection, so that requests have somewhere to go
     close(far);
@@ -31,16 +30,16 @@ int connection(const uint8_t* data, size_t size)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+void try_bytes(const std::string& bytes)
 {
-    if (size < 1 || size > 65536) return 0;
-    const size_t room = data[0] % 65 * 40 + 1;
+    if (bytes.empty() || bytes.size() > 65536) return;
+    const size_t room = uint8_t(bytes[0]) % 65 * 40 + 1;
     auto client = std::make_unique<CCONFD_CLIENT_S>();
     std::unique_ptr<char[]> value(new char[room]), key(new char[CCONFD_KEY_SIZE]);
     CCONFD_Init(client.get(), "");
     client->pause_s = 0;
     client->watching = 1;
-    client->fd = connection(data + 1, size - 1);
+    client->fd = connection(bytes.substr(1));
     memset(value.get(), 'x', room);
     for (int round = 0; round < 40 && client->fd >= 0; ++round) {
         if (CCONFD_NextNotice(client.get(), key.get(), 0) == 1)
@@ -52,5 +51,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
     while (client->pending > 0) must(CCONFD_NextNotice(client.get(), key.get(), 0) == 1);
     CCONFD_Close(client.get());
-    return 0;
 }

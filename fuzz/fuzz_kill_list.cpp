@@ -1,8 +1,7 @@
 // Process lists: the names are the first short lines of the file, none is a piece of a long one.
-#include "fuzz/fuzz_file.hpp"
+#include "fuzz/fuzz.hpp"
 #include "service/kill_list.hpp"
 
-#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -24,13 +23,11 @@ std::vector<std::string> expected(const std::string& content)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+void try_bytes(const std::string& bytes)
 {
-    FuzzFile file(data, size);
     auto list = std::make_unique<zep::KillList>();
-    zep::read_kill_list(file.fd(), *list);
-    std::vector<std::string> names = expected({reinterpret_cast<const char*>(data), size});
+    zep::read_kill_list(MemoryFile(bytes).fd(), *list);
+    std::vector<std::string> names = expected(bytes);
     must(list->count == names.size());
     for (size_t i = 0; i < names.size(); ++i) must(names[i] == list->names[i]);
-    return 0;
 }

@@ -1,9 +1,8 @@
 // Tables of the network: the first byte chooses the reader, the rest is the file.
 #include "common/net/qrn_status_files.hpp"
-#include "fuzz/fuzz_file.hpp"
+#include "fuzz/fuzz.hpp"
 
 #include <arpa/inet.h>
-#include <cstring>
 #include <memory>
 
 namespace {
@@ -33,29 +32,15 @@ void resolvers(int fd, int32_t max)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+void try_bytes(const std::string& bytes)
 {
-    if (size == 0) return 0;
-    FuzzFile file(data + 1, size - 1);
+    if (bytes.empty()) return;
+    const int first = uint8_t(bytes[0]), choice = first % 6;
+    const char* interface = choice & 1 ? "eth0" : nullptr;
+    MemoryFile file(bytes.substr(1));
     QRN_IF_COUNTERS_S counters;
-    switch (data[0] % 6) {
-    case 0:
-        gateway(file.fd(), AF_INET, zep::read_gateway, nullptr);
-        break;
-    case 1:
-        gateway(file.fd(), AF_INET, zep::read_gateway, "eth0");
-        break;
-    case 2:
-        gateway(file.fd(), AF_INET6, zep::read_gateway6, nullptr);
-        break;
-    case 3:
-        gateway(file.fd(), AF_INET6, zep::read_gateway6, "eth0");
-        break;
-    case 4:
-        resolvers(file.fd(), 1 + data[0] / 6 % 5);
-        break;
-    default:
-        zep::read_counters(file.fd(), "eth0", counters);
-    }
-    return 0;
+    if (choice < 2) gateway(file.fd(), AF_INET, zep::read_gateway, interface);
+    if (choice == 2 || choice == 3) gateway(file.fd(), AF_INET6, zep::read_gateway6, interface);
+    if (choice == 4) resolvers(file.fd(), 1 + first / 6 % 5);
+    if (choice == 5) zep::read_counters(file.fd(), "eth0", counters);
 }

@@ -1,24 +1,21 @@
 // The service users' file: what loads is bounded, and a user that loads is there again after a save.
 #include "common/users/user_file.hpp"
-#include "fuzz/fuzz_file.hpp"
-
-#include <cstring>
+#include "fuzz/fuzz.hpp"
 
 namespace {
 
-USERTABLE_S load(const uint8_t* data, size_t size)
+USERTABLE_S load(const std::string& content)
 {
-    FuzzFile file(data, size);
     USERTABLE_S table = {};
-    must(zep::read_users(file.fd(), table) && table.count <= USERTABLE_USERS);
+    must(zep::read_users(MemoryFile(content).fd(), table) && table.count <= USERTABLE_USERS);
     return table;
 }
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+void try_bytes(const std::string& bytes)
 {
-    USERTABLE_S table = load(data, size);
+    USERTABLE_S table = load(bytes);
     std::string text;
     for (int i = 0; i < table.count; ++i) {
         USERTABLE_ENTRY_S& entry = table.entries[i];
@@ -28,12 +25,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         char line[zep::kUserLine];
         text.append(line, zep::user_line(entry, line));
     }
-    USERTABLE_S again = load(reinterpret_cast<const uint8_t*>(text.data()), text.size());
+    USERTABLE_S again = load(text);
     must(again.count == table.count);
     for (int i = 0; i < table.count; ++i) {
         const USERTABLE_ENTRY_S &a = table.entries[i], &b = again.entries[i];
         must(strcmp(a.name, b.name) == 0 && strcmp(a.password, b.password) == 0);
         must(memcmp(&a.right1, &b.right1, 4) == 0);
     }
-    return 0;
 }

@@ -26,9 +26,9 @@ inline std::string write_file(const std::filesystem::path& path, std::string_vie
 
 class TempFolder {
 public:
-    TempFolder()
+    explicit TempFolder(const std::filesystem::path& above = std::filesystem::temp_directory_path())
     {
-        std::string pattern = std::filesystem::temp_directory_path() / "zep.XXXXXX";
+        std::string pattern = above / "zep.XXXXXX";
         path_ = mkdtemp(pattern.data());
     }
     ~TempFolder() { std::filesystem::remove_all(path_); }

@@ -9,6 +9,7 @@
 #include "common/conf/conf_readers.hpp"
 
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -70,7 +71,11 @@ public:
         if (is_text(key)) return {field, field + strnlen(reinterpret_cast<const char*>(field), key.size)};
         int32_t number;
         memcpy(&number, field, sizeof number);
-        return key.words ? words(key).at(size_t(number)) : std::to_string(number);
+        if (!key.words) return std::to_string(number);
+        std::istringstream words(key.words);
+        std::string word;
+        for (int32_t i = 0; i <= number; ++i) words >> word;
+        return word;
     }
 
     // Texts are terminated, numbers within their range.
@@ -85,22 +90,17 @@ public:
         return true;
     }
 
-    bool operator==(const AnyRecord& other) const { return bytes_ == other.bytes_; }
+    // Of all keys, in the table's order.
+    [[nodiscard]] std::vector<std::string> texts() const
+    {
+        std::vector<std::string> all;
+        for (const zep::ConfKey& key : reader_.table.keys) all.push_back(text(key));
+        return all;
+    }
 
     static bool is_text(const zep::ConfKey& key)
     {
         return key.store != zep::conf_store_int32 && key.store != zep::conf_store_choice;
-    }
-    static std::vector<std::string> words(const zep::ConfKey& key)
-    {
-        std::vector<std::string> list(1);
-        for (const char* c = key.words; *c; ++c) {
-            if (*c == ' ')
-                list.emplace_back();
-            else
-                list.back() += *c;
-        }
-        return list;
     }
 
 private:
