@@ -16,7 +16,8 @@ inline std::string unique_name(const std::string& stem)
 
 class Child {
 public:
-    explicit Child(const std::string& argument0)
+    // The set-up is a part of a shell script.
+    explicit Child(const std::string& argument0, const std::string& setup = "")
     {
         int ready[2], alive[2];
         if (pipe2(ready, O_CLOEXEC) < 0 || pipe2(alive, O_CLOEXEC) < 0) abort();
@@ -24,7 +25,8 @@ public:
         if (pid_ == 0) {
             dup2(alive[0], STDIN_FILENO);
             dup2(ready[1], STDOUT_FILENO);
-            execl("/bin/sh", argument0.c_str(), "-c", "echo; exec 1>&-; read line", nullptr);
+            const std::string script = setup + "echo; exec 1>&-; read line";
+            execl("/bin/sh", argument0.c_str(), "-c", script.c_str(), nullptr);
             _exit(127);
         }
         close(ready[1]);

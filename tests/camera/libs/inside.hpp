@@ -8,12 +8,20 @@
 #include <sched.h>
 #include <string>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 using std::string;
 
 inline bool exists(const string& path) { return access(path.c_str(), F_OK) == 0; }
+
+inline mode_t mode_of(const string& path)
+{
+    struct stat info = {};
+    EXPECT_EQ(stat(path.c_str(), &info), 0);
+    return info.st_mode & 07777;
+}
 
 // Runs a part of a test in a process of its own, with namespaces of its own, so that what it mounts or kills
 // goes with it. Expectations that fail there fail the test.
