@@ -5,6 +5,7 @@
 #include "common/net/inet_address.hpp"
 #include "tests/support/run.hpp"
 
+#include <chrono>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/socket.h>
@@ -28,3 +29,10 @@ struct SocketPair {
         far.reset(fds[1]);
     }
 };
+
+inline double seconds_of(auto&& action)
+{
+    auto start = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}

@@ -6,99 +6,54 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
-#include <functional>
 #include <sys/prctl.h>
 #include <sys/sem.h>
-#include <sys/wait.h>
 #include <thread>
-#include <vector>
 
 namespace {
 
 using std::string;
-
-// A semaphore key for one test. A process of its own removes what is left of it when the test's process ends,
-// however it ends: keys outlive everybody.
-class Key {
-public:
-    Key()
-    {
-        static int count = 0;
-        value = int32_t(0x5A000000 | (getpid() & 0xFFFF) << 8 | (++count & 0xFF));
-        EXPECT_EQ(pipe2(alive_, O_CLOEXEC), 0);
-        guard_ = fork();
-        if (guard_ != 0) return;
-        setsid();
-        close(alive_[1]);
-        char byte;
-        while (read(alive_[0], &byte, 1) < 0) {
-        }
-        semctl(semget(value, 1, 0), 0, IPC_RMID);
-        _exit(0);
-    }
-    ~Key()
-    {
-        close(alive_[1]);
-        close(alive_[0]);
-        waitpid(guard_, nullptr, 0);
-    }
-    Key(const Key&) = delete;
-    Key& operator=(const Key&) = delete;
-
-    [[nodiscard]] bool exists() const { return semget(value, 1, 0) >= 0; }
-    void close_in_child() const { close(alive_[1]); }
-
-    int32_t value;
-
-private:
-    int alive_[2];
-    pid_t guard_;
-};
 
 constexpr uint32_t kSize = 4096;
 constexpr uint32_t kWords = kSize / sizeof(uint32_t);
 
 struct Region : testing::Test {
     TempFolder folder;
-    Key key;
+    int32_t key = 0x5A000000 | (getpid() & 0xFFFFFF);
     string path = folder / "region";
-    CMMAP_S region;
-    std::vector<pid_t> children;
+    CMMAP_S region = {};
+    char bytes[2 * kSize] = {};
 
+    ~Region() override
+    {
+        if (region.Deinit) region.Deinit(&region);
+        semctl(semget(key, 1, 0), 0, IPC_RMID);
+    }
     int init(CMMAP_S& r, uint32_t flags, uint32_t size = kSize) const
     {
-        return CMMAP_Init(&r, path.c_str(), key.value, flags, size);
+        return CMMAP_Init(&r, path.c_str(), key, flags, size);
     }
     void create() { ASSERT_EQ(init(region, CMMAP_CREATE), 0); }
-    void TearDown() override
-    {
-        for (pid_t child : children) kill(child, SIGKILL);
-        for (pid_t child : children) waitpid(child, nullptr, 0);
-        if (region.Deinit) region.Deinit(&region);
-    }
+    bool key_exists() const { return semget(key, 1, 0) >= 0; }
+    int semaphore() const { return semctl(region.sem_id, 0, GETVAL); }
 
     // A second process that attaches for itself; 0 is its good end.
-    pid_t start(const std::function<int(CMMAP_S&)>& work)
+    pid_t start(auto&& work) const
     {
-        pid_t child = fork();
-        if (child == 0) {
-            key.close_in_child();
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            CMMAP_S own;
-            _exit(init(own, CMMAP_ATTACH) == 0 ? work(own) : 99);
-        }
-        children.push_back(child);
-        return child;
+        const pid_t child = fork();
+        if (child != 0) return child;
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        CMMAP_S own;
+        _exit(init(own, CMMAP_ATTACH) == 0 ? work(own) : 99);
     }
-    int end_of(pid_t child)
+    // The last word of the region.
+    uint32_t counted()
     {
-        int status = 0;
-        waitpid(child, &status, 0);
-        std::erase(children, child);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+        EXPECT_EQ(region.Read(&region, bytes, kSize), 0);
+        uint32_t words[kWords];
+        memcpy(words, bytes, sizeof words);
+        return words[kWords - 1];
     }
-
-    Region() { region.Deinit = nullptr; }
 };
 
 // Adds one to every word; false when the words differ, as they do when two are at it.
@@ -113,79 +68,78 @@ bool count_up(volatile uint32_t* words)
     return true;
 }
 
-int count_under_lock(CMMAP_S& region, int rounds)
+int count_under_lock(CMMAP_S& region)
 {
-    for (int i = 0; i < rounds; ++i) {
+    bool good = true;
+    for (int i = 0; good && i < 200; ++i) {
         region.Lock(&region);
-        bool good = count_up(static_cast<uint32_t*>(region.address));
+        good = count_up(static_cast<uint32_t*>(region.address));
         region.Unlock(&region);
-        if (!good) return 1;
     }
-    return 0;
-}
-
-uint32_t counted(CMMAP_S& region)
-{
-    uint32_t words[kWords] = {};
-    EXPECT_EQ(region.Read(&region, words, sizeof words), 0);
-    return words[kWords - 1];
+    return good ? 0 : 1;
 }
 
 } // namespace
 
-TEST_F(Region, NoneOfManyIncrementsOfFourProcessesIsLost)
-{
-    create();
-    constexpr int kRounds = 300;
-    std::vector<pid_t> workers;
-    for (int i = 0; i < 4; ++i)
-        workers.push_back(start([](CMMAP_S& own) { return count_under_lock(own, kRounds); }));
-    for (pid_t worker : workers) EXPECT_EQ(end_of(worker), 0);
-    EXPECT_EQ(counted(region), 4u * kRounds);
-}
-
 // A process's threads share the record lock; the semaphore keeps them apart, from each other and from others.
-TEST_F(Region, ThreadsOfTwoProcessesAreKeptApartToo)
+TEST_F(Region, NoneOfManyIncrementsOfTheThreadsOfTwoProcessesIsLost)
 {
     create();
     auto two_threads = [](CMMAP_S& own) {
-        int first = 0, second = 0;
-        std::thread one([&] { first = count_under_lock(own, 200); });
-        std::thread two([&] { second = count_under_lock(own, 200); });
+        int first = 0;
+        std::thread one([&] { first = count_under_lock(own); });
+        const int second = count_under_lock(own);
         one.join();
-        two.join();
         return first | second;
     };
-    pid_t other = start(two_threads);
+    const pid_t other = start(two_threads);
     EXPECT_EQ(two_threads(region), 0);
     EXPECT_EQ(end_of(other), 0);
-    EXPECT_EQ(counted(region), 800u);
+    EXPECT_EQ(counted(), 800u);
+}
+
+// The owner removes the set while others still use it: they are told and go on under the record lock alone.
+TEST_F(Region, WithoutTheSemaphoreTheRecordLockStillExcludesOtherProcesses)
+{
+    create();
+    CMMAP_S attached;
+    ASSERT_EQ(init(attached, CMMAP_ATTACH), 0);
+    EXPECT_EQ(attached.owner, 0);
+    const string number = std::to_string(attached.sem_id);
+    ASSERT_EQ(region.Deinit(&region), 0);
+    EXPECT_EQ(printed([&] { EXPECT_EQ(attached.Write(&attached, bytes, 1), 0); }),
+              "[CMMAP_SemLock] error semop, reason(Invalid argument, " + number +
+                  ")\n[CMMAP_SemUnlock] error semop, reason(Invalid argument, " + number + ")\n");
+    attached.Deinit(&attached);
+    create();
+    auto unguarded = [](CMMAP_S& own) {
+        own.sem_id = -1;
+        return freopen("/dev/null", "w", stdout) ? count_under_lock(own) : 98;
+    };
+    const pid_t workers[] = {start(unguarded), start(unguarded), start(unguarded)};
+    for (const pid_t worker : workers) EXPECT_EQ(end_of(worker), 0);
+    EXPECT_EQ(counted(), 600u);
 }
 
 TEST_F(Region, AHolderKilledInTheMiddleOfACopyLeavesBothLocksFree)
 {
     create();
-    int ready[2];
-    ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);
-    pid_t holder = start([&](CMMAP_S& own) {
+    const pid_t holder = start([](CMMAP_S& own) {
         own.Lock(&own);
         memset(own.address, 0xAA, kSize / 2);
-        if (write(ready[1], "x", 1) == 1) pause();
-        return 1;
+        return pause();
     });
-    char byte;
-    ASSERT_EQ(read(ready[0], &byte, 1), 1);
-    EXPECT_EQ(semctl(region.sem_id, 0, GETVAL), 0) << "held";
+    while (semaphore() != 0) usleep(1000);
+    while (*static_cast<volatile char*>(region.address) == 0) usleep(1000);
     kill(holder, SIGKILL);
-    EXPECT_EQ(end_of(holder), 1000 + SIGKILL);
-    EXPECT_EQ(semctl(region.sem_id, 0, GETVAL), 1);
-    std::vector<uint8_t> ours(kSize, 0x55), seen(kSize);
-    EXPECT_EQ(region.Write(&region, ours.data(), kSize), 0);
-    pid_t reader =
-        start([&](CMMAP_S& own) { return own.Read(&own, seen.data(), kSize) == 0 && seen == ours ? 0 : 1; });
-    EXPECT_EQ(end_of(reader), 0);
-    close(ready[0]);
-    close(ready[1]);
+    EXPECT_EQ(end_of(holder), 128 + SIGKILL);
+    EXPECT_EQ(semaphore(), 1);
+    EXPECT_EQ(region.Write(&region, "ours", 5), 0);
+    EXPECT_EQ(end_of(start([](CMMAP_S& own) {
+                  char seen[5];
+                  return own.Read(&own, seen, sizeof seen) == 0 ? strcmp(seen, "ours") : 1;
+              })),
+              0);
 }
 
 TEST_F(Region, ASecondCreatorEmptiesTheRegionWithoutOwningTheSemaphore)
@@ -199,40 +153,24 @@ TEST_F(Region, ASecondCreatorEmptiesTheRegionWithoutOwningTheSemaphore)
     EXPECT_EQ(second.sem_id, region.sem_id);
     EXPECT_EQ(folder.read("region"), string(kSize, '\0'));
     ASSERT_EQ(second.Write(&second, "new", 4), 0);
-    char seen[4];
-    EXPECT_EQ(region.Read(&region, seen, sizeof seen), 0);
-    EXPECT_STREQ(seen, "new");
+    EXPECT_EQ(region.Read(&region, bytes, 4), 0);
+    EXPECT_STREQ(bytes, "new");
     EXPECT_EQ(second.Deinit(&second), 0);
-    EXPECT_TRUE(key.exists());
+    EXPECT_TRUE(key_exists());
     EXPECT_EQ(region.Deinit(&region), 0);
-    EXPECT_FALSE(key.exists()) << "the owner's end removes it";
+    EXPECT_FALSE(key_exists()) << "the owner's end removes it";
     EXPECT_EQ(folder.read("region").substr(0, 3), "new") << "the file stays";
 }
 
-TEST_F(Region, AFileThatASecondCreatorShortenedEndsNobodyByABusError)
+// Emptied while another copies, it would be a bus error there.
+TEST_F(Region, AFileThatASecondCreatorWritesOrShortensEndsNobodyByABusError)
 {
     create();
-    pid_t other = start([&](CMMAP_S&) {
-        CMMAP_S shorter;
-        return init(shorter, CMMAP_CREATE, 100);
-    });
-    EXPECT_EQ(end_of(other), 0);
-    std::vector<char> bytes(kSize);
-    EXPECT_EQ(region.Read(&region, bytes.data(), 100), 0);
-    ASSERT_EQ(truncate(path.c_str(), 0), 0);
-    EXPECT_EQ(region.Read(&region, bytes.data(), 1), -1);
-    EXPECT_EQ(region.Write(&region, bytes.data(), 1), -1);
-    EXPECT_EQ(semctl(region.sem_id, 0, GETVAL), 1) << "not left locked";
-}
-
-TEST_F(Region, CreatingWhileAnotherCopiesNeverTakesTheFileAway)
-{
-    create();
-    pid_t reader = start([](CMMAP_S& own) {
-        char bytes[kSize];
-        for (int i = 0; i < 3000; ++i)
-            if (own.Read(&own, bytes, sizeof bytes) != 0) return 1;
-        return 0;
+    const pid_t reader = start([](CMMAP_S& own) {
+        char seen[kSize];
+        int failed = 0;
+        for (int i = 0; i < 3000; ++i) failed |= own.Read(&own, seen, sizeof seen);
+        return failed;
     });
     for (int i = 0; i < 1000; ++i) {
         CMMAP_S again;
@@ -240,84 +178,59 @@ TEST_F(Region, CreatingWhileAnotherCopiesNeverTakesTheFileAway)
         ASSERT_EQ(again.Deinit(&again), 0);
     }
     EXPECT_EQ(end_of(reader), 0);
-}
-
-// The owner removes the set while others still use it: they are told and go on under the record lock alone.
-TEST_F(Region, WithoutTheSemaphoreTheRecordLockStillExcludesOtherProcesses)
-{
-    create();
-    CMMAP_S attached;
-    ASSERT_EQ(init(attached, CMMAP_ATTACH), 0);
-    EXPECT_EQ(attached.owner, 0);
-    int id = attached.sem_id;
-    ASSERT_EQ(region.Deinit(&region), 0);
-    char byte = 1;
-    string number = std::to_string(id);
-    EXPECT_EQ(printed([&] { EXPECT_EQ(attached.Write(&attached, &byte, 1), 0); }),
-              "[CMMAP_SemLock] error semop, reason(Invalid argument, " + number +
-                  ")\n[CMMAP_SemUnlock] error semop, reason(Invalid argument, " + number + ")\n");
-    ASSERT_EQ(init(region, CMMAP_CREATE), 0);
-    std::vector<pid_t> workers;
-    for (int i = 0; i < 3; ++i)
-        workers.push_back(start([](CMMAP_S& own) {
-            own.sem_id = -1;
-            if (!freopen("/dev/null", "w", stdout)) return 98;
-            return count_under_lock(own, 200);
-        }));
-    for (pid_t worker : workers) EXPECT_EQ(end_of(worker), 0);
-    EXPECT_EQ(counted(region), 600u);
-    attached.Deinit(&attached);
+    EXPECT_EQ(end_of(start([&](CMMAP_S& own) { return init(own, CMMAP_CREATE, 100); })), 0);
+    EXPECT_EQ(region.Read(&region, bytes, 100), 0);
+    ASSERT_EQ(truncate(path.c_str(), 0), 0);
+    EXPECT_EQ(region.Read(&region, bytes, 1), -1);
+    EXPECT_EQ(region.Write(&region, bytes, 1), -1);
+    EXPECT_EQ(semaphore(), 1) << "not left locked";
 }
 
 TEST_F(Region, LocksThatFailAreToldInTheirOrderAndTheCopyIsMade)
 {
     create();
-    int fd = region.fd, id = region.sem_id;
+    const zep::Fd kept(region.fd);
     region.fd = -1;
     region.sem_id = -1;
-    char byte = 7;
-    EXPECT_EQ(printed([&] { EXPECT_EQ(region.Write(&region, &byte, 1), 0); }),
+    EXPECT_EQ(printed([&] { EXPECT_EQ(region.Write(&region, "7", 1), 0); }),
               "[CMMAP_FileLock] error fcntl, reason(Bad file descriptor)\n"
               "[CMMAP_SemLock] error semop, reason(Invalid argument, -1)\n"
               "[CMMAP_SemUnlock] error semop, reason(Invalid argument, -1)\n"
               "[CMMAP_FileUnlock] error fcntl, reason(Bad file descriptor)\n");
-    EXPECT_EQ(*static_cast<char*>(region.address), 7);
+    EXPECT_EQ(*static_cast<char*>(region.address), '7');
     EXPECT_EQ(printed([&] { EXPECT_EQ(region.Deinit(&region), -1); }),
               "[CMMAP_DeinitLock] error semctl, reason(Invalid argument)\n");
-    semctl(id, 0, IPC_RMID);
-    close(fd);
 }
 
 TEST_F(Region, WhatCannotBeOpenedOrMappedIsToldAndCopiesNothing)
 {
-    char bytes[8];
     auto refused = [&](uint32_t flags, uint32_t size, const string& line) {
-        EXPECT_EQ(printed([&] { EXPECT_EQ(init(region, flags, size), -1); }), line);
+        EXPECT_EQ(printed([&] { EXPECT_EQ(init(region, flags, size), -1); }), "[CMMAP_Init] error " + line);
         EXPECT_EQ(region.Read(&region, bytes, 1), -1);
         EXPECT_EQ(region.Write(&region, bytes, 1), -1);
         region.Deinit(&region);
         EXPECT_EQ(region.address, nullptr);
         EXPECT_EQ(region.fd, -1);
     };
-    refused(CMMAP_ATTACH, kSize, "[CMMAP_Init] error open, reason(No such file or directory)\n");
+    refused(CMMAP_ATTACH, kSize, "open, reason(No such file or directory)\n");
     errno = EEXIST;
-    refused(0, kSize, "[CMMAP_Init] error open, reason(File exists)\n");
-    refused(CMMAP_CREATE, 0, "[CMMAP_Init] error mmap, reason(Invalid argument)\n");
+    refused(0, kSize, "open, reason(File exists)\n");
+    refused(CMMAP_CREATE, 0, "mmap, reason(Invalid argument)\n");
     folder.write("region", string(kSize - 1, 'x'));
-    refused(CMMAP_ATTACH, kSize, "[CMMAP_Init] error mmap, reason(No such device or address)\n");
-    EXPECT_FALSE(key.exists());
+    refused(CMMAP_ATTACH, kSize, "mmap, reason(No such device or address)\n");
+    EXPECT_FALSE(key_exists());
 }
 
 TEST_F(Region, LengthsReachToTheEndOfTheLastPageAndNoFurther)
 {
-    uint32_t page = uint32_t(sysconf(_SC_PAGESIZE));
-    std::vector<char> bytes(2 * page);
+    const uint32_t page = uint32_t(sysconf(_SC_PAGESIZE));
+    std::vector<char> large(2 * page);
     ASSERT_EQ(init(region, CMMAP_CREATE | CMMAP_ATTACH, 100), 0);
     EXPECT_EQ(folder.read("region").size(), 100u);
-    EXPECT_EQ(region.Write(&region, bytes.data(), page), 0);
-    EXPECT_EQ(region.Write(&region, bytes.data(), page + 1), -1);
-    EXPECT_EQ(region.Read(&region, bytes.data(), UINT32_MAX), -1);
+    EXPECT_EQ(region.Write(&region, large.data(), page), 0);
+    EXPECT_EQ(region.Write(&region, large.data(), page + 1), -1);
+    EXPECT_EQ(region.Read(&region, large.data(), UINT32_MAX), -1);
     EXPECT_EQ(region.Deinit(&region), 0);
-    EXPECT_EQ(region.Read(&region, bytes.data(), 1), -1) << "after the end";
+    EXPECT_EQ(region.Read(&region, bytes, 1), -1) << "after the end";
     EXPECT_EQ(printed([&] { EXPECT_EQ(region.Deinit(&region), -1); }), "");
 }

@@ -6,11 +6,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-TEST(PidFile, HoldsTheCallersIdAndTheSetUserIdBit)
+TEST(PidFile, HoldsTheCallersIdAndTheSetUserIdBitAndWhatIsNoNumberIsMinusOne)
 {
     TempFolder folder;
-    std::string path = folder.write("pid", "an old and longer text\n");
-    unlink(path.c_str());
+    const std::string path = folder / "pid";
     mode_t mask = umask(022);
     EXPECT_EQ(CUTIL_WritePidFile(path.c_str()), 1);
     umask(mask);
@@ -21,11 +20,7 @@ TEST(PidFile, HoldsTheCallersIdAndTheSetUserIdBit)
     EXPECT_EQ(info.st_mode & 07777, 04644u);
     EXPECT_EQ(CUTIL_WritePidFile((folder / "none/pid").c_str()), 0);
     EXPECT_EQ(CUTIL_WritePidFile("/dev/full"), 0) << "made but not written";
-}
-
-TEST(PidFile, WhatIsNoNumberIsMinusOneNotAProcess)
-{
-    TempFolder folder;
+    EXPECT_EQ(CUTIL_ReadPidFile((folder / "none").c_str()), -1);
     const struct {
         const char* text;
         int32_t pid;
@@ -33,5 +28,4 @@ TEST(PidFile, WhatIsNoNumberIsMinusOneNotAProcess)
                  {"-", -1},    {"99999999999", INT32_MAX}};
     for (const auto& c : cases)
         EXPECT_EQ(CUTIL_ReadPidFile(folder.write("pid", c.text).c_str()), c.pid) << c.text;
-    EXPECT_EQ(CUTIL_ReadPidFile((folder / "none").c_str()), -1);
 }
