@@ -5,7 +5,6 @@
 #include "tests/support/child.hpp"
 #include "tests/support/run.hpp"
 
-#include <chrono>
 #include <csignal>
 #include <gtest/gtest.h>
 #include <sstream>
@@ -80,66 +79,52 @@ TEST(Proc, TheTraceShowsEveryEntryEveryProcessAndEveryComparison)
     EXPECT_EQ(trace.substr(trace.size() - last.size()), last) << "the scan ends at the match";
 }
 
-TEST(Proc, ASignalReachesAllThatMatchAndTheWaitEndsWithThem)
+TEST(ProcList, OverlongLinesAreSkippedWholeAndTheFirstSixteenOthersUsed)
 {
-    string name = unique_name("d");
-    Child first(name + "1"), second(name + "2"), other(unique_name("d"));
-    auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(CUTIL_KillProc(name.c_str(), SIGTERM), 0);
-    EXPECT_EQ(CUTIL_WaitProcEnd(name.c_str()), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
-    EXPECT_EQ(first.wait_end(), SIGTERM);
-    EXPECT_EQ(second.wait_end(), SIGTERM);
-    EXPECT_EQ(other.ended_by(), 0);
-}
-
-TEST(ProcList, OverlongLinesAreSkippedWholeAndTheOthersUsed)
-{
-    string base = unique_name("");
-    string longest = base + string(30 - base.size(), 'x'); // 31 with its line end
+    const string base = unique_name("");
+    const string longest = base + string(30 - base.size(), 'x'); // 31 with its line end
     Child used(longest), over(longest + "y"), crlf(base + "crlf"), tail(base + "tail"),
         open_end(base + "open");
+    Child sixteenth(base + "26"), seventeenth(base + "27");
     TempFolder folder;
-    string list = folder.write("list", longest + "y\n" +                        // 32 with its line end
-                                           string(255, 'z') + base + "tail\n" + // the tail is no name
-                                           base + "crlf\r\n" + base + "open");
-    EXPECT_EQ(CUTIL_KillProcAll(list.c_str(), SIGTERM), 0);
+    const auto kill_all = [&](const string& names, int signal) {
+        return CUTIL_KillProcAll(folder.write("list", names).c_str(), signal);
+    };
+    // 32 with its line end; the tail of a long line is no name.
+    EXPECT_EQ(
+        kill_all(longest + "y\n" + string(255, 'z') + base + "tail\n" + base + "crlf\r\n" + base + "open",
+                 SIGTERM),
+        0);
     EXPECT_EQ(crlf.wait_end(), SIGTERM);
     EXPECT_EQ(open_end.wait_end(), SIGTERM);
     EXPECT_EQ(tail.ended_by() + used.ended_by() + over.ended_by(), 0);
-    list = folder.write("list", longest + "\n");
-    EXPECT_EQ(CUTIL_KillProcAll(list.c_str(), SIGKILL), 0);
+    EXPECT_EQ(kill_all(longest + "\n", SIGKILL), 0);
     EXPECT_EQ(used.wait_end(), SIGKILL);
     EXPECT_EQ(over.wait_end(), SIGKILL) << "a prefix match";
-}
-
-TEST(ProcList, HoldsSixteenNamesAndMustExist)
-{
-    string base = unique_name("");
-    Child sixteenth(base + "26"), seventeenth(base + "27");
     string names = string(60, 'l') + "\n";
     for (int i = 11; i <= 40; ++i) names += base + std::to_string(i) + "\n";
-    TempFolder folder;
-    EXPECT_EQ(CUTIL_KillProcAll(folder.write("list", names).c_str(), SIGTERM), 0);
+    EXPECT_EQ(kill_all(names, SIGTERM), 0);
     EXPECT_EQ(sixteenth.wait_end(), SIGTERM);
     EXPECT_EQ(CUTIL_KillProcAll((folder / "none").c_str(), SIGTERM), -1);
     EXPECT_EQ(seventeenth.ended_by(), 0);
 }
 
-TEST(Xkill, StopsAndReportsByPath)
+TEST(Xkill, StopsAllThatMatchReportsByPathAndWaits)
 {
-    string name = unique_name("confd");
-    Child first(name);
+    const string name = unique_name("d");
+    Child first(name), other(unique_name("d"));
     EXPECT_EQ(xkill("alive", name), "Alive " + name + "\n");
     EXPECT_EQ(xkill("sigterm", name) + xkill("SIGHUP", name), "");
     EXPECT_EQ(first.ended_by(), 0) << "an unknown word does nothing";
     EXPECT_EQ(xkill("SIGTERM", name), "");
     EXPECT_EQ(first.wait_end(), SIGTERM);
     EXPECT_EQ(xkill("alive", name), "");
-    Child second(name), third(name);
+    Child second(name), third(name + "1");
     EXPECT_EQ(xkill("SIGKILL", name), "");
     EXPECT_EQ(second.wait_end() + third.wait_end(), 2 * SIGKILL);
     Child last(name);
     EXPECT_EQ(xkill(name), "");
     EXPECT_EQ(last.wait_end(), SIGTERM);
+    EXPECT_EQ(CUTIL_WaitProcEnd(name.c_str()), 0);
+    EXPECT_EQ(other.ended_by(), 0);
 }
