@@ -13,8 +13,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 namespace codec_test {
@@ -34,13 +36,14 @@ inline AUDIO_FRAME_S frame_of(std::vector<int16_t>& samples, uint64_t stamp = 0)
     return frame;
 }
 
-inline AENC_STREAM_HEADER_S stream_of(std::vector<uint8_t>& bytes)
-{
-    AENC_STREAM_HEADER_S stream = {};
-    stream.pu8Data = bytes.data();
-    stream.u32Len = uint32_t(bytes.size());
-    return stream;
-}
+// The audio input that every encoder channel finds bound to it, in place of the drivers: the program is linked with
+// --wrap for the calls that encoder channels make below themselves.
+struct BoundInput {
+    std::function<int32_t(AUDIO_FRAME_S&, uint32_t block)>
+        take;                 // answers HI_MPI_AI_GetFrame; unbound without it
+    std::atomic<int> out = 0; // frames taken and not released
+};
+inline BoundInput bound_input;
 
 // Encoder and decoder modules started, and what bound decoder channels send caught by a receiver "AO".
 class Channels : public testing::Test {
@@ -57,6 +60,7 @@ protected:
     }
     ~Channels() override
     {
+        bound_input.take = nullptr;
         EXPECT_EQ(MPI_AENC_DeInit(), 0);
         EXPECT_EQ(MPI_ADEC_DeInit(), 0);
         EXPECT_EQ(SYS_BIND_DeInit(), 0);
@@ -73,12 +77,40 @@ protected:
         const ADEC_CHN_ATTR_S attr = {type, 5, mode, &word};
         return HI_MPI_ADEC_CreateChn(channel, &attr);
     }
-    static int32_t bind(int32_t channel, int32_t output = 0)
+    static int32_t bind(int32_t channel)
     {
-        const MPP_CHN_S source = {HI_ID_ADEC, 0, channel}, destination = {HI_ID_AO, 0, output};
-        return SYS_Bind(&source, &destination);
+        const MPP_CHN_S source = {HI_ID_ADEC, 0, channel}, output = {HI_ID_AO, 0, 0};
+        return SYS_Bind(&source, &output);
     }
-
+    // A decoder channel of its own for what follows, bound to the output.
+    static void rebuild_adec(int32_t type, uint32_t mode, uint32_t word = 0)
+    {
+        const MPP_CHN_S output = {HI_ID_AO, 0, 0};
+        HI_MPI_ADEC_DestroyChn(0);
+        EXPECT_EQ(SYS_UnBind(&output), 0);
+        ASSERT_EQ(create_adec(0, type, mode, word), 0);
+        ASSERT_EQ(bind(0), 0);
+        played.clear();
+    }
+    static int32_t send(const std::vector<uint8_t>& bytes, uint32_t block = 1)
+    {
+        AENC_STREAM_HEADER_S stream = {};
+        stream.pu8Data = const_cast<uint8_t*>(bytes.data()); // the decoder only reads
+        stream.u32Len = uint32_t(bytes.size());
+        return HI_MPI_ADEC_SendStream(0, &stream, block);
+    }
+    static ADEC_CHN_STAT_S adec_stat(int32_t channel = 0)
+    {
+        ADEC_CHN_STAT_S stat = {};
+        EXPECT_EQ(HI_MPI_ADEC_GetChnStat(channel, &stat), 0);
+        return stat;
+    }
+    static AENC_CHN_STAT_S aenc_stat(int32_t channel = 0)
+    {
+        AENC_CHN_STAT_S stat = {};
+        EXPECT_EQ(HI_MPI_AENC_GetChnStat(channel, &stat), 0);
+        return stat;
+    }
     // Everything that was played, as one signal.
     static std::vector<int16_t> signal_played()
     {
