@@ -1,16 +1,13 @@
-// What happens when: frames in camera time, readiness, waiting, what is lost or late.
+// What happens when: frames in camera time, readiness, waiting, what is lost or late. Camera time goes on with the
+// host's, so that a busy host makes things later than they need be: a time has a lower bound only.
 #include "tests/camera/media/media.hpp"
 
-#include <cmath>
-#include <ctime>
 #include <poll.h>
 #include <thread>
 
 namespace {
 
-struct Time : Platform {};
-
-constexpr int32_t kAi = MPP_ERROR(HI_ID_AI, 0), kAo = MPP_ERROR(HI_ID_AO, 0);
+using Time = Platform;
 
 int64_t now_ms()
 {
@@ -27,25 +24,24 @@ bool ready(int fd, short event, int timeout_ms)
 
 uint64_t stamp_of(const AUDIO_FRAME_S& f) { return uint64_t(f.au32Pass[1]) << 32 | f.au32Pass[0]; }
 
-} // namespace
-
 TEST_F(Time, AFrameIsThereWhenItsLastSampleHasBeenTaken)
 {
+    const int64_t begin = now_ms();
     open_input(attributes(8000, 800)); // 100 ms
     const int fd = HI_MPI_AI_GetFd(kDev, 0);
     AUDIO_FRAME_S frame = {}, second = {};
-    EXPECT_EQ(HI_MPI_AI_GetFrame(kDev, 0, &frame, nullptr, 0), kAi | 0xE) << "nothing yet, and no waiting";
-    EXPECT_FALSE(ready(fd, POLLIN, 0));
-    const int64_t begin = now_ms();
-    EXPECT_TRUE(ready(fd, POLLIN, 1000));
-    EXPECT_NEAR(double(now_ms() - begin), 100, 20);
+    const bool early = HI_MPI_AI_GetFrame(kDev, 0, &frame, nullptr, 0) != (kAi | 0xE) || ready(fd, POLLIN, 0);
+    EXPECT_TRUE(!early || now_ms() - begin >= 100) << "nothing yet, and no waiting";
+    EXPECT_EQ(release(frame), stamp_of(frame) ? 0 : kAi | 3);
+    EXPECT_TRUE(ready(fd, POLLIN, -1));
+    EXPECT_GE(now_ms() - begin, 99);
     EXPECT_EQ(HI_MPI_AI_GetFrame(kDev, 0, &frame, nullptr, 0), 0);
-    EXPECT_EQ(HI_MPI_AI_GetFrame(kDev, 0, &second, nullptr, 1), 0);
-    EXPECT_NEAR(double(now_ms() - begin), 200, 30) << "waited in the driver";
+    EXPECT_EQ(get(second), 0);
+    EXPECT_GE(now_ms() - begin, 199) << "waited in the driver";
     EXPECT_EQ(stamp_of(second) - stamp_of(frame), 100000u);
     EXPECT_EQ(second.au32Pass[2], frame.au32Pass[2] + 1);
-    EXPECT_EQ(HI_MPI_AI_ReleaseFrame(kDev, 0, &frame, nullptr), 0);
-    EXPECT_EQ(HI_MPI_AI_ReleaseFrame(kDev, 0, &second, nullptr), 0);
+    EXPECT_EQ(release(frame), 0);
+    EXPECT_EQ(release(second), 0);
 }
 
 // The driver keeps as many frames as the attributes say; those that find no room are lost, not the old ones.
@@ -53,76 +49,85 @@ TEST_F(Time, FramesThatNobodyFetchesAreLost)
 {
     const Samples heard = ramp(8000 * 3);
     microphone(heard, 8000);
-    AIO_ATTR_S attr = attributes();
-    attr.u32FrmNum = 5;
-    open_input(attr);
+    open_input(attributes(8000, 160, AUDIO_SOUND_MONO, 5));
     usleep(1000000); // 50 frames
-    Samples got = capture(5);
-    EXPECT_EQ(got, part(heard, 0, 5 * 160));
+    EXPECT_EQ(capture(5), part(heard, 0, 5 * 160));
     AUDIO_FRAME_S next = {};
-    ASSERT_EQ(HI_MPI_AI_GetFrame(kDev, 0, &next, nullptr, 1), 0);
+    ASSERT_EQ(get(next), 0);
     EXPECT_GE(next.au32Pass[2], 50u);
-    EXPECT_EQ(samples_of(next)[0], heard[next.au32Pass[2] * 160]) << "the place in the file is the time";
-    EXPECT_EQ(HI_MPI_AI_ReleaseFrame(kDev, 0, &next, nullptr), 0);
+    EXPECT_EQ(samples_of(next), part(heard, next.au32Pass[2] * 160, 160))
+        << "the place in the file is the time";
+    EXPECT_EQ(release(next), 0);
 }
 
 // Frames that a program holds take room as well.
 TEST_F(Time, AProgramThatHoldsAllBlocksGetsNoMore)
 {
-    AIO_ATTR_S attr = attributes();
-    attr.u32FrmNum = 2;
+    AIO_ATTR_S attr = attributes(8000, 160, AUDIO_SOUND_MONO, 2);
     attr.u32ChnCnt = 1;
     open_input(attr);
     AUDIO_FRAME_S frames[2] = {}, more = {};
-    for (auto& frame : frames) ASSERT_EQ(HI_MPI_AI_GetFrame(kDev, 0, &frame, nullptr, 1), 0);
+    for (auto& frame : frames) ASSERT_EQ(get(frame), 0);
     usleep(200000);
     EXPECT_EQ(HI_MPI_AI_GetFrame(kDev, 0, &more, nullptr, 0), kAi | 0xE);
-    EXPECT_EQ(HI_MPI_AI_ReleaseFrame(kDev, 0, &frames[0], nullptr), 0);
-    EXPECT_EQ(HI_MPI_AI_GetFrame(kDev, 0, &more, nullptr, 1), 0);
-    EXPECT_EQ(HI_MPI_AI_ReleaseFrame(kDev, 0, &frames[1], nullptr), 0);
-    EXPECT_EQ(HI_MPI_AI_ReleaseFrame(kDev, 0, &more, nullptr), 0);
+    EXPECT_EQ(release(frames[0]), 0);
+    EXPECT_EQ(get(more), 0);
+    EXPECT_EQ(release(frames[1]), 0);
+    EXPECT_EQ(release(more), 0);
 }
 
 TEST_F(Time, AFullOutputRefusesOrWaitsUntilAFrameHasPlayed)
 {
-    AIO_ATTR_S attr = attributes(8000, 800);
-    attr.u32FrmNum = 2;
-    open_output(attr);
+    open_output(attributes(8000, 800, AUDIO_SOUND_MONO, 2));
     const Samples sound = ramp(800);
     const int fd = HI_MPI_AO_GetFd(kDev, 0);
     EXPECT_TRUE(ready(fd, POLLOUT, 0));
-    const int64_t begin = now_ms();
+    ASSERT_EQ(HI_MPI_AO_PauseChn(kDev, 0),
+              0); // nothing plays while the queue is filled, however long that takes
     EXPECT_EQ(send(sound, 0), 0);
     EXPECT_EQ(send(sound, 0), 0);
     EXPECT_EQ(send(sound, 0), kAo | 0xF);
+    EXPECT_FALSE(ready(fd, POLLOUT, 0));
     EXPECT_EQ(speaker().samples.size(), 1600u) << "the refused frame is not there";
-    EXPECT_TRUE(ready(fd, POLLOUT, 1000));
-    EXPECT_NEAR(double(now_ms() - begin), 100, 20);
+    const int64_t begin = now_ms();
+    ASSERT_EQ(HI_MPI_AO_ResumeChn(kDev, 0), 0);
+    EXPECT_TRUE(ready(fd, POLLOUT, -1));
+    EXPECT_GE(now_ms() - begin, 99);
     EXPECT_EQ(send(sound), 0);
     EXPECT_EQ(send(sound), 0);
-    EXPECT_NEAR(double(now_ms() - begin), 200, 30);
+    EXPECT_GE(now_ms() - begin, 199);
 }
 
 TEST_F(Time, PauseHoldsResumeGoesOnAndClearDropsWhatHasNotPlayed)
 {
-    AIO_ATTR_S attr = attributes(8000, 800);
-    attr.u32FrmNum = 4;
-    open_output(attr);
-    const Samples sound = ramp(3200);
-    for (size_t i = 0; i < 4; ++i) ASSERT_EQ(send(part(sound, i * 800, 800)), 0);
+    open_output(attributes(8000, 800, AUDIO_SOUND_MONO, 4));
+    const Samples sound = ramp(80000);
+    size_t sent = 0;
+    const auto fill = [&] {
+        int32_t result = 0;
+        while ((result = send(part(sound, sent, 800), 0)) == 0) sent += 800;
+        EXPECT_EQ(result, kAo | 0xF);
+    };
+    const int64_t begin = now_ms();
+    for (; sent < 3200; sent += 800) ASSERT_EQ(send(part(sound, sent, 800)), 0);
     usleep(150000);
-    ASSERT_EQ(HI_MPI_AO_PauseChn(kDev, 0), 0);
-    ASSERT_EQ(HI_MPI_AO_PauseChn(kDev, 0), 0);
+    for (int twice = 0; twice < 2; ++twice) ASSERT_EQ(HI_MPI_AO_PauseChn(kDev, 0), 0);
+    const int64_t paused = now_ms();
+    fill();
+    EXPECT_GE(sent, 4000u) << "room for what has played";
+    const size_t queued = sent;
     usleep(1000000);
-    EXPECT_EQ(send(part(sound, 0, 800), 0), 0) << "room for what played before";
-    EXPECT_EQ(send(part(sound, 0, 800), 0), kAo | 0xF) << "nothing plays";
-    EXPECT_EQ(speaker().samples.size(), 4000u);
+    fill();
+    EXPECT_EQ(sent, queued) << "nothing plays";
+    const int64_t resumed = now_ms();
     ASSERT_EQ(HI_MPI_AO_ResumeChn(kDev, 0), 0);
     usleep(100000);
     ASSERT_EQ(HI_MPI_AO_ClearChnBuf(kDev, 0), 0);
     const Samples heard = speaker().samples;
-    EXPECT_NEAR(double(heard.size()), 2000, 400) << "250 ms have played";
     EXPECT_EQ(heard, part(sound, 0, heard.size()));
+    EXPECT_GE(heard.size(), 8u * 248) << "250 ms have played at least";
+    EXPECT_LE(heard.size(), 8u * size_t(now_ms() - resumed + paused - begin + 1))
+        << "and not more than time went by";
     EXPECT_TRUE(ready(HI_MPI_AO_GetFd(kDev, 0), POLLOUT, 0));
 }
 
@@ -130,9 +135,7 @@ TEST_F(Time, PauseHoldsResumeGoesOnAndClearDropsWhatHasNotPlayed)
 TEST_F(Time, DisablingAChannelEndsTheWaitForIt)
 {
     open_input(attributes(8000, 2000));
-    AIO_ATTR_S attr = attributes(8000, 800);
-    attr.u32FrmNum = 2;
-    open_output(attr);
+    open_output(attributes(8000, 800, AUDIO_SOUND_MONO, 2));
     const Samples sound = ramp(800);
     ASSERT_EQ(HI_MPI_AO_PauseChn(kDev, 0), 0);
     ASSERT_EQ(send(sound), 0);
@@ -140,12 +143,12 @@ TEST_F(Time, DisablingAChannelEndsTheWaitForIt)
     int32_t got = 0, sent = 0;
     std::thread reader([&] {
         AUDIO_FRAME_S frame = {};
-        got = HI_MPI_AI_GetFrame(kDev, 1, &frame, nullptr, 1);
+        while ((got = get(frame)) == 0) release(frame);
     });
     std::thread writer([&] { sent = send(sound); });
     usleep(300000);
     EXPECT_EQ(HI_MPI_AO_DisableChn(kDev, 0), 0);
-    EXPECT_EQ(HI_MPI_AI_DisableChn(kDev, 1), 0);
+    EXPECT_EQ(HI_MPI_AI_DisableChn(kDev, 0), 0);
     reader.join();
     writer.join();
     EXPECT_EQ(got, kAi | 9);
@@ -156,12 +159,16 @@ TEST_F(Time, StampsFollowTheBase)
 {
     uint64_t first = 0, second = 0;
     ASSERT_EQ(HI_MPI_SYS_SetPtsBase(uint64_t(5) << 32), 0);
+    const int64_t begin = now_ms();
     ASSERT_EQ(HI_MPI_SYS_GetCurPts(&first), 0);
     usleep(500000);
     ASSERT_EQ(HI_MPI_SYS_GetCurPts(&second), 0);
     EXPECT_EQ(first >> 32, 5u);
-    EXPECT_NEAR(double(second - first), 500000, 50000);
+    EXPECT_GE(second - first, 500000u);
+    EXPECT_LE(second - first, uint64_t(now_ms() - begin + 1) * 1000);
     ASSERT_EQ(HI_MPI_SYS_SyncPtsBase(1000), 0);
     ASSERT_EQ(HI_MPI_SYS_GetCurPts(&second), 0);
-    EXPECT_LT(second, 1000000u);
+    EXPECT_LT(second, uint64_t(5) << 32);
 }
+
+} // namespace
