@@ -21,6 +21,14 @@ inline double power(const voices::Signal& x, size_t from, size_t to)
 // A ratio of powers in tenths of a decibel.
 inline int decibels(double over, double under) { return int(std::floor(100 * std::log10(over / under))); }
 
+// Samples of the second that differ from the first's, from a place on.
+inline int changed(const voices::Signal& a, const voices::Signal& b, size_t from)
+{
+    int count = 0;
+    for (size_t i = from; i < a.size(); ++i) count += a[i] != b[i];
+    return count;
+}
+
 void echo_canceller();
 void noise_reducer();
 void resamplers();

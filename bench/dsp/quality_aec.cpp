@@ -114,6 +114,21 @@ void adversity()
     figure(-worst, -10, "0.1 dB", "near talker beside unrelated sound, worst change");
 }
 
+// Nothing to cancel, nothing to lose: without sound from the loudspeaker the microphone passes bit for bit.
+void silence()
+{
+    const Signal near = mix(babble(3 * kRate, kRate, 3000, 61), noise(3 * kRate, 30, 62)), quiet(near.size());
+    figure(-changed(near, cancel(kRate, 80, near, quiet), 0), 0, "samples", "microphone without far sound");
+    figure(-changed(quiet, cancel(kRate, 80, quiet, quiet), 0), 0, "samples", "silence");
+    figure(-changed(quiet, cancel(kRate, 80, quiet, noise(3 * kRate, 20000, 71)), 0), 0, "samples",
+           "silence while the loudspeaker plays");
+    Signal far = babble(3 * kRate, kRate, 1500, 63);
+    std::fill(far.begin() + kRate, far.end(), int16_t(0));
+    const Signal mic = mix(through(room(kRate, 64, 64), far), near);
+    figure(-changed(mic, cancel(kRate, 80, mic, far), kRate * 13 / 10), 0, "samples",
+           "microphone after far sound");
+}
+
 } // namespace
 
 void echo_canceller()
@@ -122,6 +137,7 @@ void echo_canceller()
     near_talker();
     changes();
     adversity();
+    silence();
 }
 
 } // namespace quality

@@ -52,6 +52,15 @@ void steady_noise(int rate)
            rate);
 }
 
+// Also behind noise, a tenth of a second later.
+void silence(int rate)
+{
+    const Signal zeros(size_t(rate), 0), after = joined(noise(rate, 3000), zeros);
+    figure(-changed(zeros, reduce(rate, zeros), 0), 0, "samples", "silence, %d Hz", rate);
+    figure(-changed(after, reduce(rate, after), size_t(rate + rate / 10)), 0, "samples",
+           "silence after noise, %d Hz", rate);
+}
+
 void voices_through(int rate)
 {
     const int late = rate / 100;
@@ -91,6 +100,7 @@ void noise_reducer()
 {
     for (int rate : {8000, 16000}) {
         steady_noise(rate);
+        silence(rate);
         voices_through(rate);
     }
     ten_minutes();

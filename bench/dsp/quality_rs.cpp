@@ -121,6 +121,18 @@ void full_scale(const Ratio& r)
     figure(least, 27000, "", "resampler %d, plateau of a full-scale square", r.kind);
 }
 
+// Constants pass unchanged, and silence follows a signal within the delay.
+void constants(const Ratio& r)
+{
+    int wrong = 0;
+    for (int level : {0, 1, -1, 12345, INT16_MAX, INT16_MIN}) {
+        const Signal x = joined(noise(240 * r.down, 20000), Signal(size_t(240 * r.down), int16_t(level)));
+        const Signal y = convert(r, x), expected(y.size(), int16_t(level));
+        wrong += changed(expected, y, size_t(310 * r.up));
+    }
+    figure(-wrong, 0, "samples", "resampler %d, constants", r.kind);
+}
+
 } // namespace
 
 void resamplers()
@@ -129,6 +141,7 @@ void resamplers()
         pass_band(r);
         stop_band(r);
         full_scale(r);
+        constants(r);
     }
 }
 

@@ -69,21 +69,6 @@ TEST(Aec, EveryTargetGivesTheSameSamples)
     EXPECT_EQ(unheard, 1006068646u);
 }
 
-TEST(Aec, WithoutFarSoundTheMicrophonePassesBitForBitAndSilenceStaysSilence)
-{
-    const int rate = 8000;
-    const Signal near = mix(babble(3 * rate, rate, 3000, 61), noise(3 * rate, 30, 62)), silence(near.size());
-    EXPECT_EQ(cancel(rate, 80, near, silence), near);
-    EXPECT_EQ(cancel(rate, 80, silence, silence), silence);
-    EXPECT_EQ(cancel(rate, 80, silence, noise(3 * rate, 20000, 71)), silence);
-
-    Signal far = babble(3 * rate, rate, 1500, 63);
-    std::fill(far.begin() + rate, far.end(), int16_t(0));
-    const Signal mic = mix(through(room(rate, 64, 64), far), near), out = cancel(rate, 80, mic, far);
-    const ptrdiff_t quiet = rate * 13 / 10;
-    EXPECT_TRUE(std::equal(out.begin() + quiet, out.end(), mic.begin() + quiet));
-}
-
 TEST(Aec, LongFramesEqualTheirBlocksOutMayBeNearAndResetForgets)
 {
     for (int rate : {8000, 16000}) {

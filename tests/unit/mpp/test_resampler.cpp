@@ -66,21 +66,6 @@ TEST(Resampler, EveryTargetComputesTheSameBitsHoweverTheyAreCutIntoFrames)
     }
 }
 
-TEST(Resampler, ConstantsPassUnchangedAndSilenceFollowsASignalWithinTheDelay)
-{
-    for (const Ratio& r : kRatios) {
-        for (int level : {1, -1, 12345, INT16_MAX, INT16_MIN}) {
-            const Signal y = Resampler(r).frame(Signal(size_t(200 * r.down), int16_t(level)));
-            EXPECT_EQ(Signal(y.begin() + 70 * r.up, y.end()), Signal(size_t(130 * r.up), int16_t(level)))
-                << r.kind;
-        }
-        Resampler s(r);
-        s.frame(noise(100 * r.down, 20000));
-        s.frame(Signal(size_t(70 * r.down)));
-        EXPECT_EQ(s.frame(Signal(size_t(60 * r.down))), Signal(size_t(60 * r.up))) << r.kind;
-    }
-}
-
 TEST(Resampler, ResetForgetsAndOddFramesLoseTheirTail)
 {
     const Signal x = noise(1000, 20000);
