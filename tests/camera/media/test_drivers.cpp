@@ -192,59 +192,43 @@ TEST_F(Drivers, APoolNumberIsCheckedBeforeItIsAnIndexAndAPoolBeforeItIsMapped)
     }
 }
 
-TEST_F(Drivers, AFramesLengthPoolAndAddressesAreCheckedBeforeASampleIsTouched)
+// With a reference, for the noise reducer, which was made for 160 points, and for the resampler; and stereo from a device
+// that was mono when the stage was enabled.
+TEST_F(Drivers, AFramesWordsAreCheckedBeforeASampleIsTouched)
 {
     const size_t length = offsetof(AI_EXCHANGE_S, stFrame.u32Len),
                  pool = offsetof(AI_EXCHANGE_S, stFrame.s32PoolId),
-                 address = offsetof(AI_EXCHANGE_S, stFrame.u32PhysAddr);
-    open_input(attributes());
-    ASSERT_EQ(HI_MPI_AI_EnableAec(kDev, 0, kDev, 0), 0);
-    const struct {
-        size_t offset;
-        uint32_t value;
-        int32_t code;
-    } rows[] = {
-        {length, 4098, kAi | 3},
-        {length, UINT32_MAX, kAi | 3},
-        {pool, 128, kVb | 3},
-        {pool, UINT32_MAX, kVb | 3},
-        {pool, 5, kVb | 0x10},
-        {address, 0x8BFFFFFF, kVb | 3},
-        {address, 0xFFFFFFF0, kVb | 3},
-        {address, 0, kVb | 3},
-        {offsetof(AI_EXCHANGE_S, stFrame.u32SoundMode), AUDIO_SOUND_STEREO, kVb | 3}, // no right block
-        {offsetof(AI_EXCHANGE_S, stAec.bValid), 1, kVb | 3}, // no reference behind it
-    };
-    for (const auto& row : rows) {
-        faults(lie("ai getframe", row.offset, row.value));
-        EXPECT_EQ(get(frame), row.code) << row.offset << " = " << row.value;
-    }
-    faults("");
-    EXPECT_EQ(get(frame), 0);
-    EXPECT_EQ(release(frame), 0);
-}
-
-// A frame of another length than the noise reducer was made for, one too long to be widened in place, and stereo from a
-// device that was mono when the stage was enabled.
-TEST_F(Drivers, AStageRefusesAFrameThatItWasNotMadeFor)
-{
-    const size_t length = offsetof(AI_EXCHANGE_S, stFrame.u32Len);
+                 address = offsetof(AI_EXCHANGE_S, stFrame.u32PhysAddr), width = 0,
+                 mode = offsetof(AI_EXCHANGE_S, stFrame.u32SoundMode),
+                 valid = offsetof(AI_EXCHANGE_S, stAec.bValid);
     const AIO_RESAMPLE_ATTR_S by6 = {160, 8000, 5};
     open_input(attributes());
+    const auto expect = [](size_t offset, std::initializer_list<uint32_t> values, int32_t code) {
+        for (uint32_t value : values) {
+            faults(lie("ai getframe", offset, value));
+            EXPECT_EQ(get(frame), code) << offset << " = " << value;
+        }
+        faults("");
+    };
+    ASSERT_EQ(HI_MPI_AI_EnableAec(kDev, 0, kDev, 0), 0);
+    expect(length, {4098, UINT32_MAX}, kAi | 3);
+    expect(pool, {128, UINT32_MAX}, kVb | 3);
+    expect(pool, {5}, kVb | 0x10);
+    expect(address, {0x8BFFFFFF, 0xFFFFFFF0, 0}, kVb | 3);
+    expect(mode, {AUDIO_SOUND_STEREO}, kVb | 3); // no right block
+    expect(valid, {1}, kVb | 3);                 // no reference behind it
+    EXPECT_EQ(get(frame), 0);
+    EXPECT_EQ(release(frame), 0);
+    ASSERT_EQ(HI_MPI_AI_DisableAec(kDev, 0), 0);
+
     ASSERT_EQ(HI_MPI_AI_EnableAnr(kDev, 0), 0);
-    for (uint32_t bytes : {0u, 2u, 318u, 322u, 4096u}) {
-        faults(lie("ai getframe", length, bytes));
-        EXPECT_EQ(get(frame), kAi | 3) << bytes;
-    }
-    faults(lie("ai getframe", 0, 0)); // the bit width
-    EXPECT_EQ(get(frame), kAi | 3) << "320 bytes of 8 bits are not 160 points";
+    expect(length, {0, 2, 318, 322, 4096}, kAi | 3);
+    expect(width, {AUDIO_BIT_WIDTH_8}, kAi | 3); // 320 bytes are then not 160 points
     ASSERT_EQ(HI_MPI_AI_DisableAnr(kDev, 0), 0);
     ASSERT_EQ(HI_MPI_AI_EnableReSmp(kDev, 0, &by6), 0);
-    faults(lie("ai getframe", length, 4096));
-    ASSERT_EQ(get(frame), 0);
+    expect(length, {4096}, 0);
     EXPECT_EQ(frame.u32Len, 6 * 4096u);
     EXPECT_EQ(release(frame), 0);
-    faults("");
 
     start_platform();
     ASSERT_EQ(HI_MPI_AI_SetPubAttr(kDev, &attr), 0);

@@ -114,47 +114,38 @@ TEST_F(Refusals, NullRecordsFlagsPoolNumbersAndAddresses)
     EXPECT_EQ(HI_MPI_VB_GetBlkVirAddr(127, 0, &address), kVb | 0x10);
     EXPECT_EQ(HI_MPI_VB_MunmapPool(127), kVb | 0x10);
     EXPECT_NE(HI_MPI_VB_MmapPool(127), 0);
-    for (auto [physical, size] : {std::pair<uint32_t, uint32_t>{0x80000000, 0},
-                                  {0x80000002, UINT32_MAX},
-                                  {0xFFFFFFFF, UINT32_MAX},
-                                  {0xFFFFF000, 0x2000},
-                                  {0x7FFFFFFF, 2}})
+    const uint32_t ranges[][2] = {
+        {0x80000000, 0}, {0x80000002, ~0u}, {~0u, ~0u}, {0xFFFFF000, 0x2000}, {0x7FFFFFFF, 2}};
+    for (auto [physical, size] : ranges)
         EXPECT_EQ(HI_MPI_SYS_Mmap(physical, size), nullptr) << physical << " " << size;
 }
 
-// What the state does not allow: before the start, before attributes, twice, after the end.
+// What the state does not allow: before the start, before attributes, twice, after the end. Calls in their order.
 TEST_F(Refusals, WrongOrder)
 {
-    EXPECT_EQ(HI_MPI_AI_GetPubAttr(kDev, &attr), kAi | 7);
-    EXPECT_EQ(HI_MPI_AI_Enable(kDev), kAi | 7);
-    EXPECT_EQ(HI_MPI_AO_Enable(kDev), kAo | 7);
-    EXPECT_EQ(HI_MPI_AO_EnableReSmp(kDev, 0, &up), kAo | 7);
-    EXPECT_EQ(HI_MPI_AI_EnableChn(kDev, 0), kAi | 9);
-    EXPECT_EQ(HI_MPI_AO_EnableChn(kDev, 0), kAo | 9);
+    using Codes = std::vector<int32_t>;
+    EXPECT_EQ((Codes{HI_MPI_AI_GetPubAttr(kDev, &attr), HI_MPI_AI_Enable(kDev), HI_MPI_AO_Enable(kDev),
+                     HI_MPI_AO_EnableReSmp(kDev, 0, &up), HI_MPI_AI_EnableChn(kDev, 0),
+                     HI_MPI_AO_EnableChn(kDev, 0)}),
+              (Codes{kAi | 7, kAi | 7, kAo | 7, kAo | 7, kAi | 9, kAo | 9}));
     open_input(attributes());
     open_output(attributes());
     EXPECT_EQ(HI_MPI_AI_GetFrame(kDev, 1, &out, nullptr, 1), kAi | 9) << "a channel that is not enabled";
     EXPECT_EQ(HI_MPI_AI_EnableChn(kDev, 2), kAi | 2) << "the device has two";
-    for (int twice = 0; twice < 2; ++twice) {
-        EXPECT_EQ(HI_MPI_AI_Enable(kDev), 0);
-        EXPECT_EQ(HI_MPI_AI_EnableChn(kDev, 0), 0);
-        EXPECT_EQ(HI_MPI_AO_Enable(kDev), 0);
-        EXPECT_EQ(HI_MPI_AO_EnableChn(kDev, 0), 0);
-    }
-    AIO_ATTR_S other = attributes(16000);
-    EXPECT_EQ(HI_MPI_AI_SetPubAttr(kDev, &other), kAi | 9);
-    EXPECT_EQ(HI_MPI_AO_SetPubAttr(kDev, &other), kAo | 9);
-    for (int twice = 0; twice < 2; ++twice) {
-        EXPECT_EQ(HI_MPI_AI_DisableChn(kDev, 0), 0);
-        EXPECT_EQ(HI_MPI_AI_Disable(kDev), 0);
-        EXPECT_EQ(HI_MPI_AO_DisableChn(kDev, 0), 0);
-        EXPECT_EQ(HI_MPI_AO_Disable(kDev), 0);
-    }
-    for (int twice = 0; twice < 2; ++twice) EXPECT_EQ(HI_MPI_SYS_Exit(), 0);
-    EXPECT_EQ(HI_MPI_AI_SetPubAttr(kDev, &attr), kAi | 0x10);
-    EXPECT_EQ(HI_MPI_AI_Enable(kDev), kAi | 0x10);
-    EXPECT_EQ(HI_MPI_AO_SetPubAttr(kDev, &attr), kAo | 0x10);
-    EXPECT_EQ(HI_MPI_AO_SendFrame(kDev, 0, &silence, 1), kAo | 9);
+    const AIO_ATTR_S other = attributes(16000);
+    for (int twice = 0; twice < 2; ++twice)
+        EXPECT_EQ((Codes{HI_MPI_AI_Enable(kDev), HI_MPI_AI_EnableChn(kDev, 0), HI_MPI_AO_Enable(kDev),
+                         HI_MPI_AO_EnableChn(kDev, 0), HI_MPI_AI_SetPubAttr(kDev, &other),
+                         HI_MPI_AO_SetPubAttr(kDev, &other)}),
+                  (Codes{0, 0, 0, 0, kAi | 9, kAo | 9}));
+    for (int twice = 0; twice < 2; ++twice)
+        EXPECT_EQ((Codes{HI_MPI_AI_DisableChn(kDev, 0), HI_MPI_AI_Disable(kDev),
+                         HI_MPI_AO_DisableChn(kDev, 0), HI_MPI_AO_Disable(kDev)}),
+                  Codes(4, 0));
+    EXPECT_EQ((Codes{HI_MPI_SYS_Exit(), HI_MPI_SYS_Exit(), HI_MPI_AI_SetPubAttr(kDev, &attr),
+                     HI_MPI_AI_Enable(kDev), HI_MPI_AO_SetPubAttr(kDev, &attr),
+                     HI_MPI_AO_SendFrame(kDev, 0, &silence, 1)}),
+              (Codes{0, 0, kAi | 0x10, kAi | 0x10, kAo | 0x10, kAo | 9}));
 }
 
 TEST_F(Refusals, AFrameIsReleasedOnceByItsOwnChannel)
