@@ -57,8 +57,8 @@ public:
         result.err = read_file(folder_ / "err");
         result.ending = read_file(state("ending"));
         while (!result.ending.empty() && result.ending.back() == '\n') result.ending.pop_back();
-        result.journal = events(read_file(state("journal")).substr(journal), 2);
-        result.log = events(read_file(state("syslog")).substr(log), 1);
+        result.journal = events(read_file(state("journal")), journal, 2);
+        result.log = events(read_file(state("syslog")), log, 1);
         return result;
     }
 
@@ -78,11 +78,12 @@ public:
     void faults(const std::string& plan) { write_file(state("faults"), plan); }
 
 private:
-    // Lines without their first words: time, and in the journal the process number.
-    static Lines events(const std::string& text, int words)
+    // Lines without their first words: time, and in the journal the process number. All of them when a program has
+    // cut the file.
+    static Lines events(const std::string& text, size_t from, int words)
     {
         Lines found;
-        std::istringstream in(text);
+        std::istringstream in(from <= text.size() ? text.substr(from) : text);
         for (std::string line; std::getline(in, line);) {
             size_t at = 0;
             for (int i = 0; i < words; ++i) at = line.find(' ', at) + 1;

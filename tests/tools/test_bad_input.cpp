@@ -85,7 +85,9 @@ constexpr Bad kVcam[] = {
     {"run cam --loop 1001 -- true", 2, "--loop 1001: give a whole number from 0 to 1000"},
     {"run cam --bind /nowhere -- true", 2, "/nowhere"},
     {"run cam --daemon confd -- true", 2, "give a path in the camera, such as /bin/confd"},
-    {"run cam --medium cd=1M -- true", 2, "--medium"},
+    {"run cam --medium cd=1M -- true", 2, "--medium cd=1M: write it as sd=16M, usb=64M or sd=16M,ro"},
+    {"run cam --medium sd=1M,rw -- true", 2, "write it as sd=16M, usb=64M or sd=16M,ro"},
+    {"run cam --link 192.168.10 -- true", 2, "--link 192.168.10: write it as 192.168.10.1"},
     {"run cam --speaker text -- true", 125, "text: exists and is not a WAV file"},
     {"exec cam -- true", 125, "does not run; start it with"},
     {"exec cam --medium sd=1M -- true", 2, "unknown option --medium"},
@@ -104,6 +106,11 @@ constexpr Bad kVcam[] = {
     {"rtc cam --fault slow", 2, "there are the faults stopped, no-leap, bcd, drift=PERMILLE and none"},
     {"plug cam ttyS0 loopback", 2, "the serial ports are ttyAMA1 and ttyAMA2"},
     {"plug cam ttyAMA1", 2, "missing what ttyAMA1 meets"},
+    {"plug cam ttyAMA1 cable", 2, "'cable': there are nothing, loopback and block"},
+    {"plug cam ttyAMA1 loopback wrong@x", 2, "'wrong@x': there are wrong@N, lost@N and late=MS"},
+    {"plug cam ttyAMA1 loopback wrong=1", 2, "'wrong=1'"},
+    {"plug cam ttyAMA1 loopback late=-1", 2, "'late=-1'"},
+    {"plug cam ttyAMA2 block text", 1, "in hexadecimal"},
 };
 constexpr Bad kAudio[] = {
     {"", 2, "missing COMMAND"},

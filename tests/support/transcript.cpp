@@ -1,0 +1,110 @@
+#include "tests/support/transcript.hpp"
+
+#include "tests/support/firmware.hpp"
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+std::string hex(unsigned char byte)
+{
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    return {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
+}
+
+bool matches(const std::string& pattern, const std::string& text)
+{
+    const size_t dots = pattern.find("...");
+    if (dots == std::string::npos) return pattern == text;
+    const std::string rest = pattern.substr(dots + 3);
+    if (text.compare(0, dots, pattern, 0, dots) != 0) return false;
+    for (size_t at = dots; at <= text.size(); ++at)
+        if (matches(rest, text.substr(at))) return true;
+    return false;
+}
+
+bool matches(const Lines& expected, size_t e, const Lines& seen, size_t s)
+{
+    if (e == expected.size()) return s == seen.size();
+    if (expected[e] == "...")
+        return matches(expected, e + 1, seen, s) || (s < seen.size() && matches(expected, e, seen, s + 1));
+    return s < seen.size() && matches(expected[e], seen[s]) && matches(expected, e + 1, seen, s + 1);
+}
+
+void prepare(Camera& camera, std::string line)
+{
+    if (take(line, "package: ")) {
+        write_file(camera.root(line), make_firmware(camera.folder()).pack());
+    } else if (take(line, "faults:")) {
+        std::replace(line.begin(), line.end(), ';', '\n');
+        camera.faults(line.empty() ? "" : line.substr(1) + "\n");
+    } else if (take(line, "vcam: ")) {
+        const size_t verb = std::min(line.find(' '), line.size());
+        setenv("CAMERA", camera.state("").c_str(), 1);
+        const Said said = vcam(line.substr(0, verb) + " \"$CAMERA\"" + line.substr(verb));
+        EXPECT_EQ(said.status, 0) << line << "\n" << said.text;
+    } else {
+        ADD_FAILURE() << "not a directive: " << line;
+    }
+}
+
+Lines seen_of(const Outcome& outcome, const std::string& source)
+{
+    if (source == "out") return lines_of(outcome.out);
+    if (source == "err") return lines_of(outcome.err);
+    if (source == "status") return outcome.status ? Lines{std::to_string(outcome.status)} : Lines{};
+    if (source == "ending") return {outcome.ending};
+    return source == "log" ? outcome.log : outcome.of(source);
+}
+
+} // namespace
+
+std::string shown(const std::string& line)
+{
+    if (line.empty()) return "\\n";
+    std::string text;
+    for (const char c : line)
+        text += c == '\033'                      ? "\\e"
+                : c == '\r'                      ? "\\r"
+                : c == 127 || (c >= 0 && c < 32) ? hex(c)
+                                                 : std::string(1, c);
+    if (text.ends_with(' ')) text.replace(text.size() - 1, 1, "\\s");
+    return text;
+}
+
+Lines lines_of(std::string text)
+{
+    for (size_t at = 0; (at = text.find('\f', at)) != std::string::npos;)
+        text.replace(at, 1, at > 0 && text[at - 1] != '\n' ? "\n" : "");
+    Lines lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(shown(line));
+    if (!text.empty() && text.back() != '\n') lines.back() += "\\c"; // no end of line
+    return lines;
+}
+
+Lines words_of(const std::string& text)
+{
+    std::istringstream in(text);
+    return {std::istream_iterator<std::string>(in), {}};
+}
+
+void run(const Transcript& transcript)
+{
+    Camera camera(transcript.camera_options);
+    for (const Step& step : transcript.steps) {
+        for (const std::string& line : step.before) prepare(camera, line);
+        const Outcome outcome = camera.run({"sh", "-c", step.command}, transcript.run_options);
+        std::map<std::string, Lines> expected = step.expected;
+        for (const char* source : {"out", "err", "status"}) expected[source];
+        for (const auto& [source, lines] : expected) {
+            const Lines seen = seen_of(outcome, source);
+            if (matches(lines, 0, seen, 0)) continue;
+            std::string text;
+            for (const std::string& line : seen)
+                text += (source == "out" ? "" : "@" + source + " ") + line + "\n";
+            ADD_FAILURE() << "$ " << step.command << "\ngave as " << source << ":\n" << text;
+        }
+    }
+}
