@@ -84,54 +84,67 @@ TEST_F(PackageCheck, EveryCutOfTheHeaderFails)
     }
 }
 
-TEST_F(PackageCheck, OneByteMoreOrLessIsToldWithBothSizes)
+// In 32 bits the sizes of the third and fourth add up to the length of the file, and two partitions would be erased for
+// images that are not there.
+TEST_F(PackageCheck, EachFlawOfSizesAndImagesHasItsMessagesAndItsPlace)
 {
-    Bytes good = package(1, kernel, "rootfs", jffs2(1));
-    int size = int(good.size());
-    EXPECT_EQ(check(good + "x").flaw, Flaw::sizes);
-    EXPECT_EQ(logged.back(),
-              "Firmware image size : " + std::to_string(size) + " vs " + std::to_string(size + 1) + "\n");
-    good.pop_back();
-    EXPECT_EQ(check(good).flaw, Flaw::sizes);
-}
-
-// In 32 bits these sizes add up to the length of the file, and two partitions would be erased
-// for images that are not there.
-TEST_F(PackageCheck, SizesThatWrapIn32BitsFail)
-{
-    uint32_t size = uint32_t(kernel.size());
-    EXPECT_EQ(check(package_header(1, size, 0x80000000, 0x80000000) + kernel).flaw, Flaw::sizes);
-    EXPECT_EQ(check(package_header(1, size, 0xFFFFFFFF, 1) + kernel).flaw, Flaw::sizes);
-}
-
-TEST_F(PackageCheck, BadImagesAreNamedAfterTheirOwnMessage)
-{
-    EXPECT_EQ(check(package(1, Kernel{.data_crc_error = 1}.image(), "r", jffs2(1))).flaw, Flaw::data_crc);
-    EXPECT_THAT(logged, ElementsAre(kMarkerLine, "CHECK VERSION : 1 vs 1\n",
-                                    "[CFlash_CheckImage] filencrc32 error\n", "flash1 is not correct\n"));
-    EXPECT_EQ(check(package(1, "short", "r", jffs2(1))).flaw, Flaw::image_magic);
-    EXPECT_EQ(check(package(1, kernel, "r", Bytes(20, 'x'))).flaw, Flaw::jffs2);
-    EXPECT_EQ(logged.back(), "flash2 is not correct\n");
+    const auto size = uint32_t(kernel.size());
+    const Bytes good = package(1, kernel, "rootfs", jffs2(1));
+    Bytes broken = jffs2(2);
+    broken[65536] = 0;
+    auto sizes = [](size_t expected, size_t found) {
+        return "Firmware image size : " + std::to_string(expected) + " vs " + std::to_string(found) + "\n";
+    };
+    const struct {
+        Bytes content;
+        Flaw flaw;
+        std::vector<std::string> messages;
+        int64_t offset = -1, found = 0, expected = 0; // -1: not looked at
+    } cases[] = {
+        {good + "x", Flaw::sizes, {sizes(good.size(), good.size() + 1)}},
+        {good.substr(0, good.size() - 1), Flaw::sizes, {sizes(good.size(), good.size() - 1)}},
+        {package_header(1, size, 0x80000000, 0x80000000) + kernel,
+         Flaw::sizes,
+         {sizes(size + 20, size + 20)}},
+        {package_header(1, size, 0xFFFFFFFF, 1) + kernel, Flaw::sizes, {sizes(size + 20, size + 20)}},
+        {package(1, Kernel{.data_crc_error = 1}.image(), "r", jffs2(1)),
+         Flaw::data_crc,
+         {"[CFlash_CheckImage] filencrc32 error\n", "flash1 is not correct\n"}},
+        {package(1, Kernel{.architecture = 8}.image(), "r", ""),
+         Flaw::architecture,
+         {"[CFlash_CheckImage] Unsupported Architecture\n", "flash1 is not correct\n"},
+         20 + 29,
+         8,
+         2},
+        {package(1, "short", "r", jffs2(1)),
+         Flaw::image_magic,
+         {"[CFlash_CheckImage] Bad Magic Number : 1936224114\n", "flash1 is not correct\n"}},
+        {package(1, kernel, "r", Bytes(20, 'x')), Flaw::jffs2, {"flash2 is not correct\n"}},
+        {package(1, kernel, "r", broken),
+         Flaw::jffs2,
+         {"flash2 is not correct\n"},
+         20 + size + 1 + 65536,
+         0x1900,
+         0x1985},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.messages));
+        const Finding f = check(c.content);
+        EXPECT_EQ(f.flaw, c.flaw);
+        std::vector<std::string> lines = {kMarkerLine, "CHECK VERSION : 1 vs 1\n"};
+        lines.insert(lines.end(), c.messages.begin(), c.messages.end());
+        EXPECT_THAT(logged, testing::ElementsAreArray(lines));
+        if (c.offset < 0) continue;
+        EXPECT_EQ(f.offset, c.offset);
+        EXPECT_EQ(f.found, c.found);
+        EXPECT_EQ(f.expected, c.expected);
+    }
 }
 
 // The kernel's data may reach past its own size: its CRC counts, whatever image the bytes are in.
 TEST_F(PackageCheck, KernelDataMayRunIntoTheNextImage)
 {
     EXPECT_EQ(check(package(1, kernel.substr(0, 100), kernel.substr(100), "")).flaw, Flaw::none);
-}
-
-TEST_F(PackageCheck, FindingsNameThePlaceAndTheValues)
-{
-    Finding f = check(package(1, Kernel{.architecture = 8}.image(), "r", ""));
-    EXPECT_EQ(f.offset, 20 + 29);
-    EXPECT_EQ(f.found, 8);
-    EXPECT_EQ(f.expected, 2);
-    Bytes broken = jffs2(2);
-    broken[65536] = 0;
-    f = check(package(1, kernel, "r", broken));
-    EXPECT_EQ(f.offset, int64_t(20 + kernel.size() + 1 + 65536));
-    EXPECT_EQ(f.found, 0x1900);
-    EXPECT_EQ(f.expected, 0x1985);
 }
 
 // A changed byte may hit what no check covers, but never anything that makes a check hang or read
