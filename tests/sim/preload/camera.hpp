@@ -13,10 +13,11 @@
 
 namespace vcam::test {
 
+inline constexpr char kFlash[] = "mtd1=nor,256K,64K,1\nmtd2=nand,128K,16K,2K\nmtd3=nor,1M,64K,1\n";
+
 class CameraTest : public testing::Test {
 protected:
-    explicit CameraTest(
-        std::string_view flash = "mtd1=nor,256K,64K,1\nmtd2=nand,128K,16K,2K\nmtd3=nor,1M,64K,1\n")
+    explicit CameraTest(std::string_view flash = kFlash)
     {
         write_file(folder / "camera.conf", flash);
         std::filesystem::create_directories(folder / "flash");

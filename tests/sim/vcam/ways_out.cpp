@@ -81,17 +81,7 @@ bool remount_from_a_nested_namespace()
     return unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 && (remount_host_files() || remount_switches());
 }
 
-// /proc without what covers parts of it.
-bool bare_proc() { return mounts("/proc", made_folder(), nullptr, MS_BIND); }
-
 bool mount_fresh(const char* type) { return mounts(type, made_folder(), type, 0); }
-bool fresh_proc() { return mount_fresh("proc"); }
-bool fresh_sys() { return mount_fresh("sysfs"); }
-bool host_devices() { return mount_fresh("devtmpfs"); }
-bool kernel_debugging()
-{
-    return mount_fresh("debugfs") || mount_fresh("tracefs") || mount_fresh("securityfs");
-}
 
 bool control_groups()
 {
@@ -109,24 +99,12 @@ bool make_devices()
 // A kernel may be built without the call.
 bool refused(long result) { return result < 0 && (errno == EPERM || errno == ENOSYS); }
 
-bool load_modules() { return !refused(kernel(SYS_finit_module, -1, "", 0)); }
-bool remove_modules() { return !refused(kernel(SYS_delete_module, "no_such_module", O_NONBLOCK)); }
-bool boot_another_kernel() { return !refused(kernel(SYS_kexec_load, 0UL, 1UL << 20, nullptr, ~0UL)); }
-bool reboot_machine() { return !refused(kernel(SYS_reboot, 0, 0, 0, nullptr)); } // no magic number is 0
-bool account_processes() { return !refused(kernel(SYS_acct, "/no/such/file")); }
-bool swap_memory() { return !refused(kernel(SYS_swapoff, "/no/such/file")); }
-bool processor_ports() { return !refused(kernel(SYS_iopl, 3)) || !refused(kernel(SYS_ioperm, 0x80, 1, 1)); }
-
 bool set_the_clock()
 {
     timex wrong = {};
     wrong.modes = ADJ_TICK; // of 0 microseconds: invalid
     return !refused(kernel(SYS_adjtimex, &wrong));
 }
-
-bool signal_outside() { return kernel(SYS_kill, outside_process, 0) == 0; }
-bool trace_outside() { return kernel(SYS_ptrace, PTRACE_SEIZE, outside_process, 0, 0) == 0; }
-bool see_outside() { return fs::exists("/proc/" + std::to_string(outside_process)); }
 
 // The files of /proc that are no process's own, opened and closed. One without a write permission for
 // anybody has no write operation; the host's root opens it nevertheless.
@@ -151,8 +129,6 @@ bool write_machine_files()
     }
     return open;
 }
-
-bool crash_handler() { return opens("/proc/sys/kernel/core_pattern", O_WRONLY); }
 
 bool write_host_files()
 {
@@ -227,28 +203,33 @@ constexpr struct {
     {"host files: climb out of a changed root", climb_out_of_a_changed_root},
     {"mounts: unmount what covers", unmount_what_covers},
     {"machine's switches: write", write_machine_files},
-    {"machine's switches: core pattern", crash_handler},
+    {"machine's switches: core pattern", [] { return opens("/proc/sys/kernel/core_pattern", O_WRONLY); }},
     {"machine's switches: remount", remount_switches},
-    {"machine's switches: uncovered proc", bare_proc},
-    {"machine's switches: fresh proc", fresh_proc},
-    {"machine's switches: fresh sys", fresh_sys},
+    {"machine's switches: uncovered proc", [] { return mounts("/proc", made_folder(), nullptr, MS_BIND); }},
+    {"machine's switches: fresh proc", [] { return mount_fresh("proc"); }},
+    {"machine's switches: fresh sys", [] { return mount_fresh("sysfs"); }},
     {"machine's switches: control groups", control_groups},
-    {"machine's switches: debugging", kernel_debugging},
-    {"devices: fresh dev", host_devices},
+    {"machine's switches: kernel debugging", [] { return mount_fresh("debugfs"); }},
+    {"machine's switches: kernel tracing", [] { return mount_fresh("tracefs"); }},
+    {"machine's switches: kernel security", [] { return mount_fresh("securityfs"); }},
+    {"devices: fresh dev", [] { return mount_fresh("devtmpfs"); }},
     {"devices: mknod", make_devices},
     {"devices: memory", memory_of_the_machine},
-    {"devices: ports", processor_ports},
+    {"devices: ports", [] { return !refused(kernel(SYS_iopl, 3)); }},
+    {"devices: one port", [] { return !refused(kernel(SYS_ioperm, 0x80, 1, 1)); }},
     {"devices: terminal input", type_into_the_terminal},
-    {"kernel: load a module", load_modules},
-    {"kernel: remove a module", remove_modules},
-    {"kernel: boot another", boot_another_kernel},
-    {"kernel: reboot", reboot_machine},
+    {"kernel: load a module", [] { return !refused(kernel(SYS_finit_module, -1, "", 0)); }},
+    {"kernel: remove a module",
+     [] { return !refused(kernel(SYS_delete_module, "no_such_module", O_NONBLOCK)); }},
+    {"kernel: boot another", [] { return !refused(kernel(SYS_kexec_load, 0UL, 1UL << 20, nullptr, ~0UL)); }},
+    // No magic number is 0.
+    {"kernel: reboot", [] { return !refused(kernel(SYS_reboot, 0, 0, 0, nullptr)); }},
     {"kernel: clock", set_the_clock},
-    {"kernel: accounting", account_processes},
-    {"kernel: swap", swap_memory},
-    {"processes: signal", signal_outside},
-    {"processes: trace", trace_outside},
-    {"processes: see", see_outside},
+    {"kernel: accounting", [] { return !refused(kernel(SYS_acct, "/no/such/file")); }},
+    {"kernel: swap", [] { return !refused(kernel(SYS_swapoff, "/no/such/file")); }},
+    {"processes: signal", [] { return kernel(SYS_kill, outside_process, 0) == 0; }},
+    {"processes: trace", [] { return kernel(SYS_ptrace, PTRACE_SEIZE, outside_process, 0, 0) == 0; }},
+    {"processes: see", [] { return fs::exists("/proc/" + std::to_string(outside_process)); }},
     {"network: the host's", network_of_the_host},
     {"namespaces: the outer ones", outer_namespaces},
 };
