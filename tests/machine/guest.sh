@@ -18,7 +18,7 @@ daemon() {
 # The firmware and the settings that a camera has before an upgrade, the system log, and what is to
 # be kept of it all when it reboots.
 furnish() {
-    ln -sf /board/actor /bin/fuser
+    ln -sf /board/fuser /bin/fuser
     ln -sf /board/actor /bin/webs # tells which web server's settings to keep
     dd if=/old/kernel of=/dev/mtdblock1 bs=16k conv=fsync 2> /dev/null
     dd if=/old/rootfs of=/dev/mtdblock2 bs=16k conv=fsync 2> /dev/null

@@ -3,7 +3,6 @@
 # packages of this machine stay as they are.
 #
 # $cache      where they are kept: ready, boot/, lib/modules/, bin/busybox
-# $MACHINE_DEBS   a directory holding both .deb files, in place of the download
 # shellcheck shell=bash
 
 # shellcheck source=SCRIPTDIR/../../cmake/private-apt.sh
@@ -56,8 +55,7 @@ unpack_debs() {
 
 # Leaves $cache/sys/{boot,lib,bin}.
 prepare_sys() {
-    local debs=${MACHINE_DEBS:-$cache/debs}
-    [ -z "${MACHINE_DEBS:-}" ] || { unpack_debs "$debs"; return; }
+    local debs=$cache/debs
     rm -rf "$debs" && mkdir -p "$debs" && fetch_debs "$debs" && unpack_debs "$debs" || return 1
     rm -rf "$debs" "$cache/apt/lists"
 }

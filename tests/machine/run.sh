@@ -5,9 +5,9 @@
 #
 #   ZEP         the camera's executable
 #   PROGRAMS    folder of the tests' own programs for the machine
-#   HOST_BUILD  build folder with fwpkg, vcam and the questions for this side
+#   HOST_BUILD  build folder with fwpkg and vcam
 #
-# A case is a title and the functions `prepare` (here: fills $root, the machine's extra files),
+# A case is a title and the functions `prepare` (here, where needed: fills $root, the machine's extra files),
 # `board` (there) and `judge` (here: looks at $out, what came back). Each boots a machine of its own.
 set -u -o pipefail
 export LC_ALL=C.UTF-8
@@ -19,12 +19,11 @@ fwpkg=$host/bin/fwpkg vcam=$host/bin/vcam
 export PATH=$PATH:/usr/sbin
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/machine.XXXXXX")
-running=() # "PROCESS_GROUP NAME" of each test under way
 
 # An interrupted run leaves neither machines nor files.
 clean_up() {
-    local test
-    for test in "${running[@]}"; do kill -TERM -- "-${test%% *}"; done 2> /dev/null
+    local group
+    for group in $(jobs -p); do kill -TERM -- "-$group"; done 2> /dev/null
     wait
     rm -rf "$work"
 }
@@ -39,6 +38,7 @@ if [ -t 1 ]; then green=$'\033[32m' red=$'\033[31m' plain=$'\033[0m'; else green
 
 # --- what a case may use ----------------------------------------------------------
 
+prepare() { :; }
 options=() # of board.sh
 ends=0     # the status that board.sh shall end with; 123 is a reset
 
@@ -57,6 +57,10 @@ equal() { # WHAT EXPECTED FOUND
 same_file() { # WHAT EXPECTED FOUND
     local differ
     differ=$(diff -u "$2" "$3" 2>&1 | head -n 30) || wrong "$1:"$'\n'"$differ"
+}
+says() { # WHAT FOUND: what stands on standard input
+    cat > "$out/expected"
+    same_file "$1" "$out/expected" "$2"
 }
 same_bytes() { # WHAT EXPECTED FOUND [BYTES]
     local differ
@@ -92,21 +96,15 @@ run_case() {
     . "$here/cases/$name.sh"
     cp "$programs/machine_actor" "$root/board/actor"
     cp "$programs/machine_questions" "$root/board/questions"
-    cp "$here/keep.sh" "$root/board/keep.sh"
+    cp "$here"/{keep.sh,fuser} "$root/board"
     prepare
     write_script "$dir/script"
     "$here/board.sh" "${options[@]}" -o "$out" "$zep" "$root" "$dir/script" > "$dir/console" 2> "$dir/errors"
     status=$?
     equal "how it ended" "$ends" "$status"
     judge
-    echo "$title" > "$dir/title"
-    echo $((SECONDS - started)) > "$dir/seconds"
-}
-
-verdict() {
-    local name=$1 dir=$work/$1
-    if [ -f "$dir/seconds" ] && [ ! -s "$dir/failures" ]; then
-        printf '%sok%s    %-18s %s (%s s)\n' "$green" "$plain" "$name" "$(cat "$dir/title")" "$(cat "$dir/seconds")"
+    if [ ! -s "$dir/failures" ]; then
+        printf '%sok%s    %-18s %s (%s s)\n' "$green" "$plain" "$name" "$title" $((SECONDS - started))
         return
     fi
     printf '%sFAIL%s  %s\n' "$red" "$plain" "$name"
@@ -126,21 +124,19 @@ done
 "$here/board.sh" --prepare || exit 1
 make_firmware || { echo "machine: the tests' firmware cannot be made" >&2; exit 1; }
 
-failed=0
-settle() { # waits for the oldest test and tells its verdict
-    local first=${running[0]}
-    wait "${first%% *}"
-    verdict "${first#* }" || failed=$((failed + 1))
-    running=("${running[@]:1}")
+failed=0 running=0
+settle() { # waits for a test
+    wait -n || failed=$((failed + 1))
+    running=$((running - 1))
 }
 for name in "${names[@]}"; do
+    [ $running -lt 2 ] || settle
     set -m # a process group of its own, for clean_up; the terminal stays with the script
     (run_case "$name") < /dev/null &
     set +m
-    running+=("$! $name")
-    [ ${#running[@]} -lt 2 ] || settle
+    running=$((running + 1))
 done
-while [ ${#running[@]} -gt 0 ]; do settle; done
+while [ $running -gt 0 ]; do settle; done
 
 if [ $failed != 0 ]; then
     echo "machine: $failed of ${#names[@]} tests failed"

@@ -1,11 +1,11 @@
-# What an upgrade leaves, sourced by the cases.
+# An upgrade and what it leaves, sourced by the cases.
 # shellcheck shell=bash
 
-# The settings that stood before, in the files of the new firmware.
-expected_settings() {
-    local to=$1 file
-    cp -a "$work/firmware/etc" "$to"
-    for file in $kept_files $kept_values; do cp "$work/old/etc/$file" "$to/$file"; done
+ends=123
+prepare() { old_camera "$work/firmware/pkg"; }
+board() {
+    furnish
+    upgrade_here
 }
 
 expected_console() {
@@ -13,10 +13,12 @@ expected_console() {
     echo "Upgrade complete."
 }
 
+# The settings that stood before, in the files of the new firmware.
 upgraded_settings() {
-    local differ
+    local differ file
     grep -q '^/dev/mtdblock3 /etc jffs2 ' "$out/mounts" || wrong "/etc is not mounted"
-    expected_settings "$out/expected_etc"
+    cp -a "$work/firmware/etc" "$out/expected_etc"
+    for file in $kept_files $kept_values; do cp "$work/old/etc/$file" "$out/expected_etc/$file"; done
     differ=$(diff -r "$out/expected_etc" "$out/etc") || wrong "settings:"$'\n'"$differ"
 }
 
@@ -26,8 +28,7 @@ upgraded_flash() {
 }
 
 upgraded() {
-    expected_console > "$out/expected"
-    same_file console "$out/expected" "$out/console"
+    expected_console | says console "$out/console"
     upgraded_flash
     upgraded_settings
 }

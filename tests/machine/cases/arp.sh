@@ -1,5 +1,4 @@
 title="qrn_arp finds a taken address at once, and probes a free one for its whole time"
-prepare() { :; }
 board() {
     ip link add type veth && ip link set veth0 name eth0
     unshare -n sleep 1000 &

@@ -1,13 +1,7 @@
 title="a bad block under the settings image costs what stood in it, as in the virtual camera"
-ends=123
 . "$here/upgraded.sh"
 # Blocks 5 and 10 of /dev/mtd3 are bad: both hold the large file, wherever it stands.
 options=(-n badblocks=197,202)
-prepare() { old_camera "$work/firmware/pkg"; }
-board() {
-    furnish
-    upgrade_here
-}
 judge() {
     upgraded_flash
     cmp -s "$work/firmware/etc/large" "$out/etc/large" && wrong "/etc/large came out of a bad block"

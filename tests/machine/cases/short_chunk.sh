@@ -1,13 +1,8 @@
 title="an image that ends inside a page: NAND refuses the last chunk, the rest is written"
-ends=123
 . "$here/upgraded.sh"
 prepare() {
     "$fwpkg" build -o "$root/../pkg" --page-size 1 "$work/firmware/kernel" "$work/firmware/rootfs" "$work/firmware/settings.jffs2"
     old_camera "$root/../pkg"
-}
-board() {
-    furnish
-    upgrade_here
 }
 judge() {
     local size n=0 image

@@ -1,7 +1,5 @@
 title="upgrade erases, writes, compares, mounts the new settings, puts the old ones back, reboots"
-ends=123
 . "$here/upgraded.sh"
-prepare() { old_camera "$work/firmware/pkg"; }
 board() {
     furnish
     daemon confd /etc/system.conf
