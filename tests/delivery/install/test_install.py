@@ -2,18 +2,16 @@
 """The installed tree: what each component holds, and that programs of others build and run with it."""
 import os
 import re
-import shlex
-import subprocess
-import tempfile
 import unittest
+
+from tree import TOP, InFolder, files, quietly, read
 
 BUILD = os.environ["ZEP_BUILD"]
 TOOLCHAIN_FILE = os.environ.get("ZEP_TOOLCHAIN_FILE", "")
 TOOLCHAIN = os.environ.get("ZEP_TOOLCHAIN", "")
 LAUNCHER = os.environ.get("ZEP_LAUNCHER", "").split()
 COMPILER = {"c": os.environ["ZEP_CC"], "cpp": os.environ["ZEP_CXX"]}
-HERE = os.path.dirname(os.path.abspath(__file__))
-CONSUMER = os.path.join(HERE, "consumer")
+CONSUMER = os.path.join(TOP, "tests/delivery/install/consumer")
 APPLETS = """qrn_arp load_drv get_boot_param init_upgrade upgrade xupgrade xbootenv xgpio xi2c xgpioi2c xkill xtime
              test_dio test_led test_rs485 test_rs232 test_sdcard test_usb test_key test_rtc test_send_watchdog
              test_audio get_cb_cam_info""".split()
@@ -21,35 +19,23 @@ APPLETS = """qrn_arp load_drv get_boot_param init_upgrade upgrade xupgrade xboot
 SAID = "fa root\n"
 
 
-def quietly(*words, **more):
-    run = subprocess.run(words, capture_output=True, text=True, stdin=subprocess.DEVNULL, **more)
-    if run.returncode:
-        raise AssertionError(f"{shlex.join(words)}: status {run.returncode}\n{run.stdout}{run.stderr}")
-    return run.stdout
-
-
 def install(component, stage):
     quietly("cmake", "--install", BUILD, "--prefix", "/usr", "--component", component,
             env={**os.environ, "DESTDIR": stage})
 
 
-def files(folder):
-    return {os.path.relpath(os.path.join(at, name), folder) for at, _, names in os.walk(folder) for name in names}
-
-
 def pages(sections):
     """The manual pages of these sections, where they are installed; section 1 brings those of the tools' files."""
     of_tools = {"camera.conf.5": "1", "vcam-faults.5": "1", "zep-audio.7": "1"}
-    names = os.listdir(os.path.join(HERE, "../../../docs/man"))
+    names = os.listdir(os.path.join(TOP, "docs/man"))
     return {f"usr/share/man/man{name[-1]}/{name}" for name in names if of_tools.get(name, name[-1]) in sections}
 
 
-class Installed(unittest.TestCase):
+class Installed(InFolder):
     def setUp(self):
-        scratch = tempfile.TemporaryDirectory()
-        self.addCleanup(scratch.cleanup)
-        self.stage = os.path.join(scratch.name, "stage")
-        self.work = os.path.join(scratch.name, "work")
+        super().setUp()
+        self.stage = os.path.join(self.folder, "stage")
+        self.work = os.path.join(self.folder, "work")
         os.mkdir(self.work)
 
     def test_runtime_is_the_executable_one_link_an_applet_and_manual_pages(self):
@@ -84,8 +70,7 @@ class Installed(unittest.TestCase):
         names = set(defined.split())
         seen = 0
         for header in (f for f in files(self.stage) if f.endswith(".h")):
-            with open(os.path.join(self.stage, header)) as file:
-                text = re.sub(r"/\*.*?\*/|^#.*?(?<!\\)$", "", file.read(), flags=re.S | re.M)
+            text = re.sub(r"/\*.*?\*/|^#.*?(?<!\\)$", "", read(self.stage, header), flags=re.S | re.M)
             for function in re.findall(r"^\w[\w \*]*?\b(\w+)\([^;{}]*\);", text, re.M):
                 self.assertTrue(function in names, f"{function} of {header}")
                 seen += 1
@@ -93,7 +78,7 @@ class Installed(unittest.TestCase):
 
     def test_examples_compile_as_plain_c11(self):
         install("development", self.stage)
-        examples = os.path.join(HERE, "../../../docs/examples")
+        examples = os.path.join(TOP, "docs/examples")
         sources = [os.path.join(examples, name) for name in os.listdir(examples) if name.endswith(".c")]
         quietly(COMPILER["c"], "-std=c11", "-Wall", "-Wextra", "-Werror", "-fsyntax-only",
                 "-I" + self.stage + "/usr/include/zep", *sources)
@@ -104,10 +89,8 @@ class Installed(unittest.TestCase):
         self.assertEqual({f for f in files(self.stage) if "/man/" in f}, pages("357"))
         for name in files(self.stage):
             if name.endswith((".pc", ".cmake", ".h")):
-                with open(os.path.join(self.stage, name)) as file:
-                    text = file.read()
                 for path in (BUILD, self.stage):
-                    self.assertNotIn(path, text, name)
+                    self.assertNotIn(path, read(self.stage, name), name)
 
     def run_all(self, programs):
         for program in programs:

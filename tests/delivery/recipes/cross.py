@@ -2,28 +2,13 @@
 import os
 import re
 import shutil
-import subprocess
+import string
 
-SOURCE = os.environ["ZEP_SOURCE"]
+from tree import files, quietly
+
 WORK = os.environ["ZEP_WORK"]
 CRYPT = os.environ["ZEP_CRYPT_FOLDER"]
 TRIPLET = "arm-linux-gnueabi"
-
-
-def quietly(*words, **more):
-    run = subprocess.run(words, capture_output=True, text=True, stdin=subprocess.DEVNULL, **more)
-    if run.returncode:
-        raise AssertionError(f"{' '.join(words)}: status {run.returncode}\n{run.stdout[-4000:]}{run.stderr[-4000:]}")
-    return run.stdout
-
-
-def files(folder):
-    return {os.path.relpath(os.path.join(at, name), folder) for at, _, names in os.walk(folder) for name in names}
-
-
-def read(*path):
-    with open(os.path.join(*path), errors="replace") as file:
-        return file.read()
 
 
 class Cross:
@@ -45,24 +30,10 @@ class Cross:
             file.write(text)
 
     def toolchain(self, system, compile_flags, link_flags):
-        # No place to search holds anything: what is found has come from the machine that builds.
-        self.write("toolchain.cmake", f"""
-            list(APPEND CMAKE_MODULE_PATH {self.home}/host)
-            set(CMAKE_SYSTEM_NAME {system})
-            set(CMAKE_SYSTEM_PROCESSOR arm)
-            set(CMAKE_C_COMPILER {self.home}/host/gcc)
-            set(CMAKE_CXX_COMPILER {self.home}/host/g++)
-            set(CMAKE_C_FLAGS "{compile_flags}" CACHE STRING "")
-            set(CMAKE_CXX_FLAGS "{compile_flags}" CACHE STRING "")
-            set(CMAKE_C_FLAGS_RELEASE "-DNDEBUG" CACHE STRING "")
-            set(CMAKE_CXX_FLAGS_RELEASE "-DNDEBUG" CACHE STRING "")
-            set(CMAKE_EXE_LINKER_FLAGS "{link_flags}" CACHE STRING "")
-            set(CMAKE_FIND_ROOT_PATH {self.home}/host)
-            set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-            set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-            set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-            set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-            """)
+        with open(os.path.join(os.path.dirname(__file__), "toolchain.cmake.in")) as file:
+            text = string.Template(file.read())
+        self.write("toolchain.cmake", text.substitute(home=self.home, system=system, compile_flags=compile_flags,
+                                                      link_flags=link_flags))
 
     def configure(self, source, generator, *options):
         quietly("cmake", "-G", generator, "-S", source, "-B", self.build,

@@ -7,11 +7,11 @@ import hashlib
 import os
 import re
 import shutil
-import tempfile
 import unittest
 
 import kconfiglib
-from cross import SOURCE, WORK, Cross, files, quietly, read
+from cross import WORK, Cross
+from tree import TOP as SOURCE, InFolder, files, quietly, read
 
 PACKAGING = os.path.join(SOURCE, "packaging")
 EXTERNAL = os.path.join(PACKAGING, "buildroot")
@@ -39,7 +39,7 @@ def promised():
             *(f"usr/share/doc/zep/examples/etc/{f}" for f in files(os.path.join(SOURCE, "docs/examples/etc")))}
 
 
-class Recipe(unittest.TestCase):
+class Recipe(InFolder):
     def check_tree(self, stage):
         found = files(stage)
         headers = {f for f in found if f.startswith("usr/include/zep/") and f.endswith(".h")}
@@ -65,24 +65,20 @@ class Recipe(unittest.TestCase):
 class Buildroot(Recipe):
     def variables(self):
         """zep.mk's, as make has them where the infrastructure takes over."""
-        with tempfile.NamedTemporaryFile("w", suffix=".mk") as file:
-            file.write(f"BR2_EXTERNAL_ZEP_PATH := {EXTERNAL}\nBR2_PACKAGE_LIBXCRYPT := y\n"
-                       "cmake-package = $(foreach v,$(filter ZEP_%,$(.VARIABLES)),$(info $(v)=$($(v))))\n"
-                       "include $(BR2_EXTERNAL_ZEP_PATH)/external.mk\nall: ;\n")
-            file.flush()
-            said = quietly("make", "-s", "--warn-undefined-variables", "-f", file.name, env={"PATH": os.environ["PATH"]})
+        self.write("Makefile", f"BR2_EXTERNAL_ZEP_PATH := {EXTERNAL}\nBR2_PACKAGE_LIBXCRYPT := y\n"
+                   "cmake-package = $(foreach v,$(filter ZEP_%,$(.VARIABLES)),$(info $(v)=$($(v))))\n"
+                   "include $(BR2_EXTERNAL_ZEP_PATH)/external.mk\nall: ;\n")
+        said = quietly("make", "-s", "--warn-undefined-variables", "-C", self.folder, env={"PATH": os.environ["PATH"]})
         return dict(line.split("=", 1) for line in said.splitlines() if line.startswith("ZEP_"))
 
     def test_menu_offers_it_where_it_can_be_built(self):
         names = ["BR2_arm", "BR2_USE_MMU", "BR2_INSTALL_LIBSTDCPP", "BR2_TOOLCHAIN_GCC_AT_LEAST_11",
                  "BR2_TOOLCHAIN_HAS_THREADS_NPTL", "BR2_TOOLCHAIN_USES_GLIBC"]
-        with tempfile.NamedTemporaryFile("w", suffix=".in") as file:
-            for name in [*names, "BR2_PACKAGE_LIBXCRYPT"]:
-                file.write(f'config {name}\n\tbool "{name}"\n\n')
-            file.write('source "$BR2_EXTERNAL_ZEP_PATH/Config.in"\n')
-            file.flush()
-            os.environ["BR2_EXTERNAL_ZEP_PATH"] = EXTERNAL
-            menu = kconfiglib.Kconfig(file.name, warn_to_stderr=False)
+        self.write("Config.in", "".join(f'config {name}\n\tbool "{name}"\n\n' for name in
+                                        [*names, "BR2_PACKAGE_LIBXCRYPT"])
+                   + 'source "$BR2_EXTERNAL_ZEP_PATH/Config.in"\n')
+        os.environ["BR2_EXTERNAL_ZEP_PATH"] = EXTERNAL
+        menu = kconfiglib.Kconfig(os.path.join(self.folder, "Config.in"), warn_to_stderr=False)
         self.assertEqual(menu.warnings, [])
         hint = next(node for node in menu.node_iter() if node.item == kconfiglib.COMMENT)
         #        what lacks       offered  hint  libxcrypt
@@ -150,7 +146,7 @@ class Yocto(Recipe):
         recipe, text = self.variables(path)
         self.assertIn("inherit cmake externalsrc\n", text)
         self.assertEqual(recipe["LICENSE"], "MIT")
-        checksum = hashlib.md5(read(SOURCE, "LICENSE").encode()).hexdigest()
+        checksum = hashlib.md5(read(SOURCE, "LICENSE").encode("latin-1")).hexdigest()
         self.assertEqual(recipe["LIC_FILES_CHKSUM"], "file://LICENSE;md5=" + checksum)
         shown = type("Data", (), {"getVar": staticmethod({"THISDIR": os.path.dirname(path)}.get)})
         source = eval(recipe["EXTERNALSRC"].removeprefix("${@").removesuffix("}"), {"os": os, "d": shown})
