@@ -119,6 +119,18 @@ class Installed(InFolder):
             quietly(COMPILER["c"], standard, os.path.join(CONSUMER, "main." + language), *flags, "-o", out)
         self.run_all(["by_pkg_config_c", "by_pkg_config_cpp"])
 
+    def test_page_of_the_first_daemon_shows_what_its_commands_print(self):
+        os.mkdir(self.work + "/build")
+        os.symlink(BUILD, self.work + ("/build/release" if LAUNCHER else "/build/host"))
+        for folder in ("docs", "toolchain"):
+            os.symlink(os.path.join(TOP, folder), os.path.join(self.work, folder))
+        with open(TOP + "/docs/first-daemon.md") as file:
+            page = file.read().split("## For the camera")[bool(LAUNCHER)]
+        blocks = re.findall(r"^```sh\n(.*?)^```$(?:\n\n^```\n(.*?)^```$)?", page, re.S | re.M)
+        said = quietly("bash", "-euc", "echo ===\n".join(commands for commands, _ in blocks), cwd=self.work)
+        for (commands, shown), output in zip(blocks, said.split("===\n"), strict=True):
+            self.assertRegex(output, "(?s)^" + re.escape(shown).replace(r"\.\.\.", ".*") + "$", commands)
+
 
 if __name__ == "__main__":
     unittest.main()
