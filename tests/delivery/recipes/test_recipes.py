@@ -16,6 +16,7 @@ from tree import TOP as SOURCE, InFolder, files, quietly, read
 PACKAGING = os.path.join(SOURCE, "packaging")
 EXTERNAL = os.path.join(PACKAGING, "buildroot")
 LAYER = os.path.join(PACKAGING, "yocto")
+HOST = WORK + "/host"  # where the build system keeps its tools
 VERSION = re.search(r"project\(zep VERSION (\S+)", read(SOURCE, "CMakeLists.txt"))[1]
 APPLETS = re.findall(r'^    {"(\w+)", \w+_main},$', read(SOURCE, "app/main.cpp"), re.M)
 C_LIBRARY = {"libc.so.6", "libm.so.6", "libpthread.so.0", "libcrypt.so.1", "ld-linux.so.3"}
@@ -37,6 +38,20 @@ def promised():
             *(f"usr/lib/pkgconfig/{name}.pc" for name in ("zepcommon", "zepmpp")),
             *(f"usr/share/man/man{p[-1]}/{os.path.basename(p)}" for p in pages),
             *(f"usr/share/doc/zep/examples/etc/{f}" for f in files(os.path.join(SOURCE, "docs/examples/etc")))}
+
+
+def make_images():
+    """The images folder of a build with a kernel and a root file system, and its target folder with settings."""
+    images, target = WORK + "/images", WORK + "/target"
+    for folder in (images, target + "/etc"):
+        os.makedirs(folder, exist_ok=True)
+    for path, content in ((images + "/zImage", b"kernel" * 9999), (images + "/rootfs.squashfs", b"hsqs" * 9999),
+                          (target + "/etc/web.conf", b"port=80\n")):
+        with open(path, "wb") as file:
+            file.write(content)
+    quietly("mkimage", "-A", "arm", "-O", "linux", "-T", "kernel", "-C", "none", "-d", images + "/zImage",
+            images + "/uImage")
+    return images, target
 
 
 class Recipe(InFolder):
@@ -67,9 +82,13 @@ class Buildroot(Recipe):
         """zep.mk's, as make has them where the infrastructure takes over."""
         self.write("Makefile", f"BR2_EXTERNAL_ZEP_PATH := {EXTERNAL}\nBR2_PACKAGE_LIBXCRYPT := y\n"
                    "cmake-package = $(foreach v,$(filter ZEP_%,$(.VARIABLES)),$(info $(v)=$($(v))))\n"
+                   "host-cmake-package = $(foreach v,BUILD_CMDS INSTALL_CMDS CONF_OPTS,"
+                   "$(info HOST_ZEP_$(v)=$(strip $(HOST_ZEP_$(v)))))\n"
+                   f"BR2_CMAKE := cmake\nINSTALL := install\nHOST_MAKE_ENV := nice\nPARALLEL_JOBS := 2\n"
+                   f"HOST_DIR := {HOST}\nHOST_ZEP_BUILDDIR := {HOST}/build\n"
                    "include $(BR2_EXTERNAL_ZEP_PATH)/external.mk\nall: ;\n")
         said = quietly("make", "-s", "--warn-undefined-variables", "-C", self.folder, env={"PATH": os.environ["PATH"]})
-        return dict(line.split("=", 1) for line in said.splitlines() if line.startswith("ZEP_"))
+        return dict(line.split("=", 1) for line in said.splitlines() if re.match("(HOST_)?ZEP_", line))
 
     def test_menu_offers_it_where_it_can_be_built(self):
         names = ["BR2_arm", "BR2_USE_MMU", "BR2_INSTALL_LIBSTDCPP", "BR2_TOOLCHAIN_GCC_AT_LEAST_11",
@@ -95,7 +114,7 @@ class Buildroot(Recipe):
                               menu.syms["BR2_PACKAGE_LIBXCRYPT"].tri_value), (offered, hinted, crypt), lacks)
 
     def test_build_leaves_the_programs_on_the_target(self):
-        recipe = self.variables()
+        recipe = {name: value for name, value in self.variables().items() if not name.startswith("HOST_")}
         known = """VERSION SITE SITE_METHOD OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS INSTALL_STAGING SUPPORTS_IN_SOURCE_BUILD
                    CONF_OPTS DEPENDENCIES LICENSE LICENSE_FILES""".split()
         self.assertEqual(sorted(recipe), sorted("ZEP_" + name for name in known))
@@ -127,27 +146,50 @@ class Buildroot(Recipe):
         self.assertEqual({f for f in target if not any(fnmatch.fnmatch(f, p) for p in removed)}, programs())
 
 
+    def test_host_fwpkg_packs_the_images_of_a_build(self):
+        recipe = self.variables()
+        shutil.rmtree(HOST, ignore_errors=True)
+        quietly("cmake", "-G", "Unix Makefiles", "-S", SOURCE, "-B", HOST + "/build", *recipe["HOST_ZEP_CONF_OPTS"].split())
+        for step in ("BUILD", "INSTALL"):
+            quietly("sh", "-ec", recipe[f"HOST_ZEP_{step}_CMDS"])
+        images, target = make_images()
+        quietly(EXTERNAL + "/firmware.sh", images, "uImage", "rootfs.squashfs", "64KiB", "--marker", "3510",
+                env={**os.environ, "HOST_DIR": HOST, "TARGET_DIR": target})
+        self.assertIn("3510", quietly(HOST + "/bin/fwpkg", "info", images + "/firmware.pkg"))
+
+        # The same tool is Yocto's native one; its class gives these commands to the shell.
+        text = read(LAYER, "classes/zep-firmware.bbclass")
+        known = {"DEPLOY_DIR_IMAGE": images, "IMGDEPLOYDIR": images, "IMAGE_NAME": "rootfs", "WORKDIR": images,
+                 "IMAGE_ROOTFS": target, **dict(re.findall(r'^(\w+) \?= "(.*)"$', text, re.M))}
+        body = re.search(r"^IMAGE_CMD:zepfw \(\) {\n(.*?)^}", text, re.S | re.M)[1]
+        while "${" in body:
+            body = re.sub(r"\$\{(\w+)}", lambda name: known[name[1]], body)
+        quietly("sh", "-ec", body, env={**os.environ, "PATH": HOST + "/bin:" + os.environ["PATH"]})
+        self.assertIn("rootfs.zepfw", os.listdir(images))
+
+
 class Yocto(Recipe):
     def variables(self, path):
         text = read(path).replace("\\\n", "")
-        return {name: value for name, value in re.findall(r'^([\w:${}-]+) (?:[.:+]?=|\+=) "(.*)"$', text, re.M)}, text
+        return {name: value for name, value in re.findall(r'^([\w:${}-]+) (?:[.:+?]?=|\+=) "(.*)"$', text, re.M)}, text
 
     def test_layer_finds_its_recipe(self):
         layer, _ = self.variables(LAYER + "/conf/layer.conf")
         self.assertEqual(layer["BBFILE_COLLECTIONS"], "zep")
         recipes = glob.glob(layer["BBFILES"].replace("${LAYERDIR}", LAYER))
-        self.assertEqual([os.path.basename(r) for r in recipes], [f"zep_{VERSION}.bb"])
-        self.assertRegex(recipes[0], layer["BBFILE_PATTERN_zep"].replace("${LAYERDIR}", re.escape(LAYER)))
+        self.assertEqual({os.path.basename(r) for r in recipes}, {f"zep_{VERSION}.bb", f"zep-fwpkg_{VERSION}.bb"})
+        for recipe in recipes:
+            self.assertRegex(recipe, layer["BBFILE_PATTERN_zep"].replace("${LAYERDIR}", re.escape(LAYER)))
+            checksum = hashlib.md5(read(SOURCE, "LICENSE").encode("latin-1")).hexdigest()
+            self.assertEqual(self.variables(recipe)[0]["LIC_FILES_CHKSUM"], "file://LICENSE;md5=" + checksum)
         for name in ("PRIORITY", "SERIES_COMPAT"):
             self.assertTrue(any(key.endswith(name + "_zep") for key in layer), name)
 
     def test_build_gives_files_that_all_belong_to_a_package(self):
-        path = glob.glob(LAYER + "/recipes-*/*/*.bb")[0]
+        path = glob.glob(LAYER + "/recipes-*/*/zep_*.bb")[0]
         recipe, text = self.variables(path)
         self.assertIn("inherit cmake externalsrc\n", text)
         self.assertEqual(recipe["LICENSE"], "MIT")
-        checksum = hashlib.md5(read(SOURCE, "LICENSE").encode("latin-1")).hexdigest()
-        self.assertEqual(recipe["LIC_FILES_CHKSUM"], "file://LICENSE;md5=" + checksum)
         shown = type("Data", (), {"getVar": staticmethod({"THISDIR": os.path.dirname(path)}.get)})
         source = eval(recipe["EXTERNALSRC"].removeprefix("${@").removesuffix("}"), {"os": os, "d": shown})
         self.assertEqual(os.path.realpath(source), os.path.realpath(SOURCE))

@@ -19,4 +19,18 @@ ifeq ($(BR2_PACKAGE_LIBXCRYPT),y)
 ZEP_DEPENDENCIES += libxcrypt
 endif
 
+# fwpkg for the PC that builds. CLI11 and the JSON library, headers alone, are the PC's: libcli11-dev and
+# nlohmann-json3-dev on Debian.
+HOST_ZEP_SUPPORTS_IN_SOURCE_BUILD = NO
+HOST_ZEP_CONF_OPTS = -DZEP_TESTS=OFF -DZEP_WERROR=OFF
+
+define HOST_ZEP_BUILD_CMDS
+	$(HOST_MAKE_ENV) $(BR2_CMAKE) --build $(HOST_ZEP_BUILDDIR) -j$(PARALLEL_JOBS) --target fwpkg
+endef
+
+define HOST_ZEP_INSTALL_CMDS
+	$(INSTALL) -D -m 0755 $(HOST_ZEP_BUILDDIR)/bin/fwpkg $(HOST_DIR)/bin/fwpkg
+endef
+
 $(eval $(cmake-package))
+$(eval $(host-cmake-package))
