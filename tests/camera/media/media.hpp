@@ -161,11 +161,6 @@ struct Platform : testing::Test {
         const AUDIO_FRAME_S frame = frame_of(samples);
         return HI_MPI_AO_SendFrame(kDev, 0, &frame, block);
     }
-    static void play(const Samples& sound, size_t points)
-    {
-        for (auto at = sound.begin(); at < sound.end(); at += long(points))
-            ASSERT_EQ(send({at, at + long(points)}), 0);
-    }
 };
 
 inline Samples part(const Samples& whole, size_t from, size_t count)

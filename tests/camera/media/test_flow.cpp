@@ -97,6 +97,7 @@ TEST_F(Flow, AProgramGetsTheFramesTooAndWhatIsHeardAsTheirReference)
         AUDIO_FRAME_S frame = {};
         AEC_FRAME_S aec = {};
         ASSERT_EQ(get(frame, &aec), 0);
+        ASSERT_EQ(aec.bValid, 1u);
         EXPECT_EQ(samples_of(frame), part(sound, i * kFrame, kFrame)) << i;
         EXPECT_EQ(samples_of(aec.stFrame), i ? part(sound, (i - 1) * kFrame, kFrame) : Samples(kFrame)) << i;
         ASSERT_EQ(release(frame, &aec), 0);

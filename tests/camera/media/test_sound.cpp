@@ -1,7 +1,6 @@
 // Sound from the microphone's file through the library's stages, and through them to the speaker's.
 #include "tests/camera/media/media.hpp"
 
-#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -85,7 +84,8 @@ TEST_F(Sound, OutputIsConvertedToTheDevicesRate)
     open_output(attributes(16000, 160));
     const AIO_RESAMPLE_ATTR_S attr = {80, 8000, 1};
     ASSERT_EQ(HI_MPI_AO_EnableReSmp(kDev, 0, &attr), 0);
-    play(tone(500, 8000), 80);
+    const Samples sound = tone(500, 8000);
+    for (size_t at = 0; at < sound.size(); at += 80) ASSERT_EQ(send(part(sound, at, 80)), 0);
     Samples heard = speaker().samples;
     EXPECT_EQ(heard.size(), 16000u);
     heard.erase(heard.begin(), heard.begin() + 800);
@@ -126,30 +126,16 @@ TEST_F(Sound, NoiseIsReducedAndNarrowSamplesAreWidenedFirst)
     EXPECT_EQ(HI_MPI_AI_DisableAnr(kDev, 0), 0);
 }
 
-// The reference of a frame is what the output played while the frame was taken.
-TEST_F(Sound, TheEchoReferenceIsWhatWasPlayed)
+// Converted frames have no echo reference, and the caller's record is left alone.
+TEST_F(Sound, ConversionAndEchoReferenceExcludeEachOther)
 {
     open_output(attributes());
     open_input(attributes());
+    const AIO_RESAMPLE_ATTR_S up = {160, 8000, 1};
     ASSERT_EQ(HI_MPI_AI_EnableAec(kDev, 0, kDev, 0), 0);
-    const Samples sound = ramp(160 * 20);
-    play(sound, 160);
-    Samples reference;
+    ASSERT_EQ(HI_MPI_AI_EnableReSmp(kDev, 0, &up), 0);
     AUDIO_FRAME_S frame = {};
     AEC_FRAME_S aec = {};
-    while (std::count_if(reference.begin(), reference.end(), [](int16_t s) { return s != 0; }) <
-           long(sound.size())) {
-        ASSERT_EQ(get(frame, &aec), 0);
-        ASSERT_EQ(aec.bValid, 1u);
-        ASSERT_EQ(aec.stFrame.u32Len, 320u);
-        const Samples played = samples_of(aec.stFrame);
-        reference.insert(reference.end(), played.begin(), played.end());
-        ASSERT_EQ(release(frame, &aec), 0);
-    }
-    EXPECT_NE(std::search(reference.begin(), reference.end(), sound.begin(), sound.end()), reference.end());
-    // Converted frames have none, and the caller's record is left alone.
-    const AIO_RESAMPLE_ATTR_S up = {160, 8000, 1};
-    ASSERT_EQ(HI_MPI_AI_EnableReSmp(kDev, 0, &up), 0);
     aec.bValid = 77;
     const Complaints complaints;
     ASSERT_EQ(get(frame, &aec), 0);
