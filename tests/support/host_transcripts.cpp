@@ -9,6 +9,7 @@
 //
 // Commands above the first title come first in every case. The first argument is the file; TOOLS are the folders of the
 // programs.
+#include "tests/support/patterns.hpp"
 #include "tests/support/run.hpp"
 #include "tests/support/temp_folder.hpp"
 
@@ -18,8 +19,6 @@
 namespace {
 
 std::string file; // the first argument
-
-using Lines = std::vector<std::string>;
 
 struct Step {
     std::string command;
@@ -64,24 +63,6 @@ std::vector<Case> cases()
     for (Case& one : all)
         for (Step& step : one.steps) strip(step.expected);
     return all;
-}
-
-bool matches(std::string_view pattern, std::string_view text)
-{
-    const size_t dots = pattern.find("...");
-    if (dots == std::string::npos) return pattern == text;
-    if (text.substr(0, dots) != pattern.substr(0, dots)) return false;
-    for (size_t at = dots; at <= text.size(); ++at)
-        if (matches(pattern.substr(dots + 3), text.substr(at))) return true;
-    return false;
-}
-
-bool matches(const Lines& expected, size_t e, const Lines& seen, size_t s)
-{
-    if (e == expected.size()) return s == seen.size();
-    if (expected[e] == "...")
-        return matches(expected, e + 1, seen, s) || (s < seen.size() && matches(expected, e, seen, s + 1));
-    return s < seen.size() && matches(expected[e], seen[s]) && matches(expected, e + 1, seen, s + 1);
 }
 
 std::string joined(const Lines& lines)
@@ -133,9 +114,9 @@ TEST_P(Transcript, IsTrue)
     const std::vector<Lines> seen = outputs(say("sh " + commands).text);
     ASSERT_EQ(seen.size(), steps.size()) << "the shell ended early";
     for (size_t i = 0; i < steps.size(); ++i)
-        EXPECT_TRUE(matches(steps[i].expected, 0, seen[i], 0)) << "$ " << steps[i].command << "\n"
-                                                               << joined(seen[i]) << "not\n"
-                                                               << joined(steps[i].expected);
+        EXPECT_TRUE(matches(steps[i].expected, seen[i])) << "$ " << steps[i].command << "\n"
+                                                         << joined(seen[i]) << "not\n"
+                                                         << joined(steps[i].expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(Host, Transcript, testing::ValuesIn(cases()), [](const auto& one) {

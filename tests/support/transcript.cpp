@@ -1,6 +1,7 @@
 #include "tests/support/transcript.hpp"
 
 #include "tests/support/firmware.hpp"
+#include "tests/support/patterns.hpp"
 
 #include <algorithm>
 #include <iterator>
@@ -11,25 +12,6 @@ std::string hex(unsigned char byte)
 {
     constexpr char kDigits[] = "0123456789ABCDEF";
     return {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
-}
-
-bool matches(const std::string& pattern, const std::string& text)
-{
-    const size_t dots = pattern.find("...");
-    if (dots == std::string::npos) return pattern == text;
-    const std::string rest = pattern.substr(dots + 3);
-    if (text.compare(0, dots, pattern, 0, dots) != 0) return false;
-    for (size_t at = dots; at <= text.size(); ++at)
-        if (matches(rest, text.substr(at))) return true;
-    return false;
-}
-
-bool matches(const Lines& expected, size_t e, const Lines& seen, size_t s)
-{
-    if (e == expected.size()) return s == seen.size();
-    if (expected[e] == "...")
-        return matches(expected, e + 1, seen, s) || (s < seen.size() && matches(expected, e, seen, s + 1));
-    return s < seen.size() && matches(expected[e], seen[s]) && matches(expected, e + 1, seen, s + 1);
 }
 
 void prepare(Camera& camera, std::string line)
@@ -100,7 +82,7 @@ void run(const Transcript& transcript)
         for (const char* source : {"out", "err", "status"}) expected[source];
         for (const auto& [source, lines] : expected) {
             const Lines seen = seen_of(outcome, source);
-            if (matches(lines, 0, seen, 0)) continue;
+            if (matches(lines, seen)) continue;
             std::string text;
             for (const std::string& line : seen)
                 text += (source == "out" ? "" : "@" + source + " ") + line + "\n";
