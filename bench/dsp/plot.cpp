@@ -9,8 +9,21 @@ namespace zep::bench {
 namespace {
 
 constexpr double kWidth = 380, kHeight = 220, kLeft = 52, kTop = 34, kGapX = 40, kGapY = 66;
-constexpr const char* kColours[] = {"#8a8a8a", "#3a78b5", "#3f9b4f", "#c8452f",
-                                    "#8a5bb0", "#c29a1c", "#111111"};
+// Ours is red and thick in every picture; a peer keeps its colour, the kinds of one have one hue.
+constexpr struct {
+    const char *name, *colour;
+} kColours[] = {{"zep", "#c8452f"},           {"speex-8", "#3a78b5"},     {"speex-mdf", "#8fb6d9"},
+                {"speex-mdf+res", "#3a78b5"}, {"soxr-HQ", "#8a8a8a"},     {"zita-48", "#3f9b4f"},
+                {"webrtc-mod", "#9ccf9f"},    {"webrtc-high", "#3f9b4f"}, {"webrtc-ext", "#8a5bb0"},
+                {"webrtc-aecm", "#c29a1c"}};
+
+const char* colour_of(const Curve& c)
+{
+    for (const auto& row : kColours)
+        if (c.name == row.name) return row.colour;
+    return "#111111";
+}
+const char* width_of(const Curve& c) { return c.name == "zep" ? "1.8" : "1.2"; }
 
 class Drawing {
 public:
@@ -24,7 +37,7 @@ public:
         for (const Curve& c : p.curves)
             if (!c.points.empty()) right_ = std::max(right_, c.points.back().first);
         frame(p.title);
-        for (size_t i = 0; i < p.curves.size(); ++i) curve(p.curves[i], kColours[i % std::size(kColours)]);
+        for (const Curve& c : p.curves) curve(c);
     }
 
     void text(double x, double y, const char* anchor, const std::string& s)
@@ -34,10 +47,11 @@ public:
 
     void legend(const Panel& p, double x, double y)
     {
-        for (size_t i = 0; i < p.curves.size(); ++i, x += 110) {
+        for (const Curve& c : p.curves) {
             fprintf(f_, "<path d=\"M%.1f %.1fh22\" stroke=\"%s\" stroke-width=\"2\"/>\n", x, y - 4,
-                    kColours[i % std::size(kColours)]);
-            text(x + 28, y, "start", p.curves[i].name);
+                    colour_of(c));
+            text(x + 28, y, "start", c.name);
+            x += 50 + 7 * double(c.name.size());
         }
     }
 
@@ -74,9 +88,10 @@ private:
                 left_ - 36, top_ + kHeight / 2, axes_.y.c_str());
     }
 
-    void curve(const Curve& c, const char* colour)
+    void curve(const Curve& c)
     {
-        fprintf(f_, "<polyline fill=\"none\" stroke=\"%s\" stroke-width=\"1.2\" points=\"", colour);
+        fprintf(f_, "<polyline fill=\"none\" stroke=\"%s\" stroke-width=\"%s\" points=\"", colour_of(c),
+                width_of(c));
         for (const auto& [x, y] : c.points) fprintf(f_, "%.1f,%.1f ", at_x(x), at_y(y));
         fprintf(f_, "\"/>\n");
     }

@@ -3,7 +3,7 @@
 
 A path is a word with a slash, in `code` or in an indented or fenced block, that begins with a folder of the tree;
 in docs/architecture.md every word with a slash, from the root or from one of the rooms that the page has just named.
-`*` stands for any part of a name. What a build makes (build/) and what lies outside (/etc, ~/.cache) is not looked at.
+Each picture of docs/ is shown on a page. `*` stands for any part of a name. What a build makes (build/) and what lies outside (/etc, ~/.cache) is not looked at.
 """
 import re
 import sys
@@ -41,6 +41,8 @@ def main():
     root = Path(sys.argv[1]).resolve()
     pages = [p for pattern in PAGES for p in sorted(root.glob(pattern))]
     wrong = [f"{p.relative_to(root)}: {word} does not exist" for p in pages for word in sorted(set(missing(root, p)))]
+    shown = {page.parent / name for page in pages for name in re.findall(r"!\[.+?]\((\S+?)\)", page.read_text())}
+    wrong += [f"{p.relative_to(root)} is shown or there, not both" for p in shown ^ set(root.glob("docs/*.svg"))]
     print("\n".join(wrong) or f"{len(pages)} pages, all paths exist")
     return 1 if wrong or not pages else 0
 
