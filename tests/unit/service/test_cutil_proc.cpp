@@ -33,32 +33,21 @@ string xkill(const string& word, const string& path = "")
 
 } // namespace
 
-TEST(Proc, IsFoundByTheBeginningOfItsFirstArgumentOnly)
+TEST(Proc, IsFoundByTheBeginningOfItsFirstArgumentOnlyAndForSignalsOfItsFirstLine)
 {
-    string name = unique_name("web");
-    Child webs(name + "s");
-    EXPECT_EQ(CUTIL_IsProc(name.c_str(), 0), 1);
-    EXPECT_EQ(CUTIL_IsProc((name + "s").c_str(), 0), 1);
-    EXPECT_EQ(CUTIL_IsProc((name + "sx").c_str(), 0), 0);
-    EXPECT_EQ(CUTIL_IsProc("-c", 0), 0) << "not its second argument";
-    EXPECT_EQ(CUTIL_IsProc(name.c_str() + 1, 0), 0) << "nor the end of its name";
-}
-
-TEST(Proc, FirstArgumentsAreReadTo256CharactersAndForSignalsToTheLineEnd)
-{
-    string name = unique_name("");
-    string text = name + string(256 - name.size(), 'n');
-    Child lengthy(text + string(300, 'n')), lines(name + "a\nb");
-    EXPECT_EQ(CUTIL_IsProc(text.c_str(), 0), 1);
-    EXPECT_EQ(CUTIL_IsProc((text + "n").c_str(), 0), 0);
-    EXPECT_EQ(CUTIL_IsProc((name + "a\nb").c_str(), 0), 1);
+    const string name = unique_name(""), longest = name + string(256 - name.size(), 'n');
+    Child lengthy(longest + string(300, 'n')), lines(name + "a\nb");
+    const std::pair<string, int> cases[] = {{name, 1},           {longest, 1},       {longest + "n", 0},
+                                            {name + "a\nb", 1},  {"-c", 0}, // not its second argument
+                                            {name + "a\nbx", 0}, {name.substr(1), 0}};
+    for (const auto& [start, found] : cases) EXPECT_EQ(CUTIL_IsProc(start.c_str(), 0), found) << start;
     CUTIL_KillProc((name + "a\nb").c_str(), SIGKILL);
     EXPECT_EQ(lines.ended_by(), 0);
     CUTIL_KillProc((name + "a\n").c_str(), SIGKILL);
     EXPECT_EQ(lines.wait_end(), SIGKILL);
-    CUTIL_KillProc(text.c_str(), SIGKILL);
-    EXPECT_EQ(lengthy.ended_by(), 0);
-    CUTIL_KillProc(text.substr(0, 255).c_str(), SIGKILL);
+    CUTIL_KillProc(longest.c_str(), SIGKILL);
+    EXPECT_EQ(lengthy.ended_by(), 0) << "one character less is read";
+    CUTIL_KillProc(longest.substr(0, 255).c_str(), SIGKILL);
     EXPECT_EQ(lengthy.wait_end(), SIGKILL);
 }
 
