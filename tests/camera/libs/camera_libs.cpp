@@ -22,19 +22,7 @@ struct Libs : testing::Test {
         EXPECT_EQ(run.status, 0) << run.out << run.err;
         return run;
     }
-
-    // Starts daemons, gives them time to come up and ends the camera.
-    Outcome down(const std::string& set_up, const std::string& way)
-    {
-        Outcome run = camera.run({"sh", "-c", set_up + " sleep 1; exec " + kInside + " " + way},
-                                 {"--bind", INSIDE_LIBS});
-        EXPECT_EQ(run.ending, "reboot");
-        return run;
-    }
 };
-
-const Lines kSteps = {"umount /mnt/sd/", "umount /mnt/usb/", "ifconfig rausb0 down", "rmmod rt73",
-                      "/sbin/reboot"};
 
 } // namespace
 
@@ -59,31 +47,36 @@ TEST_F(Libs, AWatchdogThatCannotBeOpenedStaysClosed)
     inside("WatchdogMissing.*");
 }
 
-TEST_F(Libs, ARebootEndsTheListedProcessesThenRunsItsStepsInOrder)
+// The daemons get time to come up. A reboot of the network ends its services and shells instead of the kill list.
+TEST_F(Libs, ARebootEndsItsProcessesThenRunsItsStepsInOrder)
 {
-    Outcome run = down("echo /bin/confd > /etc/killList; printf '/bin/webs\\n/bin/AVS\\n' > /etc/termList;"
-                       "/bin/AVServer & /bin/webs & /bin/confd &",
-                       "reboot");
-    EXPECT_EQ(run.out, "before the reboot");
-    Lines kills = run.of("kill");
-    kills.resize(3); // others end on their own
-    EXPECT_THAT(kills, ElementsAre(MatchesRegex("SIGKILL [0-9]+ /bin/confd"),
-                                   MatchesRegex("SIGTERM [0-9]+ /bin/AVServer"),
-                                   MatchesRegex("SIGTERM [0-9]+ /bin/webs")));
-    EXPECT_EQ(run.of("system"), kSteps);
-}
-
-TEST_F(Libs, ANetworkRebootEndsItsServicesAndShellsInsteadOfTheKillList)
-{
-    Outcome run = down("echo /bin/confd > /etc/killList; rm -f /etc/termList;"
-                       "/bin/sh -c 'while :; do sleep 1; done' & /bin/QRNNetManager & /bin/confd &",
-                       "reboot_net");
-    Lines kills = run.of("kill");
-    kills.resize(2);
-    EXPECT_THAT(kills, ElementsAre(MatchesRegex("SIGKILL [0-9]+ /bin/QRNNetManager"),
-                                   MatchesRegex("SIGKILL [0-9]+ /bin/sh")));
+    const struct {
+        std::string set_up, way, out;
+        Lines kills; // the first; others end on their own
+    } cases[] = {
+        {"printf '/bin/webs\\n/bin/AVS\\n' > /etc/termList; /bin/AVServer & /bin/webs & /bin/confd &",
+         "reboot",
+         "before the reboot",
+         {"SIGKILL [0-9]+ /bin/confd", "SIGTERM [0-9]+ /bin/AVServer", "SIGTERM [0-9]+ /bin/webs"}},
+        {"rm -f /etc/termList; /bin/sh -c 'while :; do sleep 1; done' & /bin/QRNNetManager & /bin/confd &",
+         "reboot_net",
+         "",
+         {"SIGKILL [0-9]+ /bin/QRNNetManager", "SIGKILL [0-9]+ /bin/sh"}},
+    };
+    Outcome run;
+    for (const auto& c : cases) {
+        run = camera.run(
+            {"sh", "-c",
+             "echo /bin/confd > /etc/killList;" + c.set_up + " sleep 1; exec " + kInside + " " + c.way},
+            {"--bind", INSIDE_LIBS});
+        EXPECT_EQ(run.ending, "reboot");
+        EXPECT_EQ(run.out, c.out);
+        for (size_t i = 0; i < c.kills.size(); ++i)
+            EXPECT_THAT(run.of("kill").at(i), MatchesRegex(c.kills[i]));
+        EXPECT_EQ(run.of("system"), Lines({"umount /mnt/sd/", "umount /mnt/usb/", "ifconfig rausb0 down",
+                                           "rmmod rt73", "/sbin/reboot"}));
+    }
     EXPECT_THAT(run.log,
                 ElementsAre(R"(14 inside_libs: [CUTIL_KillProcAll]\n)",
                             R"(14 inside_libs: [CUTIL_KillProcAll] - list open err[/etc/termList]\n)"));
-    EXPECT_EQ(run.of("system"), kSteps);
 }

@@ -2,8 +2,6 @@
 #include "common/usertable.h"
 #include "tests/camera/libs/inside.hpp"
 
-#include <algorithm>
-#include <cstring>
 #include <ctime>
 
 namespace {

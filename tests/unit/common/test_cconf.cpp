@@ -150,6 +150,7 @@ TEST(Cconf, AFileChangesTheFieldsThatItsLinesName)
         {"web", "#port=1\n ; \nport 81\nport=\nport=#1\nhttps_port=#444\n[port]\nport\n", {}},
         {"web", "port=81\nhttps_port= #444\n", {" port=81", " https_port=81"}},
         {"web", "port = \"81\" \r\n\thttps_port\t=\t444 #\n", {" port=81"}},
+        {"web", "port=65535\nhttps_port=65536\nhttps_port=+444\n", {" port=65535", " https_port=444"}},
         {"web", "port=81=https_port=444", {" port=81", " https_port=444"}},
         {"web",
          wall + "\n#" + wall + "\nport=81\n" + blanks + "https_port=444\n",
