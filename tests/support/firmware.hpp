@@ -7,7 +7,7 @@
 struct Firmware {
     Bytes kernel, root, settings;
 
-    [[nodiscard]] Bytes pack(int version = 1) const { return package(version, kernel, root, settings); }
+    [[nodiscard]] Bytes pack() const { return package(1, kernel, root, settings); }
 };
 
 // What the new settings partition holds before anything is restored.

@@ -75,13 +75,12 @@ public:
     explicit MemoryFile(const Bytes& content = {}) : fd_(int(syscall(SYS_memfd_create, "package", 0)))
     {
         EXPECT_EQ(write(fd_, content.data(), content.size()), ssize_t(content.size()));
-        rewind();
+        lseek(fd_, 0, SEEK_SET);
     }
     ~MemoryFile() { close(fd_); }
     MemoryFile(const MemoryFile&) = delete;
     MemoryFile& operator=(const MemoryFile&) = delete;
 
-    void rewind() const { lseek(fd_, 0, SEEK_SET); }
     [[nodiscard]] int fd() const { return fd_; }
     [[nodiscard]] std::string path() const { return "/proc/self/fd/" + std::to_string(fd_); }
 
