@@ -262,15 +262,11 @@ TEST(ZepAudio, WhatACameraCanDoWrongIsSaidInOneLine)
     }
 }
 
-TEST(ZepAudio, WrongUsageAndFiles)
+TEST(ZepAudio, AFileOrAHostThatIsNotThere)
 {
-    for (const char* arguments :
-         {"play 127.0.0.1 1", "status 127.0.0.1", "status 127.0.0.1 1 2", "record -c mp3 127.0.0.1 1 x",
-          "record -r 7999 127.0.0.1 1 x", "record -t x 127.0.0.1 1 x", "verdict --snr 1e9 127.0.0.1 1",
-          "record --bogus 127.0.0.1 1 x", "play 127.0.0.1 1 /nonexistent.wav", "play 127.0.0.1 1 /etc/passwd",
-          "status 127.0.0.1 1", "status no-such-host.invalid 1"})
+    for (const char* arguments : {"play 127.0.0.1 1 /nonexistent.wav", "play 127.0.0.1 1 /etc/passwd",
+                                  "status 127.0.0.1 1", "status no-such-host.invalid 1"})
         EXPECT_EQ(run(arguments).status, 2) << arguments;
-    EXPECT_EQ(run("--help").status, 0);
 }
 
 } // namespace

@@ -184,6 +184,7 @@ TEST_F(Adec, StereoFramesCarryBothBlocks)
 TEST_F(Adec, CallersTakeTurnsAndDestroyingWaitsForTheOneThatDecodes)
 {
     rebuild_adec(PT_LPCM, ADEC_MODE_PACK);
+    ASSERT_FALSE(HasFailure());
     std::atomic<bool> inside = false, go_on = false;
     on_frame = [&](const AUDIO_FRAME_S&) {
         inside = true;
