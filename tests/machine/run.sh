@@ -99,7 +99,8 @@ run_case() {
     cp "$here"/{keep.sh,fuser} "$root/board"
     prepare
     write_script "$dir/script"
-    "$here/board.sh" "${options[@]}" -o "$out" "$zep" "$root" "$dir/script" > "$dir/console" 2> "$dir/errors"
+    # However busy the PC is.
+    "$here/board.sh" -t 1500 "${options[@]}" -o "$out" "$zep" "$root" "$dir/script" > "$dir/console" 2> "$dir/errors"
     status=$?
     equal "how it ended" "$ends" "$status"
     judge
