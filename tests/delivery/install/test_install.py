@@ -57,10 +57,10 @@ class Installed(InFolder):
         for component in ("runtime", "development"):
             install(component, self.work + component)
             self.assertEqual(files(self.stage) & files(self.work + component), set(), component)
-        vcam = os.path.join(self.stage, "usr/bin/vcam")
-        camera = os.path.join(self.work, "camera")
-        quietly(vcam, "new", camera)
-        listed = quietly(vcam, "run", camera, "--", "zep").splitlines()[-1]
+        bin_folder = os.path.join(self.stage, "usr/bin")
+        quietly(TOP + "/packaging/debian/tests/upgrade-a-camera",
+                env={**os.environ, "AUTOPKGTEST_TMP": self.work, "PATH": bin_folder + ":" + os.environ["PATH"]})
+        listed = quietly(bin_folder + "/vcam", "run", self.work + "/camera", "--", "zep").splitlines()[-1]
         self.assertEqual(sorted(listed.split(", ")), sorted(APPLETS))
 
     def test_every_installed_header_has_its_functions_in_an_installed_library(self):
