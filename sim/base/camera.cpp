@@ -21,14 +21,16 @@ struct flock whole_file_lock()
 }
 
 // Programs of the camera may write into its folder, from inside as /run/vcam. A link that one left there would
-// be followed here, outside, to a file of the host.
-void refuse_links(const std::string& folder)
+// be followed here, outside, to a file of the host; a pipe would hold its reader.
+void refuse_strangers(const std::string& folder)
 {
     namespace fs = std::filesystem;
     for (const auto& entry : fs::directory_iterator(folder)) {
         const std::string path = entry.path().string();
         if (entry.is_symlink()) fail("%s is a link, which no camera has; remove it", path.c_str());
-        if (entry.is_directory() && entry.path().filename() != "root") refuse_links(path);
+        if (!entry.is_regular_file() && !entry.is_directory())
+            fail("%s is neither a file nor a folder; remove it", path.c_str());
+        if (entry.is_directory() && entry.path().filename() != "root") refuse_strangers(path);
     }
 }
 
@@ -77,7 +79,7 @@ Camera::Camera(const std::string& folder)
     auto conf = try_read_file(folder + "/camera.conf");
     if (!conf) fail("%s holds no camera; make one with: vcam new %s", folder.c_str(), folder.c_str());
     folder_ = std::filesystem::canonical(folder).string();
-    refuse_links(folder_);
+    refuse_strangers(folder_);
     for (const auto& line : split(*conf, '\n')) {
         size_t equal = line.find('=');
         if (line.empty() || line[0] == '#' || equal == std::string::npos) continue;

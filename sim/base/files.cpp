@@ -50,16 +50,30 @@ std::string read_all(int fd, const std::string& name)
     }
 }
 
+namespace {
+
+// A camera's programs may put a link or a pipe in the place of any file of its folder, at any moment: the one would
+// lead to the host's files, the other holds its reader for ever. No descriptor, with errno, when it cannot be opened.
+Fd open_plain(const std::string& path, int flags, mode_t mode = 0)
+{
+    Fd fd(open(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, mode));
+    struct stat st;
+    if (fd && (fstat(fd.get(), &st) < 0 || !S_ISREG(st.st_mode))) fail("%s is not a regular file", path.c_str());
+    return fd;
+}
+
+} // namespace
+
 std::optional<std::string> try_read_file(const std::string& path)
 {
-    Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    Fd fd = open_plain(path, O_RDONLY);
     if (!fd) return std::nullopt;
     return read_all(fd.get(), path);
 }
 
 std::string read_file(const std::string& path)
 {
-    Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    Fd fd = open_plain(path, O_RDONLY);
     if (!fd) fail("cannot open %s: %s", path.c_str(), strerror(errno));
     return read_all(fd.get(), path);
 }
@@ -76,15 +90,24 @@ void write_all(int fd, const std::string& content, const std::string& name)
 
 void write_file(const std::string& path, const std::string& content, mode_t mode)
 {
-    Fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode));
+    Fd fd = open_plain(path, O_WRONLY | O_CREAT | O_TRUNC, mode);
     if (!fd) fail("cannot create %s: %s", path.c_str(), strerror(errno));
     fchmod(fd.get(), mode);
     write_all(fd.get(), content, path);
 }
 
+void replace_file(const std::string& path, const std::string& content)
+{
+    const std::string fresh = path + ".new";
+    unlink(fresh.c_str());
+    write_all(Fd(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644)).get(),
+              content, fresh);
+    if (rename(fresh.c_str(), path.c_str()) < 0) fail("cannot write %s: %s", path.c_str(), strerror(errno));
+}
+
 void append_file(const std::string& path, const std::string& line)
 {
-    Fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+    Fd fd = open_plain(path, O_WRONLY | O_CREAT | O_APPEND, 0644);
     if (!fd) fail("cannot open %s: %s", path.c_str(), strerror(errno));
     write_all(fd.get(), line, path);
 }
@@ -182,7 +205,7 @@ uint32_t crc32(const void* data, size_t size, uint32_t seed)
 
 Mapped::Mapped(const std::string& path)
 {
-    Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    Fd fd = open_plain(path, O_RDONLY);
     struct stat st;
     if (!fd || fstat(fd.get(), &st) < 0) fail("cannot open %s: %s", path.c_str(), strerror(errno));
     size_ = size_t(st.st_size);

@@ -27,11 +27,14 @@ private:
     int fd_;
 };
 
+// Whole files by their own name: a link in its place is not followed, a pipe or a device is refused.
 std::optional<std::string> try_read_file(const std::string& path);
 std::string read_file(const std::string& path);                              // throws
 std::string read_all(int fd, const std::string& name);                       // throws
 void write_all(int fd, const std::string& content, const std::string& name); // throws
 void write_file(const std::string& path, const std::string& content, mode_t mode = 0644);
+// By a new file that takes the name: readers see the old content or the new one, and no link is followed. Throws.
+void replace_file(const std::string& path, const std::string& content);
 // One write on a descriptor in append mode: lines of several writers do not mix.
 void append_file(const std::string& path, const std::string& line);
 

@@ -221,6 +221,14 @@ void mount_medium(const Medium& m)
 
 } // namespace
 
+// What the camera mounts over its root afterwards, or has from its state folder.
+bool hidden(const std::string& inside)
+{
+    for (const char* own : {"/etc", "/dev", "/proc", "/run/vcam", "/run/sim"})
+        if (inside == own || starts_with(inside, std::string(own) + "/")) return true;
+    return false;
+}
+
 Bind parse_bind(const std::string& words, bool writable)
 {
     size_t colon = words.rfind(':');
@@ -231,6 +239,11 @@ Bind parse_bind(const std::string& words, bool writable)
     Bind out{real.string(), "/run/bin/" + real.filename().string(), writable};
     if (colon != std::string::npos) out.inside = words.substr(colon + 1);
     if (!starts_with(out.inside, "/")) fail("cannot bind at '%s': not an absolute path", out.inside.c_str());
+    out.inside = fs::path(out.inside).lexically_normal().string();
+    if (out.inside == "/") fail("cannot bind at /, the camera's root; name a place in it");
+    if (hidden(out.inside))
+        fail("cannot bind at %s: the camera mounts a file system of its own there; name another place",
+             out.inside.c_str());
     return out;
 }
 

@@ -79,7 +79,7 @@ int rtc_main(const Arguments& arguments)
     auto words = cli::parse(
         arguments, {{{"--set", "\"DATE TIME\"", "what it counts from now on", [&](auto& v) { when = v; }},
                      {"--fault", "NAME", "stopped, no-leap, bcd, drift=PERMILLE; none heals the chip",
-                      [&](auto& v) { faults.push_back(v); }}},
+                      [&](auto& v) { faults.push_back(v); }, "stopped no-leap bcd drift= none"}},
                     {kCamera}});
     const Camera camera(words.plain[0]);
     attach(camera);

@@ -173,6 +173,17 @@ void show_plan(const Camera& camera)
                p.left < 0 ? "for ever" : text("%lld left", (long long)p.left).c_str());
 }
 
+// How a line of the plan may begin.
+std::vector<std::string> line_heads()
+{
+    std::vector<std::string> heads;
+    for (const auto& target : models::fault_targets()) {
+        heads.push_back(target.name);
+        for (const auto& operation : target.operations) heads.push_back(target.name + " " + operation);
+    }
+    return heads;
+}
+
 } // namespace
 
 int journal_main(const Arguments& arguments)
@@ -202,7 +213,10 @@ int fault_main(const Arguments& arguments)
         arguments, {{{"--clear", nullptr, "forget the plan first", [&](auto&) { clear = true; }},
                      {"--json", nullptr, "show the plan for programs", [&](auto&) { json = true; }}},
                     {kCamera},
-                    "LINE..."});
+                    "LINE...",
+                    cli::Operand::text,
+                    false,
+                    line_heads()});
     const Camera camera(words.plain[0]);
     for (const auto& line : words.rest)
         if (auto problem = faults::check(line, models::fault_targets()); !problem.empty()) wrong_use(problem);

@@ -2,6 +2,7 @@
 #include "sim/base/camera.hpp"
 #include "sim/vcam/commands.hpp"
 #include "sim/vcam/factory_state.hpp"
+#include "sim/vcam/new_values.hpp"
 #include "sim/guest/guest.hpp"
 #include "sim/vcam/options.hpp"
 #include "sim/sandbox/pieces.hpp"
@@ -36,7 +37,7 @@ constexpr time_t kFirmwareTime = 1348028640;                     // 2012-09-19 0
 
 struct NewOptions {
     FactoryOptions factory;
-    std::string flash = "nor";
+    std::string flash = "nor", erase_block, page;           // empty: as the kind of flash has it
     std::vector<std::pair<std::string, std::string>> sizes; // mtdN, size
     std::vector<std::string> bad;                           // mtdN:BLOCK
     std::vector<std::string> daemons;
@@ -45,52 +46,71 @@ struct NewOptions {
     bool all_daemons = false, realtime = false, force = false;
 };
 
-std::vector<cli::Option> option_table(NewOptions& o)
+std::vector<cli::Option> flash_options(NewOptions& o)
 {
     return {
-        {"--model", "CODE", "model code in cam_model.conf (ZM131)", [&](auto& v) { o.factory.model = v; }},
         {"--flash", "nor|nand", "kind and geometry of the flash (nor)",
          [&](auto& v) {
              o.flash = cli::one_of(v, {"nor", "nand"});
          }},
+        {"--erase-block", "SIZE", "of each partition, 8K to 1M (NOR 64K, NAND 16K)",
+         [&](auto& v) { o.erase_block = check_erase_block(v); }},
+        {"--page-size", "SIZE", "of NAND flash, 512 to 8K (512)", [&](auto& v) { o.page = check_page(v); }},
         {"--size", "mtdN=SIZE", "another size of a partition",
          [&](auto& v) {
              auto equal = v.find('=');
              if (equal == std::string::npos) wrong_use(text("--size %s: write it as mtd2=32M", v.c_str()));
              o.sizes.emplace_back(v.substr(0, equal), v.substr(equal + 1));
          }},
-        {"--bad", "mtdN:BLOCK", "a bad block (nand)", [&](auto& v) { o.bad.push_back(v); }},
-        {"--mac", "ADDRESS", "boot variable ethaddr", [&](auto& v) { o.factory.mac = v; }},
-        {"--serial", "TEXT", "boot variable serial_no", [&](auto& v) { o.factory.serial = v; }},
-        {"--product", "TEXT", "boot variable product_code", [&](auto& v) { o.factory.product = v; }},
-        {"--address", "IP", "address in network.conf", [&](auto& v) { o.factory.address = v; }},
-        {"--marker", "TEXT", "marker that packages must carry (3510)",
-         [&](auto& v) { o.factory.marker = v; }},
+        {"--bad", "mtdN:BLOCK", "a bad block (nand)", [&](auto& v) { o.bad.push_back(v); }}};
+}
+
+std::vector<cli::Option> firmware_options(FactoryOptions& o)
+{
+    return {
+        {"--model", "CODE", "model code in cam_model.conf, ZM101 to ZM151 (ZM131)",
+         [&](auto& v) { o.model = check_model(v); }},
+        {"--mac", "ADDRESS", "boot variable ethaddr", [&](auto& v) { o.mac = check_mac(v); }},
+        {"--serial", "TEXT", "boot variable serial_no", [&](auto& v) { o.serial = check_variable(v); }},
+        {"--product", "TEXT", "boot variable product_code", [&](auto& v) { o.product = check_variable(v); }},
+        {"--address", "IP", "address in network.conf", [&](auto& v) { o.address = check_address(v); }},
+        {"--marker", "TEXT", "four characters that packages must carry (3510)",
+         [&](auto& v) { o.marker = check_marker(v); }},
         {"--version", "1|3", "package layout that the firmware expects (1)",
          [&](auto& v) {
-             o.factory.version = cli::one_of(v, {"1", "3"})[0] - '0';
+             o.version = cli::one_of(v, {"1", "3"})[0] - '0';
          }},
         {"--web", "webs|lighttpd", "the firmware's web server (webs)",
          [&](auto& v) {
-             o.factory.lighttpd = cli::one_of(v, {"webs", "lighttpd"}) == "lighttpd";
+             o.lighttpd = cli::one_of(v, {"webs", "lighttpd"}) == "lighttpd";
          }},
+    };
+}
+
+std::vector<cli::Option> board_options(NewOptions& o)
+{
+    return {
         {"--daemon", "PATH[:OPTIONS]", "a daemon that every run starts; OPTIONS ignore-term, hold=FILE",
-         [&](auto& v) { o.daemons.push_back(v); }},
+         [&](auto& v) { parse_daemon(v), o.daemons.push_back(v); }},
         {"--daemons", nullptr, "every run starts all of the firmware's daemons",
          [&](auto&) { o.all_daemons = true; }},
         {"--driver", "DEVICE=MODULE",
-         "a device that opens only while the module is loaded, as ds1339=ds_1339",
-         [&](auto& v) {
-             if (split(v, '=').size() != 2)
-                 wrong_use(text("--driver %s: write it as ds1339=ds_1339", v.c_str()));
-             o.drivers.push_back(v);
-         }},
+         "a device that opens only while the module, in /dvs/extdrv, is loaded; as ds1339=ds_1339",
+         [&](auto& v) { o.drivers.push_back(check_driver(v)); }},
         {"--i2c", "ADDRESS", "a device on the I2C bus",
          [&](auto& v) { o.i2c.push_back(unsigned(cli::whole_number(v, 0, 0xFF))); }},
         {"--realtime", nullptr, "camera time runs like the clock on the wall",
          [&](auto&) { o.realtime = true; }},
         {"--force", nullptr, "replace a camera that is there", [&](auto&) { o.force = true; }},
     };
+}
+
+std::vector<cli::Option> option_table(NewOptions& o)
+{
+    std::vector<cli::Option> all = firmware_options(o.factory);
+    for (const auto& more : {flash_options(o), board_options(o)})
+        all.insert(all.end(), more.begin(), more.end());
+    return all;
 }
 
 const Partition& named(const std::vector<Partition>& parts, const std::string& name, const char* option)
@@ -100,28 +120,34 @@ const Partition& named(const std::vector<Partition>& parts, const std::string& n
     wrong_use(text("%s %s: there are mtd0 to mtd%zu", option, name.c_str(), parts.size() - 1));
 }
 
+std::string geometry(const NewOptions& o, const std::string& name, const char* usual)
+{
+    auto words = split(usual, ',');
+    for (const auto& [which, size] : o.sizes)
+        if (which == name) words[1] = size;
+    if (!o.erase_block.empty()) words[2] = o.erase_block;
+    if (!o.page.empty()) words[3] = o.page;
+    return join(words, ",");
+}
+
 std::vector<Partition> partitions(const NewOptions& o)
 {
+    if (!o.page.empty() && o.flash != "nand")
+        wrong_use("--page-size: only NAND flash has pages; add --flash nand");
+    std::vector<Partition> out;
     for (const auto& g : kGeometries) {
         if (o.flash != g.flash) continue;
-        std::vector<Partition> out;
         for (size_t i = 0; i < g.partitions.size(); ++i) {
-            std::string name = text("mtd%zu", i), geometry = g.partitions[i];
-            for (const auto& [which, size] : o.sizes)
-                if (which == name)
-                    geometry = join(
-                        {split(geometry, ',')[0], size, split(geometry, ',')[2], split(geometry, ',')[3]},
-                        ",");
+            const std::string name = text("mtd%zu", i);
             try {
-                out.push_back(parse_partition(name, geometry));
+                out.push_back(parse_partition(name, geometry(o, name, g.partitions[i])));
             } catch (const Error& e) {
                 wrong_use(text("--size %s", e.what()));
             }
         }
-        for (const auto& [which, size] : o.sizes) named(out, which, "--size");
-        return out;
     }
-    wrong_use(text("--flash %s: there are nor and nand", o.flash.c_str()));
+    for (const auto& [which, size] : o.sizes) named(out, which, "--size");
+    return out;
 }
 
 void prepare_folder(const std::string& folder, bool force)
@@ -141,7 +167,7 @@ std::string configuration(const NewOptions& o, const std::vector<Partition>& par
     std::string out =
         text("model=%s\nflash=%s\nrealtime=%d\n", o.factory.model.c_str(), o.flash.c_str(), o.realtime);
     for (const auto& p : parts) out += text("%s=%s\n", p.name.c_str(), format_geometry(p).c_str());
-    for (const auto& d : o.daemons) out += text("daemon=%s\n", (parse_daemon(d), d.c_str()));
+    for (const auto& d : o.daemons) out += text("daemon=%s\n", d.c_str());
     for (const auto& d : o.drivers) out += text("driver.%s\n", d.c_str());
     if (o.all_daemons)
         for (const auto& name : factory_daemons(o.factory)) out += text("daemon=/bin/%s\n", name.c_str());
@@ -254,6 +280,10 @@ void write_root(const Camera& camera, const NewOptions& o, const Pieces& pieces)
         link_program(camera, "/bin/" + name, "/sbin/vcam-guest");
     for (const auto& name : applets(pieces.zep)) link_program(camera, "/bin/" + name, "/bin/zep");
     for (const auto& f : factory_files(o.factory)) write_file(camera.root(f.path), f.content, f.mode);
+    for (const auto& driver : o.drivers) {
+        const std::string module = split(driver, '=')[1];
+        write_file(camera.root(text("/dvs/extdrv/%s.ko", module.c_str())), module + "\n");
+    }
 }
 
 // The reset key pulls its line down. What else hangs on the board is up to its user.

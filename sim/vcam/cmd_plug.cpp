@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <iterator>
 
 namespace vcam {
@@ -32,7 +33,9 @@ std::vector<std::string> take_replies(const Camera& camera, const std::string& p
 {
     if (words.size() < 2 || words[0] != "block" || words[1].find_first_of("@=") != std::string::npos)
         return words;
-    const std::string text = read_file(words[1]);
+    std::error_code missing;
+    const auto real = std::filesystem::weakly_canonical(words[1], missing);
+    const std::string text = read_file(real.string());
     std::vector<serial::Reply> replies;
     if (auto problem = serial::parse_replies(text, replies); !problem.empty())
         fail("plug: %s: %s", words[1].c_str(), problem.c_str());

@@ -5,9 +5,10 @@
 #include "sim/sandbox/mark.hpp"
 #include "sim/vcam/options.hpp"
 #include "sim/sandbox/pieces.hpp"
+#include "sim/sandbox/publish.hpp"
 #include "sim/sandbox/sandbox.hpp"
 #include "sim/base/text.hpp"
-#include "sim/models/wav.hpp"
+#include "tools/audio/wav.hpp"
 #include "tools/cli/output_file.hpp"
 
 #include <cerrno>
@@ -33,6 +34,7 @@ struct RunOptions {
     std::vector<std::string> environment;
     std::vector<Bind> binds;
     std::vector<Medium> media;
+    std::vector<Port> ports;
     std::string neighbour;
     std::string microphone, speaker; // host files
     std::string loop;                // milliseconds from the loudspeaker to the microphone
@@ -41,24 +43,40 @@ struct RunOptions {
 
 using Options = std::vector<cli::Option>;
 
+const std::string& check_variable(const std::string& words)
+{
+    const size_t equal = words.find('=');
+    if (equal == 0 || equal == std::string::npos) fail("write it as NAME=VALUE");
+    return words;
+}
+
 Options environment_options(RunOptions& o)
 {
-    return {{"--env", "NAME=VALUE", "an environment variable", [&](auto& v) { o.environment.push_back(v); }},
+    return {{"--env", "NAME=VALUE", "an environment variable",
+             [&](auto& v) { o.environment.push_back(check_variable(v)); }},
             {"--realtime", nullptr, "sleeps take their time", [&](auto&) { o.realtime = true; }},
             {"--no-preload", nullptr, "without the simulated drivers", [&](auto&) { o.no_preload = true; }}};
 }
 
 Options sound_options(RunOptions& o)
 {
-    return {{"--mic", "FILE.wav", "what the microphone hears: 16 bits, any rate and number of channels",
-             [&](auto& v) { o.microphone = v; }},
-            {"--speaker", "FILE.wav", "where to put what the loudspeaker has played",
-             [&](auto& v) { o.speaker = v; }},
-            {"--force", nullptr, "let --speaker replace a file that is no WAV file",
-             [&](auto&) { o.force = true; }},
-            {"--loop", "MS",
-             "the microphone hears the loudspeaker too, so many milliseconds later (0 to 1000)",
-             [&](auto& v) { o.loop = std::to_string(cli::whole_number(v, 0, 1000)); }}};
+    return {
+        {"--mic", "FILE.wav", "what the microphone hears: a sound file of any rate and number of channels",
+         [&](auto& v) { o.microphone = v; }},
+        {"--speaker", "FILE.wav", "where to put what the loudspeaker has played",
+         [&](auto& v) { o.speaker = v; }},
+        {"--force", nullptr, "let --speaker replace a file that is no WAV file",
+         [&](auto&) { o.force = true; }},
+        {"--loop", "MS", "the microphone hears the loudspeaker too, so many milliseconds later (0 to 1000)",
+         [&](auto& v) { o.loop = std::to_string(cli::whole_number(v, 0, 1000)); }}};
+}
+
+void add_medium(RunOptions& o, const std::string& words)
+{
+    const Medium medium = parse_medium(words);
+    for (const Medium& other : o.media)
+        if (other.slot == medium.slot) fail("the slot %s has a medium already", medium.slot.c_str());
+    o.media.push_back(medium);
 }
 
 Options outside_options(RunOptions& o)
@@ -69,8 +87,11 @@ Options outside_options(RunOptions& o)
              [&](auto& v) { o.binds.push_back(parse_bind(v, true)); }},
             {"--link", "ADDRESS", "an interface eth0, and a neighbour of that address on its wire",
              [&](auto& v) { check_link(v), o.neighbour = v; }},
+            {"--publish", "[HOST:]PORT[:PORT]",
+             "lead a TCP and UDP port of the host (127.0.0.1) to one of the camera; implies --realtime",
+             [&](auto& v) { o.ports.push_back(parse_port(v)), o.realtime = true; }},
             {"--medium", "SLOT=SIZE[,ro]", "a medium in the slot sd or usb, on /mnt/sd or /mnt/usb",
-             [&](auto& v) { o.media.push_back(parse_medium(v)); }}};
+             [&](auto& v) { add_medium(o, v); }, "sd= usb="}};
 }
 
 // Checked here, where a wrong value costs nothing; pid 1 takes them.
@@ -180,21 +201,47 @@ int wait_for_end(pid_t child)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-// Checked before the camera starts: the driver would hear silence without a word.
-void give_microphone(const Camera& camera, const std::string& file)
-{
-    if (const wav::Reader sound(file); !sound.error().empty()) fail("%s", sound.error().c_str());
-    std::filesystem::copy_file(file, camera.path("mic.wav"),
-                               std::filesystem::copy_options::overwrite_existing);
-}
+// The microphone and the way from the loudspeaker to it, for one run. A file that its user has put into the camera's
+// place waits meanwhile.
+class Surroundings {
+public:
+    Surroundings(const Camera& camera, const RunOptions& o)
+        : microphone_(camera.path("mic.wav")), own_(camera.path("mic.own")), loop_(camera.path("loop"))
+    {
+        put_back(); // a killed launcher's
+        if (!o.microphone.empty()) {
+            // Converted once: the drivers read plain files of 16 bits, and would hear silence where there is none.
+            const std::string bytes = zaudio::wav_bytes(zaudio::read_sound(o.microphone));
+            if (exists(microphone_)) std::filesystem::rename(microphone_, own_);
+            given_ = true;
+            write_file(microphone_, bytes);
+        }
+        if (!o.loop.empty()) write_file(loop_, o.loop + "\n");
+    }
+    ~Surroundings()
+    {
+        if (given_) unlink(microphone_.c_str());
+        put_back();
+    }
+    Surroundings(const Surroundings&) = delete;
+    Surroundings& operator=(const Surroundings&) = delete;
+
+private:
+    void put_back() const
+    {
+        unlink(loop_.c_str());
+        if (exists(own_)) rename(own_.c_str(), microphone_.c_str());
+    }
+
+    const std::string microphone_, own_, loop_;
+    bool given_ = false;
+};
 
 // Checked before the camera starts as well: a name that cannot be written would cost the whole run.
 std::unique_ptr<cli::OutputFile> speaker_file(const RunOptions& o)
 {
     if (o.speaker.empty()) return nullptr;
-    auto output = std::make_unique<cli::OutputFile>(o.speaker, cli::wav_rule(o.force));
-    if (!o.microphone.empty()) output->keep_apart(o.microphone);
-    return output;
+    return std::make_unique<cli::OutputFile>(o.speaker, cli::wav_rule(o.force), cli::Arguments{o.microphone});
 }
 
 // What a program of the camera put in the place of a file would lead to a file of the host, or wait for ever.
@@ -233,22 +280,31 @@ void say_ending(const std::string& ending, bool verbose)
     if (verbose) fprintf(stderr, "vcam: the camera ended: %s\n", ending.c_str());
 }
 
+// A medium is mounted over what stands in its slot.
+void check_places(const RunOptions& o)
+{
+    for (const Bind& bind : o.binds)
+        for (const Medium& medium : o.media)
+            if (starts_with(bind.inside + "/", "/mnt/" + medium.slot + "/"))
+                wrong_use(text("--bind at %s and a medium in the slot %s: choose one", bind.inside.c_str(),
+                               medium.slot.c_str()));
+}
+
 int run_camera(const Camera& camera, const RunOptions& o, const Arguments& command)
 {
+    check_places(o);
     const auto speaker = speaker_file(o);
     Fd held = camera.lock();
+    Publisher ports(o.ports);
     const Pieces pieces = find_pieces();
-    if (!o.microphone.empty()) give_microphone(camera, o.microphone);
-    if (!o.loop.empty())
-        write_file(camera.path("loop"), o.loop + "\n");
-    else
-        unlink(camera.path("loop").c_str());
+    const Surroundings surroundings(camera, o);
     if (!o.no_mark) set_mark(camera);
     for (const char* name : {"ending", "cause"}) unlink(camera.path(name).c_str());
     catch_signals();
     init_pid = start_sandbox(camera, pieces, plan(camera, o, command));
-    write_file(camera.path("pid"), text("%d\n", int(init_pid)));
+    replace_file(camera.path("pid"), text("%d\n", int(init_pid)));
     if (early_signal) kill(init_pid, early_signal);
+    ports.start(pid_t(init_pid));
     ignore_terminal_signals();
     int status = wait_for_end(pid_t(init_pid));
     unlink(camera.path("pid").c_str());
@@ -275,6 +331,8 @@ int exec_in(const Camera& camera, const RunOptions& o, const Arguments& command)
         fail("the camera in %s does not run; start it with vcam run or vcam shell", camera.folder().c_str());
     auto variables = environment(camera, o);
     if (!o.no_preload) variables.emplace_back("LD_PRELOAD=" + std::string(kLibraryInside));
+    Publisher ports(o.ports);
+    ports.start(pid);
     return join_sandbox(camera, pid, command, variables);
 }
 

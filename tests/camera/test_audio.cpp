@@ -22,6 +22,8 @@ bool contains(const Samples& all, const Samples& part)
     return std::search(all.begin(), all.end(), part.begin(), part.end()) != all.end();
 }
 
+constexpr char kLibraries[] = ZEP_HOST_LIBRARIES ":" ZEP_HOST_LIBRARIES; // that the station needs
+
 struct Codec {
     const char* name;
     int32_t type;
@@ -82,7 +84,7 @@ protected:
     {
         write_file(camera.folder() / "script", kWords + ("server test_audio 5000\n" + script) +
                                                    "\nkill -TERM $SERVER\nwait $SERVER\necho server $?\n");
-        Lines all = {"--bind", ZEP_AUDIO};
+        Lines all = {"--bind", ZEP_AUDIO, "--bind", kLibraries};
         for (const char* file : {"script", "voice.wav"})
             all.insert(all.end(), {"--bind", (camera.folder() / file).string()});
         all.insert(all.end(), options.begin(), options.end());

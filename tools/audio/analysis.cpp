@@ -108,9 +108,9 @@ std::vector<int16_t> make_tone(int rate, double frequency, double level, double 
     return samples;
 }
 
-std::vector<int16_t> make_burst(int rate, double level, double seconds)
+std::vector<int16_t> make_burst(int rate, double level, double seconds, uint32_t seed)
 {
-    std::mt19937 random(12345);
+    std::mt19937 random(seed);
     std::vector<int16_t> samples(size_t(seconds * rate));
     const double amplitude = kFullScale * std::pow(10, level / 20);
     // Each value is held for two samples: every codec keeps the lower half of the band.
@@ -143,12 +143,18 @@ std::optional<size_t> find_signal(std::span<const int16_t> recording, std::span<
     return best > kLikeness ? std::optional(found) : std::nullopt;
 }
 
-std::string meter(double db)
+std::string meter_line(double seconds, double level, double peak, size_t columns)
 {
-    char text[32];
-    snprintf(text, sizeof text, "%6.1f dB ", db);
-    const int bars = std::clamp(int((db + 60) / 60 * 40), 0, 40);
-    return text + std::string(size_t(bars), '#') + std::string(size_t(40 - bars), '.');
+    constexpr double kRange = 60; // dB that the bar shows
+    char text[64];
+    snprintf(text, sizeof text, "%2d:%04.1f %6.1f dB, peak %6.1f dB ", int(seconds) / 60,
+             std::fmod(seconds, 60), level, peak);
+    std::string line = text;
+    const size_t room = columns > line.size() + 1 ? columns - line.size() - 1 : 0;
+    const auto bar = size_t(std::clamp((level + kRange) / kRange, 0.0, 1.0) * double(room));
+    line += std::string(bar, '#') + std::string(room - bar, '.');
+    line.resize(std::min(line.size(), columns > 1 ? columns - 1 : 1));
+    return line;
 }
 
 } // namespace zaudio

@@ -21,12 +21,12 @@ struct Tone {
 std::optional<Tone> find_tone(std::span<const int16_t> samples, int rate, double frequency);
 
 std::vector<int16_t> make_tone(int rate, double frequency, double level, double seconds);
-// A burst of noise that is found again in a recording: make_burst is the same for a rate every time.
-std::vector<int16_t> make_burst(int rate, double level, double seconds);
+// A burst of noise that is found again in a recording: the same for a rate and a seed every time.
+std::vector<int16_t> make_burst(int rate, double level, double seconds, uint32_t seed);
 // Where in a recording a signal begins, in samples; nothing when it is not in there.
 std::optional<size_t> find_signal(std::span<const int16_t> recording, std::span<const int16_t> signal);
 
-// A bar for a terminal, "-23.4 dB ########".
-std::string meter(double db);
+// A line for a terminal of that many columns, which it does not fill: time, level, the highest sample so far, a bar.
+std::string meter_line(double seconds, double level, double peak, size_t columns);
 
 } // namespace zaudio

@@ -1,6 +1,7 @@
 // The connection to a camera: messages in both directions.
 #include "tools/audio/link.hpp"
 
+#include "base/mpp_error.h"
 #include "common/base/bytes.hpp"
 
 #include <cerrno>
@@ -60,7 +61,46 @@ std::string lost()
     return errno == EPIPE || errno == ECONNRESET ? kClosed : std::string("connection: ") + strerror(errno);
 }
 
+struct Name {
+    unsigned number;
+    const char* text;
+};
+constexpr Name kModules[] = {{HI_ID_VB, "buffer pools"},    {HI_ID_SYS, "system"},
+                             {HI_ID_AI, "audio input"},     {HI_ID_AO, "audio output"},
+                             {HI_ID_AENC, "audio encoder"}, {HI_ID_ADEC, "audio decoder"}};
+constexpr Name kErrors[] = {{MPP_ERR_DEVICE, "no such device"},
+                            {MPP_ERR_CHANNEL, "no such channel"},
+                            {MPP_ERR_PARAM, "illegal parameter"},
+                            {MPP_ERR_EXISTS, "channel exists already"},
+                            {MPP_ERR_MISSING, "channel does not exist"},
+                            {MPP_ERR_NULL, "null pointer"},
+                            {MPP_ERR_NO_CONFIG, "attributes not set"},
+                            {MPP_ERR_NOT_PERM, "not permitted in this state"},
+                            {MPP_ERR_NO_MEMORY, "out of memory"},
+                            {MPP_ERR_EMPTY, "no frame to be had"},
+                            {MPP_ERR_FULL, "no room"},
+                            {MPP_ERR_REFUSED, "the driver refused, or is not there"},
+                            {MPP_ERR_BUSY, "in use"}};
+
+template<size_t N> std::string name_of(const Name (&names)[N], unsigned number, const char* kind)
+{
+    for (const Name& name : names)
+        if (name.number == number) return name.text;
+    return kind + std::to_string(number);
+}
+
 } // namespace
+
+std::string result_text(int32_t result)
+{
+    const auto code = uint32_t(result);
+    if (code >> 24 != 0xA0)
+        return std::to_string(result) + (result < -1 ? std::string(", ") + strerror(-result) : "");
+    char text[16];
+    snprintf(text, sizeof text, "0x%08x, ", code);
+    return text + name_of(kModules, code >> 16 & 0xFF, "module ") + ": " +
+           name_of(kErrors, code & 0x1FFF, "error ");
+}
 
 int32_t Message::word(size_t index) const
 {
@@ -138,7 +178,7 @@ std::optional<Message> Link::read_message(Clock::time_point until)
     if (message.command == (AUDIO_WIRE_BUSY | AUDIO_WIRE_REPLY))
         fail("another station is connected to the camera");
     if (message.command == (AUDIO_WIRE_FRAME | AUDIO_WIRE_REPLY))
-        fail("the camera's session has ended by itself (" + std::to_string(message.word(0)) + ")");
+        fail("the camera's session has ended by itself (" + result_text(message.word(0)) + ")");
     return message;
 }
 
@@ -168,9 +208,7 @@ void Link::start(bool encode, const int32_t (&words)[AUDIO_WIRE_START_WORDS])
     for (int32_t word : words) append_le32(body, uint32_t(word));
     const int32_t result = ask(encode ? AUDIO_WIRE_START_ENCODE : AUDIO_WIRE_START_DECODE, body).word(0);
     if (result == 0) return;
-    char text[80];
-    snprintf(text, sizeof text, "the camera refuses the session: %d (%#x)", result, unsigned(result));
-    fail(text);
+    fail("the camera refuses the session: " + result_text(result));
 }
 
 namespace {

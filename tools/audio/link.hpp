@@ -27,6 +27,9 @@ struct Status {
     uint32_t sent = 0, received = 0, dropped = 0, damaged = 0, waiting = 0, unheard = 0, lost = 0;
 };
 
+// A result of the camera in words: "0xa0158003, audio input: illegal parameter", "-5, Input/output error".
+std::string result_text(int32_t result);
+
 // Every failure of the connection is thrown as std::runtime_error, one line.
 class Link {
 public:

@@ -6,8 +6,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <sys/ioctl.h>
 #include <thread>
+#include <unistd.h>
 
 namespace zaudio {
 
@@ -20,8 +24,17 @@ using std::chrono::duration_cast;
 constexpr double kLeadS = 1;
 constexpr uint32_t kMaxLead = AUDIO_WIRE_QUEUE * 3 / 4;
 constexpr auto kMeterEvery = std::chrono::milliseconds(200);
+constexpr auto kMeterLineEvery = std::chrono::milliseconds(1000);
 constexpr auto kTail =
     std::chrono::milliseconds(500); // what the output still holds when nothing waits any more
+
+volatile sig_atomic_t interrupted = 0;
+
+size_t columns()
+{
+    winsize size = {};
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col ? size.ws_col : 80;
+}
 
 class Session {
 public:
@@ -31,6 +44,7 @@ public:
           link_(options.host, options.port, std::chrono::seconds(options.limit_s))
     {
         report_.recorded.rate = rate;
+        report_.points = points_;
     }
 
     Report run()
@@ -44,16 +58,25 @@ public:
             take(std::min(next_due(), meter_at_ + kMeterEvery));
             show_meter();
         }
-        if (!job_.to_play.empty()) wait_until_played();
+        if (!job_.to_play.empty() && !interrupted) wait_until_played();
         report_.status = link_.stop();
-        if (options_.meter) fputc('\n', stderr);
+        // What the camera had sent by then: an interrupted recording has it too.
+        for (auto before = Clock::now(); auto message = link_.receive(before);) add(*message);
+        if (options_.meter) print_meter();
+        if (options_.meter && terminal_) fputc('\n', stderr);
         return std::move(report_);
     }
 
 private:
-    [[nodiscard]] size_t wanted() const { return size_t(job_.record_s * rate_); }
+    [[nodiscard]] size_t wanted() const
+    {
+        return size_t((job_.record_s + std::chrono::duration<double>(report_.late).count()) * rate_);
+    }
     [[nodiscard]] bool all_sent() const { return played_ >= job_.to_play.size(); }
-    [[nodiscard]] bool over() const { return all_sent() && report_.recorded.samples.size() >= wanted(); }
+    [[nodiscard]] bool over() const
+    {
+        return interrupted || silent_ || (all_sent() && report_.recorded.samples.size() >= wanted());
+    }
 
     [[nodiscard]] uint32_t lead() const
     {
@@ -77,6 +100,8 @@ private:
             std::vector<int16_t> frame(job_.to_play.begin() + long(played_),
                                        job_.to_play.begin() + long(end));
             frame.resize(points_); // the last one is filled with silence
+            const auto playing = begin_ + time_of(number_) + report_.late;
+            report_.late += std::max(Clock::now() - playing, Clock::duration::zero());
             link_.send(AUDIO_WIRE_FRAME, number_++, encoder_.encode(std::move(frame)));
             played_ = end;
         }
@@ -86,27 +111,42 @@ private:
     {
         const auto message = link_.receive(until);
         if (!message) {
-            if (job_.encode && Clock::now() - last_heard() > std::chrono::seconds(options_.limit_s))
+            if (!job_.encode || Clock::now() - last_heard() <= std::chrono::seconds(options_.limit_s)) return;
+            if (report_.recorded.samples.size() < size_t(job_.record_s * rate_))
                 throw std::runtime_error("the camera sends no sound");
+            silent_ = true; // nothing more was late
             return;
         }
         heard_ = Clock::now();
-        if (message->command != AUDIO_WIRE_FRAME) return;
-        report_.lost += message->number - expected_;
-        expected_ = message->number + 1;
-        const std::vector<int16_t> samples = decoder_.decode(message->body);
+        add(*message);
+    }
+    void add(const Message& message)
+    {
+        if (message.command != AUDIO_WIRE_FRAME) return;
+        report_.lost += message.number - expected_;
+        expected_ = message.number + 1;
+        const std::vector<int16_t> samples = decoder_.decode(message.body);
         recent_.insert(recent_.end(), samples.begin(), samples.end());
         report_.recorded.samples.insert(report_.recorded.samples.end(), samples.begin(), samples.end());
     }
     [[nodiscard]] Clock::time_point last_heard() const { return heard_ ? *heard_ : begin_; }
 
+    // A terminal's line is written over; elsewhere a line each second is enough.
     void show_meter()
     {
-        if (Clock::now() < meter_at_ + kMeterEvery) return;
+        if (Clock::now() < meter_at_ + (terminal_ ? kMeterEvery : kMeterLineEvery)) return;
         meter_at_ = Clock::now();
-        if (options_.meter)
-            fprintf(stderr, "\r%s", meter(level_db(recent_.empty() ? job_.to_play : recent_)).c_str());
+        if (options_.meter) print_meter();
         recent_.clear();
+    }
+    void print_meter()
+    {
+        const std::vector<int16_t>& heard = recent_.empty() ? job_.to_play : recent_;
+        for (int16_t sample : heard) peak_ = std::max(peak_, std::abs(int(sample)));
+        const double peak = peak_ ? 20 * std::log10(peak_ / 32768.0) : -120;
+        const double seconds = std::chrono::duration<double>(Clock::now() - begin_).count();
+        fprintf(stderr, terminal_ ? "\r%s\033[K" : "%s\n",
+                meter_line(seconds, level_db(heard), peak, columns()).c_str());
     }
 
     // Throws when the camera plays nothing of what waits for as long as an answer may take.
@@ -137,10 +177,18 @@ private:
     size_t played_ = 0;     // samples sent
     uint32_t number_ = 0;   // of the next frame sent
     uint32_t expected_ = 0; // of the next frame received
+    int peak_ = 0;
+    bool silent_ = false;
+    const bool terminal_ = isatty(STDERR_FILENO) != 0;
     std::vector<int16_t> recent_;
 };
 
 } // namespace
+
+void end_session_on_signals()
+{
+    for (int number : {SIGINT, SIGTERM, SIGHUP}) signal(number, [](int) { interrupted = 1; });
+}
 
 Report run_session(const Options& options, int rate, const Job& job)
 {

@@ -23,6 +23,7 @@ struct Options {
     bool meter = false;
     bool force = false;  // replace an output that is no WAV file
     bool listen = false; // the tone comes from elsewhere
+    bool json = false;
 };
 
 struct Job {
@@ -33,15 +34,20 @@ struct Job {
 
 struct Report {
     Sound recorded;
-    uint32_t lost = 0; // frames of the camera's input that are missing in their numbers
-    Status status;     // the camera's at the end
+    uint32_t lost = 0;   // frames of the camera's input that are missing in their numbers
+    uint32_t points = 0; // of a frame
+    Status status;       // the camera's at the end
     Clock::duration round_trip{};
+    Clock::duration late{}; // that frames were sent after the time at which they should have played
 
     // Whether the camera's output took all that was sent.
     [[nodiscard]] bool heard() const { return status.dropped + status.damaged + status.unheard == 0; }
 };
 
-// Throws std::runtime_error.
+// From now on SIGINT, SIGTERM and SIGHUP end the session: what was recorded by then is its report.
+void end_session_on_signals();
+
+// Throws std::runtime_error. A session that sends late records as much longer.
 Report run_session(const Options& options, int rate, const Job& job);
 
 } // namespace zaudio

@@ -1,70 +1,128 @@
-// Reading and writing WAV files.
+// Sound files, read and written by libsndfile; rates are converted by libsoxr.
 #include "tools/audio/wav.hpp"
 
-#include "common/base/bytes.hpp"
-
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstring>
-#include <fstream>
-#include <iterator>
+#include <filesystem>
+#include <memory>
+#include <sndfile.h>
+#include <soxr.h>
 #include <stdexcept>
 
 namespace zaudio {
 
 namespace {
 
-using zep::append_le16, zep::append_le32, zep::load_le16, zep::load_le32;
+using File = std::unique_ptr<SNDFILE, decltype(&sf_close)>;
 
-constexpr size_t kFormat = 16; // bytes of the plain format chunk
-
-// Contents of a chunk; empty when there is none.
-std::string chunk(const std::string& file, const char* name)
+[[noreturn]] void fail(const std::string& path, const std::string& reason)
 {
-    for (size_t at = 12; at + 8 <= file.size();) {
-        const size_t length = load_le32(&file[at + 4]);
-        if (file.compare(at, 4, name) == 0) return file.substr(at + 8, length);
-        at += 8 + length + length % 2;
-    }
-    return {};
+    throw std::runtime_error(path + ": " + reason);
+}
+
+int16_t rounded(double sample) { return int16_t(std::clamp(std::lround(sample * 32768), -32768L, 32767L)); }
+
+// A file in memory, as the library writes it.
+struct Memory {
+    std::string bytes;
+    size_t at = 0;
+};
+
+Memory& memory(void* user) { return *static_cast<Memory*>(user); }
+
+sf_count_t length(void* user) { return sf_count_t(memory(user).bytes.size()); }
+sf_count_t tell(void* user) { return sf_count_t(memory(user).at); }
+sf_count_t seek(sf_count_t offset, int whence, void* user)
+{
+    const sf_count_t from = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? tell(user) : length(user);
+    memory(user).at = size_t(from + offset);
+    return tell(user);
+}
+sf_count_t read(void* to, sf_count_t count, void* user)
+{
+    Memory& m = memory(user);
+    const size_t n = m.at < m.bytes.size() ? std::min(size_t(count), m.bytes.size() - m.at) : 0;
+    memcpy(to, m.bytes.data() + m.at, n);
+    m.at += n;
+    return sf_count_t(n);
+}
+sf_count_t write(const void* from, sf_count_t count, void* user)
+{
+    Memory& m = memory(user);
+    m.bytes.resize(std::max(m.bytes.size(), m.at + size_t(count)));
+    memcpy(&m.bytes[m.at], from, size_t(count));
+    m.at += size_t(count);
+    return count;
 }
 
 } // namespace
 
+Sound read_sound(const std::string& path)
+{
+    // A pipe or a device has no end that could be waited for.
+    if (std::filesystem::exists(path) && !std::filesystem::is_regular_file(path))
+        fail(path, "is not a regular file");
+    SF_INFO info = {};
+    const File file(sf_open(path.c_str(), SFM_READ, &info), sf_close);
+    if (!file && !std::filesystem::exists(path)) fail(path, strerror(ENOENT));
+    if (!file) fail(path, std::string("is no sound file: ") + sf_strerror(nullptr));
+    if (info.samplerate <= 0 || info.channels <= 0) fail(path, "has no samples");
+    Sound sound{info.samplerate, {}, info.channels};
+    std::vector<double> piece(size_t(4096 * info.channels));
+    while (const sf_count_t n = sf_readf_double(file.get(), piece.data(), 4096))
+        std::transform(piece.begin(), piece.begin() + long(n * info.channels),
+                       std::back_inserter(sound.samples), rounded);
+    return sound;
+}
+
 Sound read_wav(const std::string& path)
 {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw std::runtime_error(path + ": " + strerror(errno));
-    const std::string file{std::istreambuf_iterator<char>(in), {}};
-    if (file.size() < 12 || file.compare(0, 4, "RIFF") != 0 || file.compare(8, 4, "WAVE") != 0)
-        throw std::runtime_error(path + ": no WAV file");
-    const std::string format = chunk(file, "fmt "), data = chunk(file, "data");
-    if (format.size() < kFormat || load_le16(&format[0]) != 1 || load_le16(&format[14]) != 16)
-        throw std::runtime_error(path + ": not 16-bit PCM");
-    const size_t channels = load_le16(&format[2]);
-    if (channels == 0) throw std::runtime_error(path + ": no channels");
-    Sound sound{int(load_le32(&format[4])), {}};
-    for (size_t at = 0; at + 2 * channels <= data.size(); at += 2 * channels)
-        sound.samples.push_back(int16_t(load_le16(&data[at])));
+    Sound sound = read_sound(path);
+    const auto step = size_t(sound.channels);
+    for (size_t i = 0; i * step < sound.samples.size(); ++i) sound.samples[i] = sound.samples[i * step];
+    sound.samples.resize(sound.samples.size() / step);
+    sound.channels = 1;
     return sound;
+}
+
+std::string wav_bytes(const Sound& sound)
+{
+    Memory memory;
+    SF_VIRTUAL_IO calls = {length, seek, read, write, tell};
+    SF_INFO info = {};
+    info.samplerate = sound.rate;
+    info.channels = sound.channels;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    File file(sf_open_virtual(&calls, SFM_WRITE, &info, &memory), sf_close);
+    const auto count = sf_count_t(sound.samples.size());
+    if (!file || sf_write_short(file.get(), sound.samples.data(), count) != count)
+        throw std::runtime_error(std::string("no WAV file can be made: ") + sf_strerror(file.get()));
+    file.reset();
+    return memory.bytes;
 }
 
 void write_wav(cli::OutputFile& to, const Sound& sound)
 {
-    const auto bytes = uint32_t(sound.samples.size() * 2);
-    std::string file = "RIFF";
-    append_le32(file, 36 + bytes);
-    file += "WAVEfmt ";
-    append_le32(file, kFormat);
-    append_le16(file, 1); // PCM
-    append_le16(file, 1); // channel
-    append_le32(file, uint32_t(sound.rate));
-    append_le32(file, uint32_t(sound.rate) * 2);
-    append_le16(file, 2);
-    append_le16(file, 16);
-    file += "data";
-    append_le32(file, bytes);
-    for (int16_t sample : sound.samples) append_le16(file, uint16_t(sample));
-    to.write(file);
+    to.write(wav_bytes(sound));
     to.commit();
+}
+
+Sound at_rate(const Sound& sound, int rate)
+{
+    if (rate == sound.rate) return sound;
+    Sound out{rate, std::vector<int16_t>(size_t(double(sound.samples.size()) * rate / sound.rate + 1))};
+    soxr_io_spec_t samples = soxr_io_spec(SOXR_INT16_I, SOXR_INT16_I);
+    samples.flags = SOXR_NO_DITHER; // the same file gives the same sound
+    const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_HQ, 0);
+    size_t taken = 0, made = 0;
+    if (const char* error =
+            soxr_oneshot(sound.rate, rate, 1, sound.samples.data(), sound.samples.size(), &taken,
+                         out.samples.data(), out.samples.size(), &made, &samples, &quality, nullptr))
+        throw std::runtime_error("the sample rate cannot be converted: " + std::string(error));
+    out.samples.resize(made);
+    return out;
 }
 
 } // namespace zaudio

@@ -1,4 +1,4 @@
-// WAV files of 16-bit samples, one channel.
+// Sound files: any that libsndfile reads, and WAV files of 16-bit samples to write.
 #pragma once
 
 #include "tools/cli/output_file.hpp"
@@ -11,11 +11,18 @@ namespace zaudio {
 
 struct Sound {
     int rate = 0;
-    std::vector<int16_t> samples;
+    std::vector<int16_t> samples; // of several channels interleaved
+    int channels = 1;
 };
 
-// Throws std::runtime_error with a line that names the file. Of several channels the first is taken.
-Sound read_wav(const std::string& path);
+// Throw std::runtime_error with a line that names the file. Other samples than of 16 bits are rounded.
+Sound read_sound(const std::string& path);
+Sound read_wav(const std::string& path); // of several channels the first
+
+std::string wav_bytes(const Sound& sound);
 void write_wav(cli::OutputFile& to, const Sound& sound);
+
+// The same sound of one channel at another rate.
+Sound at_rate(const Sound& sound, int rate);
 
 } // namespace zaudio

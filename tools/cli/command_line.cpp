@@ -90,6 +90,8 @@ void check_operands(const Arguments& plain, const Syntax& syntax)
     for (size_t i = 0; i < syntax.operands.size(); ++i)
         if (syntax.operands[i].needed && i >= plain.size())
             throw WrongUse(std::string("missing ") + syntax.operands[i].name);
+    for (size_t i = 0; i < std::min(plain.size(), syntax.operands.size()); ++i)
+        if (plain[i].empty()) throw WrongUse(std::string(syntax.operands[i].name) + " is empty");
     if (plain.size() > syntax.operands.size())
         throw WrongUse("'" + plain[syntax.operands.size()] + "' is one word too many");
 }

@@ -23,6 +23,7 @@ struct Option {
     const char* argument; // "CODE", or null for a switch
     const char* help;
     std::function<void(const std::string&)> take; // once for each use; "" for a switch
+    std::string words = {};                       // that a shell offers, when the argument does not list them
 };
 
 // A word of the line that is no option. The kind is what a shell completes.
@@ -39,6 +40,7 @@ struct Syntax {
     const char* rest = nullptr; // "PROGRAM [ARGUMENT]...": all that follows the operands or "--", untouched
     Operand::Kind rest_kind = Operand::text;
     bool rest_needed = false;
+    std::vector<std::string> rest_words = {}; // that a shell offers for the rest
 };
 
 struct Words {

@@ -1,5 +1,6 @@
 // The way in which the host tools write a file that their user has named.
 #include "tools/cli/output_file.hpp"
+#include "tools/cli/unfinished.hpp"
 
 #include <array>
 #include <cerrno>
@@ -74,17 +75,18 @@ bool write_whole(int fd, const char* data, size_t size)
 
 OutputRule wav_rule(bool force) { return {"a WAV file", is_wav, force}; }
 
-OutputFile::OutputFile(std::string path, const OutputRule& rule)
+OutputFile::OutputFile(std::string path, const OutputRule& rule, const std::vector<std::string>& inputs)
     : mode_(rule.mode), path_(std::move(path)), target_(path_)
 {
     if (path_.empty()) throw std::runtime_error("an output has an empty name: give a file's name");
     find_place();
+    for (const std::string& input : inputs) keep_apart(input);
     if (place_ == Place::file) judge_existing(rule);
 }
 
 OutputFile::~OutputFile()
 {
-    if (!temporary_.empty()) unlink(temporary_.c_str());
+    if (!temporary_.empty()) remove_unfinished(temporary_);
     if (fd_ >= 0) close(fd_);
     if (stream_ >= 0) close(stream_);
 }
@@ -123,9 +125,22 @@ void OutputFile::find_place()
     place_ = S_ISREG(link.st_mode) ? Place::file : Place::stream;
 }
 
+void OutputFile::keep_apart(const std::string& input) const
+{
+    struct stat read;
+    if (place_ == Place::fresh || stat(input.c_str(), &read) < 0)
+        return; // whoever reads it says why it cannot
+    if (read.st_dev == there_.st_dev && read.st_ino == there_.st_ino)
+        refuse("is read for this output; name another file");
+}
+
 void OutputFile::judge_existing(const OutputRule& rule) const
 {
-    if (there_.st_size == 0 || rule.force) return;
+    if (rule.force) return;
+    // Root may write to any file; what has no right to write for anybody was not meant to be replaced.
+    if (!(there_.st_mode & 0222) || faccessat(AT_FDCWD, target_.c_str(), W_OK, AT_EACCESS) < 0)
+        refuse("is read-only; name another file, or replace it with --force");
+    if (there_.st_size == 0) return;
     if (!rule.kind) refuse("exists already; name another file, or replace it with --force");
     const int fd = open(target_.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
     const bool known = fd >= 0 && rule.is_kind(fd, there_.st_size);
@@ -135,34 +150,21 @@ void OutputFile::judge_existing(const OutputRule& rule) const
                "; name another file, or replace it with --force");
 }
 
-void OutputFile::keep_apart(int input_fd) const
-{
-    struct stat input;
-    if (place_ == Place::fresh || fstat(input_fd, &input) < 0) return;
-    if (input.st_dev == there_.st_dev && input.st_ino == there_.st_ino)
-        refuse("is read for this output; name another file");
-}
-
-void OutputFile::keep_apart(const std::string& input_path) const
-{
-    const int fd = open(input_path.c_str(), O_PATH | O_CLOEXEC);
-    if (fd < 0) return; // whoever reads it says why it cannot be read
-    struct stat input;
-    const bool same = place_ != Place::fresh && fstat(fd, &input) == 0 && input.st_dev == there_.st_dev &&
-                      input.st_ino == there_.st_ino;
-    close(fd);
-    if (same) refuse("is read for this output; name another file");
-}
-
 void OutputFile::begin()
 {
     // A limit on file sizes is then an error like a full disk, instead of the process's end.
     signal(SIGXFSZ, SIG_IGN);
     if (place_ == Place::stream) return take_stream();
-    std::string name = folder_of(target_) + "/.unfinished.XXXXXX";
-    fd_ = mkostemp(name.data(), O_CLOEXEC);
-    if (fd_ < 0) refuse_errno("cannot be written");
-    temporary_ = name;
+    fd_ = open(folder_of(target_).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (fd_ < 0) {
+        fd_ = named_unfinished(folder_of(target_), temporary_);
+        if (fd_ < 0) refuse_errno("cannot be written");
+    }
+    give_mode();
+}
+
+void OutputFile::give_mode() const
+{
     if (place_ == Place::fresh) {
         fchmod(fd_, masked(mode_));
         return;
@@ -215,9 +217,28 @@ void OutputFile::copy_to_stream() const
     }
 }
 
+// An unnamed file can be linked to a new name only, so a name of its own stands between it and a rename.
+void OutputFile::give_name()
+{
+    const std::string itself = "/proc/self/fd/" + std::to_string(fd_);
+    for (int i = 0; i < kNamesTried; ++i) {
+        const std::string name = unfinished_name(folder_of(target_));
+        if (linkat(AT_FDCWD, itself.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+            temporary_ = name;
+            return;
+        }
+        if (errno != EEXIST) break;
+    }
+    refuse_errno("cannot be written");
+}
+
 void OutputFile::put_in_place()
 {
-    if (fsync(fd_) < 0 || rename(temporary_.c_str(), target_.c_str()) < 0) refuse_errno("cannot be written");
+    if (fsync(fd_) < 0) refuse_errno("cannot be written");
+    const HeldSignals until_renamed;
+    if (temporary_.empty()) give_name();
+    if (rename(temporary_.c_str(), target_.c_str()) < 0) refuse_errno("cannot be written");
+    forget_unfinished(temporary_);
     temporary_.clear();
 }
 

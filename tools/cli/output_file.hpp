@@ -25,16 +25,14 @@ OutputRule wav_rule(bool force); // replaces WAV files
  */
 class OutputFile {
 public:
-    // Looks at the place and changes nothing, so that a wrong name costs no work.
-    OutputFile(std::string path, const OutputRule& rule);
+    // Looks at the place and changes nothing, so that a wrong name costs no work. A file that is read for this
+    // output is refused, with --force too.
+    OutputFile(std::string path, const OutputRule& rule, const std::vector<std::string>& inputs = {});
     ~OutputFile();
     OutputFile(OutputFile&&) = delete;
 
-    // Refuses a file that is read for this output.
-    void keep_apart(int input_fd) const;
-    void keep_apart(const std::string& input_path) const;
-
-    // Makes the temporary file; write() does so by itself.
+    // Makes the unfinished file; write() does so by itself. It has no name where the file system can do that, so
+    // that a process killed in between leaves nothing; elsewhere the signals that end a process remove it.
     void begin();
     void write(const void* data, size_t size);
     void write(std::string_view bytes) { write(bytes.data(), bytes.size()); }
@@ -46,9 +44,12 @@ private:
     enum class Place { fresh, file, stream };
 
     void find_place();
+    void keep_apart(const std::string& input) const;
     void judge_existing(const OutputRule& rule) const;
     void take_stream();
     void copy_to_stream() const;
+    void give_mode() const;
+    void give_name();
     void put_in_place();
     [[noreturn]] void refuse(const std::string& reason) const;
     [[noreturn]] void refuse_errno(const char* what) const;
@@ -58,7 +59,7 @@ private:
     std::string target_; // with its symbolic links followed
     Place place_ = Place::fresh;
     struct stat there_ = {}; // what stands at the target, unless it is fresh
-    std::string temporary_;
+    std::string temporary_;  // name of the unfinished file, if it has one
     int fd_ = -1;
     int stream_ = -1;
 };

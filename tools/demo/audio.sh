@@ -45,7 +45,6 @@ for codec in g711a g711u g726 lpcm adpcm; do
     : > "$work/said" > "$work/errors"
     run tone --mic "$work/tone.wav"
     "$vcam" get "$camera" /tmp/heard.wav "$work/microphone-$codec.wav"
-    rm "$camera/mic.wav"
     run speech --loop 40
     "$vcam" get "$camera" /tmp/heard.wav "$work/returned-$codec.wav"
     cp "$camera/speaker.wav" "$work/loudspeaker-$codec.wav"

@@ -2,6 +2,7 @@
 #include "tools/fwpkg/check.hpp"
 #include "tools/fwpkg/commands.hpp"
 #include "tools/fwpkg/describe.hpp"
+#include "tools/fwpkg/manifest.hpp"
 #include "tools/fwpkg/progress.hpp"
 #include "tools/fwpkg/read_header.hpp"
 #include "upgrade/log.hpp"
@@ -11,13 +12,17 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <optional>
 #include <unistd.h>
 
 namespace fwpkg {
 namespace {
 
+namespace fs = std::filesystem;
+
 struct BuildOptions {
-    std::string output;
+    std::string output, manifest;
     std::string marker = "3510";
     int version = 1;
     int64_t page = 512; // the applets write in chunks of this size, and NAND refuses a part of a page
@@ -52,6 +57,8 @@ cli::Syntax syntax(BuildOptions& o)
           [&](auto& v) { o.marker = marker(v); }},
          {"--page-size", "BYTES", "pad each image to whole pages, a power of two up to 65536 (512)",
           [&](auto& v) { o.page = page_size(v); }},
+         {"--manifest", "FILE", "also write sizes and SHA-256 of package and images, as JSON for fwpkg check",
+          [&](auto& v) { o.manifest = v; }},
          {"--allow-empty", nullptr, "take an empty image: such a package erases the partition",
           [&](auto&) { o.allow_empty = true; }},
          {"--force", nullptr, "keep a package that a device would refuse; replace any file",
@@ -92,15 +99,22 @@ void open_images(const cli::Arguments& paths, const BuildOptions& options, Image
     }
 }
 
-// What was written, judged as a device with this marker and version would.
-zep::Finding judge(const BuildOptions& options, int fd)
+// Also of a file that is not there yet.
+fs::path canonical(const std::string& path) { return fs::weakly_canonical(fs::absolute(path)); }
+
+Input reread(int fd)
 {
     Input package;
     package.fd.reset(dup(fd));
     package.size = lseek(fd, 0, SEEK_END);
+    return package;
+}
+
+// What was written, judged as a device with this marker and version would.
+zep::Finding judge(const BuildOptions& options, int fd, zep::PackageHeader& header)
+{
     zep::Expected device{zep::marker_word(options.marker.c_str()), options.version, ""};
-    zep::PackageHeader header;
-    return check_package(package, device, true, header);
+    return check_package(reread(fd), device, true, header);
 }
 
 // Erased flash reads 0xFF, so such padding leaves the flash behind the image as it was erased.
@@ -128,16 +142,26 @@ int build(const cli::Arguments& arguments)
     zep::log_redirect([](const char*) {});
     Images images;
     open_images(words.plain, options, images);
-    cli::OutputFile output(options.output, {"a firmware package", is_package, options.force});
-    for (const Input& image : images) output.keep_apart(image.fd.get());
+    cli::OutputFile output(options.output, {"a firmware package", is_package, options.force}, words.plain);
+    std::optional<cli::OutputFile> manifest;
+    if (!options.manifest.empty()) {
+        if (canonical(options.manifest) == canonical(options.output))
+            throw cli::WrongUse("--manifest " + options.manifest +
+                                ": is the package itself; name another file");
+        manifest.emplace(options.manifest, cli::OutputRule{"a manifest", is_manifest, options.force},
+                         words.plain);
+    }
     write_package(options, images, output);
 
-    if (zep::Finding finding = judge(options, output.fd())) {
+    zep::PackageHeader header;
+    if (zep::Finding finding = judge(options, output.fd(), header)) {
         fprintf(stderr, "fwpkg: %s: a device would refuse it: %s\n", options.output.c_str(),
                 describe(finding).c_str());
         if (!options.force) return kRefused;
     }
+    if (manifest) manifest->write(manifest_of(reread(output.fd()), header));
     output.commit();
+    if (manifest) manifest->commit();
     return kGood;
 }
 

@@ -4,11 +4,15 @@
 #include "tools/cli/json.hpp"
 #include "tools/fwpkg/commands.hpp"
 #include "tools/fwpkg/describe.hpp"
+#include "tools/fwpkg/manifest.hpp"
 #include "tools/fwpkg/partitions.hpp"
 #include "tools/fwpkg/progress.hpp"
+#include "tools/fwpkg/sums.hpp"
+#include "tools/fwpkg/read_header.hpp"
 #include "upgrade/log.hpp"
 
 #include <cstdio>
+#include <optional>
 #include <unistd.h>
 
 namespace fwpkg {
@@ -34,7 +38,16 @@ struct CheckOptions {
     std::string marker = "3510"; // what a device without files of its own expects
     int32_t version = 1;
     bool compare_marker = true, log = false, json = false, allow_empty = false;
-    std::string against;
+    std::string against, manifest;
+};
+
+// What is known of a package beside the device's verdict: sums of the parts that the file holds whole.
+struct Checked {
+    Input file;
+    PackageHeader header;
+    Finding finding;
+    std::string problem; // "" for a good one
+    std::optional<Sums> whole, image[3];
 };
 
 cli::Syntax syntax(CheckOptions& o)
@@ -48,6 +61,8 @@ cli::Syntax syntax(CheckOptions& o)
           [&](auto& v) { o.version = int32_t(cli::whole_number(v, 0, INT32_MAX)); }},
          {"--against", "CAMERA", "check that the images fit: a virtual camera, or a file of mtdN=SIZE lines",
           [&](auto& v) { o.against = v; }},
+         {"--manifest", "FILE", "compare sizes and sums with what fwpkg build --manifest wrote",
+          [&](auto& v) { o.manifest = v; }},
          {"--allow-empty", nullptr, "take an empty image, with which a device erases the partition",
           [&](auto&) { o.allow_empty = true; }},
          {"--log", nullptr, "show the lines that the device's system log would hold",
@@ -73,46 +88,77 @@ std::string size_problem(const PackageHeader& header, const CheckOptions& option
     return {};
 }
 
-void print_fit(const Input& package, const PackageHeader& header, const CheckOptions& options)
+void print_fit(const Checked& p, const CheckOptions& options)
 {
-    if (options.against.empty()) return;
+    if (options.against.empty() || !p.problem.empty()) return;
     const auto partitions = read_partitions(options.against);
     for (unsigned i = 0; i < 3; ++i) {
         const Flash& flash = partitions[i];
-        printf("%s: %s: %u of %lld bytes of /dev/mtd%u", package.path.c_str(), kImages[i], header.size[i],
+        printf("%s: %s: %u of %lld bytes of /dev/mtd%u", p.file.path.c_str(), kImages[i], p.header.size[i],
                static_cast<long long>(flash.size), i + 1);
         if (flash.erase_size)
             printf(", %lld erase blocks",
-                   static_cast<long long>((header.size[i] + flash.erase_size - 1) / flash.erase_size));
+                   static_cast<long long>((p.header.size[i] + flash.erase_size - 1) / flash.erase_size));
         puts("");
     }
 }
 
-void print_verdict(const Input& package, const PackageHeader& header, const std::string& problem)
+void print_text(const Checked& p, const CheckOptions& options)
 {
-    if (problem.empty())
-        printf("%s: %s: version %d, marker %s, %lld bytes\n", package.path.c_str(),
-               cli::paint(STDOUT_FILENO, cli::Style::good, "good").c_str(), header.version,
-               marker_text(header.marker).c_str(), static_cast<long long>(package.size));
+    const char* path = p.file.path.c_str();
+    if (p.problem.empty())
+        printf("%s: %s: version %d, marker %s, %lld bytes\n", path,
+               cli::paint(STDOUT_FILENO, cli::Style::good, "good").c_str(), p.header.version,
+               marker_text(p.header.marker).c_str(), static_cast<long long>(p.file.size));
     else
-        printf("%s: %s: %s\n", package.path.c_str(),
-               cli::paint(STDOUT_FILENO, cli::Style::bad, "refused").c_str(), problem.c_str());
-    printf("%s: %s\n", package.path.c_str(), kNoSum);
+        printf("%s: %s: %s\n", path, cli::paint(STDOUT_FILENO, cli::Style::bad, "refused").c_str(),
+               p.problem.c_str());
+    if (p.whole) printf("%s: SHA-256 %s\n", path, p.whole->sha256.c_str());
+    for (unsigned i = 0; i < 3; ++i)
+        if (p.image[i]) printf("%s: %s: SHA-256 %s\n", path, kImages[i], p.image[i]->sha256.c_str());
+    printf("%s: %s\n", path, kNoSum);
+    print_fit(p, options);
 }
 
-void print_json(const Input& package, const PackageHeader& header, const Finding& finding,
-                const std::string& problem)
+void print_json(const Checked& p)
 {
-    cli::Json json = {{"file", package.path}, {"file_bytes", package.size}, {"good", problem.empty()}};
-    if (problem.empty()) {
-        json["version"] = header.version;
-        json["marker"] = marker_bytes(header.marker);
+    cli::Json json = {
+        {"file", p.file.path}, {"file_bytes", p.file.size}, {"good", p.problem.empty()}, {"sha256", nullptr}};
+    if (p.whole) json["sha256"] = p.whole->sha256;
+    if (p.problem.empty()) {
+        json["version"] = p.header.version;
+        json["marker"] = marker_bytes(p.header.marker);
     } else {
-        json["reason"] = problem;
+        json["reason"] = p.problem;
     }
-    if (finding) json["finding"] = {{"offset", finding.offset}, {"text", describe(finding)}};
+    if (p.finding) json["finding"] = {{"offset", p.finding.offset}, {"text", describe(p.finding)}};
+    json["images"] = cli::Json::array();
+    for (unsigned i = 0; i < 3; ++i)
+        if (p.image[i])
+            json["images"].push_back(
+                {{"name", kImageNames[i]}, {"bytes", p.header.size[i]}, {"sha256", p.image[i]->sha256}});
     json["unchecked"] = {kNoSum};
     cli::print_json(json, 2);
+}
+
+std::string problem_of(const Checked& p, const CheckOptions& options)
+{
+    if (p.finding) return describe(p.finding);
+    if (auto problem = size_problem(p.header, options); !problem.empty()) return problem;
+    if (options.manifest.empty()) return "";
+    const std::string other = compare_with_manifest(options.manifest, p.file, p.header);
+    return other.empty() ? "" : "it is not what " + options.manifest + " describes: " + other;
+}
+
+// A header that a device refuses may still say where the images are.
+void add_sums(Checked& p)
+{
+    const int fd = p.file.fd.get();
+    p.whole = sums_of(fd, 0, p.file.size);
+    PackageHeader header;
+    if (read_header(p.file, header) || check_sizes(header, p.file.size)) return;
+    p.header = header;
+    for (unsigned i = 0; i < 3; ++i) p.image[i] = sums_of(fd, header.offset(i), header.size[i]);
 }
 
 } // namespace
@@ -123,20 +169,18 @@ int check(const cli::Arguments& arguments)
     const cli::Words words = cli::parse(arguments, syntax(options));
     log_redirect([](const char*) {});
     if (options.log) log_redirect([](const char* line) { printf("device log: %s", line); });
-    Input package;
-    package.open(words.plain[0]);
+    Checked package;
+    package.file.open(words.plain[0]);
+    // A wrong file to compare with is said of a package that is refused anyway, too.
+    if (!options.against.empty()) read_partitions(options.against);
+    if (!options.manifest.empty()) require_manifest(options.manifest);
 
     Expected device{marker_word(options.marker.c_str()), options.version, ""};
-    PackageHeader header;
-    const Finding finding = check_package(package, device, options.compare_marker, header);
-    const std::string problem = finding ? describe(finding) : size_problem(header, options);
-    if (options.json) {
-        print_json(package, header, finding, problem);
-    } else {
-        print_verdict(package, header, problem);
-        if (problem.empty()) print_fit(package, header, options);
-    }
-    return problem.empty() ? kGood : kRefused;
+    package.finding = check_package(package.file, device, options.compare_marker, package.header);
+    package.problem = problem_of(package, options);
+    add_sums(package);
+    options.json ? print_json(package) : print_text(package, options);
+    return package.problem.empty() ? kGood : kRefused;
 }
 
 } // namespace fwpkg

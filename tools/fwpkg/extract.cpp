@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <list>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -32,6 +33,15 @@ std::string image_path(const ExtractOptions& options, unsigned image)
     return options.folder + "/flash" + std::to_string(image + 1) + ".img";
 }
 
+void make_folder(const std::string& path)
+{
+    if (mkdir(path.c_str(), 0777) == 0 || errno == EEXIST) return;
+    const std::string parent = std::filesystem::path(path).parent_path().string();
+    if (errno == ENOENT && !parent.empty())
+        fail(path, ("there is no folder " + parent + "; make it first").c_str());
+    fail(path);
+}
+
 } // namespace
 
 int extract(const cli::Arguments& arguments)
@@ -47,12 +57,12 @@ int extract(const cli::Arguments& arguments)
         fprintf(stderr, "fwpkg: %s: %s\n", package.path.c_str(), describe(finding).c_str());
         return kRefused;
     }
-    if (mkdir(options.folder.c_str(), 0777) < 0 && errno != EEXIST) fail(options.folder);
+    make_folder(options.folder);
     // All three places are looked at before the first is written.
     std::list<cli::OutputFile> outputs;
     for (unsigned i = 0; i < 3; ++i)
-        outputs.emplace_back(image_path(options, i), cli::OutputRule{nullptr, nullptr, options.force})
-            .keep_apart(package.fd.get());
+        outputs.emplace_back(image_path(options, i), cli::OutputRule{nullptr, nullptr, options.force},
+                             words.plain);
     Progress progress("extracting", package.fd.get(), package.size);
     lseek(package.fd.get(), header.offset(0), SEEK_SET);
     unsigned image = 0;

@@ -3,22 +3,21 @@
 #include "tools/fwpkg/commands.hpp"
 #include "tools/fwpkg/describe.hpp"
 #include "tools/fwpkg/file.hpp"
+#include "tools/fwpkg/manifest.hpp"
 #include "tools/fwpkg/read_header.hpp"
-#include "upgrade/crc32.hpp"
+#include "tools/fwpkg/sums.hpp"
 
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <optional>
 #include <unistd.h>
-#include <vector>
 
 namespace fwpkg {
 namespace {
 
 using namespace zep;
 
-constexpr const char* kImages[] = {"flash1", "flash2", "flash3"};
 constexpr const char* kContents[] = {"kernel", "root file system", "settings (/etc)"};
 
 struct KernelInfo {
@@ -31,23 +30,9 @@ struct KernelInfo {
 struct PackageInfo {
     Input file;
     PackageHeader header;
-    std::optional<uint32_t> crc[3]; // of the images that the file holds whole
+    std::optional<Sums> whole, image[3]; // of what the file holds whole
     std::optional<KernelInfo> kernel;
 };
-
-std::optional<uint32_t> stretch_crc(int fd, int64_t offset, int64_t size)
-{
-    std::vector<char> buffer(256 * 1024);
-    uint32_t crc = 0;
-    while (size > 0) {
-        ssize_t n = pread(fd, buffer.data(), size_t(std::min<int64_t>(size, int64_t(buffer.size()))), offset);
-        if (n <= 0) return {};
-        crc = crc32_update(crc, buffer.data(), size_t(n));
-        offset += n;
-        size -= n;
-    }
-    return crc;
-}
 
 std::optional<KernelInfo> read_kernel(const PackageInfo& package)
 {
@@ -102,9 +87,13 @@ void print_text(const PackageInfo& p)
         printf(", but header and images are %lld bytes", static_cast<long long>(p.header.total()));
     printf("\nimages       offset       bytes  CRC-32      partition\n");
     for (unsigned i = 0; i < 3; ++i)
-        printf("  %s %10lld  %10u  %s  /dev/mtd%u  %s\n", kImages[i],
+        printf("  %s %10lld  %10u  %s  /dev/mtd%u  %s\n", kImageNames[i],
                static_cast<long long>(p.header.offset(i)), p.header.size[i],
-               p.crc[i] ? hex(*p.crc[i], 8).c_str() : "cut short ", i + 1, kContents[i]);
+               p.image[i] ? hex(p.image[i]->crc32, 8).c_str() : "cut short ", i + 1, kContents[i]);
+    puts("SHA-256");
+    if (p.whole) printf("  package %s\n", p.whole->sha256.c_str());
+    for (unsigned i = 0; i < 3; ++i)
+        if (p.image[i]) printf("  %s  %s\n", kImageNames[i], p.image[i]->sha256.c_str());
     if (p.kernel) print_kernel(*p.kernel);
 }
 
@@ -133,14 +122,17 @@ void print_json(const PackageInfo& p)
                       {"marker", marker_bytes(p.header.marker)},
                       {"version", p.header.version},
                       {"header_bytes", p.header.length},
-                      {"sizes_good", p.file.size == p.header.total()}};
+                      {"sizes_good", p.file.size == p.header.total()},
+                      {"sha256", nullptr}};
+    if (p.whole) json["sha256"] = p.whole->sha256;
     for (unsigned i = 0; i < 3; ++i) {
-        cli::Json image = {{"name", kImages[i]},
+        cli::Json image = {{"name", kImageNames[i]},
                            {"partition", "/dev/mtd" + std::to_string(i + 1)},
                            {"offset", p.header.offset(i)},
                            {"bytes", p.header.size[i]},
-                           {"crc32", nullptr}};
-        if (p.crc[i]) image["crc32"] = hex(*p.crc[i], 8);
+                           {"crc32", nullptr},
+                           {"sha256", nullptr}};
+        if (p.image[i]) image["crc32"] = hex(p.image[i]->crc32, 8), image["sha256"] = p.image[i]->sha256;
         json["images"].push_back(image);
     }
     if (p.kernel) json["kernel"] = kernel_json(*p.kernel);
@@ -161,8 +153,10 @@ int info(const cli::Arguments& arguments)
         fprintf(stderr, "fwpkg: %s: %s\n", package.file.path.c_str(), describe(finding).c_str());
         return kRefused;
     }
+    const int fd = package.file.fd.get();
+    package.whole = sums_of(fd, 0, package.file.size);
     for (unsigned i = 0; i < 3; ++i)
-        package.crc[i] = stretch_crc(package.file.fd.get(), package.header.offset(i), package.header.size[i]);
+        package.image[i] = sums_of(fd, package.header.offset(i), package.header.size[i]);
     package.kernel = read_kernel(package);
     (json ? print_json : print_text)(package);
     return kGood;

@@ -43,6 +43,8 @@ Flash flash_of(const std::string& file, const std::string& line, const std::stri
 std::array<Flash, 3> read_partitions(const std::string& path)
 {
     const std::string file = std::filesystem::is_directory(path) ? path + "/camera.conf" : path;
+    if (std::filesystem::exists(file) && !std::filesystem::is_regular_file(file))
+        fail(file, "is not a regular file");
     std::ifstream in(file);
     if (!in) fail(file);
     std::array<Flash, 3> found;

@@ -19,8 +19,8 @@ ifeq ($(BR2_PACKAGE_LIBXCRYPT),y)
 ZEP_DEPENDENCIES += libxcrypt
 endif
 
-# fwpkg for the PC that builds. CLI11 and the JSON library, headers alone, are the PC's: libcli11-dev and
-# nlohmann-json3-dev on Debian.
+# fwpkg for the PC that builds. CLI11, the JSON library and nettle are the PC's: libcli11-dev, nlohmann-json3-dev and
+# nettle-dev on Debian.
 HOST_ZEP_SUPPORTS_IN_SOURCE_BUILD = NO
 HOST_ZEP_CONF_OPTS = -DZEP_TESTS=OFF -DZEP_WERROR=OFF
 

@@ -2,9 +2,9 @@ SUMMARY = "Firmware packages of a network camera, on the PC that builds"
 LICENSE = "MIT"
 LIC_FILES_CHKSUM = "file://LICENSE;md5=de57b228ea6a894884d7fee7bfaf5b9c"
 
-# Headers alone, of meta-oe.
-DEPENDS = "cli11 nlohmann-json virtual/crypt"
-DEPENDS:class-native = "cli11-native nlohmann-json-native libxcrypt-native"
+# CLI11 and nlohmann-json are headers alone, of meta-oe.
+DEPENDS = "cli11 nlohmann-json nettle virtual/crypt"
+DEPENDS:class-native = "cli11-native nlohmann-json-native nettle-native libxcrypt-native"
 
 inherit cmake externalsrc
 

@@ -1,0 +1,19 @@
+// What the values of a new camera may be. Each returns its text, or throws with the range or the list.
+#pragma once
+
+#include <string>
+
+namespace vcam {
+
+const std::string& check_model(const std::string& code);  // a code that the firmware knows
+const std::string& check_mac(const std::string& address); // of one interface, no group's
+const std::string& check_address(const std::string& ip);  // that a camera can have
+const std::string& check_marker(const std::string& text); // four characters, as packages have
+const std::string&
+check_variable(const std::string& text); // value of a boot variable that the firmware can read
+const std::string& check_driver(const std::string& words); // DEVICE=MODULE
+// A power of two within what chips have.
+const std::string& check_erase_block(const std::string& size);
+const std::string& check_page(const std::string& size);
+
+} // namespace vcam
