@@ -5,11 +5,13 @@
 #include <arpa/inet.h>
 #include <atomic>
 #include <cmath>
+#include <csignal>
 #include <functional>
 #include <future>
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <thread>
+#include <utility>
 
 using testing::AllOf;
 using testing::HasSubstr;
@@ -145,6 +147,8 @@ TEST(ZepAudio, AVerdictFindsToneAndDelayAndFailsForALineThatIsDeadWeakOrNoisy)
          "dB  OUT OF LIMITS"},
         {"-c lpcm", 0, [](int16_t x, int i) { return int16_t(i < 6400 ? x : 0); },
          "OUT OF LIMITS"}, // stops early
+        {"-c lpcm", 0, [](int16_t x, int i) { return int16_t(i < 10000 || i >= 10480 ? x : 0); },
+         "interrupted          60.0 ms  OUT OF LIMITS"},
     };
     std::vector<std::future<void>> all;
     for (const auto& row : rows)
@@ -167,6 +171,46 @@ TEST(ZepAudio, AVerdictFindsToneAndDelayAndFailsForALineThatIsDeadWeakOrNoisy)
     for (auto& one : all) one.get();
 }
 
+TEST(ZepAudio, UnderRunsAndLostFramesAreNoFaultOfTheLine)
+{
+    const FakeCamera camera([](Peer peer) {
+        uint32_t sent = 0, taken = 0;
+        serve_session(peer, [&](const std::string& frame) {
+            ++taken;
+            for (int i = 0; taken == 70 && i < 3; ++i)
+                peer.write(message(4, sent++, std::string(frame.size(), '\0')));
+            if (taken == 80) ++sent; // the input lost this one
+            if (taken != 80) peer.write(message(4, sent++, frame));
+        });
+    });
+    const Said said = run("verdict -t 1.5 -c lpcm " + camera.address);
+    EXPECT_EQ(said.status, 0) << said.text;
+    for (const char* part :
+         {"under-runs           60.0 ms", "interrupted           0.0 ms", "input 1;", "successful\n"})
+        EXPECT_THAT(said.text, HasSubstr(part));
+}
+
+TEST(ZepAudio, AnInterruptedRecordingIsAWholeFileAndTheMeterKeepsToItsLine)
+{
+    const TempFolder folder;
+    const std::string pid = folder / "pid", out = folder / "out.wav";
+    const FakeCamera camera([&](Peer peer) {
+        serve_session(
+            peer, [](const std::string&) {},
+            [&] {
+                for (uint32_t i = 0; i < 50; ++i) peer.write(message(4, i, std::string(320, '\x10')));
+                kill(stoi(read_file(pid)), SIGINT);
+            });
+    });
+    const Said said = say("script -qec \"stty cols 30; sh -c 'echo \\$\\$ > " + pid +
+                          "; exec " ZEP_AUDIO " record -m -c lpcm -t 600 " + camera.address + out +
+                          "'\" /dev/null; soxi -s " + out);
+    EXPECT_THAT(said.text, HasSubstr("\n8000\n"));
+    const size_t line = said.text.find('\r'), end = said.text.find("\033[K");
+    EXPECT_EQ(end - line, 30u) << said.text;
+    EXPECT_THAT(said.text, HasSubstr("dB, peak"));
+}
+
 TEST(ZepAudio, WhatIsPlayedAndRecordedIsTheFile)
 {
     const TempFolder folder;
@@ -183,6 +227,14 @@ TEST(ZepAudio, WhatIsPlayedAndRecordedIsTheFile)
     Said said = run("play -c lpcm " + camera.address + in);
     EXPECT_EQ(said.status, 0) << said.text;
     EXPECT_EQ(played.size() % 640, 0u) << "whole frames of 320 points";
+    // 24 bits, two channels in an extensible header, another rate: the same sound, but for its ringing ends.
+    const std::string wide = folder / "wide.wav", first = std::exchange(played, "");
+    ASSERT_EQ(say("sox " + in + " -r 48000 -b 24 -c 2 " + wide).status, 0);
+    said = run("play -r 16000 -c lpcm " + camera.address + wide);
+    EXPECT_EQ(said.status, 0) << said.text;
+    ASSERT_EQ(played.size(), first.size());
+    for (size_t i = 1000; i + 2000 < first.size(); i += 2)
+        ASSERT_NEAR(int16_t(number_at(played, i, 2)), int16_t(number_at(first, i, 2)), 40) << i;
     said = run("loop -c lpcm " + camera.address + in + " " + out);
     EXPECT_EQ(said.status, 0) << said.text;
     EXPECT_THAT(said.text, HasSubstr("comes back after 0.0 ms"));
@@ -247,9 +299,9 @@ TEST(ZepAudio, WhatACameraCanDoWrongIsSaidInOneLine)
         {answer("TAUD" + number(1, 2) + number(0x81, 2) + number(0xFFFFFFFF, 4) + number(1, 4)), "too long"},
         {answer(message(0x86, 0, number(uint32_t(-16), 4))), "another station"},
         {answer(status + message(0x81, 2, number(0xA0178003, 4))),
-         "refuses the session: -1609072637 (0xa0178003)"},
+         "refuses the session: 0xa0178003, audio encoder: illegal parameter\n"},
         {answer(status + message(0x81, 2, number(0, 4)) + message(0x84, 1, number(uint32_t(-5), 4))),
-         "ended by itself (-5)"},
+         "ended by itself (-5, Input/output error)"},
     };
     for (const auto& [serve, complaint] : cases) {
         const FakeCamera camera(serve);
