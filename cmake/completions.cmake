@@ -3,9 +3,9 @@ function(tool_completions target)
     set(folder ${CMAKE_BINARY_DIR}/completions)
     file(MAKE_DIRECTORY ${folder})
     add_custom_command(TARGET ${target} POST_BUILD
-        COMMAND $<TARGET_FILE:${target}> --completion bash > ${folder}/${target}
-        COMMAND $<TARGET_FILE:${target}> --completion zsh > ${folder}/_${target}
-        COMMAND $<TARGET_FILE:${target}> --completion fish > ${folder}/${target}.fish
+        COMMAND ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${target}> --completion bash > ${folder}/${target}
+        COMMAND ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${target}> --completion zsh > ${folder}/_${target}
+        COMMAND ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${target}> --completion fish > ${folder}/${target}.fish
         VERBATIM)
     install(FILES ${folder}/${target} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
     install(FILES ${folder}/_${target} DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT tools)
