@@ -81,8 +81,7 @@ TEST_F(MediaLoop, PlaysWhatItHears)
 
 TEST_F(MediaLoop, AMicrophoneThatIsNoSoundFileStopsTheRun)
 {
-    for (const std::string& bytes : {std::string(), std::string("RIFF"), std::string(100, 'x'),
-                                     wav_bytes({1, 2}, 8000).replace(34, 1, "\x08")}) {
+    for (const std::string& bytes : {std::string(), std::string("RIFF"), std::string(100, 'x')}) {
         write_file(mic, bytes);
         const Outcome outcome = run("1");
         EXPECT_EQ(outcome.status, 125);
