@@ -19,7 +19,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr auto kStarting = std::chrono::seconds(5); // a program of the camera may take so long to listen
 constexpr auto kTryAgain = std::chrono::milliseconds(50);
-constexpr auto kLastWords = std::chrono::seconds(2); // for what the camera has sent before its end
+constexpr auto kDrainTime = std::chrono::seconds(2); // for what the camera has sent before its end
 constexpr size_t kPiece = 16 * 1024; // little, so that a station that stops reading is noticed
 constexpr size_t kStations = 64;     // that send datagrams; of more the oldest is forgotten
 
@@ -84,9 +84,8 @@ private:
 
 class Connection {
 public:
-    Connection(Fd station, uint16_t port, Clock::time_point patience)
-        : station_(std::move(station)), camera_(to_camera(port, SOCK_STREAM)), port_(port),
-          patience_(patience)
+    Connection(Fd station, uint16_t port, Clock::time_point give_up)
+        : station_(std::move(station)), camera_(to_camera(port, SOCK_STREAM)), port_(port), give_up_(give_up)
     {
         const int on = 1;
         setsockopt(station_.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
@@ -110,7 +109,7 @@ public:
         return good && !(in_.over() && out_.over());
     }
     // The camera has ended: what it has sent is all that is still wanted.
-    [[nodiscard]] bool has_last_words() const { return connected_ && !in_.over(); }
+    [[nodiscard]] bool still_sends() const { return connected_ && !in_.over(); }
 
 private:
     // A side of which nothing is wanted is left out: a hang-up would wake poll again and again.
@@ -138,7 +137,7 @@ private:
             setsockopt(camera_.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
             return connected_ = true;
         }
-        if (Clock::now() > patience_) {
+        if (Clock::now() > give_up_) {
             reset();
             return false;
         }
@@ -156,7 +155,7 @@ private:
 
     Fd station_, camera_;
     uint16_t port_;
-    Clock::time_point patience_;
+    Clock::time_point give_up_;
     bool connected_ = false;
     Half out_, in_;
 };
@@ -255,7 +254,7 @@ private:
             if (polls_[i + 1].revents) accept_from(ports_[i]);
         if (!polls_[0].revents) return;
         ending_ = true;
-        last_ = Clock::now() + kLastWords;
+        last_ = Clock::now() + kDrainTime;
     }
     void accept_from(const OpenPort& port)
     {
@@ -266,7 +265,7 @@ private:
     {
         if (!ending_ || Clock::now() > last_) return ending_;
         for (const Connection& connection : connections_)
-            if (connection.has_last_words()) return false;
+            if (connection.still_sends()) return false;
         return true;
     }
 
