@@ -58,7 +58,8 @@ Fd open_plain(const std::string& path, int flags, mode_t mode = 0)
 {
     Fd fd(open(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, mode));
     struct stat st;
-    if (fd && (fstat(fd.get(), &st) < 0 || !S_ISREG(st.st_mode))) fail("%s is not a regular file", path.c_str());
+    if (fd && (fstat(fd.get(), &st) < 0 || !S_ISREG(st.st_mode)))
+        fail("%s is not a regular file", path.c_str());
     return fd;
 }
 
