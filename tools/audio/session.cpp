@@ -55,7 +55,7 @@ public:
         begin_ = meter_at_ = Clock::now();
         while (!over()) {
             send_due();
-            take(std::min(next_due(), meter_at_ + kMeterEvery));
+            take(std::min(next_due(), meter_at_ + meter_period_));
             show_meter();
         }
         if (!job_.to_play.empty() && !interrupted) wait_until_played();
@@ -134,7 +134,7 @@ private:
     // A terminal's line is written over; elsewhere a line each second is enough.
     void show_meter()
     {
-        if (Clock::now() < meter_at_ + (terminal_ ? kMeterEvery : kMeterLineEvery)) return;
+        if (Clock::now() < meter_at_ + meter_period_) return;
         meter_at_ = Clock::now();
         if (options_.meter) print_meter();
         recent_.clear();
@@ -180,6 +180,7 @@ private:
     int peak_ = 0;
     bool silent_ = false;
     const bool terminal_ = isatty(STDERR_FILENO) != 0;
+    const Clock::duration meter_period_ = terminal_ ? kMeterEvery : kMeterLineEvery;
     std::vector<int16_t> recent_;
 };
 
