@@ -28,11 +28,14 @@ if(ZEP_SANITIZE)
     endforeach()
 endif()
 
-# quick_to_build(TARGET...): host tools in the presets that only test them: built in half the time.
+# quick_to_build(TARGET...): commands and options of the host tools, which wait for people and files. Less
+# optimisation builds them in two thirds of the time, none at all, in the presets that only test them, in half.
 function(quick_to_build)
-    if(ZEP_SANITIZE OR CMAKE_SIZEOF_VOID_P EQUAL 4)
-        foreach(t ${ARGN})
-            target_compile_options(${t} PRIVATE -O0)
-        endforeach()
-    endif()
+    foreach(t ${ARGN})
+        if(ZEP_SANITIZE OR CMAKE_SIZEOF_VOID_P EQUAL 4)
+            target_compile_options(${t} PRIVATE -O0 -g1)
+        else()
+            target_compile_options(${t} PRIVATE -O1 $<$<CONFIG:RelWithDebInfo>:-g1>)
+        endif()
+    endforeach()
 endfunction()

@@ -5,7 +5,7 @@ set(ZEP_GTEST_SOURCE /usr/src/googletest CACHE PATH "GoogleTest sources (Debian:
 set(INSTALL_GTEST OFF)
 add_subdirectory(${ZEP_GTEST_SOURCE} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
 foreach(t gtest gmock gtest_main gmock_main)
-    target_compile_options(${t} PRIVATE -w)
+    target_compile_options(${t} PRIVATE -w -O0 -g0)
     if(ZEP_SANITIZE)
         target_compile_options(${t} PRIVATE -fsanitize=${ZEP_SANITIZE})
     endif()
