@@ -88,7 +88,7 @@ std::string open_port(int fd, const Words& words)
     ::cfsetspeed(&settings, words[2] == "1200" ? B1200 : words[2] == "19200" ? B19200 : B9600);
     settings.c_cc[VMIN] = cc_t(std::stoi(words[3]));
     settings.c_cc[VTIME] = cc_t(std::stoi(words[4]));
-    return questions::result(::tcsetattr(fd, TCSANOW, &settings));
+    return questions::result(::tcsetattr(fd, TCSAFLUSH, &settings));
 }
 
 class Answers : public vcam::test::CameraTest, public testing::WithParamInterface<Case> {
