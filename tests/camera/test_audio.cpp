@@ -47,6 +47,7 @@ station() { /run/bin/zep-audio $1 --limit 60 "${@:2}"; }
 sessions() { until [ $(grep -c ^START /tmp/server.log) -ge $1 ]; do sleep 0.1; done; }
 sound() {
     until [ $(stat -c %s $VCAM_STATE/speaker.wav 2>/dev/null || echo 0) -ge $((44 + 2 * $1)) ]; do sleep 0.1; done
+    sleep 0.2 # camera time in which what the output holds is played: a stop cuts off the rest
 }
 dial() { exec 3<>/dev/tcp/127.0.0.1/5000; }
 message() { # COMMAND LENGTH [BODY]
