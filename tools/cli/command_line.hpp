@@ -84,6 +84,8 @@ std::string completion(const Tool& tool, const std::string& shell);
 // Values. A whole number is plain decimal or 0x..., nothing may follow it.
 int64_t whole_number(const std::string& text, int64_t low, int64_t high);
 double number(const std::string& text, double low, double high);
+// Throws when the text is empty, as an unset variable of a script is.
+const std::string& given(const std::string& text);
 // Throws unless the text is one of the words.
 const std::string& one_of(const std::string& text, const std::vector<std::string>& words);
 

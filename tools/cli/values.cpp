@@ -44,6 +44,12 @@ double number(const std::string& text, double low, double high)
     return value;
 }
 
+const std::string& given(const std::string& text)
+{
+    if (text.empty()) throw WrongUse("it is empty; give a name");
+    return text;
+}
+
 const std::string& one_of(const std::string& text, const std::vector<std::string>& words)
 {
     std::string list;

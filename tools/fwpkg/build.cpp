@@ -58,7 +58,7 @@ cli::Syntax syntax(BuildOptions& o)
          {"--page-size", "BYTES", "pad each image to whole pages, a power of two up to 65536 (512)",
           [&](auto& v) { o.page = page_size(v); }},
          {"--manifest", "FILE", "also write sizes and SHA-256 of package and images, as JSON for fwpkg check",
-          [&](auto& v) { o.manifest = v; }},
+          [&](auto& v) { o.manifest = cli::given(v); }},
          {"--allow-empty", nullptr, "take an empty image: such a package erases the partition",
           [&](auto&) { o.allow_empty = true; }},
          {"--force", nullptr, "keep a package that a device would refuse; replace any file",

@@ -62,7 +62,7 @@ cli::Syntax syntax(CheckOptions& o)
          {"--against", "CAMERA", "check that the images fit: a virtual camera, or a file of mtdN=SIZE lines",
           [&](auto& v) { o.against = v; }},
          {"--manifest", "FILE", "compare sizes and sums with what fwpkg build --manifest wrote",
-          [&](auto& v) { o.manifest = v; }},
+          [&](auto& v) { o.manifest = cli::given(v); }},
          {"--allow-empty", nullptr, "take an empty image, with which a device erases the partition",
           [&](auto&) { o.allow_empty = true; }},
          {"--log", nullptr, "show the lines that the device's system log would hold",

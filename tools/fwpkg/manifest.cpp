@@ -59,11 +59,12 @@ cli::Json read_manifest(const std::string& path)
 
 std::string difference(const std::string& where, const cli::Json& found, const cli::Json& expected)
 {
-    for (const auto& [name, value] : expected.items()) {
+    for (const auto& [name, value] : found.items()) {
         if (name == "images") continue;
-        const cli::Json here = found.contains(name) ? found[name] : cli::Json();
-        if (here != value)
-            return where + name + ": found " + here.dump() + ", the manifest says " + value.dump();
+        const bool told = expected.is_object() && expected.contains(name);
+        if (!told) return where + name + ": found " + value.dump() + ", the manifest does not say it";
+        if (expected[name] != value)
+            return where + name + ": found " + value.dump() + ", the manifest says " + expected[name].dump();
     }
     return "";
 }
@@ -86,9 +87,12 @@ std::string compare_with_manifest(const std::string& path, const Input& package,
     // The package in the manifest's own spelling, so that a marker that is no UTF-8 compares too.
     const cli::Json found = cli::Json::parse(text_of(json_of(package, header)));
     const cli::Json images = expected.contains("images") ? expected["images"] : cli::Json();
+    const auto told = [&](size_t i) {
+        return images.is_array() && i < images.size() ? images[i] : cli::Json();
+    };
     // The images first: they say more than the sum of all.
-    for (size_t i = 0; i < images.size() && i < found["images"].size(); ++i)
-        if (auto text = difference(std::string(kImageNames[i]) + " ", found["images"][i], images[i]);
+    for (size_t i = 0; i < found["images"].size(); ++i)
+        if (auto text = difference(std::string(kImageNames[i]) + " ", found["images"][i], told(i));
             !text.empty())
             return text;
     return difference("package ", found, expected);
