@@ -76,7 +76,7 @@ bool write_whole(int fd, const char* data, size_t size)
 OutputRule wav_rule(bool force) { return {"a WAV file", is_wav, force}; }
 
 OutputFile::OutputFile(std::string path, const OutputRule& rule, const std::vector<std::string>& inputs)
-    : mode_(rule.mode), path_(std::move(path)), target_(path_)
+    : mode_(rule.mode), path_(path == "-" ? "/dev/stdout" : std::move(path)), target_(path_)
 {
     if (path_.empty()) throw std::runtime_error("an output has an empty name: give a file's name");
     find_place();
@@ -202,6 +202,11 @@ void OutputFile::commit()
         copy_to_stream();
     else
         put_in_place();
+}
+
+bool OutputFile::is_stdout() const
+{
+    return place_ == Place::stream && own_descriptor(target_) == STDOUT_FILENO;
 }
 
 void OutputFile::copy_to_stream() const

@@ -20,8 +20,8 @@ OutputRule wav_rule(bool force); // replaces WAV files
 /**
  * One output. A regular file appears under its name when it is complete and on the storage; until
  * then, and after any error, what stood there stays. A device node, a pipe and /dev/stdout are never
- * replaced or removed: all bytes are written into them by commit(). Symbolic links are followed and
- * stay. Every error is a std::runtime_error whose text begins with the output's name.
+ * replaced or removed: all bytes are written into them by commit(). "-" is /dev/stdout. Symbolic links are
+ * followed and stay. Every error is a std::runtime_error whose text begins with the output's name.
  */
 class OutputFile {
 public:
@@ -39,6 +39,8 @@ public:
     // The bytes written so far, for reading and seeking.
     [[nodiscard]] int fd() const { return fd_; }
     void commit();
+    // Whether it is this process's standard output, where no text may stand then.
+    [[nodiscard]] bool is_stdout() const;
 
 private:
     enum class Place { fresh, file, stream };

@@ -14,8 +14,6 @@ const Command* find_command(const Tool& tool, const std::string& name)
     return nullptr;
 }
 
-void print(const std::string& text) { fputs(text.c_str(), stdout); }
-
 int complain(const Tool& tool, const std::string& reason, const std::string& command)
 {
     fprintf(stderr, "%s: %s%s%s; see: %s %s%s--help\n", tool.name, command.c_str(),
@@ -25,20 +23,26 @@ int complain(const Tool& tool, const std::string& reason, const std::string& com
 }
 
 // A success is one only when its text has arrived: standard output may be a full disk.
-int flushed(const Tool& tool, const Command& command, int status)
+int flushed(const Tool& tool, int status, int failure)
 {
     if (fflush(stdout) == 0 && !ferror(stdout)) return status;
     fprintf(stderr, "%s: standard output: cannot be written: %m\n", tool.name);
-    return status == 0 ? command.failure : status;
+    return status == 0 ? failure : status;
+}
+
+// Text that was asked for instead of work.
+int show(const Tool& tool, const std::string& text)
+{
+    fputs(text.c_str(), stdout);
+    return flushed(tool, 0, tool.commands.front().failure);
 }
 
 int run_command(const Tool& tool, const Command& command, const Arguments& arguments)
 {
     try {
-        return flushed(tool, command, command.main(arguments));
+        return flushed(tool, command.main(arguments), command.failure);
     } catch (const HelpWanted& help) {
-        print(help_of(tool, command, help.syntax));
-        return 0;
+        return show(tool, help_of(tool, command, help.syntax));
     } catch (const WrongUse& e) {
         return complain(tool, e.what(), command.name);
     } catch (const std::exception& e) {
@@ -50,10 +54,7 @@ int run_command(const Tool& tool, const Command& command, const Arguments& argum
 // "help" and "help COMMAND" are --help in other words.
 int help(const Tool& tool, const Arguments& words)
 {
-    if (words.empty()) {
-        print(help_of(tool));
-        return 0;
-    }
+    if (words.empty()) return show(tool, help_of(tool));
     const Command* command = find_command(tool, words[0]);
     if (!command) return complain(tool, "there is no command '" + words[0] + "'", "");
     return run_command(tool, *command, {"--help"});
@@ -78,9 +79,8 @@ int run(const Tool& tool, int argc, char** argv)
                      shell = one_of(v, {"bash", "zsh", "fish"});
                  }}},
                {}});
-        if (version) printf("%s " ZEP_VERSION "\n", tool.name);
-        if (!shell.empty()) print(completion(tool, shell));
-        if (version || !shell.empty()) return 0;
+        if (version) return show(tool, std::string(tool.name) + " " ZEP_VERSION "\n");
+        if (!shell.empty()) return show(tool, completion(tool, shell));
     } catch (const HelpWanted&) {
         return help(tool, {});
     } catch (const WrongUse& e) {
