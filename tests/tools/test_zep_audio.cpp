@@ -209,6 +209,20 @@ TEST(ZepAudio, AnInterruptedRecordingIsAWholeFileAndTheMeterKeepsToItsLine)
     const size_t line = said.text.find('\r'), end = said.text.find("\033[K");
     EXPECT_EQ(end - line, 30u) << said.text;
     EXPECT_THAT(said.text, HasSubstr("dB, peak"));
+
+    // The camera goes instead.
+    const FakeCamera leaving([](Peer peer) {
+        serve_session(
+            peer, [](const std::string&) {},
+            [&] {
+                for (uint32_t i = 0; i < 50; ++i) peer.write(message(4, i, std::string(320, '\x10')));
+                shutdown(peer.fd, SHUT_RDWR);
+            });
+    });
+    const Said left = run("record -c lpcm -t 600 " + leaving.address + out);
+    EXPECT_EQ(left.status, 2);
+    EXPECT_THAT(left.text, HasSubstr("closed the connection; " + out + " holds the 1.00 s until then"));
+    EXPECT_EQ(say("soxi -s " + out).text, "8000\n");
 }
 
 TEST(ZepAudio, WhatIsPlayedAndRecordedIsTheFile)
@@ -300,6 +314,7 @@ TEST(ZepAudio, WhatACameraCanDoWrongIsSaidInOneLine)
         {answer(message(0x86, 0, number(uint32_t(-16), 4))), "another station"},
         {answer(status + message(0x81, 2, number(0xA0178003, 4))),
          "refuses the session: 0xa0178003, audio encoder: illegal parameter\n"},
+        {answer(status + message(0x81, 2, number(uint32_t(-1), 4))), "session: -1, the camera's console"},
         {answer(status + message(0x81, 2, number(0, 4)) + message(0x84, 1, number(uint32_t(-5), 4))),
          "ended by itself (-5, Input/output error)"},
     };

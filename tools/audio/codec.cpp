@@ -3,6 +3,8 @@
 
 #include "mpi/audio/audio_voice_adp.h"
 
+#include <algorithm>
+#include <iterator>
 #include <stdexcept>
 
 namespace zaudio {
@@ -46,6 +48,15 @@ ADEC_DECODER_S find_decoder(int32_t type)
 }
 
 } // namespace
+
+bool is_rate(int rate) { return std::find(std::begin(kRates), std::end(kRates), rate) != std::end(kRates); }
+
+std::string rate_names(const char* between)
+{
+    std::string names;
+    for (int rate : kRates) (names += names.empty() ? "" : between) += std::to_string(rate);
+    return names;
+}
 
 // The attribute is that of the camera's channels: first form, lowest rate.
 struct Encoder::State {

@@ -1,4 +1,4 @@
-// The five voice codecs by name, frame by frame.
+// The five voice codecs by name, frame by frame, and the sample rates of a camera.
 #pragma once
 
 #include "base/mpp_audio.h"
@@ -17,6 +17,11 @@ struct CodecName {
 #define ZAUDIO_CODEC(TYPE, NUMBER, NAME) {NAME, TYPE},
 inline constexpr CodecName kCodecNames[] = {MPP_PAYLOAD_TYPES(ZAUDIO_CODEC)};
 #undef ZAUDIO_CODEC
+
+// The rates of the camera's codec chip, in Hz.
+inline constexpr int kRates[] = {8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000};
+bool is_rate(int rate);
+std::string rate_names(const char* between);
 
 // One direction each; neither shares anything with another.
 class Encoder {

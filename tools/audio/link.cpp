@@ -93,9 +93,10 @@ template<size_t N> std::string name_of(const Name (&names)[N], unsigned number, 
 
 std::string result_text(int32_t result)
 {
+    if (result == -1) return "-1, the camera's console says why";
     const auto code = uint32_t(result);
     if (code >> 24 != 0xA0)
-        return std::to_string(result) + (result < -1 ? std::string(", ") + strerror(-result) : "");
+        return std::to_string(result) + (result < 0 ? std::string(", ") + strerror(-result) : "");
     char text[16];
     snprintf(text, sizeof text, "0x%08x, ", code);
     return text + name_of(kModules, code >> 16 & 0xFF, "module ") + ": " +

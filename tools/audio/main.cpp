@@ -22,17 +22,31 @@ enum ExitStatus { kGood = 0, kFailed = 1, kTrouble = 2 };
 double to_ms(Clock::duration time) { return std::chrono::duration<double, std::milli>(time).count(); }
 
 // kFailed, with a line on standard error, when the camera has not played all that it was sent.
-int print_end(const Report& report)
+int print_end(const Report& report, FILE* to = stdout)
 {
     const auto& status = report.status;
-    printf("camera sent %u, took %u, dropped %u, damaged %u, unheard %u; lost in the camera's input %u; "
-           "round trip %.1f ms\n",
-           status.sent, status.received, status.dropped, status.damaged, status.unheard, report.lost,
-           to_ms(report.round_trip));
+    fprintf(to,
+            "camera sent %u, took %u, dropped %u, damaged %u, unheard %u; lost in the camera's input %u; "
+            "round trip %.1f ms\n",
+            status.sent, status.received, status.dropped, status.damaged, status.unheard, report.lost,
+            to_ms(report.round_trip));
     if (report.heard()) return kGood;
     fputs("zep-audio: the camera has not played everything\n", stderr);
     return kFailed;
 }
+
+// The recording is in its file. kTrouble, with a line on standard error, when the session broke off before its end.
+int keep(const Options& options, cli::OutputFile& output, const Report& report)
+{
+    write_wav(output, report.recorded);
+    if (report.broken.empty()) return kGood;
+    fprintf(stderr, "zep-audio: %s; %s holds the %.2f s until then\n", report.broken.c_str(),
+            options.files.back().c_str(), double(report.recorded.samples.size()) / report.recorded.rate);
+    return kTrouble;
+}
+
+// Text goes where no sound goes.
+FILE* text_beside(const cli::OutputFile& output) { return output.is_stdout() ? stderr : stdout; }
 
 int record(const Options& options)
 {
@@ -40,10 +54,11 @@ int record(const Options& options)
     cli::OutputFile output(options.files[0], cli::wav_rule(options.force));
     end_session_on_signals();
     const Report report = run_session(options, rate, {true, {}, options.seconds});
-    write_wav(output, report.recorded);
-    printf("%s: %.2f s, %.1f dB\n", options.files[0].c_str(), double(report.recorded.samples.size()) / rate,
-           level_db(report.recorded.samples));
-    print_end(report);
+    if (const int trouble = keep(options, output, report)) return trouble;
+    FILE* to = text_beside(output);
+    fprintf(to, "%s: %.2f s, %.1f dB\n", options.files[0].c_str(),
+            double(report.recorded.samples.size()) / rate, level_db(report.recorded.samples));
+    print_end(report, to);
     return kGood;
 }
 
@@ -51,6 +66,9 @@ int record(const Options& options)
 Sound input_of(const Options& options)
 {
     const Sound sound = read_wav(options.files[0]);
+    if (!options.rate && !is_rate(sound.rate))
+        throw std::runtime_error(options.files[0] + ": " + std::to_string(sound.rate) +
+                                 " Hz is no rate of a camera; choose one with --rate: " + rate_names(", "));
     return at_rate(sound, options.rate.value_or(sound.rate));
 }
 
@@ -69,12 +87,12 @@ int loop(const Options& options)
     to_play.resize(to_play.size() + size_t(sound.rate));
     const double seconds = double(to_play.size()) / sound.rate;
     const Report report = run_session(options, sound.rate, {true, std::move(to_play), seconds});
-    write_wav(output, report.recorded);
+    if (const int trouble = keep(options, output, report)) return trouble;
     if (const auto at = find_signal(
             report.recorded.samples,
             std::span(sound.samples).first(std::min<size_t>(sound.samples.size(), size_t(sound.rate)))))
-        printf("comes back after %.1f ms\n", double(*at) * 1000 / sound.rate);
-    return print_end(report);
+        fprintf(text_beside(output), "comes back after %.1f ms\n", double(*at) * 1000 / sound.rate);
+    return print_end(report, text_beside(output));
 }
 
 struct Check {
@@ -176,9 +194,12 @@ int verdict(const Options& options)
     const Job job = {true, options.listen ? std::vector<int16_t>{} : samples_of(signal), seconds_of(signal)};
     std::optional<cli::OutputFile> output;
     if (!options.files.empty()) output.emplace(options.files[0], cli::wav_rule(options.force));
+    if (output && output->is_stdout())
+        throw cli::WrongUse("the verdict goes to standard output; name a file for the sound");
     const Report report = run_session(options, rate, job);
     const std::span<const int16_t> recorded = report.recorded.samples;
-    if (output) write_wav(*output, report.recorded);
+    if (output && keep(options, *output, report) != kGood) return kTrouble;
+    if (!report.broken.empty()) throw std::runtime_error(report.broken);
     const Finding finding = options.listen ? examine_tone(signal, recorded)
                                            : examine(signal, recorded, size_t(report.lost) * report.points);
     const Verdict verdict = verdict_of(options, finding, report);
@@ -226,8 +247,11 @@ void add_sound(Options& o, std::vector<cli::Option>& all)
                    "g711a g711u g726 lpcm adpcm"});
     all.push_back({"-r,--rate", "HZ",
                    "sample rate; 8000 unless given, or that of the file to be played, which is converted",
-                   [&](auto& v) { o.rate = int(cli::whole_number(v, 8000, 192000)); },
-                   "8000 11025 12000 16000 22050 24000 32000 44100 48000"});
+                   [&](auto& v) {
+                       o.rate = int(cli::whole_number(v, 0, INT32_MAX));
+                       if (!is_rate(*o.rate)) throw cli::WrongUse("give " + rate_names(", "));
+                   },
+                   rate_names(" ")});
     all.push_back({"-m,--meter", nullptr, "level meter on standard error", [&](auto&) { o.meter = true; }});
     all.push_back({"--mic-in", "0|1", "1 (default) selects the microphone, 0 leaves the input", [&](auto& v) {
                        o.mic_in = cli::one_of(v, {"0", "1"}) == "1";

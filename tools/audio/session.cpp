@@ -53,6 +53,20 @@ public:
         link_.start(job_.encode, {job_.encode, options_.type, rate_, options_.mic_in, options_.mic_volume,
                                   options_.adc_volume, options_.dac_volume});
         begin_ = meter_at_ = Clock::now();
+        try {
+            carry_sound();
+        } catch (const std::runtime_error& e) {
+            if (report_.recorded.samples.empty()) throw;
+            report_.broken = e.what();
+        }
+        if (options_.meter) print_meter();
+        if (options_.meter && terminal_) fputc('\n', stderr);
+        return std::move(report_);
+    }
+
+private:
+    void carry_sound()
+    {
         while (!over()) {
             send_due();
             take(std::min(next_due(), meter_at_ + meter_period_));
@@ -62,12 +76,8 @@ public:
         report_.status = link_.stop();
         // What the camera had sent by then: an interrupted recording has it too.
         for (auto before = Clock::now(); auto message = link_.receive(before);) add(*message);
-        if (options_.meter) print_meter();
-        if (options_.meter && terminal_) fputc('\n', stderr);
-        return std::move(report_);
     }
 
-private:
     [[nodiscard]] size_t wanted() const
     {
         return size_t((job_.record_s + std::chrono::duration<double>(report_.late).count()) * rate_);

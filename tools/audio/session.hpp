@@ -38,6 +38,7 @@ struct Report {
     uint32_t points = 0; // of a frame
     Status status;       // the camera's at the end
     Clock::duration round_trip{};
+    std::string broken; // why the session ended before its time, with sound that had come by then; else ""
     Clock::duration late{}; // that frames were sent after the time at which they should have played
 
     // Whether the camera's output took all that was sent.
@@ -47,7 +48,8 @@ struct Report {
 // From now on SIGINT, SIGTERM and SIGHUP end the session: what was recorded by then is its report.
 void end_session_on_signals();
 
-// Throws std::runtime_error. A session that sends late records as much longer.
+// Throws std::runtime_error, unless sound has come by then: that is in the report, with the reason in `broken`. A
+// session that sends late records as much longer.
 Report run_session(const Options& options, int rate, const Job& job);
 
 } // namespace zaudio

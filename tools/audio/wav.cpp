@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <sndfile.h>
 #include <soxr.h>
@@ -57,6 +58,24 @@ sf_count_t write(const void* from, sf_count_t count, void* user)
     return count;
 }
 
+// The library takes a file for as long as it is, whatever its header promises. A program that wrote to a pipe could
+// not know the size and left the highest or none.
+void refuse_cut_file(const std::string& path)
+{
+    constexpr uint32_t kUnknown = 0x7FFF0000; // sox and others; from here on
+    std::ifstream file(path, std::ios::binary);
+    std::array<char, 8> head = {};
+    file.read(head.data(), head.size());
+    const bool little = memcmp(head.data(), "RIFF", 4) == 0;
+    if (!file || (!little && memcmp(head.data(), "FORM", 4) != 0)) return;
+    uint32_t size = 0;
+    for (size_t i = 0; i < 4; ++i) size = size << 8 | uint8_t(head[little ? 7 - i : 4 + i]);
+    const uintmax_t there = std::filesystem::file_size(path), promised = uintmax_t(size) + head.size();
+    if (size < kUnknown && there < promised)
+        fail(path, "is cut short: it has " + std::to_string(there) + " of the " + std::to_string(promised) +
+                       " bytes that its header promises");
+}
+
 } // namespace
 
 Sound read_sound(const std::string& path)
@@ -69,11 +88,16 @@ Sound read_sound(const std::string& path)
     if (!file && !std::filesystem::exists(path)) fail(path, strerror(ENOENT));
     if (!file) fail(path, std::string("is no sound file: ") + sf_strerror(nullptr));
     if (info.samplerate <= 0 || info.channels <= 0) fail(path, "has no samples");
+    refuse_cut_file(path);
     Sound sound{info.samplerate, {}, info.channels};
     std::vector<double> piece(size_t(4096 * info.channels));
     while (const sf_count_t n = sf_readf_double(file.get(), piece.data(), 4096))
         std::transform(piece.begin(), piece.begin() + long(n * info.channels),
                        std::back_inserter(sound.samples), rounded);
+    const size_t frames = sound.samples.size() / size_t(info.channels);
+    if (info.frames < SF_COUNT_MAX && frames < size_t(info.frames))
+        fail(path, "is cut short: " + std::to_string(frames) + " of " + std::to_string(info.frames) +
+                       " points can be read");
     return sound;
 }
 
