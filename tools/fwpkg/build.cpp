@@ -48,7 +48,8 @@ int64_t page_size(const std::string& text)
 cli::Syntax syntax(BuildOptions& o)
 {
     return {
-        {{"-o,--output", "PACKAGE", "the file to write; needed", [&](auto& v) { o.output = v; }},
+        {{"-o,--output", "PACKAGE", "the file to write, - for standard output; needed",
+          [&](auto& v) { o.output = v; }},
          {"--version", "1|3", "layout of the header: 1 (20 bytes, the default) or 3 (64 bytes)",
           [&](auto& v) {
               o.version = cli::one_of(v, {"1", "3"})[0] - '0';
@@ -117,6 +118,21 @@ zep::Finding judge(const BuildOptions& options, int fd, zep::PackageHeader& head
     return check_package(reread(fd), device, true, header);
 }
 
+// Of a fault in an image the input's own name and offset come first: that file is what its user can mend.
+std::string refusal(const BuildOptions& options, const Images& images, const zep::PackageHeader& header,
+                    const zep::Finding& finding)
+{
+    for (unsigned i = 0; i < 3; ++i) {
+        const int64_t offset = finding.offset - header.offset(i);
+        if (offset < 0 || offset >= images[i].size) continue;
+        zep::Finding in_image = finding;
+        in_image.offset = offset;
+        return images[i].path + ": a device would refuse it: " + describe(in_image) + "; offset " +
+               std::to_string(finding.offset) + " in the package";
+    }
+    return options.output + ": a device would refuse it: " + describe(finding);
+}
+
 // Erased flash reads 0xFF, so such padding leaves the flash behind the image as it was erased.
 void write_package(const BuildOptions& options, const Images& images, cli::OutputFile& to)
 {
@@ -155,8 +171,7 @@ int build(const cli::Arguments& arguments)
 
     zep::PackageHeader header;
     if (zep::Finding finding = judge(options, output.fd(), header)) {
-        fprintf(stderr, "fwpkg: %s: a device would refuse it: %s\n", options.output.c_str(),
-                describe(finding).c_str());
+        fprintf(stderr, "fwpkg: %s\n", refusal(options, images, header, finding).c_str());
         if (!options.force) return kRefused;
     }
     if (manifest) manifest->write(manifest_of(reread(output.fd()), header));
