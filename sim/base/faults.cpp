@@ -111,6 +111,7 @@ std::string parse(const std::string& text, std::optional<Line>& out)
     if (!parse_number(words[rest], line.skip) || line.skip < 0) return "skip is not a count: " + words[rest];
     if (!parse_number(words[rest + 1], line.times) || line.times < -1)
         return "times is not a count: " + words[rest + 1];
+    if (line.times == 0) return "times 0 is never; give 1 or more, or -1 for ever";
     if (!parse_effect(words[rest + 2], line.effect))
         return words[rest + 2] + " is no effect; there are " + kEffectNames;
     out = line;
@@ -165,27 +166,71 @@ std::string counted_as(const std::string& text, std::map<std::string, int>& seen
     return copy ? text + " #" + std::to_string(copy) : text;
 }
 
-// Which effects an operation can have. A command has no bytes, and nobody reads an opening's result.
-bool can_have(Target::Kind target, const std::string& operation, Kind effect)
-{
-    switch (effect) {
-    case Kind::flip:
-    case Kind::word:
-        return target == Target::Kind::device && operation != "open" && operation != "mmap";
-    case Kind::short_count:
-        return target != Target::Kind::command && operation != "open" && operation != "mmap";
-    case Kind::drop:
-        return operation != "open" && operation != "mmap" && operation != "fork";
-    default:
-        return true;
-    }
-}
-
 template<class List, class Name> std::string names_of(const List& list, Name name)
 {
     std::string out;
     for (const auto& one : list) (out += out.empty() ? "" : ", ") += name(one);
     return out;
+}
+
+bool can_have(const Operation& operation, const Effect& effect)
+{
+    const bool request = operation.name != "open" && operation.name != "mmap";
+    switch (effect.kind) {
+    case Kind::flip:
+    case Kind::short_count:
+        return operation.moves_bytes;
+    case Kind::word:
+        return (effect.word + 1) * sizeof effect.value <= operation.record;
+    case Kind::drop:
+        return request;
+    default:
+        return true;
+    }
+}
+
+// A call moves bytes or has a number as its result; a command has neither.
+bool call_can_have(const Target& target, Kind effect)
+{
+    const bool bytes = target.name == "read" || target.name == "write";
+    const bool opens = target.name == "open" || target.name == "fork";
+    if (effect == Kind::short_count) return target.kind == Target::Kind::library_call && bytes;
+    return effect != Kind::flip && effect != Kind::word && (effect != Kind::drop || !opens);
+}
+
+std::string check_call(const Line& line, const Target& target)
+{
+    if (target.kind == Target::Kind::command && !line.operation.empty())
+        return line.device + " has no operations, and " + line.operation + " is none";
+    if (!call_can_have(target, line.effect.kind)) return "this effect does nothing to " + line.device;
+    return {};
+}
+
+// Without an operation the line is for all, so each must be able to have the effect.
+std::string check_operation(const Line& line, const Target& target)
+{
+    const auto name = [](const Operation& o) { return o.name; };
+    std::vector<Operation> able;
+    bool named = line.operation.empty(), blocks = false, all = true;
+    for (const Operation& operation : target.operations) {
+        const bool can = can_have(operation, line.effect);
+        if (can) able.push_back(operation);
+        if (!line.operation.empty() && operation.name != line.operation) continue;
+        named = true;
+        blocks |= operation.has_block;
+        all &= can;
+    }
+    if (!named)
+        return line.operation + " is no operation of " + line.device + "; there are " +
+               names_of(target.operations, name);
+    if (line.block >= 0 && !blocks) return line.device + " " + line.operation + " has no blocks";
+    if (all) return {};
+    if (able.empty()) return "this effect does nothing to " + line.device;
+    if (line.operation.empty())
+        return "name the operation that shall have this effect; of " + line.device +
+               " these can: " + names_of(able, name);
+    return "this effect does nothing to " + line.device + " " + line.operation + "; it is for " +
+           names_of(able, name);
 }
 
 std::string check_names(const Line& line, std::span<const Target> targets)
@@ -195,17 +240,7 @@ std::string check_names(const Line& line, std::span<const Target> targets)
     if (target == targets.end())
         return line.device + " is no device or call; there are " +
                names_of(targets, [](auto& t) { return t.name; });
-    const auto& known = target->operations;
-    const bool device = target->kind == Target::Kind::device;
-    if (device && !line.operation.empty() &&
-        std::find(known.begin(), known.end(), line.operation) == known.end())
-        return line.operation + " is no operation of " + line.device + "; there are " +
-               names_of(known, [](auto& o) { return o; });
-    if (target->kind == Target::Kind::command && !line.operation.empty())
-        return line.device + " has no operations, and " + line.operation + " is none";
-    if (!can_have(target->kind, device ? line.operation : line.device, line.effect.kind))
-        return "this effect does nothing to " + line.device + (device ? " " + line.operation : "");
-    return {};
+    return target->kind == Target::Kind::device ? check_operation(line, *target) : check_call(line, *target);
 }
 
 Effect walk(const std::string& plan, std::string_view device, std::string_view operation, int64_t block)
@@ -237,6 +272,12 @@ Effect next(std::string_view device, std::string_view operation, int64_t block)
     const Effect effect = plan.empty() ? Effect{} : walk(plan, device, operation, block);
     errno = e;
     return effect;
+}
+
+bool is_blank(std::string_view line)
+{
+    const size_t first = line.find_first_not_of(" \t\r\n");
+    return first == std::string_view::npos || line[first] == '#';
 }
 
 std::string check(const std::string& text, std::span<const Target> targets)

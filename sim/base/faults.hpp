@@ -14,7 +14,8 @@
 // times -1 is for ever. Effects: an errno name or number; a driver's code 0xA...; `wordN=VALUE` (of the
 // record that a request gives back, as the program lays it out); `short` (half of it is done);
 // `flip` (one bit); `slow=MS`; `drop`; `powercut` (inside the operation), `powercut-before`, `powercut-after`.
-// A library call may name a program in the operation's place. '#' begins a comment. How often each line has matched is kept in `faults.state`, so that a count spans processes.
+// A library call may name a program in the operation's place. '#' begins a comment. How often each line has
+// matched is kept in `faults.state`, so that a count spans processes.
 #pragma once
 
 #include <cstdint>
@@ -49,22 +50,33 @@ struct Effect {
 // Counts one operation and says what the plan has for it. block -1: the operation has none.
 Effect next(std::string_view device, std::string_view operation = {}, int64_t block = -1);
 
+// An operation of a device, and which effects it can have.
+struct Operation {
+    std::string name;
+    bool moves_bytes = false; // as a file: short and flip
+    bool has_block = false;   // @block
+    uint32_t record = 0;      // bytes of the record that it gives back: wordN
+};
+
 // What a line may name: a device with its operations, or a call.
 struct Target {
     enum class Kind : uint8_t { device, command, library_call };
     std::string name;
     Kind kind = Kind::device;
-    std::vector<std::string> operations; // of a device
+    std::vector<Operation> operations = {}; // of a device
 };
 // Calls that the journal has, and calls of the C library on ordinary files.
 inline constexpr const char* kCommands[] = {"mount", "settimeofday", "system", "umount"};
 inline constexpr const char* kLibraryCalls[] = {"fork", "fsync",  "link",   "open",
                                                 "read", "rename", "unlink", "write"};
 
-// "" or what is wrong with a line of the plan, with the names that it could have.
+// "" or what is wrong with a line of the plan, with the names that it could have. A line without a fault is right.
 std::string check(const std::string& line, std::span<const Target> targets);
 // The same for a whole plan: the first wrong line, in front of its reason.
 std::string check_plan(const std::string& plan, std::span<const Target> targets);
+
+// Whether a line is empty or a comment.
+bool is_blank(std::string_view line);
 
 // Whether the plan named the library call when this process first asked; forget_calls makes it ask again.
 bool plans_call(std::string_view call);

@@ -155,11 +155,12 @@ struct Operation {
         model.flush();
         power::lose(power::Loss::cut, effect.line);
     }
+    [[nodiscard]] bool cut_inside() const { return effect.kind == faults::Kind::cut_inside; }
     [[nodiscard]] bool dropped() const { return effect.kind == faults::Kind::drop; }
     // A transfer of how many bytes the plan allows.
     [[nodiscard]] size_t bytes(size_t size) const
     {
-        const bool half = effect.kind == faults::Kind::short_count || effect.kind == faults::Kind::cut_inside;
+        const bool half = effect.kind == faults::Kind::short_count || cut_inside();
         return half && size > 1 ? size / 2 : size;
     }
     ssize_t finish(Model& model, ssize_t result) const
@@ -290,9 +291,9 @@ int open(Model& model, int flags)
     const Operation op(model, "open", -1);
     if (op.error) return answer(-op.error);
     if (!driver_loaded(model)) return answer(-ENXIO);
-    const int fd = model.open(flags);
+    const int fd = op.cut_inside() ? -EIO : model.open(flags);
     if (fd >= 0) note(fd, model);
-    return answer(fd);
+    return answer(int(op.finish(model, fd)));
 }
 
 int close(int fd)
@@ -355,8 +356,8 @@ int ioctl(Model& model, int fd, uint32_t request, void* argument)
     const Operation op(model, model.request_name(request), model.request_block(request, argument));
     if (op.error) return answer(-op.error);
     if (op.dropped()) return 0;
-    if (op.effect.kind == faults::Kind::cut_inside) model.half_ioctl(fd, request, argument);
-    const int result = op.effect.kind == faults::Kind::cut_inside ? 0 : model.ioctl(fd, request, argument);
+    if (op.cut_inside()) model.half_ioctl(fd, request, argument);
+    const int result = op.cut_inside() ? 0 : model.ioctl(fd, request, argument);
     if (result == 0 && op.effect.kind == faults::Kind::word)
         corrupt_record(model, op.effect, request, argument);
     return answer(int(op.finish(model, result)));
@@ -365,9 +366,11 @@ int ioctl(Model& model, int fd, uint32_t request, void* argument)
 void* map(Model& model, int fd, void* address, size_t length, int protection, int flags, int64_t offset)
 {
     const Operation op(model, "mmap", -1);
-    if (!op.error) return model.map(fd, address, length, protection, flags, offset);
-    errno = op.error;
-    return MAP_FAILED;
+    void* mapped =
+        op.error || op.cut_inside() ? MAP_FAILED : model.map(fd, address, length, protection, flags, offset);
+    if (op.error) errno = op.error;
+    if (!op.error && answer(int(op.finish(model, 0))) < 0) return MAP_FAILED;
+    return mapped;
 }
 
 void forget_counts()

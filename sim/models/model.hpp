@@ -22,7 +22,8 @@ struct Readiness {
 
 struct RequestName {
     uint32_t request;
-    const char* name; // in the fault plan
+    const char* name;       // in the fault plan
+    bool has_block = false; // Model::request_block() knows the erase block that it is about
 };
 
 // Results below zero are negative errno numbers.

@@ -28,9 +28,9 @@ namespace {
 constexpr uint32_t kGetInfo = 0x80204D01, kErase = 0x40084D02, kGetBadBlock = 0x40084D0B,
                    kSetBadBlock = 0x40084D0C, kErase64 = 0x40104D14;
 constexpr RequestName kNames[] = {{kGetInfo, "info"},
-                                  {kErase, "erase"},
-                                  {kErase64, "erase"},
-                                  {kGetBadBlock, "badblock"},
+                                  {kErase, "erase", true},
+                                  {kErase64, "erase", true},
+                                  {kGetBadBlock, "badblock", true},
                                   {kSetBadBlock, "markbad"}};
 constexpr uint8_t kTypeNor = 3, kTypeNand = 4;
 constexpr uint32_t kWriteable = 0x400, kBitWriteable = 0x800;

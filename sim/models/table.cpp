@@ -39,21 +39,48 @@ std::span<Model* const> all()
     return devices;
 }
 
+namespace {
+
+// Requests may share a name; the longest record counts.
+void add_operation(std::vector<faults::Operation>& all, const faults::Operation& operation)
+{
+    for (faults::Operation& known : all)
+        if (known.name == operation.name) {
+            known.record = std::max(known.record, operation.record);
+            return;
+        }
+    all.push_back(operation);
+}
+
+faults::Target target_of(const Model& model)
+{
+    // What a request's number can say: the longest record, and that one comes back.
+    constexpr uint32_t kLongestRecord = 0x3FFF, kGivesBack = 0x80000000;
+    faults::Target target{model.name,
+                          faults::Target::Kind::device,
+                          {{"open"}, {"mmap"}, {"ioctl", false, false, kLongestRecord}}};
+    const bool blocks =
+        std::any_of(model.requests.begin(), model.requests.end(), [](auto& row) { return row.has_block; });
+    for (const char* name : {"read", "write"})
+        if (model.has_bytes()) add_operation(target.operations, {name, true, blocks});
+    for (const RequestName& row : model.requests) {
+        const bool gives_back = row.request & kGivesBack;
+        add_operation(target.operations, {row.name, false, row.has_block,
+                                          gives_back ? uint32_t(model.record_size(row.request)) : 0});
+    }
+    std::sort(target.operations.begin(), target.operations.end(),
+              [](auto& a, auto& b) { return a.name < b.name; });
+    return target;
+}
+
+} // namespace
+
 std::vector<faults::Target> fault_targets()
 {
     std::vector<faults::Target> out;
-    for (const Model* model : all()) {
-        faults::Target target{model->name, faults::Target::Kind::device, {"open", "mmap", "ioctl"}};
-        if (model->has_bytes()) target.operations.insert(target.operations.end(), {"read", "write"});
-        for (const RequestName& row : model->requests) target.operations.emplace_back(row.name);
-        std::sort(target.operations.begin(), target.operations.end());
-        target.operations.erase(std::unique(target.operations.begin(), target.operations.end()),
-                                target.operations.end());
-        out.push_back(target);
-    }
-    for (const char* name : faults::kCommands) out.push_back({name, faults::Target::Kind::command, {}});
-    for (const char* name : faults::kLibraryCalls)
-        out.push_back({name, faults::Target::Kind::library_call, {}});
+    for (const Model* model : all()) out.push_back(target_of(*model));
+    for (const char* name : faults::kCommands) out.push_back({name, faults::Target::Kind::command});
+    for (const char* name : faults::kLibraryCalls) out.push_back({name, faults::Target::Kind::library_call});
     return out;
 }
 

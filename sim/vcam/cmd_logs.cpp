@@ -6,6 +6,7 @@
 #include "sim/base/text.hpp"
 #include "sim/base/faults.hpp"
 #include "sim/base/state.hpp"
+#include "sim/clock/journal.hpp"
 #include "sim/models/table.hpp"
 #include "tools/cli/json.hpp"
 
@@ -165,9 +166,20 @@ int show(const Camera& camera, const char* file, size_t from, const Form& form, 
     }
 }
 
-void show_plan(const Camera& camera)
+// An object a line that has a fault; left is null for ever.
+void show_plan_json()
 {
-    state::set_dir(camera.folder());
+    cli::Json lines = cli::Json::array();
+    for (const auto& p : faults::progress())
+        lines.push_back({{"line", p.line},
+                         {"matched", p.matched},
+                         {"hit", p.hits},
+                         {"left", p.left < 0 ? cli::Json() : cli::Json(p.left)}});
+    cli::print_json(lines);
+}
+
+void show_plan()
+{
     for (const auto& p : faults::progress())
         printf("%-36s  matched %lld, hit %lld, %s\n", p.line.c_str(), (long long)p.matched, (long long)p.hits,
                p.left < 0 ? "for ever" : text("%lld left", (long long)p.left).c_str());
@@ -179,7 +191,7 @@ std::vector<std::string> line_heads()
     std::vector<std::string> heads;
     for (const auto& target : models::fault_targets()) {
         heads.push_back(target.name);
-        for (const auto& operation : target.operations) heads.push_back(target.name + " " + operation);
+        for (const auto& operation : target.operations) heads.push_back(target.name + " " + operation.name);
     }
     return heads;
 }
@@ -190,8 +202,9 @@ int journal_main(const Arguments& arguments)
 {
     LogOptions o;
     auto options = log_options(o);
-    options.push_back(
-        {"--source", "NAME", "one source only, such as system or mtd", [&](auto& v) { o.source = v; }});
+    const std::vector<std::string> sources(std::begin(journal::kSources), std::end(journal::kSources));
+    options.push_back({"--source", "NAME", "one source only, such as system or mtd",
+                       [&](auto& v) { o.source = cli::one_of(v, sources); }, join(sources, " ")});
     const auto words = cli::parse(arguments, {options, {kCamera}});
     const Camera camera(words.plain[0]);
     return show(camera, "journal", o.last_run ? read_mark(camera).journal_bytes : 0,
@@ -218,22 +231,21 @@ int fault_main(const Arguments& arguments)
                     false,
                     line_heads()});
     const Camera camera(words.plain[0]);
-    for (const auto& line : words.rest)
+    for (const auto& line : words.rest) {
+        if (faults::is_blank(line))
+            wrong_use("'" + line + "' has no fault: write it as \"mtd1 write 3 1 EIO\"");
+        if (line.find('\n') != std::string::npos)
+            wrong_use("give each line of the plan as a word of its own");
         if (auto problem = faults::check(line, models::fault_targets()); !problem.empty()) wrong_use(problem);
+    }
     if (clear) {
         write_file(camera.path("faults"), "");
         write_file(camera.path("faults.state"), "");
     }
     for (const auto& line : words.rest) append_file(camera.path("faults"), line + "\n");
     if (!words.rest.empty() || clear) return 0;
-    if (!json) {
-        show_plan(camera);
-        return 0;
-    }
-    cli::Json lines = cli::Json::array();
-    for (const auto& line : split(read_file(camera.path("faults")), '\n'))
-        if (!line.empty()) lines.push_back(line);
-    cli::print_json(lines);
+    state::set_dir(camera.folder());
+    json ? show_plan_json() : show_plan();
     return 0;
 }
 
