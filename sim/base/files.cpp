@@ -101,8 +101,9 @@ void replace_file(const std::string& path, const std::string& content)
 {
     const std::string fresh = path + ".new";
     unlink(fresh.c_str());
-    write_all(Fd(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644)).get(),
-              content, fresh);
+    const Fd fd(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+    if (!fd) fail("cannot create %s: %s", fresh.c_str(), strerror(errno));
+    write_all(fd.get(), content, fresh);
     if (rename(fresh.c_str(), path.c_str()) < 0) fail("cannot write %s: %s", path.c_str(), strerror(errno));
 }
 

@@ -1,6 +1,7 @@
 // Text helpers, and the error that a person gets as one line.
 #include "sim/base/text.hpp"
 
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdarg>
@@ -78,7 +79,8 @@ uint64_t parse_size(const std::string& number, const char* what)
     char* end = nullptr;
     uint64_t value = strtoull(number.c_str(), &end, 0);
     bool wrong = errno || end == number.c_str() || number[0] == '-';
-    int shift = *end == 'K' ? 10 : *end == 'M' ? 20 : *end == 'G' ? 30 : 0;
+    const int unit = toupper(static_cast<unsigned char>(*end));
+    int shift = unit == 'K' ? 10 : unit == 'M' ? 20 : unit == 'G' ? 30 : 0;
     if (wrong || end[shift ? 1 : 0] || (value << shift >> shift) != value)
         fail("%s: '%s' is no size; write bytes, 0x..., or a number with K, M or G", what, number.c_str());
     return value << shift;

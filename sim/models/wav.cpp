@@ -12,7 +12,6 @@
 namespace vcam::wav {
 namespace {
 
-constexpr uint32_t kHeader = 44;
 constexpr uint64_t kMostBytes = UINT32_MAX - kHeader; // of samples: the header's sizes have 32 bits
 constexpr uint16_t kPcm = 1, kExtensible = 0xFFFE;
 constexpr int kCrossings = 16; // of the interpolation's sinc, to each side

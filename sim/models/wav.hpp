@@ -9,6 +9,8 @@
 
 namespace vcam::wav {
 
+constexpr uint32_t kHeader = 44; // bytes of the header that create() writes; the samples follow
+
 // A file with samples of 16 bits, read whole: whoever cuts it short meanwhile takes nothing away. Empty when
 // there is none or it is of another kind.
 class Reader {

@@ -72,6 +72,17 @@ Fd bound(const addrinfo& address, int type, uint16_t number)
     return fd;
 }
 
+// Says which of the two sockets could not be had, and what to do.
+[[noreturn]] void refuse_port(const Port& port, bool tcp)
+{
+    const int error = errno;
+    const char* advice = error == EADDRINUSE ? "; choose another port, or 0 for a free one"
+                         : error == EACCES   ? "; choose a port from 1024 on"
+                                             : "";
+    fail("--publish %s: %s port %u: %s%s", shown(port).c_str(), tcp ? "TCP" : "UDP", port.outside,
+         strerror(error), advice);
+}
+
 OpenPort open_port(const Port& wanted)
 {
     const Addresses address = resolve(wanted);
@@ -84,7 +95,14 @@ OpenPort open_port(const Port& wanted)
         if (open.datagrams) return open;
         if (wanted.outside) break;
     }
-    fail("--publish %s: %s", shown(open.port).c_str(), strerror(errno));
+    refuse_port(open.port, !open.listener);
+}
+
+// Another computer's address, which can be resolved, is found out here, where it costs nothing.
+void check_host(const Port& port, const std::string& words)
+{
+    if (!bound(*resolve(port), SOCK_DGRAM, 0) && errno == EADDRNOTAVAIL)
+        fail("--publish %s: %s is no address of this computer", words.c_str(), port.host.c_str());
 }
 
 // The forwarder has the sockets and nothing else of its parent's, such as the camera's lock.
@@ -136,6 +154,7 @@ Port parse_port(const std::string& words)
     port.outside = uint16_t(std::stoi(numbers.front()));
     port.inside = uint16_t(std::stoi(numbers.back()));
     if (!port.inside) fail("--publish %s: a port of the camera is 1 to 65535", words.c_str());
+    check_host(port, words);
     return port;
 }
 

@@ -25,6 +25,7 @@ namespace fs = std::filesystem;
 constexpr const char* kSimulated[] = {"watchdog", "ds1339",  "hi3516_reg", "mem",        "gpioi2c", "gpiospi",
                                       "ttyAMA1",  "ttyAMA2", "acodec",     "sys",        "vb",      "ai",
                                       "ao",       "aenc",    "adec",       "mmz_userdev"};
+constexpr uint64_t kLeastMedium = 4096; // a page; to a file system in memory 0 means without a limit
 constexpr const char* kHostDevices[] = {"null", "zero", "full", "random", "urandom", "tty"};
 
 void try_mount(const std::string& source, const std::string& target, const char* type, unsigned long flags,
@@ -254,7 +255,9 @@ Medium parse_medium(const std::string& words)
     const bool slot = parts[0] == "sd" || parts[0] == "usb";
     if (!slot || sizes.size() > 2 || (sizes.size() == 2 && sizes[1] != "ro"))
         fail("--medium %s: write it as sd=16M, usb=64M or sd=16M,ro", words.c_str());
-    return {parts[0], parse_size(sizes[0], "--medium"), sizes.size() == 2};
+    const uint64_t size = parse_size(sizes[0], "--medium");
+    if (size < kLeastMedium) fail("--medium %s: a medium has 4K or more", words.c_str());
+    return {parts[0], size, sizes.size() == 2};
 }
 
 void build_root(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan, pid_t init)

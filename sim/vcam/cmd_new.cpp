@@ -8,6 +8,7 @@
 #include "sim/sandbox/pieces.hpp"
 #include "sim/base/text.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -32,6 +33,13 @@ constexpr Geometry kGeometries[] = {
     {"nor", {"nor,512K,64K,1", "nor,3M,64K,1", "nor,11776K,64K,1", "nor,1M,64K,1"}},
     {"nand", {"nand,1M,16K,512", "nand,8M,16K,512", "nand,48M,16K,512", "nand,7M,16K,512"}},
 };
+// What a partition must hold so that the camera starts.
+constexpr struct {
+    const char* partition;
+    uint64_t bytes;
+    const char* content;
+} kLeast[] = {{"mtd0", kBootBytes, "the boot loader and its variables"},
+              {"mtd3", 128 << 10, "the settings"}}; // each file takes a page of memory while it is mounted
 constexpr size_t kKernelBytes = 0x180000, kRootBytes = 0x600000; // what the factory's images fill
 constexpr time_t kFirmwareTime = 1348028640;                     // 2012-09-19 04:24:00 UTC
 
@@ -120,14 +128,40 @@ const Partition& named(const std::vector<Partition>& parts, const std::string& n
     wrong_use(text("%s %s: there are mtd0 to mtd%zu", option, name.c_str(), parts.size() - 1));
 }
 
-std::string geometry(const NewOptions& o, const std::string& name, const char* usual)
+// "" or the size that the options ask for.
+std::string size_of(const NewOptions& o, const std::string& name)
 {
+    std::string size;
+    for (const auto& [which, wanted] : o.sizes)
+        if (which == name) size = wanted;
+    return size;
+}
+
+// The largest erase block that divides the size.
+uint64_t most_erase_block(uint64_t size) { return std::min<uint64_t>(size & (~size + 1), kMostEraseBlock); }
+
+Partition partition(const NewOptions& o, const std::string& name, const char* usual)
+{
+    const std::string wanted = size_of(o, name);
     auto words = split(usual, ',');
-    for (const auto& [which, size] : o.sizes)
-        if (which == name) words[1] = size;
     if (!o.erase_block.empty()) words[2] = o.erase_block;
     if (!o.page.empty()) words[3] = o.page;
-    return join(words, ",");
+    if (!wanted.empty()) words[1] = wanted;
+    const uint64_t size = parse_size(words[1], ("--size " + name).c_str());
+    const uint64_t erase = parse_size(words[2], "--erase-block");
+    if (!wanted.empty() && (size == 0 || size % erase))
+        wrong_use(text("--size %s=%s: give whole erase blocks, a multiple of %s", name.c_str(),
+                       wanted.c_str(), human_size(erase).c_str()));
+    for (const auto& least : kLeast)
+        if (name == least.partition && size < least.bytes)
+            wrong_use(text("--size %s=%s: give %s or more, for %s", name.c_str(), wanted.c_str(),
+                           human_size(least.bytes).c_str(), least.content));
+    if (size % erase)
+        wrong_use(text(
+            "--erase-block %s: %s has %s, so give %s to %s, or another --size %s=", o.erase_block.c_str(),
+            name.c_str(), human_size(size).c_str(), human_size(kLeastEraseBlock).c_str(),
+            human_size(most_erase_block(size)).c_str(), name.c_str()));
+    return parse_partition(name, join(words, ","));
 }
 
 std::vector<Partition> partitions(const NewOptions& o)
@@ -138,11 +172,10 @@ std::vector<Partition> partitions(const NewOptions& o)
     for (const auto& g : kGeometries) {
         if (o.flash != g.flash) continue;
         for (size_t i = 0; i < g.partitions.size(); ++i) {
-            const std::string name = text("mtd%zu", i);
             try {
-                out.push_back(parse_partition(name, geometry(o, name, g.partitions[i])));
+                out.push_back(partition(o, text("mtd%zu", i), g.partitions[i]));
             } catch (const Error& e) {
-                wrong_use(text("--size %s", e.what()));
+                wrong_use(e.what());
             }
         }
     }
@@ -186,7 +219,9 @@ std::vector<BadBlock> bad_blocks(const NewOptions& o, const std::vector<Partitio
         auto words = split(bad, ':');
         if (words.size() != 2) wrong_use(text("--bad %s: write it as mtd2:17", bad.c_str()));
         const auto& p = named(parts, words[0], "--bad");
-        out.push_back({p.name, parse_size(words[1], "--bad")});
+        if (words[1].empty() || words[1].find_first_not_of("0123456789") != std::string::npos)
+            wrong_use(text("--bad %s: write it as mtd2:17", bad.c_str()));
+        out.push_back({p.name, strtoull(words[1].c_str(), nullptr, 10)});
         if (p.type != "nand") wrong_use(text("--bad %s: only NAND flash has bad blocks", bad.c_str()));
         if (out.back().block >= p.size / p.erase_size)
             wrong_use(text("--bad %s: %s has %llu blocks", bad.c_str(), p.name.c_str(),

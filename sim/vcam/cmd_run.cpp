@@ -8,6 +8,8 @@
 #include "sim/sandbox/publish.hpp"
 #include "sim/sandbox/sandbox.hpp"
 #include "sim/base/text.hpp"
+#include "sim/models/wav.hpp"
+#include "sim/vcam/run_options.hpp"
 #include "tools/audio/wav.hpp"
 #include "tools/cli/output_file.hpp"
 
@@ -28,103 +30,6 @@ namespace {
 
 // $LIB is the dynamic linker's: programs of 32 and 64 bits run side by side.
 constexpr const char* kLibraryInside = "/run/sim/$LIB/libvcamsim.so";
-
-struct RunOptions {
-    std::vector<std::pair<std::string, std::string>> init; // options that pid 1 takes
-    std::vector<std::string> environment;
-    std::vector<Bind> binds;
-    std::vector<Medium> media;
-    std::vector<Port> ports;
-    std::string neighbour;
-    std::string microphone, speaker; // host files
-    std::string loop;                // milliseconds from the loudspeaker to the microphone
-    bool realtime = false, verbose = false, no_preload = false, no_mark = false, force = false;
-};
-
-using Options = std::vector<cli::Option>;
-
-const std::string& check_variable(const std::string& words)
-{
-    const size_t equal = words.find('=');
-    if (equal == 0 || equal == std::string::npos) fail("write it as NAME=VALUE");
-    return words;
-}
-
-Options environment_options(RunOptions& o)
-{
-    return {{"--env", "NAME=VALUE", "an environment variable",
-             [&](auto& v) { o.environment.push_back(check_variable(v)); }},
-            {"--realtime", nullptr, "sleeps take their time", [&](auto&) { o.realtime = true; }},
-            {"--no-preload", nullptr, "without the simulated drivers", [&](auto&) { o.no_preload = true; }}};
-}
-
-Options sound_options(RunOptions& o)
-{
-    return {
-        {"--mic", "FILE.wav", "what the microphone hears: a sound file of any rate and number of channels",
-         [&](auto& v) { o.microphone = v; }},
-        {"--speaker", "FILE.wav", "where to put what the loudspeaker has played",
-         [&](auto& v) { o.speaker = v; }},
-        {"--force", nullptr, "let --speaker replace a file that is no WAV file",
-         [&](auto&) { o.force = true; }},
-        {"--loop", "MS", "the microphone hears the loudspeaker too, so many milliseconds later (0 to 1000)",
-         [&](auto& v) { o.loop = std::to_string(cli::whole_number(v, 0, 1000)); }}};
-}
-
-void add_medium(RunOptions& o, const std::string& words)
-{
-    const Medium medium = parse_medium(words);
-    for (const Medium& other : o.media)
-        if (other.slot == medium.slot) fail("the slot %s has a medium already", medium.slot.c_str());
-    o.media.push_back(medium);
-}
-
-Options outside_options(RunOptions& o)
-{
-    return {{"--bind", "HOST[:INSIDE]", "show a host file or folder, read-only (in /run/bin)",
-             [&](auto& v) { o.binds.push_back(parse_bind(v, false)); }},
-            {"--bind-rw", "HOST[:INSIDE]", "the same, writable",
-             [&](auto& v) { o.binds.push_back(parse_bind(v, true)); }},
-            {"--link", "ADDRESS", "an interface eth0, and a neighbour of that address on its wire",
-             [&](auto& v) { check_link(v), o.neighbour = v; }},
-            {"--publish", "[HOST:]PORT[:PORT]",
-             "lead a TCP and UDP port of the host (127.0.0.1) to one of the camera; implies --realtime",
-             [&](auto& v) { o.ports.push_back(parse_port(v)), o.realtime = true; }},
-            {"--medium", "SLOT=SIZE[,ro]", "a medium in the slot sd or usb, on /mnt/sd or /mnt/usb",
-             [&](auto& v) { add_medium(o, v); }, "sd= usb="}};
-}
-
-// Checked here, where a wrong value costs nothing; pid 1 takes them.
-Options init_options(RunOptions& o)
-{
-    const auto seconds = [&o](const char* name) {
-        return [&o, name](const std::string& value) {
-            parse_seconds(value, name);
-            o.init.emplace_back(name, value);
-        };
-    };
-    const auto daemon = [&o](const std::string& value) {
-        parse_daemon(value);
-        o.init.emplace_back("--daemon", value);
-    };
-    return {{"--timeout", "SECONDS", "end the camera after so long on the wall: status 124",
-             seconds("--timeout")},
-            {"--linger", "SECONDS", "camera time that goes on after the program's end", seconds("--linger")},
-            {"--daemon", "PATH[:OPTIONS]", "a daemon more; OPTIONS ignore-term, hold=FILE", daemon}};
-}
-
-// What run and shell have; exec joins a camera whose surroundings stand already.
-Options start_options(RunOptions& o)
-{
-    Options all = init_options(o);
-    for (const Options& more : {outside_options(o), sound_options(o), environment_options(o)})
-        all.insert(all.end(), more.begin(), more.end());
-    all.push_back(
-        {"--no-mark", nullptr, "keep what vcam diff compares with", [&](auto&) { o.no_mark = true; }});
-    all.push_back(
-        {"-v", nullptr, "say on standard error how the camera ended", [&](auto&) { o.verbose = true; }});
-    return all;
-}
 
 std::string given(const char* name, const char* otherwise)
 {
@@ -205,16 +110,15 @@ int wait_for_end(pid_t child)
 // place waits meanwhile.
 class Surroundings {
 public:
-    Surroundings(const Camera& camera, const RunOptions& o)
+    // heard: the microphone's file, "" for the camera's own.
+    Surroundings(const Camera& camera, const RunOptions& o, const std::string& heard)
         : microphone_(camera.path("mic.wav")), own_(camera.path("mic.own")), loop_(camera.path("loop"))
     {
         put_back(); // a killed launcher's
-        if (!o.microphone.empty()) {
-            // Converted once: the drivers read plain files of 16 bits, and would hear silence where there is none.
-            const std::string bytes = zaudio::wav_bytes(zaudio::read_sound(o.microphone));
+        if (!heard.empty()) {
             if (exists(microphone_)) std::filesystem::rename(microphone_, own_);
             given_ = true;
-            write_file(microphone_, bytes);
+            write_file(microphone_, heard);
         }
         if (!o.loop.empty()) write_file(loop_, o.loop + "\n");
     }
@@ -237,11 +141,31 @@ private:
     bool given_ = false;
 };
 
+// A file that an option names and that will not do is wrong use, as any other wrong value is.
+template<class Make> auto named_by(const char* option, Make make)
+{
+    try {
+        return make();
+    } catch (const std::exception& e) {
+        wrong_use(text("%s %s", option, e.what()));
+    }
+}
+
+// Converted once: the drivers read plain files of 16 bits, and would hear silence where there is none.
+std::string microphone_bytes(const RunOptions& o)
+{
+    if (o.microphone.empty()) return "";
+    return named_by("--mic", [&] { return zaudio::wav_bytes(zaudio::read_sound(o.microphone)); });
+}
+
 // Checked before the camera starts as well: a name that cannot be written would cost the whole run.
 std::unique_ptr<cli::OutputFile> speaker_file(const RunOptions& o)
 {
     if (o.speaker.empty()) return nullptr;
-    return std::make_unique<cli::OutputFile>(o.speaker, cli::wav_rule(o.force), cli::Arguments{o.microphone});
+    return named_by("--speaker", [&] {
+        return std::make_unique<cli::OutputFile>(o.speaker, cli::wav_rule(o.force),
+                                                 cli::Arguments{o.microphone});
+    });
 }
 
 // What a program of the camera put in the place of a file would lead to a file of the host, or wait for ever.
@@ -257,11 +181,14 @@ void refuse_other_than_files(const Camera& camera)
 
 void take_speaker(const Camera& camera, const RunOptions& o, cli::OutputFile& output)
 {
-    if (!exists(camera.path("speaker.wav"))) {
+    const std::string played = camera.path("speaker.wav");
+    struct stat info = {};
+    // The drivers make the file, without samples, when an output is enabled.
+    if (stat(played.c_str(), &info) < 0 || info.st_size <= wav::kHeader) {
         fprintf(stderr, "vcam: nothing was played: %s is not written\n", o.speaker.c_str());
         return;
     }
-    const Mapped sound(camera.path("speaker.wav"));
+    const Mapped sound(played);
     output.write(sound.data(), sound.size());
     output.commit();
 }
@@ -292,12 +219,12 @@ void check_places(const RunOptions& o)
 
 int run_camera(const Camera& camera, const RunOptions& o, const Arguments& command)
 {
-    check_places(o);
     const auto speaker = speaker_file(o);
+    const std::string heard = microphone_bytes(o);
     Fd held = camera.lock();
     Publisher ports(o.ports);
     const Pieces pieces = find_pieces();
-    const Surroundings surroundings(camera, o);
+    const Surroundings surroundings(camera, o, heard);
     if (!o.no_mark) set_mark(camera);
     for (const char* name : {"ending", "cause"}) unlink(camera.path(name).c_str());
     catch_signals();
@@ -318,10 +245,13 @@ int run_camera(const Camera& camera, const RunOptions& o, const Arguments& comma
     return status;
 }
 
-Arguments interactive_shell()
+// Reads commands from a terminal with prompts and job control, from a pipe or a file without.
+Arguments living_shell()
 {
-    if (access("/usr/bin/bash", X_OK) == 0) return {"/usr/bin/bash", "--norc", "--noprofile", "-i"};
-    return {"/bin/sh", "-i"};
+    Arguments shell = {"/bin/sh"};
+    if (access("/usr/bin/bash", X_OK) == 0) shell = {"/usr/bin/bash", "--norc", "--noprofile"};
+    if (isatty(STDIN_FILENO)) shell.emplace_back("-i");
+    return shell;
 }
 
 int exec_in(const Camera& camera, const RunOptions& o, const Arguments& command)
@@ -343,6 +273,7 @@ int run_main(const Arguments& arguments)
     RunOptions o;
     const auto words = cli::parse(
         arguments, {start_options(o), {kCamera}, "PROGRAM [ARGUMENT]...", cli::Operand::program, true});
+    check_places(o);
     return run_camera(Camera(words.plain[0]), o, words.rest);
 }
 
@@ -350,10 +281,16 @@ int shell_main(const Arguments& arguments)
 {
     RunOptions o;
     const auto words = cli::parse(arguments, {start_options(o), {kCamera}});
+    check_places(o);
     o.environment.emplace_back("PS1=camera:\\w# ");
     const Camera camera(words.plain[0]);
-    if (camera.running()) return exec_in(camera, o, interactive_shell());
-    return run_camera(camera, o, interactive_shell());
+    if (!camera.running()) return run_camera(camera, o, living_shell());
+    if (!o.start_only.empty())
+        wrong_use(
+            text("%s: the camera runs already, and this acts on its start only; leave it out to join the "
+                 "camera, or wait for its end",
+                 join(o.start_only, ", ").c_str()));
+    return exec_in(camera, o, living_shell());
 }
 
 int exec_main(const Arguments& arguments)

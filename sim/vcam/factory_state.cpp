@@ -122,9 +122,7 @@ std::vector<std::string> factory_daemons(const FactoryOptions& options)
 std::string factory_boot(const FactoryOptions& options, size_t size)
 {
     std::string out = factory_image(0x30000, size, 1);
-    if (size < kEnvironmentOffset + kEnvironmentSize)
-        fail("mtd0 needs at least 0x%zx bytes for the boot loader and its variables",
-             kEnvironmentOffset + kEnvironmentSize);
+    static_assert(kEnvironmentOffset + kEnvironmentSize == kBootBytes);
     return out.replace(kEnvironmentOffset, kEnvironmentSize, environment(options));
 }
 

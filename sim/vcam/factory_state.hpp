@@ -29,7 +29,8 @@ std::vector<FactoryFile> factory_settings(const FactoryOptions& options);
 std::vector<FactoryFile> factory_files(const FactoryOptions& options);
 // Programs of the firmware that exist as daemons with nothing to do.
 std::vector<std::string> factory_daemons(const FactoryOptions& options);
-// The boot loader's partition: code, and at 0x40000 its environment.
+// The boot loader's partition, of kBootBytes or more: code, and at 0x40000 its environment.
+constexpr size_t kBootBytes = 0x50000;
 std::string factory_boot(const FactoryOptions& options, size_t size);
 // Bytes that stand for a firmware image, the rest of the partition erased.
 std::string factory_image(size_t filled, size_t size, unsigned seed);

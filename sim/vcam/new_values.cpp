@@ -11,8 +11,7 @@
 namespace vcam {
 namespace {
 
-constexpr size_t kLongestVariable = 255;                               // the firmware's own limit
-constexpr uint64_t kLeastEraseBlock = 8192, kMostEraseBlock = 1 << 20; // a JFFS2 node needs more than 4 KiB
+constexpr size_t kLongestVariable = 255; // the firmware's own limit
 constexpr uint64_t kLeastPage = 512, kMostPage = 8192;
 
 bool all_of(const std::string& text, int (*is)(int))
@@ -22,7 +21,11 @@ bool all_of(const std::string& text, int (*is)(int))
 
 const std::string& power_of_two(const std::string& size, uint64_t low, uint64_t high)
 {
-    const uint64_t bytes = parse_size(size, "it");
+    uint64_t bytes = 0;
+    try {
+        bytes = parse_size(size, "");
+    } catch (const Error&) { // said below, with what would be right
+    }
     if (bytes < low || bytes > high || bytes & (bytes - 1))
         fail("give a power of two from %s to %s", human_size(low).c_str(), human_size(high).c_str());
     return size;

@@ -1,9 +1,12 @@
 // What the values of a new camera may be. Each returns its text, or throws with the range or the list.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace vcam {
+
+constexpr uint64_t kLeastEraseBlock = 8192, kMostEraseBlock = 1 << 20; // a JFFS2 node needs more than 4 KiB
 
 const std::string& check_model(const std::string& code);  // a code that the firmware knows
 const std::string& check_mac(const std::string& address); // of one interface, no group's
