@@ -59,17 +59,20 @@ using Serve = std::function<void(Peer)>;
 // Serves connections one after another until it goes.
 class FakeCamera {
 public:
-    explicit FakeCamera(Serve serve) : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    explicit FakeCamera(Serve serve, std::chrono::milliseconds late = {})
+        : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
     {
         sockaddr_in own = {};
         own.sin_family = AF_INET;
         own.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t length = sizeof own;
         EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&own), sizeof own), 0);
-        EXPECT_EQ(listen(listener_, 5), 0);
+        if (late.count() == 0) listen(listener_, 5);
         EXPECT_EQ(getsockname(listener_, reinterpret_cast<sockaddr*>(&own), &length), 0);
         address = "127.0.0.1 " + std::to_string(ntohs(own.sin_port)) + " ";
-        thread_ = std::thread([this, serve = std::move(serve)] {
+        thread_ = std::thread([this, late, serve = std::move(serve)] {
+            std::this_thread::sleep_for(late);
+            listen(listener_, 5);
             for (int fd; (fd = accept(listener_, nullptr, nullptr)) >= 0; close(fd)) serve(Peer{fd});
         });
     }
@@ -334,6 +337,9 @@ TEST(ZepAudio, AFileOrAHostThatIsNotThere)
     for (const char* arguments : {"play 127.0.0.1 1 /nonexistent.wav", "play 127.0.0.1 1 /etc/passwd",
                                   "status 127.0.0.1 1", "status no-such-host.invalid 1"})
         EXPECT_EQ(run(arguments).status, 2) << arguments;
+    const FakeCamera late([](Peer peer) { serve_session(peer, [](const std::string&) {}); },
+                          std::chrono::milliseconds(500));
+    EXPECT_EQ(run("status --wait 100 " + late.address).status, 0);
 }
 
 } // namespace

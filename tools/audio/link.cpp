@@ -13,6 +13,7 @@
 #include <poll.h>
 #include <stdexcept>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 
 namespace zaudio {
@@ -23,6 +24,7 @@ using zep::append_le16, zep::append_le32, zep::load_le16, zep::load_le32;
 
 // A station that stops reading is then noticed by the camera while little of its sound is on the way.
 constexpr int kReceiveBuffer = 8 * 1024;
+constexpr auto kTryAgain = std::chrono::milliseconds(100);
 
 [[noreturn]] void fail(const std::string& what) { throw std::runtime_error(what); }
 
@@ -108,14 +110,23 @@ int32_t Message::word(size_t index) const
     return body.size() >= 4 * index + 4 ? int32_t(load_le32(body.data() + 4 * index)) : 0;
 }
 
-Link::Link(const std::string& host, const std::string& port, std::chrono::seconds limit) : limit_(limit)
+Link::Link(const std::string& host, const std::string& port, std::chrono::seconds limit,
+           std::chrono::seconds wait)
+    : limit_(limit)
 {
+    const auto until = Clock::now() + wait;
     addrinfo hints = {}, *found = nullptr;
     hints.ai_socktype = SOCK_STREAM;
     if (int error = getaddrinfo(host.c_str(), port.c_str(), &hints, &found))
         fail(host + ": " + gai_strerror(error));
-    for (const addrinfo* a = found; a && fd_ < 0; a = a->ai_next) fd_ = connect_to(*a, limit);
+    for (;;) {
+        for (const addrinfo* a = found; a && fd_ < 0; a = a->ai_next) fd_ = connect_to(*a, limit);
+        if (fd_ >= 0 || errno != ECONNREFUSED || Clock::now() >= until) break;
+        std::this_thread::sleep_for(kTryAgain);
+    }
+    const int error = errno;
     freeaddrinfo(found);
+    errno = error;
     if (fd_ < 0) fail(host + " port " + port + ": " + strerror(errno));
     const int on = 1;
     setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);

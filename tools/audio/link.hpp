@@ -33,7 +33,9 @@ std::string result_text(int32_t result);
 // Every failure of the connection is thrown as std::runtime_error, one line.
 class Link {
 public:
-    Link(const std::string& host, const std::string& port, std::chrono::seconds limit);
+    // limit: for the connection and each answer; wait: to try again while the camera refuses the connection.
+    Link(const std::string& host, const std::string& port, std::chrono::seconds limit,
+         std::chrono::seconds wait);
     ~Link();
     Link(const Link&) = delete;
     Link& operator=(const Link&) = delete;

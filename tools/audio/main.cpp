@@ -212,7 +212,8 @@ int verdict(const Options& options)
 
 int status(const Options& options)
 {
-    Link link(options.host, options.port, std::chrono::seconds(options.limit_s));
+    Link link(options.host, options.port, std::chrono::seconds(options.limit_s),
+              std::chrono::seconds(options.wait_s));
     Clock::duration round_trip;
     const zaudio::Status now = link.status(&round_trip);
     if (options.json) {
@@ -291,6 +292,8 @@ cli::Syntax syntax(Options& o, unsigned groups, const std::vector<cli::Operand>&
         syntax.options.push_back({"--json", nullptr, "for programs", [&](auto&) { o.json = true; }});
     syntax.options.push_back({"--limit", "S", "for the connection and each answer (10)",
                               [&](auto& v) { o.limit_s = int(cli::whole_number(v, 1, 3600)); }});
+    syntax.options.push_back({"--wait", "S", "for a camera that does not listen yet (0)",
+                              [&](auto& v) { o.wait_s = int(cli::whole_number(v, 0, 3600)); }});
     return syntax;
 }
 

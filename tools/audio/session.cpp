@@ -41,7 +41,8 @@ public:
     Session(const Options& options, int rate, const Job& job)
         : options_(options), job_(job), rate_(rate), points_(job.encode ? 160u : 320u),
           encoder_(options.type), decoder_(options.type),
-          link_(options.host, options.port, std::chrono::seconds(options.limit_s))
+          link_(options.host, options.port, std::chrono::seconds(options.limit_s),
+                std::chrono::seconds(options.wait_s))
     {
         report_.recorded.rate = rate;
         report_.points = points_;

@@ -20,6 +20,7 @@ struct Options {
     double level_min = -40, level_max = 0, snr_min = 20; // dB
     int mic_in = 1, mic_volume = 15, adc_volume = 0, dac_volume = 0;
     int limit_s = 10; // for the connection and each answer
+    int wait_s = 0;   // for a camera that does not listen yet
     bool meter = false;
     bool force = false;  // replace an output that is no WAV file
     bool listen = false; // the tone comes from elsewhere
