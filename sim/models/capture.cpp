@@ -18,8 +18,6 @@ constexpr uint32_t kBlocksOfFrame = 4; // left, right, and both of the echo refe
 constexpr uint32_t kLongestLoop =
     1000; // milliseconds; the output's record of what it played goes back that far
 
-uint32_t device_of(uint32_t slot) { return slot / kChannels; }
-
 bool any_channel(const Page& page, uint32_t device)
 {
     const AiChannel* first = page.ai + device * kChannels;

@@ -12,7 +12,7 @@ namespace {
 
 constexpr int64_t kMoment = 20'000'000; // host time
 
-bool from_input_to_output(const Bind& b)
+bool from_input_to_output(const Binding& b)
 {
     return b.used && b.source.module == int(kModAi) && b.destination.module == int(kModAo);
 }
@@ -72,7 +72,7 @@ void hand_on(Page& page, uint32_t slot)
 {
     Passing frame(page, slot);
     bool kept = pass(page, slot);
-    for (Bind& b : page.sys.binds) {
+    for (Binding& b : page.sys.binds) {
         if (!from_input_to_output(b) || slot_of(b.source) != slot) continue;
         const bool played = frame.play_on(slot_of(b.destination));
         ++(played ? b.frames : b.dropped);
@@ -86,7 +86,7 @@ void hand_on(Page& page, uint32_t slot)
 uint32_t first_due(const Page& page, Ns now)
 {
     uint32_t first = kSlots;
-    for (const Bind& b : page.sys.binds) {
+    for (const Binding& b : page.sys.binds) {
         if (!from_input_to_output(b)) continue;
         const Ns when = next_frame(page, slot_of(b.source));
         if (when <= now && (first == kSlots || when < next_frame(page, first))) first = slot_of(b.source);

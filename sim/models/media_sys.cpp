@@ -57,9 +57,9 @@ bool exists(const Chn& c)
     return c.module == int(kModAenc) && device == 0 && channel < kAencChannels;
 }
 
-Bind* bound(Page& page, const Chn& destination)
+Binding* bound(Page& page, const Chn& destination)
 {
-    for (Bind& b : page.sys.binds)
+    for (Binding& b : page.sys.binds)
         if (b.used && b.destination == destination) return &b;
     return nullptr;
 }
@@ -70,8 +70,8 @@ int bind(Page& page, const Chn& from, const Chn& to, Ns now)
         return refused(kIllegal);
     if (!page.sys.ready) return refused(kNotReady);
     if (bound(page, to)) return refused(kNotPermitted);
-    Bind* free = std::find_if(std::begin(page.sys.binds), std::end(page.sys.binds),
-                              [](const Bind& b) { return !b.used; });
+    Binding* free = std::find_if(std::begin(page.sys.binds), std::end(page.sys.binds),
+                              [](const Binding& b) { return !b.used; });
     if (free == std::end(page.sys.binds)) return refused(kNoMemory);
     Ns next = kNever;
     frames_waiting(page, slot_of(from), now, &next); // what has been taken by now is not for the new one
@@ -82,7 +82,7 @@ int bind(Page& page, const Chn& from, const Chn& to, Ns now)
 int unbind(Page& page, const Chn* from, const Chn& to)
 {
     if (!exists(to)) return refused(kIllegal);
-    Bind* b = bound(page, to);
+    Binding* b = bound(page, to);
     if (!b) return 0;
     if (from && b->source != *from) return refused(kNotPermitted);
     *b = {};
@@ -98,7 +98,7 @@ void stop_all(Page& page, Ns now)
         page.ao_device[device].configured = 0;
     }
     for (AiChannel& c : page.ai) c.aec = 0;
-    for (Bind& b : page.sys.binds) b = {};
+    for (Binding& b : page.sys.binds) b = {};
     page.sys.ready = 0;
 }
 
@@ -194,7 +194,7 @@ private:
         Current page;
         if (request == kUnbind) return unbind(*page, from, *to);
         if (request == kBind) return bind(*page, *from, *to, page.now);
-        const Bind* b = exists(*to) ? bound(*page, *to) : nullptr;
+        const Binding* b = exists(*to) ? bound(*page, *to) : nullptr;
         return b ? store(from, b->source) : refused(exists(*to) ? kMissing : kIllegal);
     }
 };

@@ -42,7 +42,7 @@ struct Chn {
 };
 constexpr uint32_t slot_of(const Chn& c) { return uint32_t(c.device) * kChannels + uint32_t(c.channel); }
 
-struct Bind {
+struct Binding {
     Chn source, destination;
     uint32_t used;
     uint32_t frames, dropped; // of an output's: what it got, what it could not take
@@ -51,7 +51,7 @@ struct Bind {
 struct Sys {
     uint32_t ready, align, configured, binds_used;
     Ns pts_offset_us; // time stamp - camera time
-    Bind binds[kBinds];
+    Binding binds[kBinds];
 };
 
 enum class Block : uint8_t { free, driver, user };

@@ -11,7 +11,6 @@
 namespace vcam::media {
 namespace {
 
-uint32_t device_of(uint32_t slot) { return slot / kChannels; }
 const Attributes& attributes(const Page& page, uint32_t slot)
 {
     return page.ao_device[device_of(slot)].attributes;

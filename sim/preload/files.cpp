@@ -34,7 +34,6 @@ int64_t off_t_bits(off_t offset)
 
 // The device a path names, when this process is in a camera.
 Model* device_at(const char* path) { return active() ? device::find(path) : nullptr; }
-Model* device_of(int fd) { return active() ? device::of(fd) : nullptr; }
 
 // Gathers or scatters through one buffer: a device sees one operation, as its driver would.
 template<class Run> ssize_t vectored(const iovec* parts, int count, bool gather, Run run)

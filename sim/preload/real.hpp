@@ -1,6 +1,8 @@
 // The way from an interposer to the function it stands in front of.
 #pragma once
 
+#include "sim/models/model.hpp"
+
 #include <atomic>
 #include <type_traits>
 
@@ -8,6 +10,8 @@ namespace vcam {
 
 // True when this process belongs to a camera. Without one every interposer passes its call on.
 bool active();
+// The device behind a descriptor, when this process is in a camera.
+inline Model* device_of(int fd) { return active() ? device::of(fd) : nullptr; }
 
 void* next_symbol(const char* name);
 

@@ -15,8 +15,6 @@ namespace {
 
 constexpr uint32_t kGet = 0x5401, kSet = 0x5402, kBreak = 0x5409, kFlow = 0x540A, kFlush = 0x540B;
 
-Model* device_of(int fd) { return active() ? device::of(fd) : nullptr; }
-
 void* number(long value) { return reinterpret_cast<void*>(value); }
 
 // The C library's record is longer than the kernel's.

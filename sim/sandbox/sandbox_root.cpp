@@ -35,7 +35,7 @@ void try_mount(const std::string& source, const std::string& target, const char*
         fail("cannot mount %s on %s: %s", source.c_str(), target.c_str(), strerror(errno));
 }
 
-void bind(const std::string& source, const std::string& target, bool writable)
+void bind_mount(const std::string& source, const std::string& target, bool writable)
 {
     try_mount(source, target, nullptr, MS_BIND | MS_REC);
     if (writable) return;
@@ -98,7 +98,7 @@ private:
     void place(const std::string& source, const std::string& inside, bool writable = false)
     {
         make_place(source, own_folder(inside));
-        bind(source, root_ + inside, writable);
+        bind_mount(source, root_ + inside, writable);
     }
 
     // /lib and its sisters are links on a merged host and folders on others; both are kept. The others have
@@ -186,7 +186,7 @@ private:
             if (isdigit(static_cast<unsigned char>(entry.path().filename().string()[0])) ||
                 lstat(path.c_str(), &st) < 0 || S_ISLNK(st.st_mode))
                 continue;
-            if (S_ISDIR(st.st_mode) || (st.st_mode & 0222)) bind(path, path, false);
+            if (S_ISDIR(st.st_mode) || (st.st_mode & 0222)) bind_mount(path, path, false);
         }
         if (last_pid) try_mount(text("/proc/self/fd/%d", last_pid.get()), numbers, nullptr, MS_BIND);
     }

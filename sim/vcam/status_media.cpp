@@ -123,11 +123,11 @@ void print_acodec(const Acodec& chip)
 }
 
 // Only what goes to an output flows in the drivers; an encoder's program fetches for itself.
-bool flows(const Bind& b) { return b.destination.module == int(kModAo); }
+bool flows(const Binding& b) { return b.destination.module == int(kModAo); }
 
 void print_binds(const Page& page)
 {
-    for (const Bind& b : page.sys.binds) {
+    for (const Binding& b : page.sys.binds) {
         if (!b.used) continue;
         const std::string counts = text(", %u frames, %u dropped", b.frames, b.dropped);
         printf("bind      %s -> %s%s\n", name_of(b.source).c_str(), name_of(b.destination).c_str(),
@@ -135,7 +135,7 @@ void print_binds(const Page& page)
     }
 }
 
-cli::Json bind_json(const Bind& b)
+cli::Json bind_json(const Binding& b)
 {
     cli::Json json = {{"from", name_of(b.source)}, {"to", name_of(b.destination)}};
     if (flows(b)) json.update({{"frames", b.frames}, {"dropped", b.dropped}});
@@ -208,7 +208,7 @@ cli::Json media_json(const Page& page)
 {
     cli::Json json = {{"system", bool(page.sys.ready)}};
     for (const char* list : {"binds", "pools", "ai", "ao"}) json[list] = cli::Json::array();
-    for (const Bind& b : page.sys.binds)
+    for (const Binding& b : page.sys.binds)
         if (b.used) json["binds"].push_back(bind_json(b));
     for (uint32_t i = 0; i < kPools; ++i)
         if (page.vb.pools[i].used) json["pools"].push_back(pool_json(i, page.vb.pools[i]));
@@ -231,7 +231,7 @@ std::string media_dot(const Page* page)
             out += text("  \"mic.wav\" -> \"%s\" [label=\"%u taken, %u lost\"];\n", name.c_str(), c.delivered,
                         c.lost);
     }
-    for (const Bind& b : page->sys.binds) {
+    for (const Binding& b : page->sys.binds) {
         const std::string counts = text(" [label=\"%u frames, %u dropped\"]", b.frames, b.dropped);
         if (b.used)
             out += text("  \"%s\" -> \"%s\"%s;\n", name_of(b.source).c_str(), name_of(b.destination).c_str(),

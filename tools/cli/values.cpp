@@ -12,7 +12,7 @@ namespace {
 struct Color {
     enum { automatic, always, never } when = automatic;
 };
-constinit Color state;
+constinit Color color;
 
 std::string shown(double value)
 {
@@ -62,7 +62,7 @@ const std::string& one_of(const std::string& text, const std::vector<std::string
 
 void use_color(const std::string& when)
 {
-    state.when = one_of(when, {"auto", "always", "never"}) == "auto" ? Color::automatic
+    color.when = one_of(when, {"auto", "always", "never"}) == "auto" ? Color::automatic
                  : when == "always"                                  ? Color::always
                                                                      : Color::never;
 }
@@ -71,7 +71,7 @@ std::string paint(int fd, Style style, const std::string& text)
 {
     const char* no = getenv("NO_COLOR");
     const bool on =
-        state.when == Color::always || (state.when == Color::automatic && !(no && *no) && isatty(fd));
+        color.when == Color::always || (color.when == Color::automatic && !(no && *no) && isatty(fd));
     if (!on) return text;
     const char* codes[] = {"\033[32m", "\033[31m", "\033[1m"};
     return codes[int(style)] + text + "\033[0m";

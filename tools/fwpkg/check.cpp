@@ -103,7 +103,7 @@ void print_fit(const Checked& p, const CheckOptions& options)
     }
 }
 
-void print_text(const Checked& p, const CheckOptions& options)
+void print_checked(const Checked& p, const CheckOptions& options)
 {
     const char* path = p.file.path.c_str();
     if (p.problem.empty())
@@ -120,7 +120,7 @@ void print_text(const Checked& p, const CheckOptions& options)
     print_fit(p, options);
 }
 
-void print_json(const Checked& p)
+void print_checked_json(const Checked& p)
 {
     cli::Json json = {
         {"file", p.file.path}, {"file_bytes", p.file.size}, {"good", p.problem.empty()}, {"sha256", nullptr}};
@@ -179,7 +179,7 @@ int check(const cli::Arguments& arguments)
     package.finding = check_package(package.file, device, options.compare_marker, package.header);
     package.problem = problem_of(package, options);
     add_sums(package);
-    options.json ? print_json(package) : print_text(package, options);
+    options.json ? print_checked_json(package) : print_checked(package, options);
     return package.problem.empty() ? kGood : kRefused;
 }
 

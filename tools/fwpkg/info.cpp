@@ -77,7 +77,7 @@ void print_kernel(const KernelInfo& kernel)
            kernel.header_crc_good ? "good" : "wrong");
 }
 
-void print_text(const PackageInfo& p)
+void print_info(const PackageInfo& p)
 {
     printf("%s\n", p.file.path.c_str());
     printf("marker   %s\n", marker_text(p.header.marker).c_str());
@@ -115,7 +115,7 @@ cli::Json kernel_json(const KernelInfo& kernel)
             {"header_crc_good", kernel.header_crc_good}};
 }
 
-void print_json(const PackageInfo& p)
+void print_info_json(const PackageInfo& p)
 {
     cli::Json json = {{"file", p.file.path},
                       {"file_bytes", p.file.size},
@@ -158,7 +158,7 @@ int info(const cli::Arguments& arguments)
     for (unsigned i = 0; i < 3; ++i)
         package.image[i] = sums_of(fd, package.header.offset(i), package.header.size[i]);
     package.kernel = read_kernel(package);
-    (json ? print_json : print_text)(package);
+    (json ? print_info_json : print_info)(package);
     return kGood;
 }
 
