@@ -86,12 +86,14 @@ uint64_t parse_size(const std::string& number, const char* what)
     return value << shift;
 }
 
+constexpr double kMostSeconds = 1e9; // some thirty years: nanoseconds of it fit into 64 bits
+
 double parse_seconds(const std::string& number, const char* what)
 {
     char* end = nullptr;
     double value = strtod(number.c_str(), &end);
-    if (end == number.c_str() || *end || !std::isfinite(value) || value < 0)
-        fail("%s: '%s' is no number of seconds", what, number.c_str());
+    if (end == number.c_str() || *end || !(value >= 0 && value <= kMostSeconds))
+        fail("%s: '%s' is no number of seconds up to %.0f", what, number.c_str(), kMostSeconds);
     return value;
 }
 

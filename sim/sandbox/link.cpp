@@ -142,6 +142,9 @@ void check_link(const std::string& address)
     in_addr parsed;
     if (inet_pton(AF_INET, address.c_str(), &parsed) != 1)
         fail("--link %s: write it as 192.168.10.1", address.c_str());
+    const uint32_t first = ntohl(parsed.s_addr) >> 24;
+    if (first == 0 || first == 127 || first >= 224)
+        fail("--link %s: is no host's address; give 1.0.0.0 to 223.255.255.255", address.c_str());
 }
 
 void make_link(const std::string& address)

@@ -12,7 +12,7 @@ inline constexpr const char* kNeighbour = "/run/netns/neighbour";
 // (dotted, in a network of 24 bits). The kernel answers for the neighbour. Throws.
 void make_link(const std::string& address);
 
-// Throws when the text is no address of version 4.
+// Throws when the text is no address of version 4 that a host can have.
 void check_link(const std::string& address);
 
 } // namespace vcam

@@ -20,6 +20,9 @@ struct Bind {
     bool writable = false;
 };
 
+// Whether an absolute path lies below what the camera mounts over its root, or has from its state folder.
+bool is_mounted_over(const std::string& inside);
+
 // HOST[:INSIDE]; without INSIDE the file appears as /run/bin/<name>. Throws.
 Bind parse_bind(const std::string& words, bool writable);
 

@@ -222,8 +222,7 @@ void mount_medium(const Medium& m)
 
 } // namespace
 
-// What the camera mounts over its root afterwards, or has from its state folder.
-bool hidden(const std::string& inside)
+bool is_mounted_over(const std::string& inside)
 {
     for (const char* own : {"/etc", "/dev", "/proc", "/run/vcam", "/run/sim"})
         if (inside == own || starts_with(inside, std::string(own) + "/")) return true;
@@ -242,7 +241,7 @@ Bind parse_bind(const std::string& words, bool writable)
     if (!starts_with(out.inside, "/")) fail("cannot bind at '%s': not an absolute path", out.inside.c_str());
     out.inside = fs::path(out.inside).lexically_normal().string();
     if (out.inside == "/") fail("cannot bind at /, the camera's root; name a place in it");
-    if (hidden(out.inside))
+    if (is_mounted_over(out.inside))
         fail("cannot bind at %s: the camera mounts a file system of its own there; name another place",
              out.inside.c_str());
     return out;

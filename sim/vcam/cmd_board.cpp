@@ -63,6 +63,7 @@ int pin_main(const Arguments& arguments)
     const Camera camera(words.plain[0]);
     attach(camera);
     for (auto& line : words.rest) {
+        if (trim(line).empty()) wrong_use("a line is empty; write it as \"4.0 wire 5.0\"");
         line = absolute(line);
         if (auto problem = pins::check(line); !problem.empty()) wrong_use(problem);
     }
@@ -77,10 +78,11 @@ int rtc_main(const Arguments& arguments)
     std::string when;
     std::vector<std::string> faults;
     auto words = cli::parse(
-        arguments, {{{"--set", "\"DATE TIME\"", "what it counts from now on", [&](auto& v) { when = v; }},
-                     {"--fault", "NAME", "stopped, no-leap, bcd, drift=PERMILLE; none heals the chip",
-                      [&](auto& v) { faults.push_back(v); }, "stopped no-leap bcd drift= none"}},
-                    {kCamera}});
+        arguments,
+        {{{"--set", "\"DATE TIME\"", "what it counts from now on", [&](auto& v) { when = cli::given(v); }},
+          {"--fault", "NAME", "stopped, no-leap, bcd, drift=PERMILLE; none heals the chip",
+           [&](auto& v) { faults.push_back(v); }, "stopped no-leap bcd drift= none"}},
+         {kCamera}});
     const Camera camera(words.plain[0]);
     attach(camera);
     if (when.empty() && faults.empty() && !exists(camera.path("rtc")))

@@ -2,6 +2,7 @@
 #include "sim/base/camera.hpp"
 #include "sim/vcam/commands.hpp"
 #include "sim/vcam/options.hpp"
+#include "sim/sandbox/sandbox.hpp"
 #include "sim/vcam/settings.hpp"
 #include "sim/base/text.hpp"
 #include "tools/cli/output_file.hpp"
@@ -192,6 +193,9 @@ int put_main(const Arguments& arguments)
     if (inside.back() == '/') inside += name_of(source);
     Place place = place_of(inside);
     if (!place.in_flash) {
+        if (is_mounted_over(place.path))
+            wrong_use(text("'%s': the camera mounts a file system of its own there; name another place",
+                           inside.c_str()));
         const std::string target = put_place(camera.root(""), place.path, source);
         if (fs::is_directory(source) && holds(fs::canonical(source), target))
             fail("put: %s holds its own copy %s; put it elsewhere", source.c_str(), inside.c_str());

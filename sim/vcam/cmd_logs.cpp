@@ -243,7 +243,7 @@ int fault_main(const Arguments& arguments)
         write_file(camera.path("faults.state"), "");
     }
     for (const auto& line : words.rest) append_file(camera.path("faults"), line + "\n");
-    if (!words.rest.empty() || clear) return 0;
+    if (!json && (!words.rest.empty() || clear)) return 0;
     state::set_dir(camera.folder());
     json ? show_plan_json() : show_plan();
     return 0;

@@ -16,6 +16,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <sys/stat.h>
 
 namespace vcam {
@@ -128,10 +129,10 @@ const Partition& named(const std::vector<Partition>& parts, const std::string& n
     wrong_use(text("%s %s: there are mtd0 to mtd%zu", option, name.c_str(), parts.size() - 1));
 }
 
-// "" or the size that the options ask for.
-std::string size_of(const NewOptions& o, const std::string& name)
+// The size that the options ask for, if they do.
+std::optional<std::string> size_of(const NewOptions& o, const std::string& name)
 {
-    std::string size;
+    std::optional<std::string> size;
     for (const auto& [which, wanted] : o.sizes)
         if (which == name) size = wanted;
     return size;
@@ -142,19 +143,19 @@ uint64_t most_erase_block(uint64_t size) { return std::min<uint64_t>(size & (~si
 
 Partition partition(const NewOptions& o, const std::string& name, const char* usual)
 {
-    const std::string wanted = size_of(o, name);
+    const auto wanted = size_of(o, name);
     auto words = split(usual, ',');
     if (!o.erase_block.empty()) words[2] = o.erase_block;
     if (!o.page.empty()) words[3] = o.page;
-    if (!wanted.empty()) words[1] = wanted;
+    words[1] = wanted.value_or(words[1]);
     const uint64_t size = parse_size(words[1], ("--size " + name).c_str());
     const uint64_t erase = parse_size(words[2], "--erase-block");
-    if (!wanted.empty() && (size == 0 || size % erase))
+    if (wanted && (size == 0 || size % erase))
         wrong_use(text("--size %s=%s: give whole erase blocks, a multiple of %s", name.c_str(),
-                       wanted.c_str(), human_size(erase).c_str()));
+                       words[1].c_str(), human_size(erase).c_str()));
     for (const auto& least : kLeast)
         if (name == least.partition && size < least.bytes)
-            wrong_use(text("--size %s=%s: give %s or more, for %s", name.c_str(), wanted.c_str(),
+            wrong_use(text("--size %s=%s: give %s or more, for %s", name.c_str(), words[1].c_str(),
                            human_size(least.bytes).c_str(), least.content));
     if (size % erase)
         wrong_use(text(

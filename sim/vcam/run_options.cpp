@@ -39,9 +39,9 @@ void add_medium(RunOptions& o, const std::string& words)
 Options outside_options(RunOptions& o)
 {
     return {{"--bind", "HOST[:INSIDE]", "show a host file or folder, read-only (in /run/bin)",
-             [&](auto& v) { o.binds.push_back(parse_bind(v, false)); }},
+             [&](auto& v) { o.binds.push_back(parse_bind(cli::given(v), false)); }},
             {"--bind-rw", "HOST[:INSIDE]", "the same, writable",
-             [&](auto& v) { o.binds.push_back(parse_bind(v, true)); }},
+             [&](auto& v) { o.binds.push_back(parse_bind(cli::given(v), true)); }},
             {"--link", "ADDRESS", "an interface eth0, and a neighbour of that address on its wire",
              [&](auto& v) { check_link(v), o.neighbour = v; }},
             {"--medium", "SLOT=SIZE[,ro]", "a medium in the slot sd or usb, on /mnt/sd or /mnt/usb",

@@ -80,6 +80,8 @@ OutputFile::OutputFile(std::string path, const OutputRule& rule, const std::vect
 {
     if (path_.empty()) throw std::runtime_error("an output has an empty name: give a file's name");
     find_place();
+    if (place_ != Place::stream && faccessat(AT_FDCWD, folder_of(target_).c_str(), W_OK, AT_EACCESS) < 0)
+        refuse_errno("cannot be written");
     for (const std::string& input : inputs) keep_apart(input);
     if (place_ == Place::file) judge_existing(rule);
 }

@@ -46,7 +46,7 @@ double number(const std::string& text, double low, double high)
 
 const std::string& given(const std::string& text)
 {
-    if (text.empty()) throw WrongUse("it is empty; give a name");
+    if (text.empty()) throw WrongUse("it is empty; give a value");
     return text;
 }
 
