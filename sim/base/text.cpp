@@ -105,20 +105,6 @@ std::string human_size(uint64_t bytes)
     return text("%llu", (unsigned long long)bytes);
 }
 
-std::string json_quote(std::string_view value)
-{
-    std::string out = "\"";
-    for (unsigned char c : value) {
-        if (c == '"' || c == '\\')
-            (out += '\\') += char(c);
-        else if (c < 0x20 || c == 0x7f)
-            out += text("\\u%04x", c);
-        else
-            out += char(c);
-    }
-    return out + "\"";
-}
-
 std::string one_line(std::string_view message)
 {
     std::string out;

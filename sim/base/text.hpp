@@ -29,7 +29,6 @@ uint64_t parse_size(const std::string& number, const char* what);
 double parse_seconds(const std::string& number, const char* what);
 
 std::string human_size(uint64_t bytes); // "512K", "12M", "1234"
-std::string json_quote(std::string_view value);
 // Control characters as \n, \t, \xNN, so that one message is one line.
 std::string one_line(std::string_view message);
 

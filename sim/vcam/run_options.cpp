@@ -8,7 +8,7 @@ namespace {
 
 using Options = std::vector<cli::Option>;
 
-const std::string& check_variable(const std::string& words)
+const std::string& check_assignment(const std::string& words)
 {
     const size_t equal = words.find('=');
     if (equal == 0 || equal == std::string::npos) fail("write it as NAME=VALUE");
@@ -95,7 +95,7 @@ Options start_only_options(RunOptions& o)
 Options environment_options(RunOptions& o)
 {
     return {{"--env", "NAME=VALUE", "an environment variable",
-             [&](auto& v) { o.environment.push_back(check_variable(v)); }},
+             [&](auto& v) { o.environment.push_back(check_assignment(v)); }},
             {"--realtime", nullptr, "sleeps take their time", [&](auto&) { o.realtime = true; }},
             {"--no-preload", nullptr, "without the simulated drivers", [&](auto&) { o.no_preload = true; }}};
 }

@@ -11,6 +11,7 @@
 #include <sndfile.h>
 #include <soxr.h>
 #include <stdexcept>
+#include <string_view>
 
 namespace zaudio {
 
@@ -64,13 +65,21 @@ void refuse_cut_file(const std::string& path)
 {
     constexpr uint32_t kUnknown = 0x7FFF0000; // sox and others; from here on
     std::ifstream file(path, std::ios::binary);
-    std::array<char, 8> head = {};
+    std::array<char, 12> head = {};
     file.read(head.data(), head.size());
-    const bool little = memcmp(head.data(), "RIFF", 4) == 0;
-    if (!file || (!little && memcmp(head.data(), "FORM", 4) != 0)) return;
-    uint32_t size = 0;
-    for (size_t i = 0; i < 4; ++i) size = size << 8 | uint8_t(head[little ? 7 - i : 4 + i]);
-    const uintmax_t there = std::filesystem::file_size(path), promised = uintmax_t(size) + head.size();
+    if (!file) return;
+    const auto number = [&](size_t at, bool little) {
+        uint32_t value = 0;
+        for (size_t i = 0; i < 4; ++i) value = value << 8 | uint8_t(head[little ? at + 3 - i : at + i]);
+        return value;
+    };
+    const std::string_view kind(head.data(), 4);
+    const bool riff = kind == "RIFF",
+               snd = kind == ".snd"; // WAV; AU, whose samples begin where the header says
+    if (!riff && !snd && kind != "FORM") return;
+    const uint32_t size = number(snd ? 8 : 4, riff);
+    const uintmax_t there = std::filesystem::file_size(path),
+                    promised = uintmax_t(size) + (snd ? number(4, false) : 8);
     if (size < kUnknown && there < promised)
         fail(path, "is cut short: it has " + std::to_string(there) + " of the " + std::to_string(promised) +
                        " bytes that its header promises");
