@@ -51,34 +51,61 @@ Samples cancel(const vd_aec& aec, const Setting& set, int tail_ms, const Scenari
     return out;
 }
 
-// Seconds of processor time for a scenario, of every canceller: the least of the rounds. In each round all take their
-// turn, so that a core that slows down or is shared slows all of them and their ratios stay.
-std::vector<double> costs(const std::vector<const vd_aec*>& all, const Setting& set, int tail_ms,
-                          const Scenario& s, int rounds)
+struct Cost {
+    double mean, longest; // seconds a frame
+};
+
+// One round: the least time of each frame so far. Frames are too short for the clock of processor time; the least of
+// the rounds drops what other processes took.
+void time_frames(const vd_aec& aec, const Setting& set, int tail_ms, const Scenario& s,
+                 std::vector<double>& least)
 {
-    std::vector<double> least(all.size(), 1e9);
+    void* state = aec.open(set.rate, set.points, tail_ms);
+    if (!state) return;
+    Samples out(size_t(set.points));
+    for (size_t i = 0; i < least.size(); i++) {
+        const size_t at = i * out.size();
+        const double start = seconds();
+        if (aec.process(state, &s.near[at], &s.far[at], out.data(), set.points) != 0) exit(1);
+        least[i] = std::min(least[i], seconds() - start);
+    }
+    aec.close(state);
+}
+
+// In each round all cancellers take their turn, so that a core that slows down or is shared slows all of them and their
+// ratios stay.
+std::vector<Cost> costs(const std::vector<const vd_aec*>& all, const Setting& set, int tail_ms,
+                        const Scenario& s, int rounds)
+{
+    std::vector<std::vector<double>> least(all.size(),
+                                           std::vector<double>(s.near.size() / size_t(set.points), 1));
     for (int r = 0; r < rounds; r++)
-        for (size_t k = 0; k < all.size(); k++) {
-            const double start = cpu_seconds();
-            const bool taken = !cancel(*all[k], set, tail_ms, s).empty();
-            least[k] = taken ? std::min(least[k], cpu_seconds() - start) : 0;
-        }
-    return least;
+        for (size_t k = 0; k < all.size(); k++) time_frames(*all[k], set, tail_ms, s, least[k]);
+    std::vector<Cost> result;
+    for (const auto& frames : least) {
+        double sum = 0, most = 0;
+        for (double t : frames) sum += t, most = std::max(most, t);
+        result.push_back({sum / double(frames.size()), most});
+    }
+    return result;
 }
 
 void print_costs(const std::vector<const vd_aec*>& all, const std::string& signals, int tail_ms, int rounds)
 {
-    printf(
-        "# clock %.2f GHz, tail %d ms; us for 10 ms of signal, least of %d rounds, all cancellers in turn\n",
-        core_ghz(), tail_ms, rounds);
-    printf("%-18s %9s %9s\n", "who", "8k, 80", "16k, 160");
-    std::vector<std::vector<double>> us;
-    for (const Setting& set : kSettings) {
-        const Scenario s = load(signals + "/" + set.tag + "_dt_64");
-        us.push_back(costs(all, set, tail_ms, s, rounds));
-        for (double& v : us.back()) v *= 1e6 * set.rate / 100 / double(s.near.size());
+    printf("# clock %.2f GHz, tail %d ms; us for 10 ms of signal and longest frame over mean, least of %d "
+           "rounds, all "
+           "cancellers in turn\n",
+           core_ghz(), tail_ms, rounds);
+    printf("%-18s %9s %9s %9s %9s\n", "who", "8k, 80", "longest", "16k, 160", "longest");
+    std::vector<std::vector<Cost>> of;
+    for (const Setting& set : kSettings)
+        of.push_back(costs(all, set, tail_ms, load(signals + "/" + set.tag + "_dt_64"), rounds));
+    for (size_t k = 0; k < all.size(); k++) {
+        printf("%-18s", all[k]->name);
+        for (const auto& cost : of)
+            printf(" %9.2f %9.2f", 1e6 * cost[k].mean, cost[k].longest / cost[k].mean);
+        printf("\n");
     }
-    for (size_t k = 0; k < all.size(); k++) printf("%-18s %9.2f %9.2f\n", all[k]->name, us[0][k], us[1][k]);
 }
 
 // ERLE over sliding half seconds, dB.
@@ -99,8 +126,13 @@ Curve falling(const char* name, const Setting& set, const Samples& mic, const Sa
 
 void draw(const char* path, const std::vector<const vd_impl*>& impls, const std::string& signals, int tail_ms)
 {
-    const std::pair<const char*, const char*> kinds[] = {{"8k_st_64", "Speech, room of 64 ms, 8 kHz"},
-                                                         {"8k_chg_64", "Another room from 8 s on"}};
+    const std::pair<const char*, const char*> kinds[] = {
+        {"8k_st_64", "Speech, room of 64 ms, 8 kHz"},
+        {"8k_chg_64", "Another room from 8 s on"},
+        {"8k_drift50", "The loudspeaker's clock 50 ppm fast"},
+        {"8k_music", "Music"},
+        {"8k_dt_64", "Near talker from 8 to 16 s"},
+        {"8k_clip16", "Loudspeaker cut off 16 dB below its peak"}};
     std::vector<Panel> panels;
     for (auto [kind, title] : kinds) {
         const Scenario s = load(signals + "/" + kind);
@@ -119,7 +151,7 @@ void draw(const char* path, const std::vector<const vd_impl*>& impls, const std:
 int main(int argc, char** argv)
 {
     const Options options(argc, argv);
-    const std::string signals = options.text("--signals", "signals/aec"), out = options.text("--out", "aec");
+    const std::string signals = options.text("--signals", "signals/tune"), out = options.text("--out", "aec");
     const int tail_ms = options.number("--tail", 128);
     const std::string only = options.text("--only", "");
     auto impls = options.impls();

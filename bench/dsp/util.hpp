@@ -26,6 +26,14 @@ inline double cpu_seconds()
     return double(t.tv_sec) + 1e-9 * double(t.tv_nsec);
 }
 
+// Seconds since some moment: cheap enough to time single frames.
+inline double seconds()
+{
+    timespec t{};
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return double(t.tv_sec) + 1e-9 * double(t.tv_nsec);
+}
+
 inline double median(std::vector<double> v)
 {
     std::sort(v.begin(), v.end());

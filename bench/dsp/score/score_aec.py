@@ -18,7 +18,7 @@ import os, sys
 import numpy as np
 sys.path.insert(0, os.path.dirname(__file__))
 import metrics as m
-sig = sys.argv[1] if len(sys.argv) > 1 else "signals/aec"
+sig = sys.argv[1] if len(sys.argv) > 1 else "signals/tune"
 out = sys.argv[2] if len(sys.argv) > 2 else "aec"
 names = [l.strip() for l in open(os.path.join(out, "names"))]
 

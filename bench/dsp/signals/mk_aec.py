@@ -1,9 +1,13 @@
 #!/usr/bin/python3
 """Echo-canceller scenarios from the far and near talkers of mk_signals.py.
-usage: mk_aec.py [SIGDIR] [OUTDIR]
+usage: mk_aec.py [SIGDIR] [OUTDIR] [tune|judge]
+The constants of the canceller are tuned on the first set. The second one is for judging only: other talkers of another
+synthesizer, other rooms, levels, music and seeds, and a loudspeaker whose amplifier clips between the samples.
+
 For every scenario: NAME.ref (loudspeaker), NAME.mic (microphone), NAME.near (near talker alone), all s16.
 Room: 2 ms direct delay, then Gaussian reflections decaying by 60 dB over 32, 64 or 128 ms; echo 6 dB under
-the far signal (so -26 dBov for speech), microphone noise at -70 dBov.
+the far signal (so -26 dBov for speech), microphone noise at -70 dBov. When judging: 5 ms, sparse early reflections, then
+the same decay; echo 8 dB under the far signal, noise at -74 dBov.
  st    far speech, 20 s                       stn   far white noise, 20 s
  dt    far speech, near talker from 8 to 16 s (as loud as the echo)
  chg   far speech, another room from 8 s on   nl    far speech through a clipping loudspeaker
@@ -16,8 +20,16 @@ the far signal (so -26 dBov for speech), microphone noise at -70 dBov.
 import os, sys
 import numpy as np
 from scipy.signal import fftconvolve, resample_poly
+
+SETS = {
+    "tune": dict(far="far", near="near", seed=0, hiss=-70, echo=0.5, sparse=False, delay=0.002, oversampled=1,
+                 beats=2, root=110, scale=[0, 2, 4, 5, 7, 9, 11, 12, 14, 16, 19, 24], drum=0.8),
+    "judge": dict(far="farjudge", near="nearjudge", seed=40000, hiss=-74, echo=0.4, sparse=True, delay=0.005,
+                  oversampled=8, beats=3, root=98, scale=[0, 3, 5, 7, 8, 10, 12, 15, 17, 19, 20, 27], drum=0.4),
+}
 sig = sys.argv[1] if len(sys.argv) > 1 else "signals/data"
-out = sys.argv[2] if len(sys.argv) > 2 else "signals/aec"
+out = sys.argv[2] if len(sys.argv) > 2 else "signals/tune"
+SET = SETS[sys.argv[3] if len(sys.argv) > 3 else "tune"]
 os.makedirs(out, exist_ok=True)
 load = lambda n: np.fromfile(f"{sig}/{n}.s16", dtype="<i2").astype(np.float64)
 def save(n, x): np.clip(np.rint(x), -32768, 32767).astype("<i2").tofile(f"{out}/{n}")
@@ -30,37 +42,45 @@ def drifted(x, ppm):
     i = np.minimum(t.astype(np.int64), len(y) - 2)
     return y[i] + (y[i + 1] - y[i]) * (t - i)
 
+def clipped(x, g):
+    n = SET["oversampled"]
+    if n == 1:
+        return np.clip(x, -g, g)
+    return resample_poly(np.clip(resample_poly(x, n, 1), -g, g), 1, n)
+
 def music(rate, seconds, seed):
-    """Four-note chords, two a second: eleven harmonics that fade, higher ones faster; a noise burst on every beat"""
-    rng = np.random.default_rng(seed)
-    n = rate // 2
+    """Four-note chords on every beat: eleven harmonics that fade, higher ones faster; a noise burst with each"""
+    rng = np.random.default_rng(seed + SET["seed"])
+    n = rate // SET["beats"]
     t = np.arange(2 * n) / rate
     x = np.zeros((seconds + 2) * rate)
-    for beat in range(2 * seconds):
-        for tone in 110 * 2 ** (rng.choice([0, 2, 4, 5, 7, 9, 11, 12, 14, 16, 19, 24], 4, replace=False) / 12):
+    for beat in range(SET["beats"] * seconds):
+        for tone in SET["root"] * 2 ** (rng.choice(SET["scale"], 4, replace=False) / 12):
             for k in range(1, 12):
                 if k * tone < 0.45 * rate:
                     x[beat * n:beat * n + 2 * n] += np.sin(2 * np.pi * k * tone * t + rng.uniform(0, 6.28)) / k * np.exp(-t * (1 + k))
-        x[beat * n:beat * n + n] += 0.8 * rng.standard_normal(n) * np.exp(-40 * t[:n])
+        x[beat * n:beat * n + n] += SET["drum"] * rng.standard_normal(n) * np.exp(-40 * t[:n])
     x = x[:seconds * rate]
     return np.rint(x * (32768 * 10 ** (-20 / 20) / np.sqrt((x ** 2).mean())))
 
 def room(rate, ms, seed):
-    rng = np.random.default_rng(seed)
-    n, d = int(rate * ms / 1000), int(rate * 0.002)
+    rng = np.random.default_rng(seed + SET["seed"])
+    n, d = int(rate * ms / 1000), int(rate * SET["delay"])
     h = rng.standard_normal(n) * 10 ** (-3 * np.arange(n) / n)
-    h[0] = 2.5 * np.sign(h[0])
+    if SET["sparse"]:                       # a quarter of the length: only one point in six reflects, but more strongly
+        h[:n // 4] *= 2 * (rng.random(n // 4) < 1 / 6)
+    h[0] = 2.5 * (np.sign(h[0]) or 1)
     return np.concatenate([np.zeros(d), h])
 
 for rate in (8000, 16000):
     tag = "%dk" % (rate // 1000)
     N = 20 * rate
-    far, noise, near = load("far_" + tag)[:N], load("farnoise_" + tag)[:N], load("near_" + tag)
-    rng = np.random.default_rng(9)
-    hiss = rng.standard_normal(N) * 32768 * 10 ** (-70 / 20)
+    far, noise, near = load(SET["far"] + "_" + tag)[:N], load("farnoise_" + tag)[:N], load(SET["near"] + "_" + tag)
+    rng = np.random.default_rng(9 + SET["seed"])
+    hiss = rng.standard_normal(N) * 32768 * 10 ** (SET["hiss"] / 20)
     def norm(h, x):                         # echo 6 dB under its source
         e = fftconvolve(x, h)[:len(x)]
-        return h * (np.sqrt((x ** 2).mean() / (e ** 2).mean()) * 0.5)
+        return h * (np.sqrt((x ** 2).mean() / (e ** 2).mean()) * SET["echo"])
     def put(name, ref, mic, nr):
         save(name + ".ref", ref); save(name + ".mic", mic); save(name + ".near", nr)
     zero = np.zeros(N)
@@ -82,8 +102,8 @@ for rate in (8000, 16000):
     nr = near[:N]
     put(f"{tag}_near_0", zero, nr + hiss, nr)
 
-    far = load("far_" + tag)[:24 * rate]    # longer, and rooms of their own from here on
-    M = len(far); hiss = rng.standard_normal(M) * 32768 * 10 ** (-70 / 20)
+    far = load(SET["far"] + "_" + tag)[:24 * rate]    # longer, and rooms of their own from here on
+    M = len(far); hiss = rng.standard_normal(M) * 32768 * 10 ** (SET["hiss"] / 20)
     nr = np.zeros(M); nr[8 * rate:16 * rate] = near[2 * rate:10 * rate]
     for ppm in (10, 20, 50):
         h = norm(room(rate, 64, 700 + ppm), far)
@@ -93,7 +113,7 @@ for rate in (8000, 16000):
     for below in (16, 22):
         g = np.abs(far).max() * 10 ** (-below / 20)
         h = norm(room(rate, 64, 730 + below), far)
-        put(f"{tag}_clip{below}", far, fftconvolve(np.clip(far, -g, g), h)[:M] + nr + hiss, nr)
+        put(f"{tag}_clip{below}", far, fftconvolve(clipped(far, g), h)[:M] + nr + hiss, nr)
     e = fftconvolve(far, norm(room(rate, 64, 740), far))[:M]
     late = np.concatenate([np.zeros(rate * 12 // 1000), e])[:M]
     put(f"{tag}_jump", far, np.concatenate([e[:10 * rate], late[10 * rate:]]) + hiss, np.zeros(M))

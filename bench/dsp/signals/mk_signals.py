@@ -2,10 +2,10 @@
 """Make the test signals: raw mono 16-bit little-endian files, reproducible from this script alone.
 
 usage: mk_signals.py OUTDIR
-Speech is spoken by espeak-ng (several voices), brought to 8 and 16 kHz, levelled to -26 dBov
+Speech is spoken by espeak-ng (several voices) and, for judging, flite, brought to 8 and 16 kHz, levelled to -26 dBov
 active level; noises come from a fixed-seed generator.  Nothing here is random between runs.
 """
-import os, subprocess, sys, io, wave
+import os, subprocess, sys, tempfile, wave
 import numpy as np
 from scipy.signal import resample_poly, lfilter, butter, sosfilt
 
@@ -35,6 +35,18 @@ def speak(text, voice, speed=160, pitch=50):
 
 def to_rate(x, rate):
     return resample_poly(x, rate // 50, 441)   # 22050 = 441*50
+
+def speak_flite(text, voice, rate):
+    """a second synthesizer with recorded voices, for the sounds that nothing is tuned on"""
+    with tempfile.NamedTemporaryFile(suffix=".wav") as f:
+        subprocess.run(["flite", "-voice", voice, "-t", text, "-o", f.name], check=True)
+        with wave.open(f.name) as w:
+            x = np.frombuffer(w.readframes(w.getnframes()), dtype="<i2").astype(np.float64)
+            return resample_poly(x, rate // 1000, w.getframerate() // 1000)
+
+def talk_flite(voice, sents, rate, gap):
+    return np.concatenate([p for i in sents
+                           for p in (speak_flite(SENT[i % len(SENT)], voice, rate), np.zeros(int(gap * rate)))])
 
 def active_rms(x, rate):
     """rms over 20 ms frames that are within 35 dB of the loudest one"""
@@ -112,6 +124,11 @@ def main():
         save("far_%s.s16" % tag, level(fit(far, 30 * rate), rate, -20))
         near = talk("en-us+m7", range(3, 20), rate, gap=0.15, pitch=50)
         save("near_%s.s16" % tag, level(fit(near, 30 * rate), rate, -26))
+        # the same for judging
+        far = np.concatenate([talk_flite("slt", range(0, 5), rate, 0.3), talk_flite("rms", range(5, 14), rate, 0.2)])
+        save("farjudge_%s.s16" % tag, level(fit(far, 30 * rate), rate, -21))
+        near = talk_flite("awb", range(8, 26), rate, 0.2)
+        save("nearjudge_%s.s16" % tag, level(fit(near, 30 * rate), rate, -26))
         rng = np.random.default_rng(77)
         save("farnoise_%s.s16" % tag, rng.standard_normal(30 * rate) * 32768 * 10 ** (-20 / 20))
     # codec signals, 8 kHz
