@@ -69,6 +69,17 @@ void near_talker()
     figure(erle(mic, out, kRate, 7.3, 8.3), 350, "0.1 dB", "echo after the near talker");
 }
 
+// An amplifier that clips.
+void overdriven()
+{
+    const Signal far = babble(6 * kRate, kRate, 1500, 36);
+    Signal cut = far;
+    for (auto& v : cut) v = std::clamp<int16_t>(v, -1500, 1500);
+    const Signal mic = mix(through(room(kRate, 64, 37), cut), noise(6 * kRate, 12, 38));
+    figure(erle(mic, cancel(kRate, 80, mic, far), kRate, 4, 6), 360, "0.1 dB",
+           "echo of an amplifier that clips");
+}
+
 // What changes after 4 seconds: the room, half of it, the loudspeaker's gain.
 void changes()
 {
@@ -135,6 +146,7 @@ void echo_canceller()
 {
     convergence();
     near_talker();
+    overdriven();
     changes();
     adversity();
     silence();

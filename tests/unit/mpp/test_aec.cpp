@@ -50,6 +50,9 @@ TEST(Aec, EveryTargetGivesTheSameSamples)
     for (int rate : {8000, 16000}) {
         const Signal far = babble(4 * rate, rate, 2000, 111), mic = conversation(rate, far);
         for (int points : {80, 160}) talk = sum(cancel(rate, points, mic, far), talk);
+        Signal cut = far; // an amplifier that clips
+        for (auto& v : cut) v = std::clamp<int16_t>(v, -1500, 1500);
+        talk = sum(cancel(rate, 80, through(room(rate, 64, 37), cut), far), talk);
 
         // Worst cases for every sum: full scale against full scale, then speech.
         const Signal squares = joined(square(rate), far), other = noise(5 * rate, 32767, 82);
@@ -64,7 +67,7 @@ TEST(Aec, EveryTargetGivesTheSameSamples)
         for (size_t i = 2 * size_t(rate); i < twice.size(); ++i) twice[i] = clip(2 * twice[i]);
         unheard = sum(cancel(rate, 80, mix(twice, noise(4 * rate, 12, 44)), far), unheard);
     }
-    EXPECT_EQ(talk, 3732394310u);
+    EXPECT_EQ(talk, 3642528118u);
     EXPECT_EQ(loud, 1135700610u);
     EXPECT_EQ(unheard, 1006068646u);
 }

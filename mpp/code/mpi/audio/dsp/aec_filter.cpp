@@ -13,6 +13,7 @@
 // value does to the cases of bench/dsp/signals/mk_aec.py at 8 kHz.
 #include "mpi/audio/dsp/aec_filter.hpp"
 
+#include "mpi/audio/dsp/aec_step.hpp"
 #include "mpi/audio/dsp/fixed_point.hpp"
 
 #include <algorithm>
@@ -41,13 +42,6 @@ constexpr int32_t kForget = 210;
 // transforms each: 26 instead of 2 for a path of 128 ms.
 constexpr int kTrims = 1;
 
-// What dividing by the power of the innovation (S + 2 N) takes, bin by bin: its reciprocal as mantissa and exponent, so
-// that the loop over partitions multiplies and shifts but never divides.
-struct Divisor {
-    int32_t inverse; // Q30 to Q31 of the normalised power
-    int places;      // bits of the power
-};
-
 struct Estimate {
     Complex echo[kAecMaxBins];
     int64_t uncertainty[kAecMaxBins]; // S: variance times far power, over all partitions
@@ -67,7 +61,8 @@ void take_far(AecFilter& f, const int16_t* far)
 {
     f.head = f.head ? f.head - 1 : f.ring - 1;
     memmove(f.far_frame, f.far_frame + f.block, size_t(f.block) * sizeof f.far_frame[0]);
-    for (int i = 0; i < f.block; ++i) f.far_frame[f.block + i] = far[i] * (1 << kAecSampleShift);
+    f.any_beyond[f.head] = aec_limit_far(f.limit, f.block, far, f.far_frame + f.block);
+    if (f.any_beyond[f.head]) aec_fft(f.block).forward(f.limit.signs, f.beyond + f.head * f.bins);
     Complex* x = f.far + f.head * f.bins;
     aec_fft(f.block).forward(f.far_frame, x);
     for (int k = 0; k < f.bins; ++k) f.far_power[f.head * f.bins + k] = square(x[k].re) + square(x[k].im);
@@ -82,6 +77,14 @@ void take_near(AecFilter& f, const int16_t* near)
 {
     f.near_head = f.near_head ? f.near_head - 1 : kAecHistory;
     memcpy(f.near_ring + f.near_head * kAecMaxBlock, near, size_t(f.block) * sizeof *near);
+}
+
+void add_products(const Complex* w, const Complex* x, int bins, int64_t* re, int64_t* im)
+{
+    for (int k = 0; k < bins; ++k) {
+        re[k] += int64_t(w[k].re) * x[k].re - int64_t(w[k].im) * x[k].im;
+        im[k] += int64_t(w[k].re) * x[k].im + int64_t(w[k].im) * x[k].re;
+    }
 }
 
 // The echo as the filter has it, `age` blocks ago, and how wrong it may be.
@@ -101,11 +104,8 @@ void estimate(const AecFilter& f, int age, Estimate& to)
         const int64_t* power = power_of(f, age + p);
         const Complex* w = f.weight + p * f.bins;
         const int32_t* v = f.variance + p * f.bins;
-        for (int k = 0; k < f.bins; ++k) {
-            re[k] += int64_t(w[k].re) * x[k].re - int64_t(w[k].im) * x[k].im;
-            im[k] += int64_t(w[k].re) * x[k].im + int64_t(w[k].im) * x[k].re;
-            sum[k] += int64_t(v[k]) * int32_t(power[k] >> to.far_shift[k]);
-        }
+        add_products(w, x, f.bins, re, im);
+        for (int k = 0; k < f.bins; ++k) sum[k] += int64_t(v[k]) * int32_t(power[k] >> to.far_shift[k]);
     }
     constexpr int64_t kHalf = int64_t(1) << (kWeightShift - 1);
     for (int k = 0; k < f.bins; ++k) {
@@ -141,43 +141,15 @@ void track_noise(AecFilter& f, const Complex* error)
     }
 }
 
-Divisor divisor(const AecFilter& f, const Estimate& from, int k)
+void set_steps(const AecFilter& f, const Estimate& from, const Complex* error, AecStep* steps)
 {
-    uint64_t d = uint64_t(from.uncertainty[k] + 2 * f.noise[k] + kQuietest);
-    int places = bits_of(d);
-    uint64_t normal = places > 31 ? d >> (places - 31) : d << (31 - places);
-    return {int32_t(std::min<uint64_t>((uint64_t(1) << 61) / normal, INT32_MAX)), places};
+    for (int k = 0; k < f.bins; ++k) {
+        const uint64_t power = uint64_t(from.uncertainty[k] + 2 * f.noise[k] + kQuietest);
+        steps[k] = aec_step(error[k], power, from.far_bits[k], from.far_shift[k]);
+    }
 }
 
-// How one bin's weights move: by variance * conj(far) * step, then shifted.
-struct Step {
-    int32_t re;
-    int32_t im;
-    int32_t inverse;
-    int8_t product_shift; // of conj(far) * step
-    int8_t weight_shift;  // of the whole
-    int8_t far_shift;
-    int8_t variance_shift;
-};
-
-Step step_of(const AecFilter& f, const Estimate& from, const Complex* error, int k)
-{
-    Divisor d = divisor(f, from, k);
-    Step s = {int32_t(int64_t(error[k].re) * d.inverse >> 31),
-              int32_t(int64_t(error[k].im) * d.inverse >> 31),
-              d.inverse,
-              0,
-              0,
-              from.far_shift[k],
-              0};
-    int reach = bits_of(uint64_t(std::max(std::abs(int64_t(s.re)), std::abs(int64_t(s.im)))));
-    s.product_shift = int8_t(std::max(0, (from.far_bits[k] + 1) / 2 + reach + 1 - 31));
-    s.weight_shift = int8_t(std::clamp(10 + d.places - s.product_shift, 1, 62));
-    s.variance_shift = int8_t(std::max(0, d.places + 5 - from.far_shift[k]));
-    return s;
-}
-
-void move_weight(Complex& w, int32_t variance, Complex x, const Step& s)
+void move_weight(Complex& w, int32_t variance, Complex x, const AecStep& s)
 {
     int64_t re = (int64_t(x.re) * s.re + int64_t(x.im) * s.im) >> s.product_shift;
     int64_t im = (int64_t(x.re) * s.im - int64_t(x.im) * s.re) >> s.product_shift;
@@ -186,10 +158,8 @@ void move_weight(Complex& w, int32_t variance, Complex x, const Step& s)
     w.im = clamp_to(w.im + ((variance * im + half) >> s.weight_shift), kMostSpectrum);
 }
 
-void adapt(AecFilter& f, int age, const Estimate& from, const Complex* error, bool settle)
+void adapt(AecFilter& f, int age, const AecStep* steps, bool settle)
 {
-    Step steps[kAecMaxBins];
-    for (int k = 0; k < f.bins; ++k) steps[k] = step_of(f, from, error, k);
     for (int p = 0; p < f.parts; ++p) {
         const Complex* x = far_of(f, age + p);
         Complex* w = f.weight + p * f.bins;
@@ -225,9 +195,11 @@ void trim(AecFilter& f, int p)
 void let_drift(AecFilter& f, int p)
 {
     const int64_t forget_q20 = int64_t(f.forget_q20) * aec_watch_drift_q4(f.watch, f.block) >> 4;
+    f.strength[p] = 0;
     for (int i = p * f.bins; i < (p + 1) * f.bins; ++i) {
         int64_t power =
             (square(f.weight[i].re) + square(f.weight[i].im)) >> (2 * kWeightShift - kVarianceShift);
+        f.strength[p] += power >> 8;
         int64_t v = f.variance[i] + (((power - f.variance[i]) * forget_q20) >> 20);
         f.variance[i] = int32_t(std::min<int64_t>(v, INT32_MAX));
     }
@@ -259,6 +231,42 @@ void shrink(AecFilter& f)
     }
 }
 
+// v of aec_limit.cpp, of the strongest partition and those after it: they hold most of the echo, and all would cost as
+// much as the echo itself. False when no sample beyond the level is heard there.
+bool echo_beyond(const AecFilter& f, int64_t* re, int64_t* im)
+{
+    const int first = int(std::max_element(f.strength, f.strength + f.parts) - f.strength);
+    bool any = false;
+    for (int p = first; p < std::min(first + kAecLimitParts, f.parts); ++p) {
+        const int at = (f.head + p) % f.ring;
+        if (!f.any_beyond[at]) continue;
+        any = true;
+        add_products(f.weight + p * f.bins, f.beyond + at * f.bins, f.bins, re, im);
+    }
+    return any;
+}
+
+void find_limit(AecFilter& f, const Estimate& now, const AecStep* steps)
+{
+    int64_t re[kAecMaxBins] = {}, im[kAecMaxBins] = {};
+    if (!echo_beyond(f, re, im)) return;
+    AecLimitSums sums = {};
+    for (int k = 1; k < f.bins; ++k) {
+        const AecStep& s = steps[k];
+        const int64_t vr = clamp_to(re[k] >> kWeightShift, kMostSpectrum);
+        const int64_t vi = clamp_to(im[k] >> kWeightShift, kMostSpectrum);
+        const int64_t yr = now.echo[k].re, yi = now.echo[k].im;
+        const int64_t inverse = s.inverse >> 8;
+        sums.ev += (s.re * vr + s.im * vi) >> (s.places - 13);
+        sums.ey += (s.re * yr + s.im * yi) >> (s.places - 13);
+        sums.vv += ((square(vr) + square(vi)) >> 20) * inverse >> (s.places - 10);
+        sums.vy += ((vr * yr + vi * yi) >> 20) * inverse >> (s.places - 10);
+        sums.yy += ((square(yr) + square(yi)) >> 20) * inverse >> (s.places - 10);
+    }
+    // A filter that takes away less than 1.2 dB has not learnt yet what v is.
+    aec_limit_learn(f.limit, sums, f.watch.recent.error < f.watch.recent.near / 4 * 3);
+}
+
 AecVerdict judge(AecFilter& f, const Estimate& now, const int16_t* near, const Complex* error)
 {
     AecEnergies energy = {};
@@ -281,9 +289,11 @@ void replay(AecFilter& f)
         Estimate then;
         int32_t error[kAecMaxBlock];
         Complex spectrum[kAecMaxBins];
+        AecStep steps[kAecMaxBins];
         estimate(f, j * kAecReplayStep, then);
         subtract(f, then, near_of(f, j * kAecReplayStep), error, spectrum);
-        adapt(f, j * kAecReplayStep, then, spectrum, false);
+        set_steps(f, then, spectrum, steps);
+        adapt(f, j * kAecReplayStep, steps, false);
     }
 }
 
@@ -302,7 +312,10 @@ bool any_sound(const int16_t* far, int n)
 void learn(AecFilter& f, const Estimate& now, const Complex* error)
 {
     track_noise(f, error);
-    adapt(f, 0, now, error, true);
+    AecStep steps[kAecMaxBins];
+    set_steps(f, now, error, steps);
+    find_limit(f, now, steps);
+    adapt(f, 0, steps, true);
     // Right after a change the earlier blocks are from another room.
     if (f.watch.since > kAecHistory && aec_watch_learning(f.watch, f.block)) replay(f);
     for (int i = 0; i < kTrims; ++i) {
@@ -317,6 +330,7 @@ void learn(AecFilter& f, const Estimate& now, const Complex* error)
 void aec_filter_init(AecFilter& f, int block, int parts, bool short_blocks)
 {
     memset(&f, 0, sizeof f);
+    aec_limit_init(f.limit);
     f.block = block;
     f.bins = block + 1;
     f.parts = parts;

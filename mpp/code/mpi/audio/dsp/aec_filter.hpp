@@ -7,6 +7,7 @@
 #define MPI_AUDIO_AEC_FILTER_HPP
 
 #include "mpi/audio/dsp/aec_block.hpp"
+#include "mpi/audio/dsp/aec_limit.hpp"
 #include "mpi/audio/dsp/aec_watch.hpp"
 
 namespace zep {
@@ -17,6 +18,7 @@ inline constexpr int kAecReplays = 2;                  // earlier blocks that ar
 inline constexpr int kAecReplayStep = 4; // blocks between two: neighbours would say the same again
 inline constexpr int kAecHistory = kAecReplays * kAecReplayStep;
 inline constexpr int kAecMaxRing = (kAecMaxParts / 2 + kAecHistory) * kAecMaxBins;
+inline constexpr int kAecLimitParts = 4; // partitions in which a loudspeaker that clips is looked for
 
 struct AecFilter {
     int block; // samples, half a transform
@@ -38,6 +40,11 @@ struct AecFilter {
     int near_head;
     int64_t noise[kAecMaxBins]; // what the error holds that the filter cannot learn
     AecWatch watch;
+
+    AecLimit limit;
+    Complex beyond[kAecMaxRing];                 // spectra of limit.signs
+    bool any_beyond[kAecMaxParts + kAecHistory]; // those that are not 0
+    int64_t strength[kAecMaxParts];              // power of a partition's weights
 
     int32_t error[kAecMaxBlock];   // near less the estimated echo
     int64_t residual[kAecMaxBins]; // power that the residual echo is expected to have

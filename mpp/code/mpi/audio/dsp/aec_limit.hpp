@@ -1,0 +1,32 @@
+// Where the loudspeaker cuts off: an amplifier that is driven too hard clips what it plays, and no linear filter takes
+// away the echo of that. The canceller finds the level and clips the far signal in the same way before it filters it.
+#pragma once
+
+#include "mpi/audio/dsp/aec_block.hpp"
+
+namespace zep {
+
+// Whitened products of the error e, the echo estimate y and the change v of y if the level were higher; Q12.
+struct AecLimitSums {
+    int64_t ev, ey, vv, vy, yy;
+};
+
+struct AecLimit {
+    int32_t level;              // Q4: the far signal is cut off there; kAecNoLimit: nowhere
+    int32_t peak;               // Q4: of the far signal, falls by a tenth a second
+    int blocks;                 // since the start
+    AecLimitSums sums[2];       // while no level is known: for each of two levels that are tried in turn
+    int32_t signs[kAecMaxSize]; // of samples beyond the level, the last two blocks, Q15
+};
+
+inline constexpr int32_t kAecNoLimit = 1 << 20;
+
+void aec_limit_init(AecLimit& l);
+
+// One block of far samples, cut off, to Q4; true when l.signs is not all 0.
+bool aec_limit_far(AecLimit& l, int block, const int16_t* far, int32_t* cut);
+
+// The sums of one block in which l.signs was heard. `settled`: the filter takes some of the echo away.
+void aec_limit_learn(AecLimit& l, const AecLimitSums& now, bool settled);
+
+} // namespace zep
