@@ -3,9 +3,9 @@
 
 namespace zep {
 
-// Before the first step of an upgrade: ignores hang-ups, gives a closed output /dev/null, lets go of
-// /etc and waits until no other process upgrades. Returns the package's path, which is made absolute
-// when the working folder has to be left.
+// Before the first step of an upgrade: ignores hang-ups, opens /dev/null in place of a closed output, leaves a
+// working folder below /etc, and waits until no other process upgrades. Returns the package's path, made absolute
+// when the working folder was left.
 const char* prepare_process(const char* package);
 
 // Whether a partition of its own is mounted on /etc.

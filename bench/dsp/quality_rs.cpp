@@ -36,7 +36,8 @@ Signal convert(const Ratio& r, const Signal& x)
     return y;
 }
 
-// A tone has so many cycles in kSpan periods of the lower rate; the filters settle before.
+// A tone is given by its cycles in kSpan periods of the lower rate. The first kSettle periods are left out: the
+// filters settle in them.
 constexpr int kSpan = 1000, kSettle = 100;
 
 Signal tone(const Ratio& r, int cycles, double amplitude)

@@ -27,8 +27,7 @@ std::string parse_plug(const std::string& words, Plug& plug);
 std::string plugged(const std::string& port);
 
 // A camera block's answer to one command. `replies` lists them, one a line: "E0: FF E0 01 00 00 00 26";
-// "E0: +3500 FF ..." comes so many milliseconds after the request. A command without a line stays
-// unanswered.
+// "E0: +3500 FF ..." comes 3500 milliseconds after the request. A command without a line stays unanswered.
 struct Reply {
     uint8_t command = 0;
     int64_t after_ms = 5;

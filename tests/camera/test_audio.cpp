@@ -40,8 +40,8 @@ constexpr Codec kCodecs[] = {{"g711a", 19, 33, 0.3},
 constexpr int kPoints = 320;
 Samples speech() { return voices::babble(50 * kPoints, 8000, 1500, 1); }
 
-// Words of the scripts. station: zep-audio. sessions N: waits until so many have begun; sound N: until the loudspeaker
-// has got so many samples. The others speak with the server on descriptor 3; take N FILE keeps what it answers.
+// Words of the scripts. station: zep-audio. sessions N: waits until N sessions have begun; sound N: until the
+// loudspeaker has got N samples. The others speak with the server on descriptor 3; take N FILE keeps what it answers.
 constexpr char kWords[] = R"sh(
 station() { /run/bin/zep-audio $1 --limit 60 "${@:2}"; }
 sessions() { until [ $(grep -c ^START /tmp/server.log) -ge $1 ]; do sleep 0.1; done; }

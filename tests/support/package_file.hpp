@@ -1,15 +1,14 @@
 // Makes kernel images and packages byte by byte, and catches what the checks log.
 #pragma once
 
+#include "tests/support/memory_file.hpp"
 #include "upgrade/log.hpp"
 #include "upgrade/package.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
 
@@ -67,26 +66,6 @@ inline Bytes package(int version, const Bytes& a, const Bytes& b, const Bytes& c
 {
     return package_header(version, uint32_t(a.size()), uint32_t(b.size()), uint32_t(c.size())) + a + b + c;
 }
-
-// A file without a name that other opens reach by its path.
-class MemoryFile {
-public:
-    // By number: a small C library may lack the wrapper.
-    explicit MemoryFile(const Bytes& content = {}) : fd_(int(syscall(SYS_memfd_create, "package", 0)))
-    {
-        EXPECT_EQ(write(fd_, content.data(), content.size()), ssize_t(content.size()));
-        lseek(fd_, 0, SEEK_SET);
-    }
-    ~MemoryFile() { close(fd_); }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-
-    [[nodiscard]] int fd() const { return fd_; }
-    [[nodiscard]] std::string path() const { return "/proc/self/fd/" + std::to_string(fd_); }
-
-private:
-    int fd_;
-};
 
 inline std::vector<std::string> logged;
 

@@ -39,7 +39,7 @@ struct Worker : testing::Test {
     }
     void SetUp() override { ASSERT_EQ(CTHREAD_Init(&thread, this, start, tick, end), 0); }
 
-    // What an operation prints that gives a result after so many seconds at least.
+    // What an operation prints. It has to give `expected`, and to take `least` seconds or more.
     string timed(int expected, int (*operation)(CTHREAD*), double least)
     {
         string text;
