@@ -70,6 +70,8 @@ bool pressed(const Press& press, int64_t now_ns)
 
 } // namespace
 
+std::span<const uint32_t> groups() { return kGroups; }
+
 uint32_t bank_of(uint32_t address)
 {
     const uint32_t bank = address & ~(kBankSize - 1);

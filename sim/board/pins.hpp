@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,6 +33,8 @@ struct Press {
     int bounces = 0;
 };
 
+// The banks of the register driver's groups, group 1 first.
+std::span<const uint32_t> groups();
 // The bank that the address belongs to; 0 when it is in none.
 uint32_t bank_of(uint32_t address);
 

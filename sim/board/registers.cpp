@@ -4,6 +4,7 @@
 #include "sim/base/raw.hpp"
 #include "sim/base/state.hpp"
 
+#include <array>
 #include <cerrno>
 #include <fcntl.h>
 #include <optional>
@@ -13,8 +14,7 @@
 namespace vcam::registers {
 namespace {
 
-constexpr uint32_t kDirection = 0x400, kAllData = 0x3FC;
-constexpr uint64_t kPage = 4096;
+constexpr int64_t kPage = 4096;
 
 // The register file, locked against other processes while this lives.
 class File {
@@ -120,8 +120,13 @@ std::vector<Word> all()
     for (int64_t at = 0; (at = raw::seek(file.fd(), at, SEEK_DATA)) >= 0;) {
         const int64_t end = raw::seek(file.fd(), at, SEEK_HOLE);
         if (end <= at) break;
-        for (; at < end && at <= UINT32_MAX - 3; at += 4)
-            if (const uint32_t value = file.load(uint32_t(at))) words.push_back({uint32_t(at), value});
+        std::array<uint32_t, kPage / 4> page;
+        for (; at < end && at <= UINT32_MAX - 3; at += kPage) {
+            page.fill(0);
+            raw::pread(file.fd(), page.data(), kPage, at);
+            for (size_t i = 0; i < page.size(); ++i)
+                if (page[i]) words.push_back({uint32_t(at + 4 * int64_t(i)), page[i]});
+        }
         at = end;
     }
     return words;

@@ -25,6 +25,9 @@ int settle(uint32_t first, uint64_t bytes);
 struct Word {
     uint32_t address, value;
 };
+// A GPIO bank's registers from its address on: which lines are outputs, and what was written to them.
+inline constexpr uint32_t kDirection = 0x400, kAllData = 0x3FC;
+
 // Every word of the file that is not zero, in the order of addresses.
 std::vector<Word> all();
 

@@ -5,14 +5,17 @@
 // only whole parts of a page, as many as the error correction has; what was not erased takes the AND
 // without a word, so only reading back finds it. The kernel refuses to erase a bad block, and leaves it
 // to the chip what becomes of a write to one. Erasing gives 0xFF.
+#include "sim/clock/clock.hpp"
 #include "sim/clock/journal.hpp"
 #include "sim/models/table.hpp"
 #include "sim/base/raw.hpp"
 #include "sim/base/state.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
@@ -83,6 +86,27 @@ private:
     uint32_t begin_ = 0, end_ = 0;
 };
 
+// A chip takes its time where VCAM_PACE asks for it: the value says how many times faster than a chip. Short operations
+// add up to a tick, as no sleep is shorter.
+class Pace {
+public:
+    void erase(uint64_t bytes) { spend(double(bytes) / kErased); }
+    void program(uint64_t bytes) { spend(double(bytes) / kProgrammed); }
+
+private:
+    // Bytes a second of a NOR chip of the camera's age: 64 KiB in half a second, and 16 bytes in 50 us.
+    static constexpr double kErased = 128 << 10, kProgrammed = 320000;
+    void spend(double seconds)
+    {
+        if (faster_ <= 0) return;
+        const auto more = int64_t(seconds * 1e9 / faster_);
+        if ((owed_ns_ += more) < clock::kTick) return;
+        clock::sleep_until(clock::now_ns() + owed_ns_.exchange(0), true);
+    }
+    const double faster_ = ::getenv("VCAM_PACE") ? ::atof(::getenv("VCAM_PACE")) : 0;
+    std::atomic<int64_t> owed_ns_ = 0;
+};
+
 // What both devices over a partition do alike.
 class PartitionModel : public Model {
 public:
@@ -131,7 +155,9 @@ public:
         if (offset >= part.size) return -ENOSPC; // nothing does not fit either
         size = size_t(std::min<int64_t>(int64_t(size), int64_t(part.size) - offset));
         const auto begin = static_cast<const uint8_t*>(data);
-        return program(part, uint32_t(offset), std::vector<uint8_t>(begin, begin + size));
+        const ssize_t n = program(part, uint32_t(offset), std::vector<uint8_t>(begin, begin + size));
+        if (n > 0) pace_.program(uint64_t(n));
+        return n;
     }
     int64_t seek(int fd, int64_t offset, int whence) override
     {
@@ -260,9 +286,13 @@ private:
         const std::lock_guard hold(lock_);
         const raw::Fd image(raw::open(part.image().c_str(), O_RDWR | O_CLOEXEC));
         if (!image) return -errno;
-        const std::vector<uint8_t> erased(done, 0xFF);
-        if (!raw::pwrite_all(image.get(), erased.data(), erased.size(), int64_t(start))) return -errno;
-        stretch_.add("erase", uint32_t(start), uint32_t(done));
+        const std::vector<uint8_t> erased(part.erase_size, 0xFF);
+        for (uint64_t at = 0; at < done; at += part.erase_size) {
+            const size_t size = size_t(std::min<uint64_t>(part.erase_size, done - at));
+            if (!raw::pwrite_all(image.get(), erased.data(), size, int64_t(start + at))) return -errno;
+            stretch_.add("erase", uint32_t(start + at), uint32_t(size));
+            pace_.erase(size);
+        }
         return good < start + length ? -EIO : 0;
     }
     // Software error correction works on 256 bytes; a page of more than two such steps is written in
@@ -301,6 +331,7 @@ private:
     mutable std::shared_ptr<const state::Partition> geometry_;
     std::mutex lock_;
     Stretch stretch_;
+    Pace pace_;
 };
 
 // The block device over a partition. Reads are the image's own; writes go through erase and

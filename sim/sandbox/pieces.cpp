@@ -34,13 +34,7 @@ const Piece kPieces[] = {
      {"/usr/bin/busybox", "/bin/busybox", "/usr/local/bin/busybox"}},
 };
 
-std::string own_folder()
-{
-    char self[PATH_MAX];
-    ssize_t n = readlink("/proc/self/exe", self, sizeof self);
-    if (n <= 0 || size_t(n) >= sizeof self) return ".";
-    return std::filesystem::path(std::string(self, size_t(n))).parent_path().string();
-}
+std::string own_folder() { return std::filesystem::path(own_program()).parent_path().string(); }
 
 std::string find(const Piece& piece, const std::string& beside)
 {
@@ -68,6 +62,20 @@ bool names_interpreter(const std::string& path)
 }
 
 } // namespace
+
+std::string own_program()
+{
+    char self[PATH_MAX];
+    ssize_t n = readlink("/proc/self/exe", self, sizeof self);
+    if (n <= 0 || size_t(n) >= sizeof self) return "./vcam";
+    return std::string(self, size_t(n));
+}
+
+std::string find_web_server()
+{
+    return find({nullptr, "VCAM_WEB", "vcam-web, the page's server", {"vcam-web", VCAM_PARTS "/vcam-web"}},
+                own_folder());
+}
 
 Pieces find_pieces()
 {

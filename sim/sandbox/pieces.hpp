@@ -15,5 +15,8 @@ struct Pieces {
 // From the environment (VCAM_ZEP, VCAM_GUEST, VCAM_PRELOAD, VCAM_BUSYBOX), else beside this
 // program as the build or the installation lays them. Throws naming the first missing one.
 Pieces find_pieces();
+// vcam-web, the page's server (VCAM_WEB), found in the same way.
+std::string find_web_server();
+std::string own_program(); // the path of this one
 
 } // namespace vcam

@@ -226,6 +226,7 @@ int run_camera(const Camera& camera, const RunOptions& o, const Arguments& comma
     const Pieces pieces = find_pieces();
     const Surroundings surroundings(camera, o, heard);
     if (!o.no_mark) set_mark(camera);
+    replace_file(camera.path("command"), one_line(join(command, " ")) + "\n");
     for (const char* name : {"ending", "cause"}) unlink(camera.path(name).c_str());
     catch_signals();
     init_pid = start_sandbox(camera, pieces, plan(camera, o, command));

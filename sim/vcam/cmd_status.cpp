@@ -2,19 +2,11 @@
 #include "sim/base/camera.hpp"
 #include "sim/vcam/commands.hpp"
 #include "sim/vcam/options.hpp"
-#include "sim/vcam/settings.hpp"
-#include "sim/vcam/status_board.hpp"
-#include "sim/vcam/status_media.hpp"
+#include "sim/view/status.hpp"
+#include "sim/view/status_media.hpp"
 #include "sim/base/text.hpp"
-#include "sim/clock/clock.hpp"
-#include "sim/board/serial_line.hpp"
-#include "sim/base/state.hpp"
 
-#include <algorithm>
 #include <cstdio>
-#include <ctime>
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 namespace vcam {
 namespace {
@@ -25,18 +17,8 @@ struct PartitionStatus {
     uint32_t crc = 0;
 };
 
-struct Status {
-    std::string model, ending;
-    pid_t running = 0;
+struct FullStatus : Status {
     std::vector<PartitionStatus> flash;
-    double seconds = 0;
-    std::string wall;
-    bool has_watchdog = false, armed = false, fired = false;
-    int timeout_s = 0, feeds = 0;
-    double longest_gap = 0;
-    std::vector<std::string> modules, faults, serial;
-    BoardStatus board;
-    std::unique_ptr<media::Page> sound;
     size_t journal_lines = 0, syslog_lines = 0;
 };
 
@@ -48,72 +30,18 @@ PartitionStatus flash_status(const Camera& camera, const Partition& p)
     return {p, used, crc32(image.data(), image.size())};
 }
 
-std::vector<std::string> lines_of(const std::string& path)
+FullStatus read_all(const Camera& camera)
 {
-    std::vector<std::string> out;
-    for (const auto& line : split(try_read_file(path).value_or(""), '\n'))
-        if (!line.empty()) out.push_back(line);
-    return out;
-}
-
-void add_clock(Status& s)
-{
-    s.seconds = double(clock::now_ns()) / 1e9;
-    time_t wall = time_t(clock::wall_ns() / clock::kSecond);
-    char line[64] = "";
-    tm parts = {};
-    if (wall > 0) strftime(line, sizeof line, "%Y-%m-%d %H:%M:%S", gmtime_r(&wall, &parts));
-    s.wall = line;
-    const auto* w = clock::watchdog();
-    if (!w) return;
-    s.has_watchdog = w->feeds > 0 || w->armed;
-    s.armed = w->armed == 1;
-    s.fired = w->armed == 2;
-    s.timeout_s = 2 * w->timeout_units;
-    s.feeds = w->feeds;
-    s.longest_gap = double(w->longest_gap_ns) / 1e9;
-}
-
-// The port, what is plugged into it and how it stands; only of a port that was opened.
-std::vector<std::string> serial_ports(const Camera& camera)
-{
-    std::vector<std::string> out;
-    for (const char* port : serial::kPorts) {
-        const std::string plug = serial::plugged(port);
-        if (!exists(camera.path(std::string("dev/") + port))) {
-            if (plug != "nothing") out.push_back(text("%s %s", port, plug.c_str()));
-            continue;
-        }
-        serial::Held held(port);
-        const auto& r = *held;
-        out.push_back(text("%s %s, %s, RTS %s, %u bytes sent, %u received, %u lost", port, plug.c_str(),
-                           serial::describe(r.settings).c_str(), r.lines & TIOCM_RTS ? "set" : "clear",
-                           r.sent, r.received, r.lost));
-    }
-    return out;
-}
-
-Status read_status(const Camera& camera)
-{
-    state::set_dir(camera.folder());
-    clock::attach();
-    Status s;
-    s.model = camera.setting("model");
-    s.running = camera.running();
-    s.ending = trim(try_read_file(camera.path("ending")).value_or(s.running ? "" : "never ran"));
+    attach_to(camera);
+    FullStatus s;
+    static_cast<Status&>(s) = read_status(camera);
     for (const auto& p : camera.partitions()) s.flash.push_back(flash_status(camera, p));
-    add_clock(s);
-    s.modules = lines_of(camera.path("modules"));
-    s.faults = lines_of(camera.path("faults"));
-    s.board = read_board(camera);
-    s.sound = read_media();
-    s.serial = serial_ports(camera);
     s.journal_lines = lines_of(camera.path("journal")).size();
     s.syslog_lines = lines_of(camera.path("syslog")).size();
     return s;
 }
 
-void print_text(const Camera& camera, const Status& s)
+void print_text(const Camera& camera, const FullStatus& s)
 {
     printf("camera    %s, model %s, %s\n", camera.folder().c_str(), s.model.c_str(),
            s.running ? text("running as process %d", int(s.running)).c_str()
@@ -140,11 +68,9 @@ void print_text(const Camera& camera, const Status& s)
     for (const auto& f : s.faults) printf("fault     %s\n", f.c_str());
 }
 
-void print_json(const Camera& camera, const Status& s)
+void print_json(const Camera& camera, const FullStatus& s)
 {
-    cli::Json json = {{"folder", camera.folder()},  {"model", s.model},     {"running", s.running != 0},
-                      {"ending", s.ending},         {"seconds", s.seconds}, {"clock", s.wall},
-                      {"flash", cli::Json::array()}};
+    cli::Json json = status_json(camera, s);
     for (const auto& f : s.flash)
         json["flash"].push_back({{"name", f.partition.name},
                                  {"type", f.partition.type},
@@ -153,16 +79,6 @@ void print_json(const Camera& camera, const Status& s)
                                  {"write_size", f.partition.write_size},
                                  {"used", f.used},
                                  {"crc32", text("%08x", f.crc)}});
-    json["watchdog"] = {{"armed", s.armed},
-                        {"fired", s.fired},
-                        {"timeout", s.timeout_s},
-                        {"feeds", s.feeds},
-                        {"longest_gap", s.longest_gap}};
-    add_board(json, s.board);
-    if (s.sound) json["media"] = media_json(*s.sound);
-    json["drivers"] = s.modules;
-    json["serial"] = s.serial;
-    json["faults"] = s.faults;
     json["journal_lines"] = s.journal_lines;
     json["syslog_lines"] = s.syslog_lines;
     cli::print_json(json);
@@ -179,7 +95,7 @@ int status_main(const Arguments& arguments)
                     {kCamera}});
     if (json && dot) wrong_use("--json and --dot are two forms; choose one");
     const Camera camera(words.plain[0]);
-    const Status s = read_status(camera);
+    const FullStatus s = read_all(camera);
     if (dot)
         fputs(media_dot(s.sound.get()).c_str(), stdout);
     else

@@ -21,5 +21,9 @@ int fault_main(const Arguments& arguments);
 int pin_main(const Arguments& arguments);
 int rtc_main(const Arguments& arguments);
 int plug_main(const Arguments& arguments);
+int trace_main(const Arguments& arguments);
+int report_main(const Arguments& arguments);
+int watch_main(const Arguments& arguments);
+int web_main(const Arguments& arguments);
 
 } // namespace vcam

@@ -24,7 +24,11 @@ int main(int argc, char** argv)
          {"pin", "wire GPIO lines, as \"4.0 wire 5.0\", or press a key; without a line, show the wiring",
           pin_main},
          {"rtc", "show, set or break the real-time clock", rtc_main},
-         {"plug", "what a serial port meets: nothing, loopback, block; without one, show", plug_main}},
+         {"plug", "what a serial port meets: nothing, loopback, block; without one, show", plug_main},
+         {"web", "a live page of cameras in the browser", web_main},
+         {"report", "the same page of one camera, frozen in one file", report_main},
+         {"watch", "a live view of one camera in the terminal", watch_main},
+         {"trace", "the last run for trace viewers, as JSON trace events", trace_main}},
     };
     return cli::run(tool, argc, argv);
 }

@@ -1,5 +1,5 @@
 // The board's part of vcam status: real-time clock, registers, I2C devices, wiring.
-#include "sim/vcam/status_board.hpp"
+#include "sim/view/status_board.hpp"
 #include "sim/base/text.hpp"
 #include "sim/board/rtc_chip.hpp"
 

@@ -1,5 +1,5 @@
 // The media drivers' part of vcam status: what is bound to what, what is in use, how loud it is.
-#include "sim/vcam/status_media.hpp"
+#include "sim/view/status_media.hpp"
 #include "sim/base/text.hpp"
 #include "sim/clock/clock.hpp"
 #include "sim/models/audio.hpp"

@@ -1,0 +1,108 @@
+// vcam report: the page of one camera, frozen in one file.
+#include "sim/base/camera.hpp"
+#include "sim/models/table.hpp"
+#include "sim/vcam/commands.hpp"
+#include "sim/vcam/options.hpp"
+#include "sim/view/snapshot.hpp"
+#include "sim/view/status_lines.hpp"
+#include "sim/web/page.hpp"
+#include "tools/cli/output_file.hpp"
+
+#include <cerrno>
+#include <cstdio>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace vcam {
+namespace {
+
+constexpr size_t kReportHead = 64;
+constexpr std::string_view kOurs = "<!DOCTYPE html><!-- a virtual camera -->", kPng = "\x89PNG";
+constexpr const char* kBrowsers[] = {"/usr/bin/chromium", "/usr/bin/chromium-browser",
+                                     "/usr/bin/google-chrome"};
+
+bool begins(int fd, std::string_view with)
+{
+    char head[kReportHead];
+    return pread(fd, head, with.size(), 0) == ssize_t(with.size()) &&
+           std::string_view(head, with.size()) == with;
+}
+bool is_report(int fd, off_t) { return begins(fd, kOurs); }
+bool is_png(int fd, off_t) { return begins(fd, kPng); }
+
+std::string dump(const cli::Json& json)
+{
+    return json.dump(-1, ' ', false, cli::Json::error_handler_t::replace);
+}
+
+std::string report_of(const std::string& folder)
+{
+    Snapshot snapshot(folder);
+    cli::Json event = {{"camera", 0}};
+    event.update(snapshot.next(true));
+    const cli::Json known = {{"cameras", {snapshot.camera().folder()}},
+                             {"targets", cli::Json::array()},
+                             {"lines", line_names_json()}};
+    return web::frozen_page(dump(event), dump(known));
+}
+
+const char* browser()
+{
+    for (const char* program : kBrowsers)
+        if (access(program, X_OK) == 0) return program;
+    fail("report: --png needs a browser: install the Debian package chromium");
+}
+
+// The browser's own files go into the folder too, and with it.
+std::string picture(const std::string& page)
+{
+    const char* program = browser();
+    const ScratchFolder folder;
+    const std::string file = folder.path() + "/report.html", png = folder.path() + "/report.png";
+    write_file(file, page);
+    const std::string home = "--user-data-dir=" + folder.path() + "/profile", shot = "--screenshot=" + png,
+                      address = "file://" + file;
+    const pid_t child = fork();
+    if (child == 0) {
+        freopen("/dev/null", "w", stdout);
+        freopen("/dev/null", "w", stderr);
+        execl(program, program, "--headless", "--no-sandbox", "--disable-gpu", "--hide-scrollbars",
+              "--no-first-run", "--window-size=1400,1900", "--virtual-time-budget=3000", home.c_str(),
+              shot.c_str(), address.c_str(), nullptr);
+        _exit(127);
+    }
+    int status = -1;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    const auto bytes = try_read_file(png);
+    if (!bytes) fail("report: %s made no picture (status %d)", program, status);
+    return *bytes;
+}
+
+void put_out(const std::string& name, const cli::OutputRule& rule, const std::string& content)
+{
+    cli::OutputFile output(name, rule);
+    output.write(content);
+    output.commit();
+}
+
+} // namespace
+
+int report_main(const Arguments& arguments)
+{
+    std::string name, png;
+    bool force = false;
+    const auto words = cli::parse(
+        arguments,
+        {{{"-o,--output", "FILE.html", "where to write the page", [&](auto& v) { name = cli::given(v); }},
+          {"--png", "FILE.png", "a picture of it, through chromium", [&](auto& v) { png = cli::given(v); }},
+          {"--force", nullptr, "replace files that are neither", [&](auto&) { force = true; }}},
+         {kCamera}});
+    if (name.empty() && png.empty()) wrong_use("name a file with -o or --png");
+    const std::string page = report_of(words.plain[0]);
+    if (!name.empty()) put_out(name, {"a report", is_report, force}, page);
+    if (!png.empty()) put_out(png, {"a PNG file", is_png, force}, picture(page));
+    return 0;
+}
+
+} // namespace vcam

@@ -1,0 +1,26 @@
+// The programs that run in a camera, and what is mounted in its slots.
+#pragma once
+
+#include "sim/base/camera.hpp"
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace vcam {
+
+struct Process {
+    pid_t host = 0;
+    int depth = 0; // below the camera's first process
+    std::string command;
+};
+// In the order of a tree; the camera's first process is not among them. Empty when the camera is off.
+std::vector<Process> processes(pid_t init);
+// "sd" and "usb" as far as a medium is in the slot.
+std::vector<std::string> media_slots(pid_t init);
+
+// The camera's first process as one to signal, -1 when the camera is off. What a program of the camera may have written
+// into the camera's folder is not trusted: the process must be the first one of its space and see that very folder.
+Fd open_init(const Camera& camera);
+
+} // namespace vcam

@@ -1,0 +1,165 @@
+// What a page shows of a camera, in sections; each look gives those that have changed.
+#include "sim/view/snapshot.hpp"
+#include "sim/base/text.hpp"
+#include "sim/clock/clock.hpp"
+#include "sim/sandbox/mark.hpp"
+#include "sim/view/processes.hpp"
+#include "sim/view/status_lines.hpp"
+#include "sim/view/status_media.hpp"
+
+#include <algorithm>
+#include <fcntl.h>
+#include <functional>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace vcam {
+namespace {
+
+constexpr size_t kMostLines = 5000;      // of a log, for a page that opens
+constexpr uint64_t kMostBytes = 2 << 20; // read of a log at once
+constexpr size_t kMostLength = 2000;     // of a line
+constexpr size_t kMostRegisters = 400;
+
+cli::Json process_list(const std::vector<Process>& list)
+{
+    cli::Json out = cli::Json::array();
+    for (const Process& p : list) out.push_back({{"depth", p.depth}, {"command", p.command}});
+    return out;
+}
+
+cli::Json head(const Camera& camera, const Status& s)
+{
+    return {{"folder", camera.folder()},
+            {"name", camera.folder().substr(camera.folder().rfind('/') + 1)},
+            {"model", s.model},
+            {"running", s.running != 0},
+            {"ending", s.ending},
+            {"cause", trim(try_read_file(camera.path("cause")).value_or(""))},
+            {"command", trim(try_read_file(camera.path("command")).value_or(""))},
+            {"processes", process_list(processes(s.running))},
+            {"slots", media_slots(s.running)},
+            {"drivers", s.modules}};
+}
+
+cli::Json time_of(const Camera& camera, const Status& s)
+{
+    return {{"seconds", s.seconds},
+            {"clock", exists(camera.path("clock")) ? s.wall : ""},
+            {"watchdog", watchdog_json(s)},
+            {"since_feed", s.since_feed}};
+}
+
+cli::Json i2c(const Camera& camera, const BoardStatus& board)
+{
+    cli::Json out = cli::Json::object();
+    for (const auto& name : board.i2c) {
+        std::string hex;
+        for (const unsigned char c : try_read_file(camera.path("i2c/" + name)).value_or("").substr(0, 256))
+            hex += text("%02x", c);
+        out[name] = hex;
+    }
+    return out;
+}
+
+cli::Json board_of(const Camera& camera, const Status& s)
+{
+    cli::Json out;
+    BoardStatus shown = s.board;
+    if (shown.registers.size() > kMostRegisters) shown.registers.resize(kMostRegisters);
+    add_board(out, shown);
+    out["lines"] = lines_json(s.board.registers);
+    out["i2c"] = i2c(camera, s.board);
+    return out;
+}
+
+} // namespace
+
+std::vector<std::string> Tail::lines(size_t most)
+{
+    const Fd fd(open(path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat st;
+    if (!fd || fstat(fd.get(), &st) < 0 || !S_ISREG(st.st_mode)) return {};
+    const auto size = uint64_t(st.st_size);
+    if (size < at_) at_ = 0;
+    if (size == at_) return {};
+    if (size - at_ > kMostBytes) at_ = size - kMostBytes;
+    std::string content(size_t(size - at_), '\0');
+    const ssize_t n = pread(fd.get(), content.data(), content.size(), off_t(at_));
+    content.resize(n > 0 ? size_t(n) : 0);
+    const size_t end = content.rfind('\n');
+    if (end == std::string::npos) return {};
+    at_ += end + 1;
+    auto out = split(std::string_view(content).substr(0, end), '\n');
+    if (out.size() > most) out.erase(out.begin(), out.end() - long(most));
+    for (auto& line : out)
+        if (line.size() > kMostLength) line.resize(kMostLength);
+    return out;
+}
+
+Snapshot::Snapshot(const std::string& folder)
+    : camera_(folder), flash_(camera_), journal_(camera_.path("journal")), syslog_(camera_.path("syslog")),
+      feeds_(camera_.path("watchdog.log")), console_(camera_.path("console"))
+{
+    attach_to(camera_);
+}
+
+void Snapshot::put(cli::Json& out, const char* section, cli::Json value)
+{
+    const std::string bytes = value.dump(-1, ' ', false, cli::Json::error_handler_t::replace);
+    const size_t hash = std::hash<std::string>()(bytes);
+    if (const auto [it, fresh] = given_.emplace(section, hash); !fresh) {
+        if (it->second == hash) return;
+        it->second = hash;
+    }
+    out[section] = std::move(value);
+}
+
+// A run begins with a new mark.
+bool Snapshot::new_run()
+{
+    struct stat st;
+    const bool ran = stat(camera_.path("before/files").c_str(), &st) == 0;
+    const int64_t run = ran ? int64_t(st.st_mtim.tv_sec) * 1'000'000'000 + st.st_mtim.tv_nsec : 0;
+    const bool changed = run != run_;
+    run_ = run;
+    return changed;
+}
+
+void Snapshot::add_lines(cli::Json& out, bool full)
+{
+    if (new_run() || full) {
+        Mark mark;
+        if (run_) mark = read_mark(camera_);
+        journal_.restart(mark.journal_bytes);
+        syslog_.restart(mark.syslog_bytes);
+        console_.restart(0);
+        feeds_.restart(0);
+        out["restart"] = true;
+    }
+    const std::pair<const char*, Tail*> logs[] = {
+        {"journal", &journal_}, {"log", &syslog_}, {"feeds", &feeds_}, {"console", &console_}};
+    for (const auto& [name, tail] : logs)
+        if (auto lines = tail->lines(kMostLines); !lines.empty()) out[name] = lines;
+}
+
+cli::Json Snapshot::next(bool full)
+{
+    cli::Json out;
+    if (full) given_.clear();
+    clock::detach(); // a camera that starts may have a new clock
+    clock::attach();
+    const Status s = read_status(camera_);
+    add_lines(out, full);
+    flash_.refresh(s.running ? "" : s.ending);
+    put(out, "head", head(camera_, s));
+    put(out, "time", time_of(camera_, s));
+    put(out, "flash", flash_.json());
+    put(out, "board", board_of(camera_, s));
+    put(out, "sound", s.sound ? media_json(*s.sound) : cli::Json());
+    put(out, "serial", s.serial);
+    put(out, "faults", s.faults);
+    return out;
+}
+
+} // namespace vcam

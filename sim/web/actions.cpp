@@ -1,0 +1,199 @@
+// What a page may do with a camera. Each action is a command of vcam, with its checks and its words.
+#include "sim/web/actions.hpp"
+#include "sim/base/text.hpp"
+#include "sim/clock/power.hpp"
+#include "sim/view/processes.hpp"
+#include "tools/audio/wav.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace vcam::web {
+namespace {
+
+constexpr int kBadRequest = 400, kConflict = 409;
+constexpr size_t kMostWords = 64;
+
+std::string word(const cli::Json& request, const char* name)
+{
+    const auto it = request.find(name);
+    if (it == request.end() || !it->is_string()) fail("the request lacks \"%s\"", name);
+    std::string value = it->get<std::string>();
+    if (value.find_first_of(std::string_view("\0\n", 2)) != std::string::npos)
+        fail("\"%s\" holds a line end or a zero byte", name);
+    return value;
+}
+
+// The words of a far end. A file of replies would be one of the host: not from here.
+Words far_end(const std::string& line)
+{
+    Words words = split(trim(line), ' ');
+    for (size_t i = 1; i < words.size(); ++i)
+        if (words[i].find_first_of("@=") == std::string::npos || words[i].find('/') != std::string::npos)
+            fail("'%s': give wrong@N, lost@N or late=MS; files of replies go through vcam plug",
+                 words[i].c_str());
+    return words;
+}
+
+using Request = const cli::Json&;
+struct CommandRow {
+    const char* name;
+    Words (*words)(const std::string& camera, Request request); // of vcam
+};
+const CommandRow kCommands[] = {
+    {"fault",
+     [](auto& camera, Request r) {
+         return Words{"fault", camera, "--", word(r, "line")};
+     }},
+    {"clear-faults",
+     [](auto& camera, Request) {
+         return Words{"fault", "--clear", camera};
+     }},
+    {"pin",
+     [](auto& camera, Request r) {
+         return Words{"pin", camera, "--", word(r, "line")};
+     }},
+    {"clear-pins",
+     [](auto& camera, Request) {
+         return Words{"pin", "--clear", camera};
+     }},
+    {"press",
+     [](auto& camera, Request r) {
+         return Words{"pin", camera, "--", word(r, "key") + " press +0 " + word(r, "seconds")};
+     }},
+    {"plug",
+     [](auto& camera, Request r) {
+         Words words = {"plug", camera, "--", word(r, "port")};
+         for (const auto& w : far_end(word(r, "line"))) words.push_back(w);
+         return words;
+     }},
+    {"set-clock",
+     [](auto& camera, Request r) {
+         return Words{"rtc", "--set=" + word(r, "time"), camera};
+     }},
+    {"break-clock",
+     [](auto& camera, Request r) {
+         return Words{"rtc", "--fault=" + word(r, "fault"), camera};
+     }},
+};
+
+const struct {
+    const char* name;
+    int signal; // to the camera's first process
+} kSignals[] = {
+    {"stop", SIGTERM},
+    {"cut", SIGRTMIN + int(power::Loss::cut)},
+    {"power-off", SIGRTMIN + int(power::Loss::off)},
+};
+
+Answer send_signal(const Camera& camera, int number)
+{
+    const Fd init = open_init(camera);
+    if (!init) return {kConflict, "the camera is off"};
+    if (syscall(SYS_pidfd_send_signal, init.get(), number, nullptr, 0) < 0)
+        return {kConflict, text("the camera does not take the signal: %s", strerror(errno))};
+    return {200, "done"};
+}
+
+// A new file in the place of the last run's; a link of that name is not followed.
+Fd fresh_console(const Camera& camera)
+{
+    const std::string path = camera.path("console");
+    unlink(path.c_str());
+    Fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0644));
+    if (!fd) fail("cannot write %s: %s", path.c_str(), strerror(errno));
+    return fd;
+}
+
+// The options of vcam run that a page chooses from.
+Words run_options(const cli::Json& request, double pace)
+{
+    Words out;
+    const std::string time = request.value("time", "pace");
+    if (time == "pace" && pace > 0) out.insert(out.end(), {"--env", text("VCAM_PACE=%g", pace)});
+    if (time != "skip" && !(time == "pace" && pace <= 0)) out.emplace_back("--realtime");
+    for (const char* slot : {"sd", "usb"})
+        if (request.value(slot, false)) out.insert(out.end(), {"--medium", text("%s=16M", slot)});
+    if (request.value("loop", false)) out.insert(out.end(), {"--loop", "40"});
+    return out;
+}
+
+} // namespace
+
+Actions::~Actions()
+{
+    for (const auto& [folder, pid] : runs_)
+        if (waitpid(pid, nullptr, WNOHANG) == 0) {
+            kill(pid, SIGTERM);
+            status_of(pid);
+        }
+}
+
+Answer Actions::command(const Words& words) const
+{
+    Words all = {vcam_};
+    all.insert(all.end(), words.begin(), words.end());
+    const Output output = capture(all);
+    if (output.status == 0) return {200, output.out};
+    return {kBadRequest, trim(output.err.empty() ? output.out : output.err)};
+}
+
+Answer Actions::run(const Camera& camera, const cli::Json& request)
+{
+    const auto words = request.find("words");
+    if (words == request.end() || !words->is_array() || words->empty() || words->size() > kMostWords)
+        return {kBadRequest, "name a program, as: upgrade /tmp/pkg -v"};
+    Words line = {vcam_, "run"};
+    const Words options = run_options(request, pace_);
+    line.insert(line.end(), options.begin(), options.end());
+    line.insert(line.end(), {camera.folder(), "--"});
+    for (const auto& w : *words) line.push_back(w.get<std::string>());
+    const std::lock_guard hold(lock_);
+    if (camera.running()) return {kConflict, "the camera runs already; stop it first"};
+    if (const auto it = runs_.find(camera.folder()); it != runs_.end()) status_of(it->second);
+    const Fd console = fresh_console(camera);
+    runs_[camera.folder()] = start(line, -1, console.get(), console.get());
+    return {200, "started"};
+}
+
+Answer Actions::act(const Camera& camera, const cli::Json& request)
+{
+    const std::string name = word(request, "action");
+    if (name == "run") return run(camera, request);
+    for (const auto& row : kSignals)
+        if (name == row.name) return send_signal(camera, row.signal);
+    for (const auto& row : kCommands)
+        if (name == row.name) return command(row.words(camera.folder(), request));
+    return {kBadRequest, "no action " + one_line(name)};
+}
+
+Answer Actions::put(const Camera& camera, const std::string& place, const std::string& content)
+{
+    const ScratchFolder folder;
+    const std::string file = folder.path() + "/file";
+    write_file(file, content);
+    if (place != "mic.wav") return command({"put", camera.folder(), "--", file, place});
+    replace_file(camera.path("mic.wav"), zaudio::wav_bytes(zaudio::read_sound(file)));
+    return {200, "the microphone hears it from the next start of its first channel on"};
+}
+
+Answer Actions::get(const Camera& camera, const std::string& place) const
+{
+    const ScratchFolder folder;
+    const std::string file =
+        folder.path() + "/file"; // named, so that a folder of the camera does not land elsewhere
+    if (const Answer said = command({"get", camera.folder(), "--", place, file}); said.status != 200)
+        return said;
+    const auto content = try_read_file(file);
+    return content ? Answer{200, *content} : Answer{kBadRequest, place + " is no file"};
+}
+
+Answer Actions::diff(const Camera& camera) const { return command({"diff", "--json", camera.folder()}); }
+
+} // namespace vcam::web

@@ -1,0 +1,17 @@
+# The page's files as C++ strings: page_html, page_css, and page_js with all scripts in the order of FILES, one
+# behind the other. -DFILES=... -DOUTPUT=...
+set(pieces_html "")
+set(pieces_css "")
+set(pieces_js "")
+foreach(file ${FILES})
+    get_filename_component(kind ${file} LAST_EXT)
+    string(SUBSTRING ${kind} 1 -1 kind)
+    file(READ ${file} hex HEX)
+    string(REGEX REPLACE "([0-9a-f][0-9a-f])" "'\\\\x\\1'," bytes "${hex}")
+    string(APPEND pieces_${kind} "${bytes}\n")
+endforeach()
+set(text "// Made by embed.cmake.\n")
+foreach(kind html css js)
+    string(APPEND text "constexpr char page_${kind}[] = {\n${pieces_${kind}}};\n")
+endforeach()
+file(WRITE ${OUTPUT} "${text}")

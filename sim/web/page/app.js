@@ -1,0 +1,160 @@
+// Puts the page together and keeps it up to date.
+
+const phases = [
+  [/CFlash_Erase\].*\/dev\/(mtd\d)/, m => ({ text: 'erasing ' + m[1], part: m[1], state: 'e' })],
+  [/CFlash_NWrite\].*size : (\d+)/, (m, p) => ({ text: 'writing ' + (p.part || 'flash') + ', ' + size(+m[1]), part: p.part, state: 'n', bytes: +m[1] })],
+  [/CFlash_Confirm\]/, (m, p) => ({ text: 'comparing ' + (p.part || 'flash'), part: p.part })],
+  [/Upgrade complete/, () => ({ text: 'upgrade complete, restarting programs' })],
+  [/Upgrade fail|fail/i, m => ({ text: m.input })]
+];
+
+class Camera {
+  constructor(index) {
+    this.index = index;
+    this.events = [];
+    this.replay = null;
+    this.speeds = [];
+    this.build();
+  }
+
+  build() {
+    this.name = el('h2');
+    this.pill = el('span', { class: 'pill off', role: 'status' });
+    this.command = el('span', { class: 'quiet' });
+    this.phase = el('div', { class: 'phase' }, this.phaseText = el('span'), this.bar = el('progress', { max: 1, value: 0, 'aria-label': 'progress of the partition' }));
+    this.facts = Object.fromEntries(['Camera time', 'Clock', 'Watchdog', 'Longest gap', 'Processes'].map(n => [n, el('span', {}, '–')]));
+    this.flashView = new FlashView(this);
+    this.timeView = new TimeView(this);
+    this.boardView = new BoardView(this);
+    this.soundView = new SoundView(this);
+    this.logView = new LogView(this);
+    this.actionView = frozen ? null : new ActionView(this);
+    const head = el('section', { class: 'card' }, el('div', { class: 'title' }, this.name, this.pill, this.command),
+      el('div', { class: 'facts' }, ...Object.entries(this.facts).map(([n, node]) => el('div', { class: 'fact' }, el('b', {}, n), node))), this.phase);
+    this.root = el('article', { class: 'camera' }, head, el('div', { class: 'columns' },
+      el('div', { class: 'column' }, this.flashView.root, this.timeView.root, this.logView.root),
+      el('div', { class: 'column' }, this.actionView && this.actionView.root, this.boardView.root, this.soundView.root)));
+  }
+
+  take(event) {
+    if (event.restart) {
+      this.events = [];
+      this.replay = null;
+      this.logView.clear();
+    }
+    for (const section of ['head', 'time', 'flash', 'board', 'sound', 'serial', 'faults'])
+      if (section in event) this[section] = event[section];
+    if (event.flash) this.measure();
+    for (const kind of ['journal', 'log', 'feeds']) if (event[kind]) addEvents(this, kind, event[kind]);
+    for (const kind of ['journal', 'log', 'console']) if (event[kind]) this.logView.add(kind, event[kind]);
+    if (event.restart && (event.console || []).length) this.logView.show('console');
+    if (this.head) this.redraw(event);
+  }
+
+  // Blocks that have changed in the last seconds, for the speed.
+  measure() {
+    const maps = Object.fromEntries(this.flash.map(p => [p.name, p.map]));
+    let changed = 0;
+    for (const p of this.flash) {
+      const before = this.maps ? this.maps[p.name] : p.map;
+      for (let i = 0; i < p.map.length; ++i) if (p.map[i] !== before[i]) changed += p.erase_size;
+    }
+    this.maps = maps;
+    this.speeds.push({ at: performance.now(), bytes: changed });
+  }
+
+  speed() {
+    const now = performance.now();
+    this.speeds = this.speeds.filter(s => now - s.at < 3000);
+    const bytes = this.speeds.reduce((n, s) => n + s.bytes, 0);
+    return this.speeds.length > 1 ? bytes / (now - this.speeds[0].at) * 1000 : 0;
+  }
+
+  drawPhase() {
+    let phase = { text: '' };
+    const until = this.replay === null ? Infinity : this.replay;
+    for (const e of this.events) {
+      if (e.time > until) break;
+      if (e.source === 'log' || e.source === 'mtd')
+        for (const [pattern, make] of phases) {
+          const match = e.text.match(pattern);
+          if (match) { phase = { ...make(match, phase) }; break; }
+        }
+      else if (e.source === 'system') phase = { text: e.text, part: phase.part };
+    }
+    const running = this.head.running || this.replay !== null;
+    let share = running ? 0 : this.events.length ? 1 : 0, text = phase.text;
+    const part = running && phase.state && this.flash.find(p => p.name === phase.part);
+    if (part) {
+      const map = mapAt(this, part, this.replay), total = phase.state === 'e' ? map.length : Math.ceil(phase.bytes / part.erase_size);
+      const done = Array.from(map).filter(c => phase.state === 'e' ? c === 'e' || c === 'b' : c === 'n' || c === 't').length;
+      share = Math.min(1, done / total);
+      const speed = this.replay === null ? this.speed() : 0;
+      text += `: ${Math.round(100 * share)} %` + (speed > 0 && share < 1 ? `, ${size(speed)}/s, ${Math.ceil((total - done) * part.erase_size / speed)} s left` : '');
+    }
+    say(this.phaseText, running ? text || 'running' : this.events.length ? 'The last run ended: ' + this.head.ending + (this.head.cause ? ', by the fault ' + this.head.cause : '') : 'The camera has not run yet.');
+    this.bar.value = share;
+  }
+
+  drawHead() {
+    const broken = /powercut|watchdog|timeout|signal/.test(this.head.ending);
+    say(this.name, this.head.name + ' · ' + this.head.model);
+    say(this.pill, this.head.running ? '▶ running' : broken ? '✖ ' + this.head.ending : '■ off');
+    this.pill.className = 'pill ' + (this.head.running ? 'running' : broken ? 'broken' : 'off');
+    say(this.command, this.head.command);
+    const w = this.time.watchdog;
+    say(this.facts['Camera time'], seconds(this.time.seconds));
+    say(this.facts.Clock, this.time.clock || 'not started');
+    say(this.facts.Watchdog, w.fired ? 'has reset the camera' : w.armed ? `armed, ${Math.max(0, w.timeout - this.time.since_feed).toFixed(1)} of ${w.timeout} s left` : 'off');
+    say(this.facts['Longest gap'], w.feeds ? `${seconds(w.longest_gap)} over ${w.feeds} feeds` : 'no feeds');
+    say(this.facts.Processes, this.head.processes.length ? this.head.processes.length + ': ' + this.head.processes.at(-1).command : 'none');
+    this.facts.Processes.title = this.head.processes.map(p => '  '.repeat(p.depth) + p.command).join('\n');
+    this.root.setAttribute('aria-label', 'camera ' + this.head.name);
+  }
+
+  redraw(event) {
+    this.drawHead();
+    this.drawPhase();
+    if (!event || event.flash || event.head || event.journal) this.flashView.draw();
+    this.timeView.draw();
+    if (!event || event.board || event.serial || event.head || event.journal) this.boardView.draw();
+    if (!event || 'sound' in event) this.soundView.draw();
+    this.logView.draw();
+    if (this.actionView) this.actionView.draw();
+  }
+}
+
+function lists() {
+  const list = (id, words) => document.body.append(el('datalist', { id }, ...words.map(w => el('option', { value: w }))));
+  list('applets', ['upgrade /tmp/pkg -v', 'xupgrade -i -b -r 5140', 'load_drv', 'xtime', 'test_led', 'test_key', 'test_dio', 'test_rs485', 'test_rs232', 'test_sdcard', 'test_usb', 'test_rtc', 'test_send_watchdog', 'test_audio 5000', 'get_cb_cam_info', 'sleep 60']);
+  list('effects', effects);
+  list('farends', ['nothing', 'loopback', 'loopback wrong@17', 'loopback lost@9', 'block', 'block late=3500']);
+  list('wirings', ['4.0 wire 5.0', '4.1 stuck 0', '8.1 level 1', '8.1 press +0.5 0.3 4']);
+}
+
+async function begin() {
+  readColors();
+  known = frozen ? frozen.known : JSON.parse(await ask('/known', {}));
+  lists();
+  const cameras = known.cameras.map((folder, index) => new Camera(index));
+  document.getElementById('cameras').append(...cameras.map(c => c.root));
+  matchMedia('(prefers-color-scheme: dark)').addEventListener('change', () => { readColors(); cameras.forEach(c => c.head && c.redraw()); });
+  const link = document.getElementById('link');
+  const take = event => {
+    const camera = cameras[event.camera];
+    if (event.lost) { link.className = 'lost'; say(link, known.cameras[event.camera] + ' cannot be read'); return; }
+    camera.take(event);
+  };
+  if (frozen) {
+    frozen.events.forEach(take);
+    say(link, 'frozen');
+    document.title = cameras[0].head.name + ', frozen';
+    return;
+  }
+  const source = new EventSource(address('/events', {}));
+  source.onopen = () => { link.className = ''; say(link, 'live'); };
+  source.onerror = () => { link.className = 'lost'; say(link, 'no connection to vcam web; it will be tried again'); };
+  source.onmessage = message => { if (link.className && source.readyState === 1) { link.className = ''; say(link, 'live'); } take(JSON.parse(message.data)); };
+}
+
+begin().catch(e => { const link = document.getElementById('link'); link.className = 'lost'; say(link, e.message); });

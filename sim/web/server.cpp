@@ -1,0 +1,237 @@
+// The page's server.
+#include "sim/web/server.hpp"
+#include "sim/base/camera.hpp"
+#include "sim/base/text.hpp"
+#include "sim/models/table.hpp"
+#include "sim/view/status_lines.hpp"
+#include "sim/view/trace.hpp"
+#include "sim/web/actions.hpp"
+#include "sim/web/block.hpp"
+#include "sim/web/guard.hpp"
+#include "sim/web/hub.hpp"
+#include "sim/web/page.hpp"
+#include "tools/cli/command_line.hpp"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <httplib.h>
+#include <memory>
+
+namespace vcam::web {
+namespace {
+
+constexpr size_t kThreads = 32;        // an open page holds one
+constexpr size_t kMostBody = 64 << 20; // of a request
+constexpr int kForbidden = 403;
+
+// Nothing from elsewhere, no script and no style but the page's two files.
+constexpr const char* kHeaders[][2] = {
+    {"Content-Security-Policy",
+     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; connect-src 'self'; "
+     "media-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'"},
+    {"X-Content-Type-Options", "nosniff"},
+    {"Referrer-Policy", "no-referrer"},
+    {"Cross-Origin-Resource-Policy", "same-origin"},
+    {"Cross-Origin-Opener-Policy", "same-origin"},
+    {"Cache-Control", "no-store"},
+};
+
+using Request = httplib::Request;
+using Response = httplib::Response;
+
+void answer(Response& response, const Answer& said)
+{
+    response.status = said.status;
+    response.set_content(said.text, "text/plain; charset=utf-8");
+}
+
+void answer_json(Response& response, const cli::Json& json)
+{
+    response.set_content(json.dump(-1, ' ', false, cli::Json::error_handler_t::replace), "application/json");
+}
+
+class PageServer {
+public:
+    explicit PageServer(const ServerOptions& options)
+        : folders_(options.folders), actions_(options.vcam, options.pace), hub_(options.self, options.folders)
+    {
+        server_.new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
+        server_.set_payload_max_length(kMostBody);
+        server_.set_tcp_nodelay(true);
+        httplib::Headers headers;
+        for (const auto& [name, value] : kHeaders) headers.emplace(name, value);
+        server_.set_default_headers(headers);
+        const int port = options.port ? options.port : server_.bind_to_any_port(options.host);
+        if (options.port ? !server_.bind_to_port(options.host, port) : port <= 0)
+            fail("cannot listen on %s:%d; name another --host or --port", options.host.c_str(), options.port);
+        guard_ = std::make_unique<Guard>(options.host, port);
+        const bool six = options.host.find(':') != std::string::npos;
+        address_ = text(six ? "http://[%s]:%d/?token=%s" : "http://%s:%d/?token=%s",
+                        options.host == "0.0.0.0" ? "127.0.0.1" : options.host.c_str(), port,
+                        guard_->token().c_str());
+        add_routes();
+    }
+    [[nodiscard]] const std::string& address() const { return address_; }
+    void listen() { server_.listen_after_bind(); }
+    void stop() { server_.stop(); }
+
+private:
+    void add_routes()
+    {
+        server_.set_pre_routing_handler([this](const Request& q, Response& r) { return admit(q, r); });
+        server_.set_exception_handler(
+            [](const Request&, Response& r, std::exception_ptr e) { refuse(r, e); });
+        for (const auto& [path, type, content] : page_files())
+            server_.Get(path, [type = type, content = content](const Request&, Response& r) {
+                r.set_content(content.data(), content.size(), type);
+            });
+        server_.Get("/events", [this](const Request&, Response& r) { events(r); });
+        server_.Get("/known", [this](const Request&, Response& r) { known(r); });
+        on("/block", [](const Camera& c, const Request& q, Response& r) {
+            answer_json(r,
+                        block_json(c, q.get_param_value("partition"), number(q, "block"), number(q, "page")));
+        });
+        on("/trace", [](const Camera& c, const Request&, Response& r) { answer_json(r, trace_json(c)); });
+        on("/diff", [this](const Camera& c, const Request&, Response& r) { answer(r, actions_.diff(c)); });
+        on("/file", [this](const Camera& c, const Request& q, Response& r) { file(c, q, r); });
+        on("/sound", [](const Camera& c, const Request& q, Response& r) { sound(c, q, r); });
+        server_.Post("/action", [this](const Request& q, Response& r) {
+            answer(r, actions_.act(camera(q), cli::Json::parse(q.body)));
+        });
+        server_.Post("/file", [this](const Request& q, Response& r) {
+            answer(r, actions_.put(camera(q), q.get_param_value("path"), q.body));
+        });
+    }
+
+    // The two files of script and style hold nothing of a camera; the rest needs the token.
+    httplib::Server::HandlerResponse admit(const Request& q, Response& r) const
+    {
+        const char* reason = nullptr;
+        if (!guard_->host_allowed(q.get_header_value("Host")))
+            reason = "this server has another name";
+        else if (!guard_->origin_allowed(q.get_header_value("Origin")))
+            reason = "a page of another origin";
+        else if (q.path != "/page.js" && q.path != "/page.css" &&
+                 !guard_->token_right(q.has_header("X-Token") ? q.get_header_value("X-Token")
+                                                              : q.get_param_value("token")))
+            reason = "the token of the printed address is missing";
+        if (!reason) return httplib::Server::HandlerResponse::Unhandled;
+        answer(r, {kForbidden, reason});
+        return httplib::Server::HandlerResponse::Handled;
+    }
+
+    static void refuse(Response& r, const std::exception_ptr& thrown)
+    {
+        try {
+            std::rethrow_exception(thrown);
+        } catch (const std::exception& e) {
+            answer(r, {400, e.what()});
+        } catch (...) {
+            answer(r, {500, "unknown"});
+        }
+    }
+
+    static uint64_t number(const Request& q, const char* name)
+    {
+        return q.has_param(name) ? uint64_t(cli::whole_number(q.get_param_value(name), 0, INT32_MAX)) : 0;
+    }
+
+    Camera camera(const Request& q) const
+    {
+        const uint64_t index = number(q, "camera");
+        if (index >= folders_.size()) fail("there are %zu cameras", folders_.size());
+        return Camera(folders_[index]);
+    }
+
+    template<class Handler> void on(const char* path, Handler handler)
+    {
+        server_.Get(path, [this, handler](const Request& q, Response& r) { handler(camera(q), q, r); });
+    }
+
+    void events(Response& r)
+    {
+        auto viewer = std::make_shared<Hub::Viewer>(hub_);
+        r.set_chunked_content_provider("text/event-stream", [viewer](size_t, httplib::DataSink& sink) {
+            const std::string events = viewer->wait();
+            const std::string& bytes = events.empty() ? kSignOfLife : events;
+            return sink.write(bytes.data(), bytes.size());
+        });
+    }
+
+    // What does not change: the cameras, what a fault may name, what stands at the lines.
+    void known(Response& r) const
+    {
+        cli::Json json = {
+            {"cameras", folders_}, {"targets", cli::Json::array()}, {"lines", line_names_json()}};
+        for (const auto& target : models::fault_targets())
+            json["targets"].push_back({{"name", target.name}, {"operations", target.operations}});
+        answer_json(r, json);
+    }
+
+    void file(const Camera& c, const Request& q, Response& r) const
+    {
+        const Answer said = actions_.get(c, q.get_param_value("path"));
+        if (said.status != 200) return answer(r, said);
+        // Never shown as a page, whatever it is.
+        r.set_header("Content-Disposition", "attachment; filename=\"file\"");
+        r.set_content(said.text, "application/octet-stream");
+    }
+
+    static void sound(const Camera& c, const Request& q, Response& r)
+    {
+        const std::string name = q.get_param_value("name");
+        const bool known =
+            name == "mic.wav" || (starts_with(name, "speaker") && name.ends_with(".wav") &&
+                                  name.find_first_not_of("speakr-.wv0123456789") == std::string::npos);
+        const auto content = known ? try_read_file(c.path(name)) : std::nullopt;
+        if (!content) return answer(r, {404, "there is no such sound"});
+        r.set_content(*content, "audio/wav");
+    }
+
+    static inline const std::string kSignOfLife = ":\n\n";
+    const std::vector<std::string> folders_;
+    Actions actions_;
+    Hub hub_;
+    std::unique_ptr<Guard> guard_;
+    std::string address_;
+    httplib::Server server_;
+};
+
+PageServer* serving = nullptr; // for the signal's thread
+
+// Signals come in one thread, which may do what a handler may not.
+void stop_on_signals()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, number);
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    std::thread([set] {
+        int number = 0;
+        sigwait(&set, &number);
+        serving->stop();
+    }).detach();
+}
+
+} // namespace
+
+int serve(const ServerOptions& options)
+{
+    signal(SIGPIPE, SIG_IGN);
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, number);
+    pthread_sigmask(SIG_BLOCK, &set, nullptr); // before the first thread
+    PageServer server(options);
+    serving = &server;
+    stop_on_signals();
+    printf("%s\n", server.address().c_str());
+    fflush(stdout);
+    if (options.open) start({"/usr/bin/xdg-open", server.address()}, -1, -1, -1);
+    server.listen();
+    return 0;
+}
+
+} // namespace vcam::web

@@ -1,0 +1,115 @@
+#!/usr/bin/env python3
+"""What the page's server lets in, and what its actions do; the trace file's form. Usage: VCAM=PROGRAM test_http.py"""
+import http.client
+import json
+import os
+import subprocess
+import unittest
+
+from served import Served, vcam
+
+PATHS = ("/", "/known", "/events", "/block?camera=0&partition=mtd3", "/trace?camera=0", "/diff?camera=0",
+         "/file?camera=0&path=/etc/passwd", "/sound?camera=0&name=mic.wav")
+
+
+class Attacks(Served):
+    def test_nothing_is_served_without_token_to_another_name_or_to_another_origin(self):
+        strangers = ({"X_Token": ""}, {"X_Token": self.token[:-1]}, {"X_Token": self.token + "0"}, {"Host": "evil.example"},
+                     {"Host": f"evil.example:{self.port}"}, {"Host": "127.0.0.1:1"}, {"Origin": "http://evil.example"},
+                     {"Origin": "null"}, {"Origin": f"https://127.0.0.1:{self.port}"})
+        for headers in strangers:
+            for path in PATHS:
+                self.assertEqual(self.request("GET", path, **headers)[0], 403, (path, headers))
+            self.assertEqual(self.request("POST", "/action?camera=0", '{"action":"clear-pins"}', **headers)[0], 403, headers)
+        self.assertIn("8.1", self.state("pins"))
+        self.assertEqual(self.request("POST", "/action?camera=0", '{"action":"clear-pins"}',
+                                      Origin=f"http://localhost:{self.port}")[0], 200)
+        self.assertEqual(self.state("pins"), "")
+
+    def test_actions_are_no_gets_and_wrong_ones_say_why(self):
+        self.assertEqual(self.request("GET", f"/action?camera=0&token={self.token}")[0], 404)
+        wrong = (({"action": "fault", "line": "mtd9 write 0 1 EIO"}, "mtd9"), ({"action": "fault", "line": "--clear"}, "fault"),
+                 ({"action": "pin", "line": "4.0 wire 5.0\n8.1 stuck 0"}, "line end"), ({"action": "cut"}, "off"),
+                 ({"action": "plug", "port": "ttyAMA1", "line": "block /etc/passwd"}, "replies"),
+                 ({"action": "set-clock", "time": "--fault=stopped"}, "no time"), ({"action": "<b>"}, "no action"),
+                 ({"action": "run", "words": "x"}, "name a program"), ({"action": 3}, "lacks"), ([], "lacks"))
+        for request, reason in wrong:
+            status, text = self.request("POST", "/action?camera=0", json.dumps(request))
+            self.assertIn(status, (400, 409), request)
+            self.assertIn(reason, text, request)
+        for path in ("/action?camera=2", "/action?camera=-1", "/action?camera=x"):
+            self.assertEqual(self.request("POST", path, '{"action":"clear-pins"}')[0], 400, path)
+        self.assertEqual(self.request("POST", "/action?camera=0", "no json")[0], 400)
+        self.assertEqual(self.state("faults"), "")
+
+    def test_names_do_not_leave_the_camera(self):
+        os.symlink(self.folder, f"{self.cameras[0]}/root/tmp/out")
+        with open(f"{self.folder}/secret", "w") as file:
+            file.write("secret")
+        for path in ("/tmp/out/secret", "/../../secret", "/tmp/../../../secret", "secret", "-h", "/tmp"):
+            status, text = self.request("GET", f"/file?camera=0&path={path}")
+            self.assertIn((status, text) if status == 200 else status, (400, (200, "changed")), path)
+            self.request("POST", f"/file?camera=0&path={path}", "changed")
+        for name in ("../../secret", "speaker/../../secret.wav", "camera.conf", "speaker.wav/", "faults"):
+            self.assertEqual(self.request("GET", f"/sound?camera=0&name={name}")[0], 404, name)
+        with open(f"{self.folder}/secret") as file:
+            self.assertEqual(file.read(), "secret")
+        self.assertEqual(sorted(os.listdir(self.folder)), ["one", "secret", "two"])
+        for query in ("mtd3&block=16", "mtd3&page=16", "../mtd3", "mtd4"):
+            self.assertEqual(self.request("GET", f"/block?camera=0&partition={query}")[0], 400, query)
+        self.assertEqual(self.request("POST", "/file?camera=1&path=/etc/x.conf", "a=1\n")[0], 200)
+        self.assertEqual(self.request("GET", "/file?camera=1&path=/etc/x.conf"), (200, "a=1\n"))
+
+    def event(self, stream):
+        while True:
+            line = stream.readline()
+            self.assertTrue(line)
+            if line.startswith(b"data: "):
+                return json.loads(line[6:])
+
+    def test_a_camera_that_writes_over_its_own_folder_is_shown_as_lost_and_others_stay(self):
+        connection = http.client.HTTPConnection("127.0.0.1", int(self.port), timeout=60)
+        connection.request("GET", "/events?token=" + self.token)
+        stream = connection.getresponse()
+        seen = [self.event(stream), self.event(stream)]
+        self.assertEqual([e["head"]["name"] for e in seen], ["one", "two"])
+        os.truncate(f"{self.cameras[0]}/flash/mtd1", 5)
+        os.unlink(f"{self.cameras[0]}/faults")
+        os.mkfifo(f"{self.cameras[0]}/faults")
+        while not self.event(stream).get("lost"):
+            pass
+        self.act(1, action="fault", line="mtd1 write 3 1 EIO")
+        while self.event(stream).get("faults") != ["mtd1 write 3 1 EIO"]:
+            pass
+        connection.close()
+
+
+class Records(Served):
+    def prepare(self):
+        vcam("run", self.cameras[0], "--", "sh", "-c", "logger '</script><b>x'; head -c 70000 /dev/zero > /dev/mtd1; :")
+
+    def test_the_trace_has_the_events_of_the_record_in_the_form_of_trace_viewers(self):
+        trace = json.loads(vcam("trace", self.cameras[0]))
+        self.assertEqual(json.loads(self.request("GET", "/trace?camera=0")[1]), trace)
+        forms = {"M": {"name", "ph", "pid", "args"}, "i": {"name", "cat", "ph", "s", "ts", "pid", "tid"},
+                 "X": {"name", "cat", "ph", "ts", "dur", "pid", "tid", "args"}}
+        for event in trace["traceEvents"]:
+            self.assertLessEqual(forms[event["ph"]], set(event))
+            self.assertGreaterEqual(min(event.get("ts", 0), event.get("dur", 0)), 0)
+        self.assertIn("</script><b>x", " ".join(e["name"] for e in trace["traceEvents"]))
+        lanes = {e["tid"] for e in trace["traceEvents"] if e["name"] == "thread_name"}
+        self.assertLessEqual({e["tid"] for e in trace["traceEvents"] if e["ph"] != "M"}, lanes)
+
+    def test_a_report_holds_no_markup_of_the_camera(self):
+        vcam("report", self.cameras[0], "-o", self.folder + "/report.html")
+        with open(self.folder + "/report.html") as file:
+            page = file.read()
+        self.assertNotIn("</script><b>x", page)
+        self.assertIn("\\u003c/script>\\u003cb>x", page)
+        self.assertIn("flash mtd3 1 unchanged, 15 erased", vcam("watch", self.cameras[0]))
+        self.assertEqual(subprocess.run([os.environ["VCAM"], "report", self.cameras[0], "-o", self.cameras[0] + "/camera.conf"],
+                                        capture_output=True).returncode, 1)
+
+
+if __name__ == "__main__":
+    unittest.main()
