@@ -7,7 +7,9 @@
 #include "sim/sandbox/pieces.hpp"
 #include "sim/sandbox/publish.hpp"
 #include "sim/sandbox/sandbox.hpp"
+#include "sim/base/state.hpp"
 #include "sim/base/text.hpp"
+#include "sim/clock/clock.hpp"
 #include "sim/models/wav.hpp"
 #include "sim/vcam/run_options.hpp"
 #include "tools/audio/wav.hpp"
@@ -217,6 +219,16 @@ void check_places(const RunOptions& o)
                                medium.slot.c_str()));
 }
 
+// The run's beginning in camera time, and its program, for who looks at the record.
+void note_command(const Camera& camera, const Arguments& command)
+{
+    state::set_dir(camera.folder());
+    clock::attach();
+    const double began = double(clock::now_ns()) / 1e9;
+    clock::detach();
+    replace_file(camera.path("command"), text("%.6f %s\n", began, one_line(join(command, " ")).c_str()));
+}
+
 int run_camera(const Camera& camera, const RunOptions& o, const Arguments& command)
 {
     const auto speaker = speaker_file(o);
@@ -226,7 +238,7 @@ int run_camera(const Camera& camera, const RunOptions& o, const Arguments& comma
     const Pieces pieces = find_pieces();
     const Surroundings surroundings(camera, o, heard);
     if (!o.no_mark) set_mark(camera);
-    replace_file(camera.path("command"), one_line(join(command, " ")) + "\n");
+    note_command(camera, command);
     for (const char* name : {"ending", "cause"}) unlink(camera.path(name).c_str());
     catch_signals();
     init_pid = start_sandbox(camera, pieces, plan(camera, o, command));

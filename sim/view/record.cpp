@@ -47,6 +47,17 @@ void add_log(std::vector<Event>& events, const std::string& content)
 
 } // namespace
 
+Command last_command(const Camera& camera)
+{
+    Command command;
+    const std::string line = trim(try_read_file(camera.path("command")).value_or(""));
+    const size_t blank = line.find(' ');
+    if (blank == std::string::npos) return command;
+    command.began = atof(line.c_str());
+    command.words = line.substr(blank + 1);
+    return command;
+}
+
 std::vector<Event> run_events(const Camera& camera)
 {
     std::vector<Event> events;

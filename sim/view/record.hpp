@@ -18,6 +18,13 @@ struct Event {
     int priority = 0; // of a line of the system log
 };
 
+// The program of the last run, and when in camera time the run began.
+struct Command {
+    double began = 0;
+    std::string words;
+};
+Command last_command(const Camera& camera);
+
 // All of it, in the order of time; empty when the camera never ran.
 std::vector<Event> run_events(const Camera& camera);
 

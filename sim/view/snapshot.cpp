@@ -4,6 +4,7 @@
 #include "sim/clock/clock.hpp"
 #include "sim/sandbox/mark.hpp"
 #include "sim/view/processes.hpp"
+#include "sim/view/record.hpp"
 #include "sim/view/status_lines.hpp"
 #include "sim/view/status_media.hpp"
 
@@ -30,13 +31,15 @@ cli::Json process_list(const std::vector<Process>& list)
 
 cli::Json head(const Camera& camera, const Status& s)
 {
+    const Command command = last_command(camera);
     return {{"folder", camera.folder()},
             {"name", camera.folder().substr(camera.folder().rfind('/') + 1)},
             {"model", s.model},
             {"running", s.running != 0},
             {"ending", s.ending},
             {"cause", trim(try_read_file(camera.path("cause")).value_or(""))},
-            {"command", trim(try_read_file(camera.path("command")).value_or(""))},
+            {"command", command.words},
+            {"began", command.began},
             {"processes", process_list(processes(s.running))},
             {"slots", media_slots(s.running)},
             {"drivers", s.modules}};

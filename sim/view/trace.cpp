@@ -4,6 +4,7 @@
 #include "sim/sandbox/mark.hpp"
 #include "sim/view/record.hpp"
 
+#include <algorithm>
 #include <cmath>
 
 namespace vcam {
@@ -84,7 +85,7 @@ cli::Json trace_json(const Camera& camera)
                                      {kDrivers, "drivers"}})
         events.push_back(lane_name(lane, name));
     const auto record = run_events(camera);
-    double before = record.empty() ? 0 : record[0].seconds;
+    double before = record.empty() ? 0 : std::min(record[0].seconds, last_command(camera).began);
     for (const Event& event : record) {
         const auto stretch = stretch_of(event);
         events.push_back(stretch ? flash_event(event, *stretch, before) : instant(event));

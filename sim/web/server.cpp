@@ -165,8 +165,11 @@ private:
     {
         cli::Json json = {
             {"cameras", folders_}, {"targets", cli::Json::array()}, {"lines", line_names_json()}};
-        for (const auto& target : models::fault_targets())
-            json["targets"].push_back({{"name", target.name}, {"operations", target.operations}});
+        for (const auto& target : models::fault_targets()) {
+            cli::Json row = {{"name", target.name}, {"operations", cli::Json::array()}};
+            for (const auto& operation : target.operations) row["operations"].push_back(operation.name);
+            json["targets"].push_back(std::move(row));
+        }
         answer_json(r, json);
     }
 

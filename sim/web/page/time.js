@@ -27,7 +27,7 @@ function addEvents(camera, kind, lines) {
     if (event) camera.events.push(event);
   }
   camera.events.sort((a, b) => a.time - b.time);
-  let before = camera.events.length ? camera.events[0].time : 0;
+  let before = firstTime(camera);
   for (const event of camera.events) {
     event.since = before;
     if (event.source !== 'feed') before = event.time;
@@ -36,10 +36,11 @@ function addEvents(camera, kind, lines) {
 
 function firstTime(camera) {
   const first = camera.events.find(e => e.source !== 'feed');
-  return first ? first.time : 0;
+  return first ? Math.min(first.time, camera.head.began) : camera.head.running ? camera.head.began : 0;
 }
 function lastTime(camera) {
-  return camera.events.length ? Math.max(camera.events[camera.events.length - 1].time, camera.head.running ? camera.time.seconds : 0) : 0;
+  const last = camera.events.length ? camera.events[camera.events.length - 1].time : 0;
+  return Math.max(last, camera.head.running ? camera.time.seconds : 0);
 }
 
 class TimeView {
@@ -165,7 +166,7 @@ class TimeView {
       pen.fillStyle = c.soft;
       pen.fillText(lane.name, 4, i * 19 + 13);
     });
-    this.axis(pen, begin, length, at, width, height);
+    if (lastTime(this.camera) > 0) this.axis(pen, begin, length, at, width, height);
     pen.save();
     pen.beginPath();
     pen.rect(left, 0, width - left, height);
@@ -182,7 +183,7 @@ class TimeView {
     }
     pen.restore();
     const run = lastTime(this.camera) - first;
-    say(this.note, this.camera.events.length ? (this.camera.replay !== null ? 'replay at ' + seconds(this.camera.replay - first) + ' of ' : '') + seconds(run) + ' of camera time' : 'no run yet');
+    say(this.note, run > 0 ? (this.camera.replay !== null ? 'replay at ' + seconds(this.camera.replay - first) + ' of ' : '') + seconds(run) + ' of camera time' : 'no run yet');
     if (this.camera.replay === null) this.slider.value = 1000;
     this.play.disabled = this.slider.disabled = this.camera.head.running || !this.camera.events.length;
   }
