@@ -83,7 +83,7 @@ class Camera {
       else if (e.source === 'system') phase = { text: e.text, part: phase.part };
     }
     const running = this.head.running || this.replay !== null;
-    let share = running ? 0 : this.events.length ? 1 : 0, text = phase.text;
+    let share = running || this.head.ending === 'never ran' ? 0 : 1, text = phase.text;
     const part = running && phase.state && this.flash.find(p => p.name === phase.part);
     if (part) {
       const map = mapAt(this, part, this.replay), total = phase.state === 'e' ? map.length : Math.ceil(phase.bytes / part.erase_size);
@@ -92,7 +92,7 @@ class Camera {
       const speed = this.replay === null ? this.speed() : 0;
       text += `: ${Math.round(100 * share)} %` + (speed > 0 && share < 1 ? `, ${size(speed)}/s, ${Math.ceil((total - done) * part.erase_size / speed)} s left` : '');
     }
-    say(this.phaseText, running ? text || 'running' : this.events.length ? 'The last run ended: ' + this.head.ending + (this.head.cause ? ', by the fault ' + this.head.cause : '') : 'The camera has not run yet.');
+    say(this.phaseText, running ? text || 'running' : this.head.ending !== 'never ran' ? 'The last run ended: ' + this.head.ending + (this.head.cause ? ', by the fault ' + this.head.cause : '') : 'The camera has not run yet.');
     this.bar.value = share;
   }
 
