@@ -1,5 +1,6 @@
 #include "sim/base/state.hpp"
 #include "sim/base/raw.hpp"
+#include "sim/base/text.hpp"
 
 #include <cstdlib>
 #include <fcntl.h>
@@ -18,14 +19,6 @@ std::string& folder()
     return *text;
 }
 
-std::vector<std::string> split(const std::string& text, char separator)
-{
-    std::vector<std::string> parts;
-    std::istringstream in(text);
-    for (std::string part; std::getline(in, part, separator);) parts.push_back(part);
-    return parts;
-}
-
 } // namespace
 
 const std::string& dir() { return folder(); }
@@ -42,15 +35,9 @@ std::string setting(const std::string& key, const std::string& fallback)
 
 bool parse_size(const std::string& text, uint32_t& value)
 {
-    char* end = nullptr;
-    unsigned long long n = ::strtoull(text.c_str(), &end, 0);
-    if (end == text.c_str()) return false;
-    if (*end == 'K')
-        n <<= 10, ++end;
-    else if (*end == 'M')
-        n <<= 20, ++end;
-    if (*end != '\0' || n > 0xFFFFFFFF) return false;
-    value = uint32_t(n);
+    uint64_t size = 0;
+    if (!is_size(text, size) || size > UINT32_MAX) return false;
+    value = uint32_t(size);
     return true;
 }
 

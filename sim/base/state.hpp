@@ -29,7 +29,7 @@ Partition partition(uint32_t number);
 // Makes the image as large as the partition, the missing end erased. False with errno.
 bool complete_image(const Partition& partition);
 
-// A number with an optional K or M; false when the text is anything else.
+// A size of less than 4 GiB; false when the text is anything else.
 bool parse_size(const std::string& text, uint32_t& value);
 
 } // namespace vcam::state

@@ -73,17 +73,25 @@ std::string join(const std::vector<std::string>& words, std::string_view separat
 
 bool starts_with(std::string_view text, std::string_view head) { return text.substr(0, head.size()) == head; }
 
-uint64_t parse_size(const std::string& number, const char* what)
+bool is_size(const std::string& number, uint64_t& bytes)
 {
     errno = 0;
     char* end = nullptr;
-    uint64_t value = strtoull(number.c_str(), &end, 0);
-    bool wrong = errno || end == number.c_str() || number[0] == '-';
+    const uint64_t value = strtoull(number.c_str(), &end, 0);
+    if (errno || end == number.c_str() || number[0] == '-') return false;
     const int unit = toupper(static_cast<unsigned char>(*end));
-    int shift = unit == 'K' ? 10 : unit == 'M' ? 20 : unit == 'G' ? 30 : 0;
-    if (wrong || end[shift ? 1 : 0] || (value << shift >> shift) != value)
+    const int shift = unit == 'K' ? 10 : unit == 'M' ? 20 : unit == 'G' ? 30 : 0;
+    if (end[shift ? 1 : 0] || (value << shift >> shift) != value) return false;
+    bytes = value << shift;
+    return true;
+}
+
+uint64_t parse_size(const std::string& number, const char* what)
+{
+    uint64_t bytes = 0;
+    if (!is_size(number, bytes))
         fail("%s: '%s' is no size; write bytes, 0x..., or a number with K, M or G", what, number.c_str());
-    return value << shift;
+    return bytes;
 }
 
 constexpr double kMostSeconds = 1e9; // some thirty years: nanoseconds of it fit into 64 bits

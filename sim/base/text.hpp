@@ -23,7 +23,9 @@ std::string trim(std::string_view line);
 std::string join(const std::vector<std::string>& words, std::string_view separator);
 bool starts_with(std::string_view text, std::string_view head);
 
-// "64K", "16M", "0x10000" or plain decimal. Throws an Error that names `what`.
+// "64K", "16M", "0x10000" or plain decimal; `bytes` keeps its value when the text is none of them.
+bool is_size(const std::string& number, uint64_t& bytes);
+// The same, or an Error that names `what`.
 uint64_t parse_size(const std::string& number, const char* what);
 // A number of seconds of zero or more, fractions allowed.
 double parse_seconds(const std::string& number, const char* what);

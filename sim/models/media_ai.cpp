@@ -121,19 +121,11 @@ private:
     // Waits for the next frame.
     int get_frame(uint32_t slot, void* argument) const
     {
-        while (true) {
-            Ns next = kNever;
-            uint32_t generation = 0;
-            {
-                Current page;
-                Exchange exchange;
-                const int result = take_frame(*page, slot, page.now, exchange, &next);
-                if (result == 0) return store(argument, exchange);
-                if (result < 0) return result;
-                generation = page->generation;
-            }
-            if (!wait_for(next, generation)) return -EINTR;
-        }
+        return when_possible([&](Page& page, Ns now, Ns* next) {
+            Exchange exchange;
+            const int result = take_frame(page, slot, now, exchange, next);
+            return result == 0 ? store(argument, exchange) : result;
+        });
     }
 };
 

@@ -158,19 +158,13 @@ private:
             return refused(kIllegal);
         std::vector<int16_t> samples;
         if (!read_frame(frame, channels, samples)) return -EFAULT;
-        for (bool first = true;; first = false) {
-            Ns next = kNever;
-            uint32_t generation = 0;
-            {
-                Current page;
-                const int result =
-                    play(*page, slot, page.now, samples, uint32_t(samples.size() / channels), &next);
-                if (result <= 0) return result;
-                if (first) ++page->ao[slot].full;
-                generation = page->generation;
-            }
-            if (!wait_for(next, generation)) return -EINTR;
-        }
+        bool waits = false;
+        return when_possible([&](Page& page, Ns now, Ns* next) {
+            const int result = play(page, slot, now, samples, uint32_t(samples.size() / channels), next);
+            if (result > 0 && !waits) ++page.ao[slot].full;
+            waits = true;
+            return result;
+        });
     }
 };
 

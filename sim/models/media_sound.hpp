@@ -1,6 +1,8 @@
 // What the models of audio input and output share.
 #pragma once
 
+#include "sim/clock/clock.hpp"
+#include "sim/models/audio.hpp"
 #include "sim/models/media.hpp"
 
 namespace vcam::models {
@@ -53,6 +55,24 @@ protected:
     template<class Device> int get_attributes(const Device& device, void* argument) const
     {
         return device.configured ? store(argument, device.attributes) : refused(media::kNotConfigured);
+    }
+
+    // Repeats `attempt(page, now, &next)` until it is done, 0, or fails, below 0. Above 0 it tells in `next` when
+    // to try again, unless the page changes before.
+    template<class Attempt> int when_possible(Attempt attempt) const
+    {
+        using namespace media;
+        while (true) {
+            Ns next = kNever;
+            uint32_t generation = 0;
+            {
+                Current page;
+                const int result = attempt(*page, page.now, &next);
+                if (result <= 0) return result;
+                generation = page->generation;
+            }
+            if (!wait_for(next, generation)) return -EINTR;
+        }
     }
 
 private:

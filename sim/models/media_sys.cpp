@@ -71,7 +71,7 @@ int bind(Page& page, const Chn& from, const Chn& to, Ns now)
     if (!page.sys.ready) return refused(kNotReady);
     if (bound(page, to)) return refused(kNotPermitted);
     Binding* free = std::find_if(std::begin(page.sys.binds), std::end(page.sys.binds),
-                              [](const Binding& b) { return !b.used; });
+                                 [](const Binding& b) { return !b.used; });
     if (free == std::end(page.sys.binds)) return refused(kNoMemory);
     Ns next = kNever;
     frames_waiting(page, slot_of(from), now, &next); // what has been taken by now is not for the new one

@@ -225,7 +225,7 @@ TEST_F(Audio, EachRefusalHasItsMessageAndTheNextSessionRunsAllTheSame)
         camera.faults(std::string(fault) + " 1 EIO\n");
         const Outcome outcome = with_server("for i in 1 2; do station record -t 0.4 $at /tmp/x.wav; done");
         EXPECT_THAT(console, HasSubstr(std::string("\n") + message + "\n"));
-        EXPECT_THAT(outcome.err, HasSubstr("refuses the session: -1\n"));
+        EXPECT_THAT(outcome.err, HasSubstr("refuses the session: -1, the camera's console says why\n"));
         EXPECT_THAT(outcome.out, HasSubstr("/tmp/x.wav: 0.4")) << "the session after it" << outcome.err;
     }
     const Outcome outcome = with_server("station record -t 0.4 -r 96000 $at /tmp/x.wav");
