@@ -42,7 +42,7 @@ def main():
     pages = [p for pattern in PAGES for p in sorted(root.glob(pattern))]
     wrong = [f"{p.relative_to(root)}: {word} does not exist" for p in pages for word in sorted(set(missing(root, p)))]
     shown = {page.parent / name for page in pages for name in re.findall(r"!\[.+?]\((\S+?)\)", page.read_text())}
-    wrong += [f"{p.relative_to(root)} is shown or there, not both" for p in shown ^ set(root.glob("docs/*.svg"))]
+    wrong += [f"{p.relative_to(root)} is shown or there, not both" for p in shown ^ {p for kind in ("svg", "png") for p in root.glob("docs/*." + kind)}]
     print("\n".join(wrong) or f"{len(pages)} pages, all paths exist")
     return 1 if wrong or not pages else 0
 
