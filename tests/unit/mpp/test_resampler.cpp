@@ -88,6 +88,7 @@ TEST(Resampler, RefusesWhatIsOutsideItsRange)
         EXPECT_EQ(ResamplerOutPoints(kind, 160), -1);
     }
     for (int rate : {0, 7999, 48001}) EXPECT_EQ(ResamplerCreate(RESAMPLER_1X2, rate), nullptr);
+    ResamplerReset(nullptr);
     ResamplerDestroy(nullptr);
     for (const Ratio& r : kRatios) {
         Resampler s(r);

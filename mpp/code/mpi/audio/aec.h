@@ -5,7 +5,8 @@
  * A partitioned-block frequency-domain adaptive filter models the echo path; its step size is that of
  * a diagonal Kalman filter, so it slows down by itself while the near talker speaks. What the filter
  * leaves is attenuated by a short minimum-phase filter, whose gains follow from the filter's own
- * estimate of its error. All in fixed point: every target gives the same samples.
+ * estimate of its error. Where an amplifier clips what it plays, the level is found and the far
+ * signal clipped there first. All in fixed point: every target gives the same samples.
  *
  * Delay: none beyond the frame itself. Where the loudspeaker has been silent (zeros) for the length
  * of the tail, the output is the microphone's signal, bit for bit.
@@ -23,7 +24,7 @@ extern "C" {
 typedef struct AEC_S AEC_S;
 
 /**
- * Make a canceller, with its one piece of memory (about 100 KiB).
+ * Make a canceller, with its one piece of memory (about 130 KiB).
  *
  * @param s32Rate    samples a second: 8000 or 16000
  * @param s32Points  samples a frame: 80, 160, 320 or 480

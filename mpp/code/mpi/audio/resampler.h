@@ -53,7 +53,7 @@ typedef struct RESAMPLER_S RESAMPLER_S;
  */
 RESAMPLER_S* ResamplerCreate(int kind, int in_rate);
 
-/** Forget the history: the next frame begins a new signal. */
+/** Forget the history: the next frame begins a new signal; NULL is ignored. */
 void ResamplerReset(RESAMPLER_S* resampler);
 
 /** Free a resampler; NULL is allowed. */

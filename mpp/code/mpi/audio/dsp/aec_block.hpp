@@ -15,6 +15,8 @@
 namespace zep {
 
 inline constexpr int kAecSampleShift = 4;
+inline constexpr int kAecWeightShift = 22;
+inline constexpr int32_t kAecMostSpectrum = 1 << 27; // the inverse transform's limit
 inline constexpr int kAecMaxBlock = 160;
 inline constexpr int kAecMaxSize = 2 * kAecMaxBlock; // points of a transform
 inline constexpr int kAecMaxBins = kAecMaxBlock + 1;

@@ -22,12 +22,11 @@
 namespace zep {
 namespace {
 
-constexpr int kWeightShift = 22;
 constexpr int kVarianceShift = 33;
 // Bits of a far power when it meets a variance: 31 bits of that and a sum over 26 partitions make 62.
 constexpr int kPowerBits = 26;
-// The inverse transform's limit; as a weight, Q22, it is 32.0, an echo 30 dB louder than its source.
-constexpr int32_t kMostSpectrum = 1 << 27;
+// As a weight, Q22, it is 32.0, an echo 30 dB louder than its source.
+constexpr int32_t kMostSpectrum = kAecMostSpectrum;
 // Twice full scale, Q4: an echo estimate of opposite sign may add to the microphone's.
 constexpr int32_t kMostError = 1 << 20;
 // Least power that is divided by, Q8: white noise of 1.6 quantisation steps in a block of 80. Below it the step would
@@ -79,14 +78,6 @@ void take_near(AecFilter& f, const int16_t* near)
     memcpy(f.near_ring + f.near_head * kAecMaxBlock, near, size_t(f.block) * sizeof *near);
 }
 
-void add_products(const Complex* w, const Complex* x, int bins, int64_t* re, int64_t* im)
-{
-    for (int k = 0; k < bins; ++k) {
-        re[k] += int64_t(w[k].re) * x[k].re - int64_t(w[k].im) * x[k].im;
-        im[k] += int64_t(w[k].re) * x[k].im + int64_t(w[k].im) * x[k].re;
-    }
-}
-
 // The echo as the filter has it, `age` blocks ago, and how wrong it may be.
 void estimate(const AecFilter& f, int age, Estimate& to)
 {
@@ -104,13 +95,16 @@ void estimate(const AecFilter& f, int age, Estimate& to)
         const int64_t* power = power_of(f, age + p);
         const Complex* w = f.weight + p * f.bins;
         const int32_t* v = f.variance + p * f.bins;
-        add_products(w, x, f.bins, re, im);
-        for (int k = 0; k < f.bins; ++k) sum[k] += int64_t(v[k]) * int32_t(power[k] >> to.far_shift[k]);
+        for (int k = 0; k < f.bins; ++k) {
+            re[k] += int64_t(w[k].re) * x[k].re - int64_t(w[k].im) * x[k].im;
+            im[k] += int64_t(w[k].re) * x[k].im + int64_t(w[k].im) * x[k].re;
+            sum[k] += int64_t(v[k]) * int32_t(power[k] >> to.far_shift[k]);
+        }
     }
-    constexpr int64_t kHalf = int64_t(1) << (kWeightShift - 1);
+    constexpr int64_t kHalf = int64_t(1) << (kAecWeightShift - 1);
     for (int k = 0; k < f.bins; ++k) {
-        to.echo[k] = {clamp_to((re[k] + kHalf) >> kWeightShift, kMostSpectrum),
-                      clamp_to((im[k] + kHalf) >> kWeightShift, kMostSpectrum)};
+        to.echo[k] = {clamp_to((re[k] + kHalf) >> kAecWeightShift, kMostSpectrum),
+                      clamp_to((im[k] + kHalf) >> kAecWeightShift, kMostSpectrum)};
         to.uncertainty[k] = sum[k] >> (kVarianceShift - to.far_shift[k]);
     }
 }
@@ -198,7 +192,7 @@ void let_drift(AecFilter& f, int p)
     f.strength[p] = 0;
     for (int i = p * f.bins; i < (p + 1) * f.bins; ++i) {
         int64_t power =
-            (square(f.weight[i].re) + square(f.weight[i].im)) >> (2 * kWeightShift - kVarianceShift);
+            (square(f.weight[i].re) + square(f.weight[i].im)) >> (2 * kAecWeightShift - kVarianceShift);
         f.strength[p] += power >> 8;
         int64_t v = f.variance[i] + (((power - f.variance[i]) * forget_q20) >> 20);
         f.variance[i] = int32_t(std::min<int64_t>(v, INT32_MAX));
@@ -231,40 +225,22 @@ void shrink(AecFilter& f)
     }
 }
 
-// v of aec_limit.cpp, of the strongest partition and those after it: they hold most of the echo, and all would cost as
-// much as the echo itself. False when no sample beyond the level is heard there.
-bool echo_beyond(const AecFilter& f, int64_t* re, int64_t* im)
+// The limit learns from the strongest partition and those after it: they hold most of the echo, and all would cost as
+// much as the echo itself.
+void find_limit(AecFilter& f, const Estimate& now, const AecStep* steps)
 {
+    int64_t re[kAecMaxBins] = {}, im[kAecMaxBins] = {};
     const int first = int(std::max_element(f.strength, f.strength + f.parts) - f.strength);
     bool any = false;
     for (int p = first; p < std::min(first + kAecLimitParts, f.parts); ++p) {
         const int at = (f.head + p) % f.ring;
         if (!f.any_beyond[at]) continue;
         any = true;
-        add_products(f.weight + p * f.bins, f.beyond + at * f.bins, f.bins, re, im);
+        aec_limit_hear(f.weight + p * f.bins, f.beyond + at * f.bins, f.bins, re, im);
     }
-    return any;
-}
-
-void find_limit(AecFilter& f, const Estimate& now, const AecStep* steps)
-{
-    int64_t re[kAecMaxBins] = {}, im[kAecMaxBins] = {};
-    if (!echo_beyond(f, re, im)) return;
-    AecLimitSums sums = {};
-    for (int k = 1; k < f.bins; ++k) {
-        const AecStep& s = steps[k];
-        const int64_t vr = clamp_to(re[k] >> kWeightShift, kMostSpectrum);
-        const int64_t vi = clamp_to(im[k] >> kWeightShift, kMostSpectrum);
-        const int64_t yr = now.echo[k].re, yi = now.echo[k].im;
-        const int64_t inverse = s.inverse >> 8;
-        sums.ev += (s.re * vr + s.im * vi) >> (s.places - 13);
-        sums.ey += (s.re * yr + s.im * yi) >> (s.places - 13);
-        sums.vv += ((square(vr) + square(vi)) >> 20) * inverse >> (s.places - 10);
-        sums.vy += ((vr * yr + vi * yi) >> 20) * inverse >> (s.places - 10);
-        sums.yy += ((square(yr) + square(yi)) >> 20) * inverse >> (s.places - 10);
-    }
-    // A filter that takes away less than 1.2 dB has not learnt yet what v is.
-    aec_limit_learn(f.limit, sums, f.watch.recent.error < f.watch.recent.near / 4 * 3);
+    // A filter that takes away less than 1.2 dB has not learnt yet what the limit would change.
+    const bool settled = f.watch.recent.error < f.watch.recent.near / 4 * 3;
+    if (any) aec_limit_learn(f.limit, aec_limit_sums(re, im, now.echo, steps, f.bins), settled);
 }
 
 AecVerdict judge(AecFilter& f, const Estimate& now, const int16_t* near, const Complex* error)

@@ -3,12 +3,14 @@
 #pragma once
 
 #include "mpi/audio/dsp/aec_block.hpp"
+#include "mpi/audio/dsp/aec_step.hpp"
 
 namespace zep {
 
 // Whitened products of the error e, the echo estimate y and the change v of y if the level were higher; Q12.
 struct AecLimitSums {
-    int64_t ev, ey, vv, vy, yy;
+    enum { kEv, kEy, kVv, kVy, kYy, kSums };
+    int64_t at[kSums];
 };
 
 struct AecLimit {
@@ -25,6 +27,13 @@ void aec_limit_init(AecLimit& l);
 
 // One block of far samples, cut off, to Q4; true when l.signs is not all 0.
 bool aec_limit_far(AecLimit& l, int block, const int16_t* far, int32_t* cut);
+
+// Adds one partition's products of weights and spectrum of l.signs.
+void aec_limit_hear(const Complex* weight, const Complex* signs, int bins, int64_t* re, int64_t* im);
+
+// re, im: what aec_limit_hear() has added up, the spectrum of v with the weights' scale.
+AecLimitSums aec_limit_sums(const int64_t* re, const int64_t* im, const Complex* echo, const AecStep* steps,
+                            int bins);
 
 // The sums of one block in which l.signs was heard. `settled`: the filter takes some of the echo away.
 void aec_limit_learn(AecLimit& l, const AecLimitSums& now, bool settled);

@@ -182,6 +182,7 @@ RESAMPLER_S* ResamplerCreate(int kind, int in_rate)
 
 void ResamplerReset(RESAMPLER_S* resampler)
 {
+    if (!resampler) return;
     const int kind = resampler->kind;
     memset(static_cast<void*>(resampler), 0, sizeof *resampler);
     resampler->kind = kind;
