@@ -54,9 +54,9 @@ message() { # COMMAND LENGTH [BODY]
     length=$(printf '\\x%02x\\x%02x\\x%02x\\x00' $(($2 & 255)) $(($2 >> 8 & 255)) $(($2 >> 16)))
     printf "TAUD\x01\x00\x0$1\x00$length\x01\x00\x00\x00$3" >&3
 }
-start() { # PAYLOAD, decoded at 8000 Hz
+start() { # PAYLOAD [RATE], decoded at 8000 Hz or at a rate of four bytes
     local payload=$(printf '\\x%02x' $1) zeros=$(printf '\\x00%.0s' {1..11})
-    message 2 28 "\x00\x00\x00\x00$payload\x00\x00\x00\x40\x1f\x00\x00\x01\x00\x00\x00\x0f$zeros"
+    message 2 28 "\x00\x00\x00\x00$payload\x00\x00\x00${2:-\x40\x1f\x00\x00}\x01\x00\x00\x00\x0f$zeros"
 }
 frame() { message 4 $1; head -c $1 /dev/zero >&3; }
 stop() { message 3 0; }
@@ -228,7 +228,7 @@ TEST_F(Audio, EachRefusalHasItsMessageAndTheNextSessionRunsAllTheSame)
         EXPECT_THAT(outcome.err, HasSubstr("refuses the session: -1, the camera's console says why\n"));
         EXPECT_THAT(outcome.out, HasSubstr("/tmp/x.wav: 0.4")) << "the session after it" << outcome.err;
     }
-    const Outcome outcome = with_server("station record -t 0.4 -r 96000 $at /tmp/x.wav");
+    const Outcome outcome = with_server("dial; start 19 '\\x00\\x77\\x01\\x00'; take 20 refusal; stop\n");
     EXPECT_THAT(console, HasSubstr("StartAudio: not support stAioAttr.enSamplerate:96000\n"));
     EXPECT_THAT(outcome.of("insmod"), ElementsAre("/dvs/acodec.ko")) << "the reload comes first";
     EXPECT_THAT(console, Not(HasSubstr("step 2")));
