@@ -37,6 +37,8 @@ constexpr int32_t kFirstVariance = INT32_MAX;
 // Share of the difference between |W|^2 and P that a block of 10 ms adds to P, Q20: 0.0002, 2 % a second. Half of it:
 // music at 3 s 36 -> 30 dB. Twice: the near talker's level -0.15 -> -0.21 dB, his STOI .992 -> .988.
 constexpr int32_t kForget = 210;
+// Q15, 0.1: coherence of the error with the echo estimate that a near talker does not reach.
+constexpr int32_t kEcho = 3277;
 // Partitions whose circular half is cleared in a block. The exact algorithm clears all of them each time, with two
 // transforms each: 26 instead of 2 for a path of 128 ms.
 constexpr int kTrims = 1;
@@ -240,7 +242,8 @@ void find_limit(AecFilter& f, const Estimate& now, const AecStep* steps)
     }
     // A filter that takes away less than 1.2 dB has not learnt yet what the limit would change.
     const bool settled = f.watch.recent.error < f.watch.recent.near / 4 * 3;
-    if (any) aec_limit_learn(f.limit, aec_limit_sums(re, im, now.echo, steps, f.bins), settled);
+    const bool useless = f.watch.recent.error > f.watch.recent.near / 32 && f.watch.coherence_q15 > kEcho;
+    if (any) aec_limit_learn(f.limit, aec_limit_sums(re, im, now.echo, steps, f.bins), settled, useless);
 }
 
 AecVerdict judge(AecFilter& f, const Estimate& now, const int16_t* near, const Complex* error)

@@ -16,7 +16,8 @@ struct AecLimitSums {
 struct AecLimit {
     int32_t level;              // Q4: the far signal is cut off there; kAecNoLimit: nowhere
     int32_t peak;               // Q4: of the far signal, falls by a tenth a second
-    int blocks;                 // since the start
+    int doubts;                 // blocks in which the level was of no use, less those in which it was
+    int blocks;                 // since the first of the two levels was taken up
     AecLimitSums sums[2];       // while no level is known: for each of two levels that are tried in turn
     int32_t signs[kAecMaxSize]; // of samples beyond the level, the last two blocks, Q15
 };
@@ -36,6 +37,7 @@ AecLimitSums aec_limit_sums(const int64_t* re, const int64_t* im, const Complex*
                             int bins);
 
 // The sums of one block in which l.signs was heard. `settled`: the filter takes some of the echo away.
-void aec_limit_learn(AecLimit& l, const AecLimitSums& now, bool settled);
+// `useless`: much is left, and it is echo rather than a near talker.
+void aec_limit_learn(AecLimit& l, const AecLimitSums& now, bool settled, bool useless);
 
 } // namespace zep
