@@ -13,6 +13,8 @@
 namespace vcam {
 namespace {
 
+constexpr size_t kSample = 64;
+constexpr unsigned kLooksForAll = 10; // a second's
 constexpr uint64_t kErasedWord = ~uint64_t(0);
 constexpr uint64_t kPrime = 0x9E3779B97F4A7C15; // 2^64 / golden ratio, odd
 
@@ -54,6 +56,20 @@ bool pread_all(int fd, char* to, size_t size, off_t at)
     return true;
 }
 
+Fd open_image(const std::string& path)
+{
+    return Fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+}
+
+// Some bytes at the beginning, in the middle and at the end of a block.
+uint64_t sample_of(int fd, off_t at, size_t size)
+{
+    char bytes[3 * kSample] = {};
+    for (size_t i = 0; i < 3; ++i)
+        pread_all(fd, bytes + i * kSample, kSample, at + off_t(i * (size - kSample) / 2));
+    return hash_of(bytes, sizeof bytes);
+}
+
 } // namespace
 
 bool broken_off(const std::string& ending)
@@ -64,7 +80,7 @@ bool broken_off(const std::string& ending)
 
 FlashMap::FlashMap(const Camera& camera) : camera_(camera)
 {
-    for (const auto& p : camera.partitions()) parts_.push_back({p, {}, {}, {}, {}, {}, {}, {}, {}});
+    for (const auto& p : camera.partitions()) parts_.push_back({p, {}, {}, {}, {}, {}, {}, 0, {}, {}, {}});
 }
 
 FlashMap::Stamp FlashMap::stamp_of(const std::string& path)
@@ -75,30 +91,47 @@ FlashMap::Stamp FlashMap::stamp_of(const std::string& path)
 }
 
 // Read and not mapped: a program of the camera may cut its file at any moment.
-FlashMap::Contents FlashMap::read(const std::string& path, const Partition& p) const
+void FlashMap::read_block(int fd, const Partition& p, size_t block, Content& content)
+{
+    std::vector<char> bytes(p.erase_size);
+    if (!pread_all(fd, bytes.data(), bytes.size(), off_t(block * p.erase_size))) return;
+    content.erased = is_erased(bytes.data(), bytes.size());
+    content.ends_erased = uint8_t(bytes.back()) == 0xFF;
+    content.hash = content.erased ? 0 : hash_of(bytes.data(), bytes.size());
+}
+
+FlashMap::Contents FlashMap::read(const std::string& path, const Partition& p)
 {
     Contents out(p.size / p.erase_size);
-    const Fd fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    std::vector<char> bytes(p.erase_size);
-    for (size_t i = 0; fd && i < out.size(); ++i) {
-        if (!pread_all(fd.get(), bytes.data(), bytes.size(), off_t(i * p.erase_size))) break;
-        Content& c = out[i];
-        c.begins_erased = is_erased(bytes.data(), bytes.size() / 2);
-        c.erased = c.begins_erased && is_erased(bytes.data() + bytes.size() / 2, bytes.size() / 2);
-        c.ends_erased = uint8_t(bytes.back()) == 0xFF;
-        c.hash = c.erased ? 0 : hash_of(bytes.data(), bytes.size());
-    }
+    const Fd fd = open_image(path);
+    for (size_t i = 0; fd && i < out.size(); ++i) read_block(fd.get(), p, i, out[i]);
     return out;
+}
+
+void FlashMap::read_image(Part& part, const std::string& path, bool changed)
+{
+    const Partition& p = part.partition;
+    const Fd fd = open_image(path);
+    const bool all = !changed || part.looks % kLooksForAll == 0;
+    part.now.resize(p.size / p.erase_size);
+    part.samples.resize(part.now.size());
+    for (size_t i = 0; fd && i < part.now.size(); ++i) {
+        const uint64_t sample = sample_of(fd.get(), off_t(i * p.erase_size), p.erase_size);
+        if (all || sample != part.samples[i]) read_block(fd.get(), p, i, part.now[i]);
+        part.samples[i] = sample;
+    }
+    part.looks = changed ? part.looks + 1 : 0;
 }
 
 bool FlashMap::refresh_content(Part& part)
 {
     const std::string image = camera_.image(part.partition), marked = marked_image(camera_, part.partition);
     const Stamp stamps[] = {stamp_of(image), stamp_of(marked), stamp_of(image + ".bad")};
-    if (stamps[0] == part.image && stamps[1] == part.marked && stamps[2] == part.bad) return false;
+    const bool changed = stamps[0] != part.image;
+    if (!changed && !part.looks && stamps[1] == part.marked && stamps[2] == part.bad) return false;
     if (stamps[1] != part.marked)
         part.before = stamps[1].size < 0 ? Contents() : read(marked, part.partition);
-    if (stamps[0] != part.image) part.now = read(image, part.partition);
+    if (changed || part.looks) read_image(part, image, changed);
     part.bad_blocks.clear();
     for (const auto& line : split(try_read_file(image + ".bad").value_or(""), '\n'))
         if (!line.empty()) part.bad_blocks.push_back(uint32_t(atoi(line.c_str())));

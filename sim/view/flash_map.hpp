@@ -19,7 +19,8 @@ enum Block : char {
     kTorn = 't' // the power failed while it was erased or programmed
 };
 
-// Follows the images. A partition is read again only after its file has changed.
+// Follows the images. While a file changes, only blocks whose samples have changed are read, and all of them once a second
+// and when it has come to rest.
 class FlashMap {
 public:
     explicit FlashMap(const Camera& camera);
@@ -33,7 +34,7 @@ public:
 private:
     struct Content {
         uint64_t hash = 0;
-        bool erased = true, begins_erased = true, ends_erased = true; // whole, first half, last byte
+        bool erased = true, ends_erased = true; // the whole of it, its last byte
     };
     using Contents = std::vector<Content>;
     // What stat says of a file; a new value means new content.
@@ -45,12 +46,16 @@ private:
         Partition partition;
         Stamp image, marked, bad;
         Contents now, before;
+        std::vector<uint64_t> samples; // of each block of the image
+        unsigned looks = 0;            // since all of it was read; 0: at rest
         std::vector<uint32_t> bad_blocks;
         std::string map, before_map;
     };
 
     static Stamp stamp_of(const std::string& path);
-    [[nodiscard]] Contents read(const std::string& path, const Partition& p) const;
+    static void read_block(int fd, const Partition& p, size_t block, Content& content);
+    static Contents read(const std::string& path, const Partition& p);
+    static void read_image(Part& part, const std::string& path, bool changed);
     bool refresh_content(Part& part);
     void classify(Part& part) const;
     void mark_torn(Part& part, const std::string& ended) const;
