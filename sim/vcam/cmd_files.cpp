@@ -225,6 +225,12 @@ int get_main(const Arguments& arguments)
         return 0;
     }
     std::string target = words.plain.size() == 3 ? words.plain[2] : name_of(words.plain[1]);
+    if (fs::is_directory(source) && exists(target) && !fs::is_directory(target))
+        fail("get: %s is a folder, and %s is none; name another place", words.plain[1].c_str(),
+             target.c_str());
+    if (fs::is_directory(source) && target == "-")
+        wrong_use(
+            text("%s is a folder, which standard output cannot take; name a folder", words.plain[1].c_str()));
     if (target.empty()) fail("get: name a folder for the camera's %s", words.plain[1].c_str());
     if (words.plain.size() == 2 && exists(target) && !force)
         fail("get: %s exists already; name another folder, or add to it with --force", target.c_str());

@@ -16,7 +16,7 @@ int main(int argc, char** argv)
          {"exec", "run a program in a camera that runs", exec_main, kSandboxFailure},
          {"status", "what the camera is and how it stands", status_main},
          {"put", "copy a host file into the camera (into /tmp)", put_main},
-         {"get", "copy a file out of the camera", get_main},
+         {"get", "copy a file to standard output or FILE, a folder to this folder or FILE", get_main},
          {"journal", "what was asked of the outside world, in order", journal_main},
          {"log", "the system log", log_main},
          {"diff", "what the last run changed", diff_main},

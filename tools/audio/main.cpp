@@ -66,6 +66,7 @@ int record(const Options& options)
 Sound input_of(const Options& options)
 {
     const Sound sound = read_wav(options.files[0]);
+    if (sound.samples.empty()) throw std::runtime_error(options.files[0] + ": has no samples");
     if (!options.rate && !is_rate(sound.rate))
         throw std::runtime_error(options.files[0] + ": " + std::to_string(sound.rate) +
                                  " Hz is no rate of a camera; choose one with --rate: " + rate_names(", "));

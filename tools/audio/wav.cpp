@@ -59,28 +59,48 @@ sf_count_t write(const void* from, sf_count_t count, void* user)
     return count;
 }
 
-// The library takes a file for as long as it is, whatever its header promises. A program that wrote to a pipe could
-// not know the size and left the highest or none.
+uint32_t number(const char* from, bool little)
+{
+    uint32_t value = 0;
+    for (size_t i = 0; i < 4; ++i) value = value << 8 | uint8_t(from[little ? 3 - i : i]);
+    return value;
+}
+
+constexpr uint32_t kUnknown = 0x7FFF0000; // sizes from here on: the writer could not know, as into a pipe
+
+// Where the samples of a WAV file should end; 0 when its header does not say. The size of the whole is often wrong by
+// the 8 bytes of its own header and is not used.
+uintmax_t end_of_wav(std::ifstream& file)
+{
+    std::array<char, 8> chunk = {};
+    for (uintmax_t at = 12; file.seekg(std::streamoff(at)) && file.read(chunk.data(), chunk.size());) {
+        const uint32_t size = number(chunk.data() + 4, true);
+        at += chunk.size() + size;
+        if (std::string_view(chunk.data(), 4) == "data") return size < kUnknown ? at : 0;
+        at += size % 2; // chunks begin at even places
+    }
+    return 0;
+}
+
+// Where the file should end by its header, or 0.
+uintmax_t promised_end(std::ifstream& file)
+{
+    std::array<char, 12> head = {};
+    if (!file.read(head.data(), head.size())) return 0;
+    const std::string_view kind(head.data(), 4);
+    if (kind == "RIFF") return end_of_wav(file);
+    const bool snd = kind == ".snd"; // AU, whose samples begin where the header says
+    const uint32_t size = number(&head[snd ? 8 : 4], false);
+    if ((!snd && kind != "FORM") || size >= kUnknown) return 0;
+    return uintmax_t(size) + (snd ? number(&head[4], false) : 8);
+}
+
+// The library takes a file for as long as it is, whatever its header promises.
 void refuse_cut_file(const std::string& path)
 {
-    constexpr uint32_t kUnknown = 0x7FFF0000; // sox and others; from here on
     std::ifstream file(path, std::ios::binary);
-    std::array<char, 12> head = {};
-    file.read(head.data(), head.size());
-    if (!file) return;
-    const auto number = [&](size_t at, bool little) {
-        uint32_t value = 0;
-        for (size_t i = 0; i < 4; ++i) value = value << 8 | uint8_t(head[little ? at + 3 - i : at + i]);
-        return value;
-    };
-    const std::string_view kind(head.data(), 4);
-    const bool riff = kind == "RIFF",
-               snd = kind == ".snd"; // WAV; AU, whose samples begin where the header says
-    if (!riff && !snd && kind != "FORM") return;
-    const uint32_t size = number(snd ? 8 : 4, riff);
-    const uintmax_t there = std::filesystem::file_size(path),
-                    promised = uintmax_t(size) + (snd ? number(4, false) : 8);
-    if (size < kUnknown && there < promised)
+    const uintmax_t there = std::filesystem::file_size(path), promised = promised_end(file);
+    if (there < promised)
         fail(path, "is cut short: it has " + std::to_string(there) + " of the " + std::to_string(promised) +
                        " bytes that its header promises");
 }
