@@ -24,34 +24,6 @@
 namespace zep {
 namespace {
 
-struct File {
-    const char* saved_by; // the program of the saving line
-    const char* path;
-    const char* copy;
-};
-
-constexpr File kFiles[] = {
-    {"/bin/cp", "/etc/network/network.conf", "/tmp/network.conf"},
-    {"cp", "/etc/network/wireless.conf", "/tmp/wireless.conf"},
-    {"cp", "/etc/system.conf", "/tmp/system.conf"},
-    {"cp", "/etc/serverinfo.conf", "/tmp/serverinfo.conf"},
-    {"cp", "/etc/cam_model.conf", "/tmp/cam_model.conf"},
-};
-static_assert(std::size(kFiles) == kKeptFiles);
-
-struct Number {
-    const char* file; // null: that of the web server
-    const char* key;
-    int otherwise; // when the file cannot be read
-};
-
-constexpr Number kNumbers[] = {
-    {"/etc/tcp_server.conf", "server_port", 1852}, {"/etc/stream.conf", "stream_1_port", 1852},
-    {"/etc/stream.conf", "stream_2_port", 1853},   {"/etc/stream.conf", "stream_3_port", 1854},
-    {"/etc/videodecoder.conf", "video_type", 0},   {nullptr, nullptr, 80},
-};
-static_assert(std::size(kNumbers) == kKeptNumbers);
-
 void copy_by_shell(const char* program, const char* from, const char* to)
 {
     char line[128];
@@ -116,12 +88,12 @@ void remove(const char* path)
 // Beside the file on /etc: the user's file while the shell puts it back in place, which no power cut may catch
 // halfway.
 struct Twin {
-    explicit Twin(const File& file) { snprintf(path, sizeof path, "%s.kept", file.path); }
+    explicit Twin(const KeptFilePlace& file) { snprintf(path, sizeof path, "%s.kept", file.path); }
     char path[64];
 };
 
 // A power cut has left the user's file beside what had been put back of it.
-void recover_file(const File& file)
+void recover_file(const KeptFilePlace& file)
 {
     Twin twin(file);
     Content kept, found;
@@ -141,7 +113,7 @@ void recover_file(const File& file)
 
 // Loads the package's file and makes the copy safe to put back. A damaged copy would overwrite the package's
 // file: the package's own takes its place, or nothing.
-void prepare_file(const File& file, const KeptFile& kept, Content& package)
+void prepare_file(const KeptFilePlace& file, const KeptFile& kept, Content& package)
 {
     load(file.path, package);
     Content copy;
@@ -151,7 +123,7 @@ void prepare_file(const File& file, const KeptFile& kept, Content& package)
         unlink(file.copy);
 }
 
-void mend_file(const File& file, const KeptFile& kept, const Content& package)
+void mend_file(const KeptFilePlace& file, const KeptFile& kept, const Content& package)
 {
     Twin twin(file);
     bool users =
@@ -174,10 +146,10 @@ void mend_file(const File& file, const KeptFile& kept, const Content& package)
 void restore_files(const KeptSettings& kept, bool mounted)
 {
     Content package[kKeptFiles];
-    for (int i = 0; mounted && i < kKeptFiles; ++i) prepare_file(kFiles[i], kept.file[i], package[i]);
+    for (int i = 0; mounted && i < kKeptFiles; ++i) prepare_file(kKeptFileTable[i], kept.file[i], package[i]);
     run_shell("/bin/rm -f /etc/network/network.conf");
-    for (const File& file : kFiles) copy_by_shell("/bin/cp", file.copy, file.path);
-    for (int i = 0; mounted && i < kKeptFiles; ++i) mend_file(kFiles[i], kept.file[i], package[i]);
+    for (const KeptFilePlace& file : kKeptFileTable) copy_by_shell("/bin/cp", file.copy, file.path);
+    for (int i = 0; mounted && i < kKeptFiles; ++i) mend_file(kKeptFileTable[i], kept.file[i], package[i]);
 }
 
 int number_in(const char* file, const char* key, int otherwise)
@@ -220,7 +192,7 @@ struct Place {
     const char* key;
 };
 
-Place place(const Number& number, const KeptSettings& kept)
+Place place(const KeptNumberPlace& number, const KeptSettings& kept)
 {
     if (number.file) return {number.file, number.key};
     return {kept.web_file, kept.web_key};
@@ -231,9 +203,9 @@ void report_all_lost(const KeptSettings& kept)
     constexpr char kReason[] = "/etc could not be mounted";
     for (int i = 0; i < kKeptFiles; ++i) {
         if (kept.file[i].error == ENOENT) continue; // there was none to keep
-        log_and_print("upgrade: %s was not kept (%s)", kFiles[i].path, kReason);
+        log_and_print("upgrade: %s was not kept (%s)", kKeptFileTable[i].path, kReason);
     }
-    for (const Number& number : kNumbers) {
+    for (const KeptNumberPlace& number : kKeptNumberTable) {
         Place at = place(number, kept);
         log_and_print("upgrade: %s: %s was not kept (%s)", at.file, at.key, kReason);
     }
@@ -243,11 +215,11 @@ void report_all_lost(const KeptSettings& kept)
 
 void save_settings(KeptSettings& kept)
 {
-    for (const File& file : kFiles) recover_file(file);
-    for (const File& file : kFiles) copy_by_shell(file.saved_by, file.path, file.copy);
+    for (const KeptFilePlace& file : kKeptFileTable) recover_file(file);
+    for (const KeptFilePlace& file : kKeptFileTable) copy_by_shell(file.saved_by, file.path, file.copy);
     for (int i = 0; i < kKeptFiles; ++i) {
         Content content;
-        bool loaded = load(kFiles[i].path, content);
+        bool loaded = load(kKeptFileTable[i].path, content);
         kept.file[i].error = loaded ? 0 : errno;
         kept.file[i].user = mark_of(content);
     }
@@ -256,8 +228,8 @@ void save_settings(KeptSettings& kept)
     kept.web_file = webs ? "/etc/web.conf" : "/etc/lighttpd/lighttpd.conf";
     kept.web_key = webs ? "port" : "server.port";
     for (int i = 0; i < kKeptNumbers; ++i) {
-        Place from = place(kNumbers[i], kept);
-        kept.number[i] = read_number(from.file, from.key, kNumbers[i].otherwise);
+        Place from = place(kKeptNumberTable[i], kept);
+        kept.number[i] = read_number(from.file, from.key, kKeptNumberTable[i].otherwise);
     }
 }
 
@@ -266,7 +238,7 @@ void restore_settings(const KeptSettings& kept)
     bool mounted = settings_mounted() || settings_mounted(); // one failure does not make it lost
     restore_files(kept, mounted);
     for (int i = 0; i < kKeptNumbers; ++i) {
-        Place to = place(kNumbers[i], kept);
+        Place to = place(kKeptNumberTable[i], kept);
         write_number(to.file, to.key, kept.number[i], mounted);
     }
     unlink(CUTIL_CONF_TEMP_PATH);

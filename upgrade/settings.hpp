@@ -2,11 +2,38 @@
 #pragma once
 
 #include <cstdint>
+#include <iterator>
 
 namespace zep {
 
-constexpr int kKeptFiles = 5;
-constexpr int kKeptNumbers = 6;
+struct KeptFilePlace {
+    const char* saved_by; // the program of the saving line
+    const char* path;
+    const char* copy;
+};
+
+inline constexpr KeptFilePlace kKeptFileTable[] = {
+    {"/bin/cp", "/etc/network/network.conf", "/tmp/network.conf"},
+    {"cp", "/etc/network/wireless.conf", "/tmp/wireless.conf"},
+    {"cp", "/etc/system.conf", "/tmp/system.conf"},
+    {"cp", "/etc/serverinfo.conf", "/tmp/serverinfo.conf"},
+    {"cp", "/etc/cam_model.conf", "/tmp/cam_model.conf"},
+};
+
+struct KeptNumberPlace {
+    const char* file; // null: that of the web server
+    const char* key;
+    int otherwise; // when the file cannot be read
+};
+
+inline constexpr KeptNumberPlace kKeptNumberTable[] = {
+    {"/etc/tcp_server.conf", "server_port", 1852}, {"/etc/stream.conf", "stream_1_port", 1852},
+    {"/etc/stream.conf", "stream_2_port", 1853},   {"/etc/stream.conf", "stream_3_port", 1854},
+    {"/etc/videodecoder.conf", "video_type", 0},   {nullptr, nullptr, 80},
+};
+
+constexpr int kKeptFiles = std::size(kKeptFileTable);
+constexpr int kKeptNumbers = std::size(kKeptNumberTable);
 
 // Size and CRC-32 of a file that could be read whole; no size: it could not, or was empty.
 struct FileMark {
@@ -26,7 +53,7 @@ struct KeptNumber {
     int error; // why `value` is the built-in default; 0 when it was read
 };
 
-// The files themselves are kept as copies in /tmp, the numbers here. In the order of the source's tables.
+// The files themselves are kept as copies in /tmp, the numbers here. In the order of the tables.
 struct KeptSettings {
     KeptFile file[kKeptFiles];
     KeptNumber number[kKeptNumbers];

@@ -6,6 +6,7 @@
 #include "tools/fwpkg/describe.hpp"
 #include "tools/fwpkg/manifest.hpp"
 #include "tools/fwpkg/partitions.hpp"
+#include "tools/fwpkg/prediction.hpp"
 #include "tools/fwpkg/progress.hpp"
 #include "tools/fwpkg/sums.hpp"
 #include "tools/fwpkg/read_header.hpp"
@@ -88,21 +89,6 @@ std::string size_problem(const PackageHeader& header, const CheckOptions& option
     return {};
 }
 
-void print_fit(const Checked& p, const CheckOptions& options)
-{
-    if (options.against.empty() || !p.problem.empty()) return;
-    const auto partitions = read_partitions(options.against);
-    for (unsigned i = 0; i < 3; ++i) {
-        const Flash& flash = partitions[i];
-        printf("%s: %s: %u of %lld bytes of /dev/mtd%u", p.file.path.c_str(), kImages[i], p.header.size[i],
-               static_cast<long long>(flash.size), i + 1);
-        if (flash.erase_size)
-            printf(", %lld erase blocks",
-                   static_cast<long long>((p.header.size[i] + flash.erase_size - 1) / flash.erase_size));
-        puts("");
-    }
-}
-
 void print_checked(const Checked& p, const CheckOptions& options)
 {
     const char* path = p.file.path.c_str();
@@ -117,10 +103,11 @@ void print_checked(const Checked& p, const CheckOptions& options)
     for (unsigned i = 0; i < 3; ++i)
         if (p.image[i]) printf("%s: %s: SHA-256 %s\n", path, kImages[i], p.image[i]->sha256.c_str());
     printf("%s: %s\n", path, kNoSum);
-    print_fit(p, options);
+    if (!options.against.empty() && p.problem.empty())
+        print_prediction(path, p.header, read_partitions(options.against));
 }
 
-void print_checked_json(const Checked& p)
+void print_checked_json(const Checked& p, const CheckOptions& options)
 {
     cli::Json json = {
         {"file", p.file.path}, {"file_bytes", p.file.size}, {"good", p.problem.empty()}, {"sha256", nullptr}};
@@ -138,6 +125,8 @@ void print_checked_json(const Checked& p)
             json["images"].push_back(
                 {{"name", kImageNames[i]}, {"bytes", p.header.size[i]}, {"sha256", p.image[i]->sha256}});
     json["unchecked"] = {kNoSum};
+    if (!options.against.empty() && p.problem.empty())
+        json["upgrade"] = prediction_json(p.header, read_partitions(options.against));
     cli::print_json(json, 2);
 }
 
@@ -179,7 +168,7 @@ int check(const cli::Arguments& arguments)
     package.finding = check_package(package.file, device, options.compare_marker, package.header);
     package.problem = problem_of(package, options);
     add_sums(package);
-    options.json ? print_checked_json(package) : print_checked(package, options);
+    options.json ? print_checked_json(package, options) : print_checked(package, options);
     return package.problem.empty() ? kGood : kRefused;
 }
 

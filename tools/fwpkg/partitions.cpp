@@ -26,13 +26,13 @@ Flash flash_of(const std::string& file, const std::string& line, const std::stri
 {
     const size_t first = value.find(',');
     if (first == std::string::npos) {
-        const Flash flash{size_of(value), 0};
+        const Flash flash{.size = size_of(value)};
         if (flash.size < 0) fail(file, ("'" + line + "' names no size; write mtd1=3M").c_str());
         return flash;
     }
     const size_t second = value.find(',', first + 1), third = value.find(',', second + 1);
     const Flash flash{size_of(value.substr(first + 1, second - first - 1)),
-                      size_of(value.substr(second + 1, third - second - 1))};
+                      size_of(value.substr(second + 1, third - second - 1)), value.rfind("nand,", 0) == 0};
     if (second == std::string::npos || flash.size < 0 || flash.erase_size < 0)
         fail(file, ("'" + line + "' is not mtdN=TYPE,SIZE,ERASE_SIZE,WRITE_SIZE").c_str());
     return flash;
@@ -40,14 +40,14 @@ Flash flash_of(const std::string& file, const std::string& line, const std::stri
 
 } // namespace
 
-std::array<Flash, 3> read_partitions(const std::string& path)
+Partitions read_partitions(const std::string& path)
 {
     const std::string file = std::filesystem::is_directory(path) ? path + "/camera.conf" : path;
     if (std::filesystem::exists(file) && !std::filesystem::is_regular_file(file))
         fail(file, "is not a regular file");
     std::ifstream in(file);
     if (!in) fail(file);
-    std::array<Flash, 3> found;
+    Partitions found;
     for (std::string line; std::getline(in, line);)
         if (line.size() > 5 && line.rfind("mtd", 0) == 0 && line[3] >= '1' && line[3] <= '3' &&
             line[4] == '=')
