@@ -37,7 +37,10 @@ std::vector<std::string> take(View& view, const cli::Json& look)
             view.sections[name] = value;
             continue;
         }
-        for (const auto& line : value) fresh.push_back(one_line(name + " " + line.get<std::string>()));
+        for (const auto& line : value) {
+            fresh.push_back(one_line(name + " " + line.get<std::string>()));
+            if (fresh.back().ends_with("\\n")) fresh.back().resize(fresh.back().size() - 2);
+        }
     }
     for (const auto& line : fresh) view.lines.push_back(line);
     while (view.lines.size() > kKeptLines) view.lines.pop_front();
