@@ -68,6 +68,15 @@ void print_text(const Camera& camera, const FullStatus& s)
     for (const auto& f : s.faults) printf("fault     %s\n", f.c_str());
 }
 
+// Texts that a program of the camera may have written: no control character of theirs reaches the terminal.
+void make_printable(FullStatus& s)
+{
+    for (std::string* value : {&s.model, &s.ending, &s.wall, &s.board.rtc, &s.board.rtc_faults})
+        *value = one_line(*value);
+    for (auto* list : {&s.modules, &s.faults, &s.serial, &s.board.i2c, &s.board.pins})
+        for (std::string& value : *list) value = one_line(value);
+}
+
 void print_json(const Camera& camera, const FullStatus& s)
 {
     cli::Json json = status_json(camera, s);
@@ -95,7 +104,8 @@ int status_main(const Arguments& arguments)
                     {kCamera}});
     if (json && dot) wrong_use("--json and --dot are two forms; choose one");
     const Camera camera(words.plain[0]);
-    const FullStatus s = read_all(camera);
+    FullStatus s = read_all(camera);
+    if (!json) make_printable(s);
     if (dot)
         fputs(media_dot(s.sound.get()).c_str(), stdout);
     else

@@ -18,6 +18,7 @@ namespace {
 
 constexpr int kLookMs = 200, kLeastWidth = 40, kUsualWidth = 80, kUsualHeight = 24;
 constexpr size_t kKeptLines = 200; // of the logs
+constexpr size_t kEndLine = 1;     // of the picture
 
 volatile sig_atomic_t ended;
 void on_end(int) { ended = 1; }
@@ -87,6 +88,13 @@ std::string head_line(const cli::Json& s)
            text(", %.3f s", time["seconds"].get<double>());
 }
 
+// How the last run ended; "" while one runs.
+std::string end_line(const cli::Json& head)
+{
+    const cli::Json& o = head["outcome"];
+    return head["running"].get<bool>() ? "" : outcome_line({o["kind"], o["text"], o["share"]});
+}
+
 std::string watchdog_line(const cli::Json& time)
 {
     const cli::Json& w = time["watchdog"];
@@ -123,10 +131,29 @@ void add_sound(std::vector<std::string>& out, const cli::Json& sound)
                                c["peak"].get<unsigned>(), count, c[count].get<unsigned>()));
 }
 
+// At most so many characters; none of UTF-8 is cut in two.
+std::string shortened(std::string line, size_t width)
+{
+    size_t characters = 0;
+    for (size_t at = 0; at < line.size(); ++at)
+        if ((line[at] & 0xC0) != 0x80 && ++characters > width) {
+            line.resize(at);
+            break;
+        }
+    return line;
+}
+
+std::string end_colour(const cli::Json& head)
+{
+    const std::string kind = head["running"].get<bool>() ? "" : head["outcome"]["kind"].get<std::string>();
+    return kind == "good" ? "\033[32m" : kind == "bad" || kind == "cut" ? "\033[31m" : "";
+}
+
 std::vector<std::string> picture(const View& view, size_t width, size_t height)
 {
     const cli::Json& s = view.sections;
-    std::vector<std::string> out = {head_line(s), watchdog_line(s["time"]), lines_line(s["board"])};
+    std::vector<std::string> out = {head_line(s), end_line(s["head"]), watchdog_line(s["time"]),
+                                    lines_line(s["board"])};
     add_sound(out, s.value("sound", cli::Json()));
     for (const auto& part : s["flash"]) {
         const std::string map = part["map"];
@@ -137,8 +164,7 @@ std::vector<std::string> picture(const View& view, size_t width, size_t height)
     const size_t room = height > out.size() ? std::min(height - out.size(), view.lines.size()) : 0;
     out.insert(out.end(), view.lines.end() - long(room), view.lines.end());
     if (out.size() > height) out.resize(height);
-    for (auto& line : out)
-        if (line.size() > width) line.resize(width);
+    for (auto& line : out) line = shortened(one_line(line), width);
     return out;
 }
 
@@ -170,7 +196,9 @@ public:
             size = {kUsualHeight, kUsualWidth, 0, 0};
         std::string frame = "\033[H";
         const auto lines = picture(view, std::max<size_t>(size.ws_col, kLeastWidth), size.ws_row);
-        for (size_t i = 0; i < lines.size(); ++i) frame += (i ? "\r\n" : "") + lines[i] + "\033[K";
+        for (size_t i = 0; i < lines.size(); ++i)
+            frame += (i ? "\r\n" : "") + (i == kEndLine ? end_colour(view.sections["head"]) : "") + lines[i] +
+                     "\033[m\033[K";
         fputs((frame + "\033[J").c_str(), stdout);
         fflush(stdout);
     }
@@ -203,7 +231,9 @@ void watch_in_lines(Snapshot& snapshot)
     for (bool full = true;; full = false) {
         const cli::Json look = snapshot.next(full);
         for (const auto& line : take(view, look)) puts(line.c_str());
-        if (look.contains("head")) puts(head_line(view.sections).c_str());
+        if (look.contains("head")) puts(one_line(head_line(view.sections)).c_str());
+        if (look.contains("head") && !view.sections["head"]["running"].get<bool>())
+            puts(one_line(end_line(view.sections["head"])).c_str());
         if (look.contains("flash"))
             for (const auto& part : look["flash"])
                 printf("flash %s %s\n", part["name"].get<std::string>().c_str(), counts(part["map"]).c_str());

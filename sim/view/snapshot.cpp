@@ -29,7 +29,7 @@ cli::Json process_list(const std::vector<Process>& list)
     return out;
 }
 
-cli::Json head(const Camera& camera, const Status& s)
+cli::Json head(const Camera& camera, const Status& s, const Outcome& outcome)
 {
     const Command command = last_command(camera);
     return {{"folder", camera.folder()},
@@ -37,6 +37,7 @@ cli::Json head(const Camera& camera, const Status& s)
             {"model", s.model},
             {"running", s.running != 0},
             {"ending", s.ending},
+            {"outcome", outcome_json(outcome)},
             {"cause", trim(try_read_file(camera.path("cause")).value_or(""))},
             {"command", command.words},
             {"began", command.began},
@@ -126,6 +127,7 @@ bool Snapshot::new_run()
     const int64_t run = ran ? int64_t(st.st_mtim.tv_sec) * 1'000'000'000 + st.st_mtim.tv_nsec : 0;
     const bool changed = run != run_;
     run_ = run;
+    if (changed) outcome_ = {};
     return changed;
 }
 
@@ -146,6 +148,16 @@ void Snapshot::add_lines(cli::Json& out, bool full)
         if (auto lines = tail->lines(kMostLines); !lines.empty()) out[name] = lines;
 }
 
+// The record is read when a run has ended, and again when the flash is found changed after it.
+const Outcome& Snapshot::outcome(const Status& s)
+{
+    if (s.running)
+        outcome_ = {};
+    else if (outcome_.kind.empty())
+        outcome_ = outcome_of(camera_, flash_, s.ending);
+    return outcome_;
+}
+
 cli::Json Snapshot::next(bool full)
 {
     cli::Json out;
@@ -154,8 +166,8 @@ cli::Json Snapshot::next(bool full)
     clock::attach();
     const Status s = read_status(camera_);
     add_lines(out, full);
-    flash_.refresh(s.running ? "" : s.ending);
-    put(out, "head", head(camera_, s));
+    if (flash_.refresh(s.running ? "" : s.ending)) outcome_ = {};
+    put(out, "head", head(camera_, s, outcome(s)));
     put(out, "time", time_of(camera_, s));
     put(out, "flash", flash_.json());
     put(out, "board", board_of(camera_, s));

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "sim/view/flash_map.hpp"
+#include "sim/view/outcome.hpp"
 #include "sim/view/status.hpp"
 
 #include <map>
@@ -35,12 +36,14 @@ private:
     void put(cli::Json& out, const char* section, cli::Json value);
     void add_lines(cli::Json& out, bool full);
     bool new_run();
+    const Outcome& outcome(const Status& s);
 
     const Camera camera_;
     FlashMap flash_;
     Tail journal_, syslog_, feeds_, console_;
     std::map<std::string, size_t> given_; // section to a hash of what was given
     int64_t run_ = -1;                    // when the last run began
+    Outcome outcome_;                     // of the last run; an empty kind: to be read again
 };
 
 } // namespace vcam

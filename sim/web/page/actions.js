@@ -58,7 +58,7 @@ class ActionView {
       event.preventDefault();
       this.do({ action: 'fault', line: [device.value, operation.value, skip.value, times.value, effect.value].filter(w => w !== '').join(' ') }, 'planned');
     };
-    return el('form', { class: 'row', onsubmit: submit }, device, operation, el('label', { class: 'check' }, 'after ', skip), el('label', { class: 'check' }, 'times ', times), effect,
+    return el('form', { class: 'row', onsubmit: submit }, device, operation, el('label', { class: 'check' }, 'good calls first ', skip), el('label', { class: 'check' }, 'failing calls ', times), effect,
       el('button', {}, 'Plan'), el('button', { type: 'button', onclick: () => this.do({ action: 'clear-faults' }, 'no fault is planned') }, 'Clear'));
   }
 
@@ -100,7 +100,7 @@ class ActionView {
         lines.push(...d.settings[kind].map(s => `${sign} ${s.name}${s.before !== undefined ? '=' + s.before : ''}${s.after !== undefined ? ' -> ' + s.after : ''}`));
         lines.push(...d.files[kind].map(f => `${sign} ${f}`));
       }
-      say(this.answer, lines.join('\n') + '\nended: ' + d.ending);
+      say(this.answer, lines.join('\n') + '\nended: ' + (this.camera.head.running ? 'not yet' : this.camera.head.outcome.text));
       this.answer.classList.remove('gone');
     } catch (e) {
       say(this.said, e.message);

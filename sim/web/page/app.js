@@ -8,6 +8,10 @@ const phases = [
   [/Upgrade fail|fail/i, m => ({ text: m.input })]
 ];
 
+// How a run ended, as the head's outcome names it.
+const endSigns = { never: '■', good: '✔', bad: '✖', cut: '✖', ended: '■' };
+const endPills = { never: '■ off', good: '✔ off, upgraded', bad: '✖ off, failed', cut: '✖ off, broken off', ended: '■ off' };
+
 class Camera {
   constructor(index) {
     this.index = index;
@@ -19,7 +23,7 @@ class Camera {
 
   build() {
     this.name = el('h2');
-    this.pill = el('span', { class: 'pill off', role: 'status' });
+    this.pill = el('span', { class: 'pill never', role: 'status' });
     this.command = el('span', { class: 'quiet' });
     this.phase = el('div', { class: 'phase' }, this.phaseText = el('span'), this.bar = el('progress', { max: 1, value: 0, 'aria-label': 'progress of the partition' }));
     this.facts = Object.fromEntries(['Camera time', 'Clock', 'Watchdog', 'Longest gap', 'Processes'].map(n => [n, el('span', {}, '–')]));
@@ -70,7 +74,17 @@ class Camera {
     return this.speeds.length > 1 ? bytes / (now - this.speeds[0].at) * 1000 : 0;
   }
 
+  // The end of the last run: a sign and a colour for its kind, and the bar as far as the step had come.
+  drawEnd() {
+    const { kind, text, share } = this.head.outcome;
+    say(this.phaseText, `${endSigns[kind]} ${text}` + (this.head.cause ? ', by the fault ' + this.head.cause : ''));
+    this.phase.className = 'phase ' + kind;
+    this.bar.value = Math.max(share, 0);
+    this.bar.classList.toggle('unseen', share < 0);
+  }
+
   drawPhase() {
+    if (!this.head.running && this.replay === null) return this.drawEnd();
     let phase = { text: '' };
     const until = this.replay === null ? Infinity : this.replay;
     for (const e of this.events) {
@@ -82,9 +96,8 @@ class Camera {
         }
       else if (e.source === 'system') phase = { text: e.text, part: phase.part };
     }
-    const running = this.head.running || this.replay !== null;
-    let share = running || this.head.ending === 'never ran' ? 0 : 1, text = phase.text;
-    const part = running && phase.state && this.flash.find(p => p.name === phase.part);
+    let share = 0, text = phase.text;
+    const part = phase.state && this.flash.find(p => p.name === phase.part);
     if (part) {
       const map = mapAt(this, part, this.replay), total = phase.state === 'e' ? map.length : Math.ceil(phase.bytes / part.erase_size);
       const done = Array.from(map).filter(c => phase.state === 'e' ? c === 'e' || c === 'b' : c === 'n' || c === 't').length;
@@ -92,15 +105,17 @@ class Camera {
       const speed = this.replay === null ? this.speed() : 0;
       text += `: ${Math.round(100 * share)} %` + (speed > 0 && share < 1 ? `, ${size(speed)}/s, ${Math.ceil((total - done) * part.erase_size / speed)} s left` : '');
     }
-    say(this.phaseText, running ? text || 'running' : this.head.ending !== 'never ran' ? 'The last run ended: ' + this.head.ending + (this.head.cause ? ', by the fault ' + this.head.cause : '') : 'The camera has not run yet.');
+    say(this.phaseText, text || 'running');
+    this.phase.className = 'phase';
     this.bar.value = share;
+    this.bar.classList.toggle('unseen', !part);
   }
 
   drawHead() {
-    const broken = /powercut|watchdog|timeout|signal/.test(this.head.ending);
+    const kind = this.head.outcome.kind;
     say(this.name, this.head.name + ' · ' + this.head.model);
-    say(this.pill, this.head.running ? '▶ running' : broken ? '✖ ' + this.head.ending : '■ off');
-    this.pill.className = 'pill ' + (this.head.running ? 'running' : broken ? 'broken' : 'off');
+    say(this.pill, this.head.running ? '▶ running' : endPills[kind]);
+    this.pill.className = 'pill ' + (this.head.running ? 'running' : kind);
     say(this.command, this.head.command);
     const w = this.time.watchdog;
     say(this.facts['Camera time'], seconds(this.time.seconds));
@@ -142,7 +157,7 @@ async function begin() {
   const link = document.getElementById('link');
   const take = event => {
     const camera = cameras[event.camera];
-    if (event.lost) { link.className = 'lost'; say(link, known.cameras[event.camera] + ' cannot be read'); return; }
+    if (event.lost) { link.className = 'lost'; say(link, known.cameras[event.camera] + ' cannot be read: ' + event.lost); return; }
     camera.take(event);
   };
   if (frozen) {

@@ -1,5 +1,6 @@
 // The flash, erase block by erase block. Every state has a colour and a shape.
 
+const uses = { mtd0: 'boot loader', mtd1: 'kernel', mtd2: 'root file system', mtd3: 'settings' };
 const blockNames = { o: 'unchanged', n: 'new', e: 'erased', t: 'torn', b: 'bad' };
 
 function drawBlock(pen, state, x, y, side) {
@@ -74,7 +75,7 @@ class FlashView {
         onblur: () => this.point(index, -1)
       });
       const counts = el('span');
-      this.list.append(el('div', { class: 'part' }, el('h4', {}, part.name + ' ', counts), canvas));
+      this.list.append(el('div', { class: 'part' }, el('h4', {}, `${part.name} · ${uses[part.name]} `, counts), canvas));
       return { canvas, counts, at: -1, columns: 1, side: 12, map: '', changed: [] };
     });
   }

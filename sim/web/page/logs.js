@@ -1,5 +1,7 @@
 // Console, system log and journal, as they are.
 
+// An upgrade logs each step as an alert; only lines that speak of a failure are marked as one.
+const failing = /fail|error|cannot|can't|unable|refused|corrupt|mismatch|differ/i;
 const mostLines = 4000, levels = ['emerg', 'alert', 'crit', 'err', 'warning', 'notice', 'info', 'debug'];
 
 class LogView {
@@ -42,7 +44,7 @@ class LogView {
     const event = parseEvent(kind, text);
     if (!event) return el('div', {}, text);
     const level = kind === 'log' ? levels[event.priority] : event.source;
-    const node = el('div', { class: event.priority <= 3 && event.source === 'log' ? 'err' : undefined }, el('time', {}, event.time.toFixed(3).padStart(9)), '  ' + level.padEnd(7) + ' ' + event.text);
+    const node = el('div', { class: event.priority <= 3 && event.source === 'log' && failing.test(event.text) ? 'err' : undefined }, el('time', {}, event.time.toFixed(3).padStart(9)), '  ' + level.padEnd(7) + ' ' + event.text);
     node.at = event.time;
     return node;
   }

@@ -1,0 +1,128 @@
+// How the last run ended, in words for people.
+#include "sim/view/outcome.hpp"
+#include "sim/base/text.hpp"
+#include "sim/view/record.hpp"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+
+namespace vcam {
+namespace {
+
+constexpr struct {
+    const char *ending, *words;
+} kEndings[] = {{"powercut", "power cut"},
+                {"watchdog", "reset by the watchdog"},
+                {"timeout", "stopped at the time limit"},
+                {"reboot", "rebooted"},
+                {"poweroff", "powered off"}};
+
+std::string words_of(const std::string& ending)
+{
+    for (const auto& row : kEndings)
+        if (ending == row.ending) return row.words;
+    return ending.empty() ? "ended without a note" : one_line(ending);
+}
+
+// The step of flash work that the record has reached.
+struct Step {
+    std::string doing, partition; // "writing", "mtd1"; empty before the first step
+    uint64_t bytes = 0;           // its length, 0: the whole partition
+    bool logged = false;          // an upgrade's log line has named it
+};
+
+// The lines that an upgrade writes at the beginning of a step.
+void follow_log(Step& step, const std::string& line)
+{
+    const size_t device = line.find("/dev/mtd"), size = line.find("size : ");
+    uint64_t bytes = 0;
+    if (line.find("[CFlash_Erase] =") != std::string::npos && device != std::string::npos)
+        step = {"erasing", line.substr(device + strlen("/dev/"), strlen("mtd0")), 0, true};
+    if (line.find("[CFlash_NWrite]") != std::string::npos && size != std::string::npos &&
+        sscanf(line.c_str() + size, "size : %" SCNu64, &bytes) == 1)
+        step = {"writing", step.partition, bytes, true};
+    if (line.find("[CFlash_Confirm]") != std::string::npos) step = {"comparing", step.partition, 0, true};
+}
+
+// A stretch is recorded at its end, so an erased one may come after the log line of the writing that follows.
+void follow_stretch(Step& step, const Stretch& stretch)
+{
+    if (step.partition == stretch.partition && step.logged) return;
+    step = {stretch.erase ? "erasing" : "writing", stretch.partition, 0, false};
+}
+
+// How much of the step the flash shows, 0 to 1. The record of a run that was cut lacks its last stretch: a partition with
+// new blocks was being written.
+double share_of(Step& step, const Camera& camera, const FlashMap& flash)
+{
+    for (size_t i = 0; i < camera.partitions().size(); ++i) {
+        const Partition& p = camera.partitions()[i];
+        if (p.name != step.partition) continue;
+        const std::string& map = flash.map(i);
+        const auto count = [&](char state) { return double(std::count(map.begin(), map.end(), state)); };
+        if (step.doing == "erasing" && count(kNew) > 0) step.doing = "writing";
+        const double done =
+            step.doing == "erasing" ? count(kErased) + count(kBad) : count(kNew) + count(kTorn);
+        const uint64_t bytes = step.bytes ? step.bytes : p.size;
+        return std::min(1.0, done / double((bytes + p.erase_size - 1) / p.erase_size));
+    }
+    return 0;
+}
+
+// The line in front of the verdict says why; without the program's name, which the log puts in front.
+std::string reason_in(std::string line)
+{
+    for (const char* name : {"xupgrade: ", "upgrade: ", "upgrade: "})
+        if (starts_with(line, name)) line = line.substr(std::string(name).size());
+    return one_line(trim(line));
+}
+
+} // namespace
+
+Outcome outcome_of(const Camera& camera, const FlashMap& flash, const std::string& ending)
+{
+    if (ending == "never ran") return {"never", "The camera has not run yet.", -1};
+    Step step;
+    std::string verdict, reason, before;
+    for (const Event& event : run_events(camera)) {
+        if (const auto stretch = stretch_of(event)) follow_stretch(step, *stretch);
+        if (event.source != "log") continue;
+        follow_log(step, event.text);
+        if (event.text.find("Upgrade complete.") != std::string::npos) verdict = "Upgrade complete";
+        if (event.text.find("Upgrade fail.") != std::string::npos) {
+            verdict = "Upgrade fail";
+            reason = reason_in(before);
+        }
+        before = event.text;
+    }
+    const std::string words = words_of(ending);
+    if (broken_off(ending) && !verdict.empty()) return {"cut", words + " after: " + verdict, -1};
+    if (broken_off(ending) && step.doing.empty()) return {"cut", words, -1};
+    if (broken_off(ending) && step.doing == "comparing")
+        return {"cut", words + " while comparing " + step.partition, -1};
+    if (broken_off(ending)) {
+        const double share = share_of(step, camera, flash);
+        return {"cut",
+                text("%s while %s %s, %d %%", words.c_str(), step.doing.c_str(), step.partition.c_str(),
+                     int(100 * share)),
+                share};
+    }
+    if (verdict == "Upgrade complete") return {"good", verdict + "; " + words, 1};
+    if (!verdict.empty()) return {"bad", verdict + (reason.empty() ? "" : ": " + reason) + "; " + words, -1};
+    return {"ended", words, -1};
+}
+
+cli::Json outcome_json(const Outcome& outcome)
+{
+    return {{"kind", outcome.kind}, {"text", outcome.text}, {"share", outcome.share}};
+}
+
+std::string outcome_line(const Outcome& outcome)
+{
+    const bool wrong = outcome.kind == "bad" || outcome.kind == "cut";
+    return (outcome.kind == "good" ? "✔ " : wrong ? "✖ " : "■ ") + outcome.text;
+}
+
+} // namespace vcam
