@@ -116,6 +116,7 @@ void put_one(const std::string& from, const std::string& to)
 struct Getter {
     std::string target; // as named: only this link is followed, not one that an earlier get has copied
     bool force;
+    uint64_t most; // bytes of one file
 
     void get_link(const std::string& from, const std::string& to) const
     {
@@ -128,6 +129,10 @@ struct Getter {
     void get_file(const std::string& from, const std::string& to) const
     {
         const auto mode = mode_t(fs::status(from).permissions()) & 0777;
+        const uint64_t size = fs::file_size(from);
+        if (size > most)
+            fail("get: the file has %llu bytes, more than %llu; vcam get without --most fetches it",
+                 (unsigned long long)size, (unsigned long long)most);
         cli::OutputFile output(to, {nullptr, nullptr, force, mode});
         const Mapped bytes(from);
         output.write(bytes.data(), bytes.size());
@@ -212,8 +217,11 @@ int put_main(const Arguments& arguments)
 int get_main(const Arguments& arguments)
 {
     bool force = false;
+    uint64_t most = UINT64_MAX;
     auto words = cli::parse(
-        arguments, {{{"--force", nullptr, "replace files that are there", [&](auto&) { force = true; }}},
+        arguments, {{{"--force", nullptr, "replace files that are there", [&](auto&) { force = true; }},
+                     {"--most", "BYTES", "refuse a file that is larger",
+                      [&](auto& v) { most = uint64_t(cli::whole_number(v, 0, INT64_MAX)); }}},
                     {kCamera, {"/PATH", cli::Operand::camera_path}, {"FILE", cli::Operand::file, false}}});
     Camera camera(words.plain[0]);
     Place place = place_of(words.plain[1]);
@@ -221,6 +229,8 @@ int get_main(const Arguments& arguments)
     const std::string source = find_in(place.in_flash ? etc.path() : camera.root(""), place.path);
     if (source.empty()) fail("get: the camera has no %s", words.plain[1].c_str());
     if (words.plain.size() == 2 && fs::is_regular_file(source)) {
+        if (fs::file_size(source) > most)
+            fail("get: the file has more than %llu bytes", (unsigned long long)most);
         write_all(STDOUT_FILENO, read_file(source), "standard output");
         return 0;
     }
@@ -235,7 +245,7 @@ int get_main(const Arguments& arguments)
     if (words.plain.size() == 2 && exists(target) && !force)
         fail("get: %s exists already; name another folder, or add to it with --force", target.c_str());
     if (fs::is_directory(target) && !fs::is_directory(source)) target += "/" + name_of(words.plain[1]);
-    copy(source, target, Getter{target, force});
+    copy(source, target, Getter{target, force, most});
     return 0;
 }
 

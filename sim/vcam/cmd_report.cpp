@@ -99,6 +99,7 @@ int report_main(const Arguments& arguments)
           {"--force", nullptr, "replace files that are neither", [&](auto&) { force = true; }}},
          {kCamera}});
     if (name.empty() && png.empty()) wrong_use("name a file with -o or --png");
+    if (!png.empty()) browser(); // missing: said before anything is written
     const std::string page = report_of(words.plain[0]);
     if (!name.empty()) put_out(name, {"a report", is_report, force}, page);
     if (!png.empty()) put_out(png, {"a PNG file", is_png, force}, picture(page));

@@ -3,6 +3,7 @@
 #include "sim/base/text.hpp"
 
 #include <cstdlib>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -59,6 +60,16 @@ bool sees(pid_t pid, const std::string& folder)
            inside.st_ino == outside.st_ino;
 }
 
+// Reads FOLDER/pid, 0 when there is none. A pipe or a link of that name is not opened.
+pid_t noted_pid(const std::string& folder)
+{
+    const Fd fd(open((folder + "/pid").c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat st;
+    char digits[16] = "";
+    if (!fd || fstat(fd.get(), &st) < 0 || !S_ISREG(st.st_mode)) return 0;
+    return read(fd.get(), digits, sizeof digits - 1) > 0 ? pid_t(atoi(digits)) : 0;
+}
+
 } // namespace
 
 std::vector<Process> processes(pid_t init)
@@ -77,12 +88,17 @@ std::vector<std::string> media_slots(pid_t init)
     return out;
 }
 
-Fd open_init(const Camera& camera)
+Fd open_init(const std::string& folder, pid_t launcher)
 {
-    const pid_t pid = camera.running();
-    if (pid <= 0) return Fd();
-    Fd process(int(syscall(SYS_pidfd_open, pid, 0)));
-    if (!process || !is_first(pid) || !sees(pid, camera.folder())) return Fd();
+    if (launcher > 0)
+        for (const auto& word : split(proc(launcher, text("task/%d/children", int(launcher)).c_str()), ' ')) {
+            const pid_t pid = pid_t(atoi(word.c_str()));
+            Fd process(pid > 0 ? int(syscall(SYS_pidfd_open, pid, 0)) : -1);
+            if (process && is_first(pid)) return process;
+        }
+    const pid_t pid = noted_pid(folder);
+    Fd process(pid > 0 ? int(syscall(SYS_pidfd_open, pid, 0)) : -1);
+    if (!process || !is_first(pid) || !sees(pid, folder)) return Fd();
     return process;
 }
 

@@ -19,8 +19,9 @@ std::vector<Process> processes(pid_t init);
 // "sd" and "usb" as far as a medium is in the slot.
 std::vector<std::string> media_slots(pid_t init);
 
-// The camera's first process as one to signal, -1 when the camera is off. What a program of the camera may have written
-// into the camera's folder is not trusted: the process must be the first one of its space and see that very folder.
-Fd open_init(const Camera& camera);
+// The first process of the camera in `folder` as one to signal, -1 when the camera is off. Files in the folder may have
+// been written by a program of the camera and are not trusted: the process must be the first one of its space and see
+// that very folder, or be a child of `launcher`, the vcam run that the caller started (0: none).
+Fd open_init(const std::string& folder, pid_t launcher);
 
 } // namespace vcam

@@ -19,6 +19,7 @@ namespace {
 
 constexpr int kBadRequest = 400, kConflict = 409;
 constexpr size_t kMostWords = 64;
+constexpr size_t kMostFile = 64 << 20; // bytes of a file that a page fetches
 
 std::string word(const cli::Json& request, const char* name)
 {
@@ -92,15 +93,6 @@ const struct {
     {"power-off", SIGRTMIN + int(power::Loss::off)},
 };
 
-Answer send_signal(const Camera& camera, int number)
-{
-    const Fd init = open_init(camera);
-    if (!init) return {kConflict, "the camera is off"};
-    if (syscall(SYS_pidfd_send_signal, init.get(), number, nullptr, 0) < 0)
-        return {kConflict, text("the camera does not take the signal: %s", strerror(errno))};
-    return {200, "done"};
-}
-
 // A new file in the place of the last run's; a link of that name is not followed.
 Fd fresh_console(const Camera& camera)
 {
@@ -144,6 +136,27 @@ Answer Actions::command(const Words& words) const
     return {kBadRequest, trim(output.err.empty() ? output.out : output.err)};
 }
 
+// The run that was started here and has not ended, 0 without one. Call it with lock_ held. It never waits: a request
+// that waited for the end of a run would start a second one behind it.
+pid_t Actions::launcher(const std::string& folder)
+{
+    const auto it = runs_.find(folder);
+    if (it == runs_.end()) return 0;
+    if (waitpid(it->second, nullptr, WNOHANG) == 0) return it->second;
+    runs_.erase(it);
+    return 0;
+}
+
+Answer Actions::send_signal(const std::string& folder, int number)
+{
+    const std::lock_guard hold(lock_);
+    const Fd init = open_init(folder, launcher(folder));
+    if (!init) return {kConflict, "the camera is off"};
+    if (syscall(SYS_pidfd_send_signal, init.get(), number, nullptr, 0) < 0)
+        return {kConflict, text("the camera does not take the signal: %s", strerror(errno))};
+    return {200, "done"};
+}
+
 Answer Actions::run(const Camera& camera, const cli::Json& request)
 {
     const auto words = request.find("words");
@@ -155,19 +168,20 @@ Answer Actions::run(const Camera& camera, const cli::Json& request)
     line.insert(line.end(), {camera.folder(), "--"});
     for (const auto& w : *words) line.push_back(w.get<std::string>());
     const std::lock_guard hold(lock_);
-    if (camera.running()) return {kConflict, "the camera runs already; stop it first"};
-    if (const auto it = runs_.find(camera.folder()); it != runs_.end()) status_of(it->second);
+    if (launcher(camera.folder()) || camera.running())
+        return {kConflict, "the camera runs already; stop it first"};
     const Fd console = fresh_console(camera);
     runs_[camera.folder()] = start(line, -1, console.get(), console.get());
     return {200, "started"};
 }
 
-Answer Actions::act(const Camera& camera, const cli::Json& request)
+Answer Actions::act(const std::string& folder, const cli::Json& request)
 {
     const std::string name = word(request, "action");
-    if (name == "run") return run(camera, request);
     for (const auto& row : kSignals)
-        if (name == row.name) return send_signal(camera, row.signal);
+        if (name == row.name) return send_signal(folder, row.signal);
+    const Camera camera(folder);
+    if (name == "run") return run(camera, request);
     for (const auto& row : kCommands)
         if (name == row.name) return command(row.words(camera.folder(), request));
     return {kBadRequest, "no action " + one_line(name)};
@@ -188,7 +202,9 @@ Answer Actions::get(const Camera& camera, const std::string& place) const
     const ScratchFolder folder;
     const std::string file =
         folder.path() + "/file"; // named, so that a folder of the camera does not land elsewhere
-    if (const Answer said = command({"get", camera.folder(), "--", place, file}); said.status != 200)
+    if (const Answer said =
+            command({"get", text("--most=%zu", kMostFile), camera.folder(), "--", place, file});
+        said.status != 200)
         return said;
     const auto content = try_read_file(file);
     return content ? Answer{200, *content} : Answer{kBadRequest, place + " is no file"};

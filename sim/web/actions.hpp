@@ -25,8 +25,8 @@ public:
     Actions(const Actions&) = delete;
     Actions& operator=(const Actions&) = delete;
 
-    // {"action": NAME, ...}
-    Answer act(const Camera& camera, const cli::Json& request);
+    // {"action": NAME, ...}. Stop, power off and cut need no sound folder: a program of the camera may have spoilt it.
+    Answer act(const std::string& folder, const cli::Json& request);
     // A file into the camera, or onto its microphone when the place is "mic.wav".
     Answer put(const Camera& camera, const std::string& place, const std::string& content);
     Answer get(const Camera& camera, const std::string& place) const;
@@ -34,6 +34,8 @@ public:
 
 private:
     Answer run(const Camera& camera, const cli::Json& request);
+    Answer send_signal(const std::string& folder, int number);
+    pid_t launcher(const std::string& folder);
     [[nodiscard]] Answer command(const Words& words) const;
 
     const std::string vcam_;

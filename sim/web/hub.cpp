@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace vcam::web {
@@ -21,20 +22,37 @@ constexpr auto kSign = std::chrono::seconds(2);        // of life, to notice a p
 constexpr int kPatienceMs = 5000;                      // for one look at a camera
 constexpr size_t kMostWaiting = 200;                   // events of a page that does not fetch them
 
+ino_t inode_of(const std::string& path)
+{
+    struct stat st;
+    return stat(path.c_str(), &st) == 0 ? st.st_ino : 0;
+}
+
+void give(const cli::Json& json)
+{
+    write_all(STDOUT_FILENO, json.dump(-1, ' ', false, cli::Json::error_handler_t::replace) + "\n",
+              "the page's server");
+}
+
 } // namespace
 
 int sample_main(const std::string& folder)
 {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
-    Snapshot snapshot(folder);
-    for (char letter; read(STDIN_FILENO, &letter, 1) == 1;) {
-        const cli::Json json = snapshot.next(letter == 'f');
-        write_all(STDOUT_FILENO,
-                  (json.is_null() ? "{}" : json.dump(-1, ' ', false, cli::Json::error_handler_t::replace)) +
-                      "\n",
-                  "the page's server");
+    try {
+        Snapshot snapshot(folder);
+        const ino_t looked_at = inode_of(folder);
+        for (char letter; read(STDIN_FILENO, &letter, 1) == 1;) {
+            if (!exists(folder + "/camera.conf") || inode_of(folder) != looked_at)
+                fail("%s: the camera has been moved away or replaced", folder.c_str());
+            const cli::Json json = snapshot.next(letter == 'f');
+            give(json.is_null() ? cli::Json::object() : json);
+        }
+        return 0;
+    } catch (const std::exception& e) {
+        give({{"lost", e.what()}});
+        return 1;
     }
-    return 0;
 }
 
 Hub::Hub(std::string program, const std::vector<std::string>& folders) : program_(std::move(program))
@@ -116,9 +134,9 @@ void Hub::look(bool full)
         const char letter = full || fresh ? 'f' : 't';
         std::string line;
         if (write(sampler.to.get(), &letter, 1) == 1) line = line_from(sampler);
-        if (line.empty()) {
+        if (line.empty() || starts_with(line, R"({"lost":)")) {
             end_sampler(sampler);
-            send(i, R"({"lost":true})");
+            send(i, line.empty() ? R"({"lost":"its files cannot be read"})" : line);
         } else if (line != "{}")
             send(i, line);
     }
@@ -138,6 +156,12 @@ void Hub::look_on()
         hold.lock();
         changed_.wait_until(hold, next, [this] { return ending_; });
     }
+}
+
+size_t Hub::viewers()
+{
+    const std::lock_guard hold(lock_);
+    return viewers_.size();
 }
 
 Hub::Viewer::Viewer(Hub& hub) : hub_(hub)

@@ -28,6 +28,8 @@ public:
     Hub(const Hub&) = delete;
     Hub& operator=(const Hub&) = delete;
 
+    [[nodiscard]] size_t viewers();
+
     class Viewer {
     public:
         explicit Viewer(Hub& hub);

@@ -23,6 +23,7 @@ namespace vcam::web {
 namespace {
 
 constexpr size_t kThreads = 32;        // an open page holds one
+constexpr size_t kMostPages = 24;      // open at once
 constexpr size_t kMostBody = 64 << 20; // of a request
 constexpr int kForbidden = 403;
 
@@ -60,16 +61,25 @@ public:
         server_.new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
         server_.set_payload_max_length(kMostBody);
         server_.set_tcp_nodelay(true);
+        // The library's own choice shares a port with any other server that asks for it.
+        server_.set_socket_options([](socket_t fd) {
+            const int yes = 1;
+            setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        });
+        server_.set_error_handler([](const Request& q, Response& r) { explain(q, r); });
         httplib::Headers headers;
         for (const auto& [name, value] : kHeaders) headers.emplace(name, value);
         server_.set_default_headers(headers);
         const int port = options.port ? options.port : server_.bind_to_any_port(options.host);
         if (options.port ? !server_.bind_to_port(options.host, port) : port <= 0)
-            fail("cannot listen on %s:%d; name another --host or --port", options.host.c_str(), options.port);
+            fail("cannot listen on %s:%d: the port is in use or the address is not this machine's; name "
+                 "another "
+                 "--host or --port",
+                 options.host.c_str(), options.port);
         guard_ = std::make_unique<Guard>(options.host, port);
-        const bool six = options.host.find(':') != std::string::npos;
-        address_ = text(six ? "http://[%s]:%d/?token=%s" : "http://%s:%d/?token=%s",
-                        options.host == "0.0.0.0" ? "127.0.0.1" : options.host.c_str(), port,
+        const std::string host = is_wildcard(options.host) ? own_address() : options.host;
+        const bool six = host.find(':') != std::string::npos;
+        address_ = text(six ? "http://[%s]:%d/?token=%s" : "http://%s:%d/?token=%s", host.c_str(), port,
                         guard_->token().c_str());
         add_routes();
     }
@@ -98,7 +108,7 @@ private:
         on("/file", [this](const Camera& c, const Request& q, Response& r) { file(c, q, r); });
         on("/sound", [](const Camera& c, const Request& q, Response& r) { sound(c, q, r); });
         server_.Post("/action", [this](const Request& q, Response& r) {
-            answer(r, actions_.act(camera(q), cli::Json::parse(q.body)));
+            answer(r, actions_.act(folder(q), cli::Json::parse(q.body)));
         });
         server_.Post("/file", [this](const Request& q, Response& r) {
             answer(r, actions_.put(camera(q), q.get_param_value("path"), q.body));
@@ -109,9 +119,10 @@ private:
     httplib::Server::HandlerResponse admit(const Request& q, Response& r) const
     {
         const char* reason = nullptr;
-        if (!guard_->host_allowed(q.get_header_value("Host")))
+        const std::string host = q.get_header_value("Host");
+        if (q.get_header_value_count("Host") != 1 || !guard_->host_allowed(host))
             reason = "this server has another name";
-        else if (!guard_->origin_allowed(q.get_header_value("Origin")))
+        else if (!guard_->origin_allowed(q.get_header_value("Origin"), host))
             reason = "a page of another origin";
         else if (q.path != "/page.js" && q.path != "/page.css" &&
                  !guard_->token_right(q.has_header("X-Token") ? q.get_header_value("X-Token")
@@ -120,6 +131,16 @@ private:
         if (!reason) return httplib::Server::HandlerResponse::Unhandled;
         answer(r, {kForbidden, reason});
         return httplib::Server::HandlerResponse::Handled;
+    }
+
+    // Answers that the library gives without words.
+    static void explain(const Request& q, Response& r)
+    {
+        if (!r.body.empty()) return;
+        answer(r, {r.status, r.status == 413   ? text("the request is too large: a file is at most %zu MiB",
+                                                      kMostBody >> 20)
+                             : r.status == 404 ? "there is no " + one_line(q.path)
+                                               : text("HTTP status %d", r.status)});
     }
 
     static void refuse(Response& r, const std::exception_ptr& thrown)
@@ -138,12 +159,13 @@ private:
         return q.has_param(name) ? uint64_t(cli::whole_number(q.get_param_value(name), 0, INT32_MAX)) : 0;
     }
 
-    Camera camera(const Request& q) const
+    const std::string& folder(const Request& q) const
     {
         const uint64_t index = number(q, "camera");
         if (index >= folders_.size()) fail("there are %zu cameras", folders_.size());
-        return Camera(folders_[index]);
+        return folders_[index];
     }
+    Camera camera(const Request& q) const { return Camera(folder(q)); }
 
     template<class Handler> void on(const char* path, Handler handler)
     {
@@ -152,6 +174,7 @@ private:
 
     void events(Response& r)
     {
+        if (hub_.viewers() >= kMostPages) return answer(r, {503, "too many pages are open; close one"});
         auto viewer = std::make_shared<Hub::Viewer>(hub_);
         r.set_chunked_content_provider("text/event-stream", [viewer](size_t, httplib::DataSink& sink) {
             const std::string events = viewer->wait();

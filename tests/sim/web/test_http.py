@@ -76,12 +76,44 @@ class Attacks(Served):
         os.truncate(f"{self.cameras[0]}/flash/mtd1", 5)
         os.unlink(f"{self.cameras[0]}/faults")
         os.mkfifo(f"{self.cameras[0]}/faults")
-        while not self.event(stream).get("lost"):
+        while "faults is neither" not in self.event(stream).get("lost", ""):
+            pass
+        os.unlink(f"{self.cameras[0]}/faults")
+        os.rename(self.cameras[0], self.folder + "/away")
+        while "holds no camera" not in self.event(stream).get("lost", ""):
             pass
         self.act(1, action="fault", line="mtd1 write 3 1 EIO")
         while self.event(stream).get("faults") != ["mtd1 write 3 1 EIO"]:
             pass
         connection.close()
+
+
+class Runs(Served):
+    def test_a_second_run_is_refused_and_stop_works_in_a_spoilt_folder(self):
+        sleep = "mkfifo /run/vcam/zz; echo once >> /tmp/runs; sleep 600"
+        self.assertEqual(self.act(action="run", words=["sh", "-c", sleep], time="real")[0], 200)
+        self.assertEqual(self.act(action="run", words=["true"]), (409, "the camera runs already; stop it first"))
+        while not os.path.exists(self.cameras[0] + "/root/tmp/runs"):
+            pass
+        self.assertIn("zz is neither", self.act(action="run", words=["true"])[1])
+        self.assertEqual(self.act(action="cut"), (200, "done"))
+        while self.act(action="cut")[0] != 409:
+            pass
+        self.assertEqual(self.state("ending"), "powercut\n")
+
+    def test_a_port_in_use_is_an_error(self):
+        second = subprocess.run([os.environ["VCAM"], "web", self.cameras[1], "--no-open", "--port", self.port],
+                                capture_output=True, text=True, timeout=60)
+        self.assertEqual((second.returncode, second.stdout), (1, ""))
+        self.assertIn("in use", second.stderr)
+
+    def test_no_control_character_of_a_camera_reaches_the_terminal(self):
+        with open(self.cameras[0] + "/ending", "w") as file:
+            file.write("exit\033[2J")
+        for command in ("watch", "status"):
+            said = vcam(command, self.cameras[0])
+            self.assertNotIn("\033", said)
+            self.assertIn("exit\\x1b[2J", said)
 
 
 class Records(Served):
