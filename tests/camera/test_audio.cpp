@@ -62,14 +62,14 @@ frame() { message 4 $1; head -c $1 /dev/zero >&3; }
 stop() { message 3 0; }
 take() { head -c $1 <&3 > /tmp/$2; }
 server() { # COMMAND...
+    rm -f /tmp/server.log # an earlier server's word is none of this one's
     "$@" > /tmp/server.log 2>/tmp/server.err & SERVER=$!
-    until grep -q port /tmp/server.log; do sleep 0.1; done
+    until grep -qs port /tmp/server.log; do sleep 0.1; done
 }
 # A sanitizer that keeps what was freed would look like a server that grows.
 export ASAN_OPTIONS=$ASAN_OPTIONS:quarantine_size_mb=0:thread_local_quarantine_size_kb=0
 set -m # without it a script's background jobs ignore SIGINT
 at='127.0.0.1 5000'
-rm -f /tmp/server.log
 )sh";
 
 class Audio : public testing::Test {
