@@ -1,12 +1,18 @@
 // Puts the page together and keeps it up to date.
 
 const phases = [
-  [/CFlash_Erase\].*\/dev\/(mtd\d)/, m => ({ text: 'erasing ' + m[1], part: m[1], state: 'e' })],
-  [/CFlash_NWrite\].*size : (\d+)/, (m, p) => ({ text: 'writing ' + (p.part || 'flash') + ', ' + size(+m[1]), part: p.part, state: 'n', bytes: +m[1] })],
-  [/CFlash_Confirm\]/, (m, p) => ({ text: 'comparing ' + (p.part || 'flash'), part: p.part })],
+  [/CFlash_Erase\].*\/dev\/(mtd\d)/, m => ({ text: 'erasing ' + m[1], part: m[1], state: 'e', step: 0 })],
+  [/CFlash_NWrite\].*size : (\d+)/, (m, p) => ({ text: 'writing ' + (p.part || 'flash') + ', ' + size(+m[1]), part: p.part, state: 'n', bytes: +m[1], step: 1 })],
+  [/CFlash_Confirm\]/, (m, p) => ({ text: 'comparing ' + (p.part || 'flash'), part: p.part, step: 2 })],
   [/Upgrade complete/, () => ({ text: 'upgrade complete, restarting programs' })],
   [/Upgrade fail|fail/i, m => ({ text: m.input })]
 ];
+
+// An upgrade erases, writes and compares mtd1, mtd2 and mtd3 in this order; a package may leave partitions out.
+function stepOf(phase) {
+  const place = ['mtd1', 'mtd2', 'mtd3'].indexOf(phase.part);
+  return phase.step === undefined || place < 0 ? '' : `step ${3 * place + phase.step + 1} of 9: `;
+}
 
 // How a run ended, as the head's outcome names it.
 const endSigns = { never: '■', good: '✔', bad: '✖', cut: '✖', ended: '■' };
@@ -96,7 +102,7 @@ class Camera {
         }
       else if (e.source === 'system') phase = { text: e.text, part: phase.part };
     }
-    let share = 0, text = phase.text;
+    let share = 0, text = stepOf(phase) + phase.text;
     const part = phase.state && this.flash.find(p => p.name === phase.part);
     if (part) {
       const map = mapAt(this, part, this.replay), total = phase.state === 'e' ? map.length : Math.ceil(phase.bytes / part.erase_size);
