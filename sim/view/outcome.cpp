@@ -2,14 +2,18 @@
 #include "sim/view/outcome.hpp"
 #include "sim/base/text.hpp"
 #include "sim/view/record.hpp"
+#include "sim/view/snapshot.hpp"
 
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
+#include <sys/stat.h>
 
 namespace vcam {
 namespace {
+
+constexpr size_t kLastLines = 50; // of a console
 
 constexpr struct {
     const char *ending, *words;
@@ -79,6 +83,26 @@ std::string reason_in(std::string line)
     return one_line(trim(line));
 }
 
+std::string verdict_in(const std::string& line)
+{
+    for (const char* verdict : {"Upgrade complete", "Upgrade fail"})
+        if (line.find(std::string(verdict) + ".") != std::string::npos) return verdict;
+    return "";
+}
+
+// xupgrade gives its verdict on the console only. That of a run from a terminal is not kept: the file is an older run's.
+std::string console_verdict(const Camera& camera)
+{
+    struct stat run, console;
+    if (stat(camera.path("before/files").c_str(), &run) < 0 ||
+        stat(camera.path("console").c_str(), &console) < 0 || console.st_mtime < run.st_mtime)
+        return "";
+    std::string verdict;
+    for (const auto& line : Tail(camera.path("console")).lines(kLastLines))
+        if (const std::string said = verdict_in(line); !said.empty()) verdict = said;
+    return verdict;
+}
+
 } // namespace
 
 Outcome outcome_of(const Camera& camera, const FlashMap& flash, const std::string& ending)
@@ -90,13 +114,13 @@ Outcome outcome_of(const Camera& camera, const FlashMap& flash, const std::strin
         if (const auto stretch = stretch_of(event)) follow_stretch(step, *stretch);
         if (event.source != "log") continue;
         follow_log(step, event.text);
-        if (event.text.find("Upgrade complete.") != std::string::npos) verdict = "Upgrade complete";
-        if (event.text.find("Upgrade fail.") != std::string::npos) {
-            verdict = "Upgrade fail";
+        if (const std::string said = verdict_in(event.text); !said.empty()) {
+            verdict = said;
             reason = reason_in(before);
         }
         before = event.text;
     }
+    if (verdict.empty() && !(verdict = console_verdict(camera)).empty()) reason = reason_in(before);
     const std::string words = words_of(ending);
     if (broken_off(ending) && !verdict.empty()) return {"cut", words + " after: " + verdict, -1};
     if (broken_off(ending) && step.doing.empty()) return {"cut", words, -1};

@@ -113,6 +113,8 @@ class Page(Served):
         self.assertEqual(self.state("ending"), "poweroff\n")
         self.start("/usr/bin/true")
         page.wait("document.querySelector('.phase').innerText.includes('■ exit 0')", "the next run's end")
+        self.start("xupgrade -i")
+        page.wait("document.querySelector('.phase.bad')?.innerText.endsWith('/tmp/flash3 cannot be used: No such file or directory; exit 0')", "a verdict of the console")
         self.start("upgrade /tmp/missing -v")
         page.wait("document.querySelector('.phase.bad')?.innerText.startsWith('✖ Upgrade fail: /tmp/missing cannot be used')", "the refusal")
         self.assertIn("✖ Upgrade fail: /tmp/missing", vcam("watch", self.cameras[0]))
