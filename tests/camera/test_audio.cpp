@@ -341,7 +341,9 @@ TEST_F(Audio, ASilentStationHearsTheTestFileAndASlowOneIsCutOff)
     EXPECT_EQ(tmp("replies").size(), 20u + 20u + 52u);
     EXPECT_EQ(outcome.of("insmod").size(), 2u);
     EXPECT_THAT(outcome.out, HasSubstr("no session")) << outcome.err;
-    EXPECT_TRUE(contains(played(), zaudio::Decoder(19).decode(octets)));
+    Samples heard = played();
+    std::erase(heard, 0); // silence where a busy PC let the output run dry; A-law has no zero
+    EXPECT_TRUE(contains(heard, zaudio::Decoder(19).decode(octets)));
     // A pipe in its place is not played, nor waited for.
     with_server("rm -f /tmp/AUDIO.G711; mkfifo /tmp/AUDIO.G711\n"
                 "dial; start 19; take 20 started; sleep 2; stop; take 52 stopped; rm /tmp/AUDIO.G711\n");
