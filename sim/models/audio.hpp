@@ -21,7 +21,10 @@ int64_t samples_in(Ns time, uint32_t rate);
 void measure(Level& level, std::span<const int16_t> samples);
 bool valid(const Attributes& attributes);
 
-constexpr uint32_t device_of(uint32_t slot) { return slot / kChannels; } // a slot is device * kChannels + channel
+constexpr uint32_t device_of(uint32_t slot)
+{
+    return slot / kChannels;
+} // a slot is device * kChannels + channel
 
 // ---- input
 

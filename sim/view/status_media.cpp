@@ -115,7 +115,7 @@ void print_output(const Page& page)
 void print_acodec(const Acodec& chip)
 {
     constexpr const char* kDriverNames[] = {"",      "rate",  "input", "",      "",     "mic L",
-                                      "mic R", "DAC L", "DAC R", "ADC L", "ADC R"};
+                                            "mic R", "DAC L", "DAC R", "ADC L", "ADC R"};
     std::vector<std::string> words;
     for (size_t i = 0; i < std::size(kDriverNames); ++i)
         if (chip.known[i]) words.push_back(text("%s 0x%02X", kDriverNames[i], chip.setting[i]));

@@ -7,17 +7,21 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace vcam::web {
 namespace {
 
 constexpr int kBadRequest = 400, kConflict = 409;
+constexpr int kLooks = 100; // one second
+constexpr std::chrono::milliseconds kBetweenLooks{10};
 constexpr size_t kMostWords = 64;
 constexpr size_t kMostFile = 64 << 20; // bytes of a file that a page fetches
 
@@ -168,8 +172,13 @@ Answer Actions::run(const Camera& camera, const cli::Json& request)
     line.insert(line.end(), {camera.folder(), "--"});
     for (const auto& w : *words) line.push_back(w.get<std::string>());
     const std::lock_guard hold(lock_);
-    if (launcher(camera.folder()) || camera.running())
-        return {kConflict, "the camera runs already; stop it first"};
+    // A launcher without a camera is at its end, which comes at once, or at its start, which shows as quickly.
+    bool runs = camera.running();
+    for (int looks = 0; !runs && looks < kLooks && launcher(camera.folder()); ++looks) {
+        std::this_thread::sleep_for(kBetweenLooks);
+        runs = camera.running();
+    }
+    if (runs || launcher(camera.folder())) return {kConflict, "the camera runs already; stop it first"};
     const Fd console = fresh_console(camera);
     runs_[camera.folder()] = start(line, -1, console.get(), console.get());
     return {200, "started"};
