@@ -22,6 +22,14 @@ constexpr uint64_t kMostBytes = 2 << 20; // read of a log at once
 constexpr size_t kMostLength = 2000;     // of a line
 constexpr size_t kMostRegisters = 400;
 
+// In nanoseconds, 0 where there is no such file.
+int64_t changed_at(const std::string& path)
+{
+    struct stat st;
+    if (stat(path.c_str(), &st) < 0) return 0;
+    return int64_t(st.st_mtim.tv_sec) * 1'000'000'000 + st.st_mtim.tv_nsec;
+}
+
 cli::Json process_list(const std::vector<Process>& list)
 {
     cli::Json out = cli::Json::array();
@@ -122,9 +130,7 @@ void Snapshot::put(cli::Json& out, const char* section, cli::Json value)
 // A run begins with a new mark.
 bool Snapshot::new_run()
 {
-    struct stat st;
-    const bool ran = stat(camera_.path("before/files").c_str(), &st) == 0;
-    const int64_t run = ran ? int64_t(st.st_mtim.tv_sec) * 1'000'000'000 + st.st_mtim.tv_nsec : 0;
+    const int64_t run = changed_at(camera_.path("before/files"));
     const bool changed = run != run_;
     run_ = run;
     if (changed) outcome_ = {};
@@ -151,10 +157,11 @@ void Snapshot::add_lines(cli::Json& out, bool full)
 // The record is read when a run has ended, and again when the flash is found changed after it.
 const Outcome& Snapshot::outcome(const Status& s)
 {
-    if (s.running)
-        outcome_ = {};
-    else if (outcome_.kind.empty())
-        outcome_ = outcome_of(camera_, flash_, s.ending);
+    // A run may be over before a look has seen it: its note is a new file, whatever it says.
+    const int64_t ended = changed_at(camera_.path("ending"));
+    if (s.running || ended != ended_) outcome_ = {};
+    ended_ = ended;
+    if (!s.running && outcome_.kind.empty()) outcome_ = outcome_of(camera_, flash_, s.ending);
     return outcome_;
 }
 

@@ -43,6 +43,7 @@ private:
     Tail journal_, syslog_, feeds_, console_;
     std::map<std::string, size_t> given_; // section to a hash of what was given
     int64_t run_ = -1;                    // when the last run began
+    int64_t ended_ = 0;                   // when the note of its end was written
     Outcome outcome_;                     // of the last run; an empty kind: to be read again
 };
 
