@@ -219,7 +219,7 @@ void check_places(const RunOptions& o)
                                medium.slot.c_str()));
 }
 
-// The run's beginning in camera time, and its program, for who looks at the record.
+// The run's beginning in camera time and its program: what reads the record starts from them.
 void note_command(const Camera& camera, const Arguments& command)
 {
     state::set_dir(camera.folder());

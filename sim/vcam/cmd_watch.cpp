@@ -60,7 +60,7 @@ std::string counts(const std::string& map)
     return join(out, ", ");
 }
 
-// A map in at most so many characters. A character for several blocks shows the one that matters most.
+// A map in a row of limited length. A character for several blocks shows the one that matters most.
 std::string squeezed(const std::string& map, size_t width)
 {
     constexpr std::string_view kRank = "tbneo";
@@ -131,7 +131,7 @@ void add_sound(std::vector<std::string>& out, const cli::Json& sound)
                                c["peak"].get<unsigned>(), count, c[count].get<unsigned>()));
 }
 
-// At most so many characters; none of UTF-8 is cut in two.
+// Cut to the given number of characters; none of UTF-8 is cut in two.
 std::string shortened(std::string line, size_t width)
 {
     size_t characters = 0;

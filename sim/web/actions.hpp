@@ -18,7 +18,7 @@ struct Answer {
 
 class Actions {
 public:
-    // `vcam`: the command's path. `pace`: flash of runs started here works so many times as fast as a chip.
+    // `vcam`: the command's path. `pace`: how many times as fast as a chip the flash of runs started here works.
     Actions(std::string vcam, double pace) : vcam_(std::move(vcam)), pace_(pace) {}
     // Ends the runs that were started here and waits for them.
     ~Actions();
