@@ -1,0 +1,141 @@
+// A virtual camera, by the command vcam: it runs from begin() on, each program is a vcam exec.
+#include "tools/station/child.hpp"
+
+#include <csignal>
+#include <filesystem>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace station {
+namespace {
+
+constexpr double kStartSeconds = 30;
+constexpr double kEndSeconds = 5; // until vcam run has said how the camera ended
+constexpr int kKilled = 128 + SIGKILL, kSandboxFailure = 125, kPowerCut = 121;
+constexpr const char* kReady = "ready\n";
+
+// That stands beside this program, else the path's.
+std::string vcam_program()
+{
+    std::error_code error;
+    const auto beside = std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / "vcam";
+    return access(beside.c_str(), X_OK) == 0 ? beside.string() : "vcam";
+}
+
+std::string last_line(std::string text)
+{
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    const size_t line = text.rfind('\n');
+    return line == std::string::npos ? text : text.substr(line + 1);
+}
+
+class VcamTarget : public Target {
+public:
+    VcamTarget(std::string folder, Words media) : folder_(std::move(folder)), media_(std::move(media)) {}
+    ~VcamTarget() override { end(); }
+
+    // Joins a camera that runs; starts one that does not, and ends that in the destructor.
+    void begin(const Watch& watch) override
+    {
+        joined_ = quick({"exec", folder_, "--", "true"}).status == 0;
+        if (!joined_) start(watch);
+    }
+
+    Outcome run(const Words& program, const Limits& limits, const Watch& watch) override
+    {
+        if (!joined_ && camera_->status() >= 0) return after_end({});
+        Words words = {vcam_, "exec", folder_, "--"};
+        words.insert(words.end(), program.begin(), program.end());
+        Outcome outcome = run_child(words, limits, watch);
+        const bool killed = outcome.status == kKilled || outcome.status == kSandboxFailure;
+        if (!killed || !outcome.reason.empty()) return outcome;
+        if (joined_) return after_joined(std::move(outcome));
+        return camera_->status(kEndSeconds) < 0 ? outcome : after_end(std::move(outcome));
+    }
+
+    bool act(const Words& command) override
+    {
+        Words words = {command.at(0), folder_};
+        words.insert(words.end(), command.begin() + 1, command.end());
+        const Outcome outcome = quick(words);
+        if (outcome.status == 0) return true;
+        throw std::runtime_error(last_line(outcome.err));
+    }
+
+private:
+    Outcome quick(Words words) const
+    {
+        words.insert(words.begin(), vcam_);
+        return run_child(words, {.seconds = kStartSeconds}, {});
+    }
+
+    void start(const Watch& watch)
+    {
+        int input[2];
+        if (pipe2(input, O_CLOEXEC) < 0) throw std::runtime_error("no pipe");
+        Words words = {vcam_, "run", folder_, "-v"};
+        for (const auto& medium : media_) words.insert(words.end(), {"--medium", medium});
+        words.insert(words.end(), {"--", "/bin/sh", "-c", "echo ready; read end"});
+        camera_ = std::make_unique<Child>(words, input[0]);
+        close(input[0]);
+        keep_ = input[1];
+        said_.clear();
+        std::string out;
+        const auto begin = Clock::now();
+        const auto take = [&](std::string_view piece, bool is_err) { (is_err ? said_ : out) += piece; };
+        while (out != kReady && camera_->read(100, take)) {
+            if (watch.tick() && seconds_since(begin) < kStartSeconds) continue;
+            end();
+            throw std::runtime_error(folder_ + ": the camera was not started");
+        }
+        if (out == kReady) return;
+        end();
+        throw std::runtime_error(last_line(said_));
+    }
+
+    // How a camera of ours came to its end. After a reset it starts again, as a board does.
+    Outcome after_end(Outcome outcome)
+    {
+        while (camera_->pending()) camera_->read(0, [&](std::string_view piece, bool) { said_ += piece; });
+        const int status = camera_->status();
+        outcome.reason = last_line(said_);
+        outcome.kind = status == kPowerCut || status == kSandboxFailure ? Outcome::lost : Outcome::reset;
+        end();
+        if (outcome.kind == Outcome::reset) start({});
+        return outcome;
+    }
+
+    Outcome after_joined(Outcome outcome) const
+    {
+        if (quick({"exec", folder_, "--", "true"}).status == 0) return outcome;
+        outcome.kind = Outcome::lost;
+        outcome.reason = folder_ + ": the camera has ended; start it again";
+        return outcome;
+    }
+
+    // The shell reads the end of its input, and the camera ends with it.
+    void end()
+    {
+        if (keep_ >= 0) close(keep_);
+        keep_ = -1;
+        if (camera_) camera_->status(kEndSeconds);
+        camera_.reset();
+    }
+
+    const std::string vcam_ = vcam_program();
+    const std::string folder_;
+    const Words media_;
+    bool joined_ = false;
+    std::unique_ptr<Child> camera_; // vcam run, where this station has started it
+    std::string said_;              // by it on standard error
+    int keep_ = -1;                 // the shell's input: the camera runs as long as it is open
+};
+
+} // namespace
+
+std::unique_ptr<Target> vcam_target(const std::string& address, const Access& access)
+{
+    return std::make_unique<VcamTarget>(address, access.media);
+}
+
+} // namespace station
