@@ -67,8 +67,10 @@ double share_of(Step& step, const Camera& camera, const FlashMap& flash)
         const std::string& map = flash.map(i);
         const auto count = [&](char state) { return double(std::count(map.begin(), map.end(), state)); };
         if (step.doing == "erasing" && count(kNew) > 0) step.doing = "writing";
+        // An upgrade writes what it has erased, perhaps the bytes that stood there before.
+        const double kept = step.logged ? count(kOld) : 0;
         const double done =
-            step.doing == "erasing" ? count(kErased) + count(kBad) : count(kNew) + count(kTorn);
+            step.doing == "erasing" ? count(kErased) + count(kBad) : count(kNew) + count(kTorn) + kept;
         const uint64_t bytes = step.bytes ? step.bytes : p.size;
         return std::min(1.0, done / double((bytes + p.erase_size - 1) / p.erase_size));
     }

@@ -1,5 +1,6 @@
 // What a page shows of a camera, in sections; each look gives those that have changed.
 #include "sim/view/snapshot.hpp"
+#include "sim/base/faults.hpp"
 #include "sim/base/text.hpp"
 #include "sim/clock/clock.hpp"
 #include "sim/sandbox/mark.hpp"
@@ -82,6 +83,17 @@ cli::Json board_of(const Camera& camera, const Status& s)
     add_board(out, shown);
     out["lines"] = lines_json(s.board.registers);
     out["i2c"] = i2c(camera, s.board);
+    return out;
+}
+
+// A line of the plan, and how often its effect is still to come: -1 for ever. What has matched is kept in a second file;
+// one that is not a plain file is a failure here as the plan's own is.
+cli::Json faults_of(const Camera& camera, const Status& s)
+{
+    cli::Json out = cli::Json::array();
+    if (s.faults.empty()) return out;
+    try_read_file(camera.path("faults.state"));
+    for (const auto& p : faults::progress()) out.push_back({{"line", p.line}, {"left", p.left}});
     return out;
 }
 
@@ -180,7 +192,7 @@ cli::Json Snapshot::next(bool full)
     put(out, "board", board_of(camera_, s));
     put(out, "sound", s.sound ? media_json(*s.sound) : cli::Json());
     put(out, "serial", s.serial);
-    put(out, "faults", s.faults);
+    put(out, "faults", faults_of(camera_, s));
     return out;
 }
 

@@ -117,6 +117,8 @@ Words run_options(const cli::Json& request, double pace)
     for (const char* slot : {"sd", "usb"})
         if (request.value(slot, false)) out.insert(out.end(), {"--medium", text("%s=16M", slot)});
     if (request.value("loop", false)) out.insert(out.end(), {"--loop", "40"});
+    if (const auto port = request.value("publish", uint16_t(0)))
+        out.insert(out.end(), {"--publish", std::to_string(port)});
     return out;
 }
 

@@ -32,15 +32,16 @@ class ActionView {
     const time = el('select', { 'aria-label': 'time of the run' }, ...[['pace', 'to follow'], ['real', 'real time'], ['skip', 'pauses skipped']].map(([v, t]) => el('option', { value: v }, t)));
     const box = name => el('input', { type: 'checkbox', 'aria-label': name });
     const sd = box('SD card'), usb = box('USB stick'), loop = box('loudspeaker heard by the microphone');
+    const publish = el('input', { type: 'number', min: 1, max: 65535, placeholder: '5000', 'aria-label': 'port of this machine that leads into the camera' });
     const submit = event => {
       event.preventDefault();
       const words = (line.value.match(/"[^"]*"|'[^']*'|\S+/g) || []).map(w => /^(".*"|'.*')$/.test(w) ? w.slice(1, -1) : w);
       this.camera.replay = null;
-      this.do({ action: 'run', words, time: time.value, sd: sd.checked, usb: usb.checked, loop: loop.checked });
+      this.do({ action: 'run', words, time: time.value, sd: sd.checked, usb: usb.checked, loop: loop.checked, publish: +publish.value });
     };
     return el('form', { onsubmit: submit },
       el('div', { class: 'row' }, line, time, this.start),
-      el('div', { class: 'row' }, ...this.during, el('label', { class: 'check' }, sd, 'SD'), el('label', { class: 'check' }, usb, 'USB'), el('label', { class: 'check' }, loop, 'sound loop')));
+      el('div', { class: 'row' }, ...this.during, el('label', { class: 'check' }, sd, 'SD'), el('label', { class: 'check' }, usb, 'USB'), el('label', { class: 'check' }, loop, 'sound loop'), el('label', { class: 'check' }, 'port ', publish)));
   }
 
   faults() {
@@ -112,6 +113,6 @@ class ActionView {
     const running = this.camera.head.running;
     this.start.disabled = running;
     for (const button of this.during) button.disabled = !running;
-    fill(this.plan, this.camera.faults);
+    fill(this.plan, this.camera.faults.map(f => f.line + (f.left ? '' : ' (used up)')));
   }
 }

@@ -106,7 +106,8 @@ class Camera {
     const part = phase.state && this.flash.find(p => p.name === phase.part);
     if (part) {
       const map = mapAt(this, part, this.replay), total = phase.state === 'e' ? map.length : Math.ceil(phase.bytes / part.erase_size);
-      const done = Array.from(map).filter(c => phase.state === 'e' ? c === 'e' || c === 'b' : c === 'n' || c === 't').length;
+      const blank = Array.from(map).filter(c => c === 'e' || c === 'b').length; // written: what was erased just before holds something, new or as it was
+      const done = phase.state === 'e' ? blank : map.length - blank;
       share = Math.min(1, done / total);
       const speed = this.replay === null ? this.speed() : 0;
       text += `: ${Math.round(100 * share)} %` + (speed > 0 && share < 1 ? `, ${size(speed)}/s, ${Math.ceil((total - done) * part.erase_size / speed)} s left` : '');

@@ -25,6 +25,7 @@ class SoundView {
       const audio = el('audio', { controls: true, src: address('/sound', { camera: this.camera.index, name, at: Date.now() }), 'aria-label': name });
       audio.addEventListener('error', () => { say(this.said, 'there is no ' + name + ' yet'); audio.remove(); });
       players.replaceChildren(el('h4', {}, name), audio);
+      say(this.said, '');
     };
     const pick = el('input', { type: 'file', accept: 'audio/*', 'aria-label': 'sound for the microphone', class: 'grow', onchange: () => this.give(pick.files[0]) });
     const drop = el('div', { class: 'drop row', ondragover: e => { e.preventDefault(); drop.classList.add('over'); }, ondragleave: () => drop.classList.remove('over'), ondrop: e => { e.preventDefault(); drop.classList.remove('over'); this.give(e.dataTransfer.files[0]); } },
@@ -51,20 +52,21 @@ class SoundView {
     if (!sound) return;
     say(this.note, sound.system ? 'media system started' : 'media system stopped');
     const boxes = {}, ways = [];
-    const put = (name, column, lines, level) => { boxes[name] = boxes[name] || { name, column, lines, level }; };
+    const put = (name, column, lines, channel) => { boxes[name] = boxes[name] || { name, column, lines, ...channel }; };
+    const state = c => c.paused ? 'paused' : c.enabled ? 'on' : 'off', level = c => c.enabled ? decibels(c.rms) : '';
     for (const c of sound.ai) {
       put('microphone', 0, ['mic.wav']);
-      put(c.channel, 1, [(c.enabled ? 'on, ' : 'off, ') + c.taken + ' taken', c.lost + ' lost, ' + decibels(c.rms)], c);
+      put(c.channel, 1, [c.taken + ' taken', c.lost + ' lost', level(c)], { state: state(c), failed: c.lost, rms: c.enabled && c.rms });
       ways.push(['microphone', c.channel]);
     }
     for (const c of sound.ao) {
-      put(c.channel, 2, [(c.paused ? 'paused, ' : c.enabled ? 'on, ' : 'off, ') + c.frames + ' frames', c.underruns + ' under-runs, ' + decibels(c.rms)], c);
+      put(c.channel, 2, [c.frames + ' frames', c.underruns + ' under-runs', level(c)], { state: state(c), failed: c.underruns, rms: c.enabled && c.rms });
       put('loudspeaker', 3, ['speaker.wav']);
       ways.push([c.channel, 'loudspeaker']);
     }
     for (const b of sound.binds) {
       put(b.from, 1, []);
-      put(b.to, 2, b.frames === undefined ? ['fetched by its program'] : [b.frames + ' frames', b.dropped + ' dropped']);
+      put(b.to, 2, b.frames === undefined ? ['its program', 'fetches frames'] : [b.frames + ' frames', b.dropped + ' dropped']);
       ways.push([b.from, b.to]);
     }
     for (const c of sound.ao) if (!sound.binds.some(b => b.to === c.channel)) { put('program', 1, ['sends frames']); ways.push(['program', c.channel]); }
@@ -73,7 +75,7 @@ class SoundView {
   }
 
   paint(boxes, ways) {
-    const rows = [0, 0, 0, 0], wide = 118, tall = 50;
+    const rows = [0, 0, 0, 0], wide = 118, tall = 64;
     for (const box of boxes) { box.x = 4 + box.column * 148; box.y = 4 + rows[box.column]++ * (tall + 10); }
     const height = Math.max(...rows) * (tall + 10) + 4, at = Object.fromEntries(boxes.map(b => [b.name, b]));
     const nodes = ways.map(([a, b]) => {
@@ -81,10 +83,10 @@ class SoundView {
       return svg('path', { d: `M${x} ${y} C${x + 15} ${y} ${to - 15} ${end} ${to} ${end}` });
     });
     for (const box of boxes) {
-      nodes.push(svg('rect', { x: box.x, y: box.y, width: wide, height: tall, rx: 5 }), svg('text', { x: box.x + 7, y: box.y + 15 }, box.name));
-      box.lines.forEach((line, i) => nodes.push(svg('text', { class: 'small', x: box.x + 7, y: box.y + 28 + i * 12 }, line)));
-      if (!box.level || !box.level.rms) continue;
-      const share = Math.max(0, 1 + 20 * Math.log10(box.level.rms / 32768) / 60);
+      nodes.push(svg('rect', { x: box.x, y: box.y, width: wide, height: tall, rx: 5 }), svg('text', { x: box.x + 7, y: box.y + 15 }, box.name + (box.state ? ': ' + box.state : '')));
+      box.lines.forEach((line, i) => nodes.push(svg('text', { class: i === 1 && box.failed ? 'small failed' : 'small', x: box.x + 7, y: box.y + 29 + i * 13 }, line)));
+      if (!box.rms) continue;
+      const share = Math.max(0, 1 + 20 * Math.log10(box.rms / 32768) / 60);
       nodes.push(svg('rect', { class: 'level', x: box.x + 3, y: box.y + tall - 5, width: share * (wide - 6), height: 3 }));
     }
     this.way.setAttribute('viewBox', `0 0 570 ${height}`);

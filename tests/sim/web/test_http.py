@@ -83,7 +83,7 @@ class Attacks(Served):
         while "holds no camera" not in self.event(stream).get("lost", ""):
             pass
         self.act(1, action="fault", line="mtd1 write 3 1 EIO")
-        while self.event(stream).get("faults") != ["mtd1 write 3 1 EIO"]:
+        while self.event(stream).get("faults") != [{"left": 1, "line": "mtd1 write 3 1 EIO"}]:
             pass
         connection.close()
 
