@@ -113,6 +113,15 @@ std::vector<Daemon> Camera::daemons() const
     return out;
 }
 
+void Camera::keep_out(const std::string& output) const
+{
+    std::error_code error; // a folder that is not there is said by whoever writes
+    const auto place =
+        std::filesystem::weakly_canonical(std::filesystem::absolute(output, error).parent_path(), error);
+    if (starts_with(place.string() + "/", folder_ + "/"))
+        fail("%s: lies in the camera's folder; name a file elsewhere", output.c_str());
+}
+
 Fd Camera::lock() const
 {
     Fd fd(open(path("lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));

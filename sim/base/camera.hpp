@@ -43,6 +43,8 @@ public:
 
     // The host's number of the running camera's first process, 0 when it does not run.
     [[nodiscard]] pid_t running() const;
+    // Refuses an output in the camera's folder: a program of the camera may have laid a link there. Throws.
+    void keep_out(const std::string& output) const;
     // Held as long as the camera runs. Throws when it runs already.
     [[nodiscard]] Fd lock() const;
 

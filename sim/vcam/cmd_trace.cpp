@@ -31,6 +31,7 @@ int trace_main(const Arguments& arguments)
                      {"--force", nullptr, "replace a file that is no trace", [&](auto&) { force = true; }}},
                     {kCamera}});
     const Camera camera(words.plain[0]);
+    camera.keep_out(name);
     cli::OutputFile output(name, {"a trace", is_trace, force});
     output.write(trace_json(camera).dump(-1, ' ', false, cli::Json::error_handler_t::replace) + "\n");
     output.commit();

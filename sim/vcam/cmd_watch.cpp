@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <deque>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -27,9 +28,16 @@ void on_end(int) { ended = 1; }
 struct View {
     cli::Json sections = cli::Json::object();
     std::deque<std::string> lines; // of system log and journal, as they came
+    std::string phase;             // of an upgrade that runs
 };
 
-// The look's lines, for a pipe.
+// "<camera time> ..." of the logs; lines of the console have none and come first.
+double time_in(const std::string& line)
+{
+    return starts_with(line, "console ") ? -1 : atof(line.c_str() + line.find(' '));
+}
+
+// The look's lines in the order of time, for a pipe.
 std::vector<std::string> take(View& view, const cli::Json& look)
 {
     std::vector<std::string> fresh;
@@ -43,6 +51,8 @@ std::vector<std::string> take(View& view, const cli::Json& look)
             if (fresh.back().ends_with("\\n")) fresh.back().resize(fresh.back().size() - 2);
         }
     }
+    std::stable_sort(fresh.begin(), fresh.end(),
+                     [](const auto& a, const auto& b) { return time_in(a) < time_in(b); });
     for (const auto& line : fresh) view.lines.push_back(line);
     while (view.lines.size() > kKeptLines) view.lines.pop_front();
     return fresh;
@@ -88,11 +98,13 @@ std::string head_line(const cli::Json& s)
            text(", %.3f s", time["seconds"].get<double>());
 }
 
-// How the last run ended; "" while one runs.
-std::string end_line(const cli::Json& head)
+// How the last run ended, or how far the one that runs has come.
+std::string end_line(const View& view)
 {
+    const cli::Json& head = view.sections["head"];
+    if (head["running"].get<bool>()) return view.phase;
     const cli::Json& o = head["outcome"];
-    return head["running"].get<bool>() ? "" : outcome_line({o["kind"], o["text"], o["share"]});
+    return outcome_line({o["kind"], o["text"], o["share"]});
 }
 
 std::string watchdog_line(const cli::Json& time)
@@ -152,7 +164,7 @@ std::string end_colour(const cli::Json& head)
 std::vector<std::string> picture(const View& view, size_t width, size_t height)
 {
     const cli::Json& s = view.sections;
-    std::vector<std::string> out = {head_line(s), end_line(s["head"]), watchdog_line(s["time"]),
+    std::vector<std::string> out = {head_line(s), end_line(view), watchdog_line(s["time"]),
                                     lines_line(s["board"])};
     add_sound(out, s.value("sound", cli::Json()));
     for (const auto& part : s["flash"]) {
@@ -218,7 +230,10 @@ void watch_on_screen(Snapshot& snapshot)
     Screen screen;
     View view;
     for (bool full = true; !ended; full = false) {
-        take(view, snapshot.next(full));
+        const cli::Json look = snapshot.next(full);
+        take(view, look);
+        if (look.contains("restart") || look.contains("flash") || look.contains("log"))
+            view.phase = snapshot.phase();
         Screen::show(view);
         Screen::wait();
     }
@@ -230,15 +245,16 @@ void watch_in_lines(Snapshot& snapshot)
     View view;
     for (bool full = true;; full = false) {
         const cli::Json look = snapshot.next(full);
-        for (const auto& line : take(view, look)) puts(line.c_str());
+        const auto lines = take(view, look);
         if (look.contains("head")) puts(one_line(head_line(view.sections)).c_str());
-        if (look.contains("head") && !view.sections["head"]["running"].get<bool>())
-            puts(one_line(end_line(view.sections["head"])).c_str());
+        for (const auto& line : lines) puts(line.c_str());
         if (look.contains("flash"))
             for (const auto& part : look["flash"])
                 printf("flash %s %s\n", part["name"].get<std::string>().c_str(), counts(part["map"]).c_str());
+        const bool over = !view.sections["head"]["running"].get<bool>();
+        if (over) puts(one_line(end_line(view)).c_str());
         fflush(stdout);
-        if (!view.sections["head"]["running"].get<bool>()) return;
+        if (over) return;
         usleep(kLookMs * 1000);
     }
 }

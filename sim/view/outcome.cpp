@@ -105,24 +105,48 @@ std::string console_verdict(const Camera& camera)
     return verdict;
 }
 
+// What the record says of a run.
+struct Told {
+    Step step;
+    std::string verdict, reason; // of an upgrade; empty before its end
+};
+
+Told told_by(const Camera& camera)
+{
+    Told told;
+    std::string before;
+    for (const Event& event : run_events(camera)) {
+        if (const auto stretch = stretch_of(event)) follow_stretch(told.step, *stretch);
+        if (event.source != "log") continue;
+        follow_log(told.step, event.text);
+        if (const std::string said = verdict_in(event.text); !said.empty()) {
+            told.verdict = said;
+            told.reason = reason_in(before);
+        }
+        before = event.text;
+    }
+    if (told.verdict.empty() && !(told.verdict = console_verdict(camera)).empty())
+        told.reason = reason_in(before);
+    return told;
+}
+
 } // namespace
+
+std::string phase_of(const Camera& camera, const FlashMap& flash)
+{
+    Told told = told_by(camera);
+    Step& step = told.step;
+    if (!told.verdict.empty()) return told.verdict;
+    if (!step.logged) return ""; // other programs' stretches are recorded at their end
+    if (step.doing == "comparing") return step.doing + " " + step.partition;
+    const int percent = int(100 * share_of(step, camera, flash));
+    return text("%s %s, %d %%", step.doing.c_str(), step.partition.c_str(), percent);
+}
 
 Outcome outcome_of(const Camera& camera, const FlashMap& flash, const std::string& ending)
 {
     if (ending == "never ran") return {"never", "The camera has not run yet.", -1};
-    Step step;
-    std::string verdict, reason, before;
-    for (const Event& event : run_events(camera)) {
-        if (const auto stretch = stretch_of(event)) follow_stretch(step, *stretch);
-        if (event.source != "log") continue;
-        follow_log(step, event.text);
-        if (const std::string said = verdict_in(event.text); !said.empty()) {
-            verdict = said;
-            reason = reason_in(before);
-        }
-        before = event.text;
-    }
-    if (verdict.empty() && !(verdict = console_verdict(camera)).empty()) reason = reason_in(before);
+    auto [step, verdict, reason] = told_by(camera);
     const std::string words = words_of(ending);
     if (broken_off(ending) && !verdict.empty()) return {"cut", words + " after: " + verdict, -1};
     if (broken_off(ending) && step.doing.empty()) return {"cut", words, -1};

@@ -17,6 +17,8 @@ struct Outcome {
 
 // `ending` is that of read_status. Reads the whole record of the run.
 Outcome outcome_of(const Camera& camera, const FlashMap& flash, const std::string& ending);
+// Of a run that goes on: the step of an upgrade, "writing mtd2, 33 %"; "" in any other run.
+std::string phase_of(const Camera& camera, const FlashMap& flash);
 cli::Json outcome_json(const Outcome& outcome);
 // With a sign, so that colour is not the only difference: "✔ Upgrade complete".
 std::string outcome_line(const Outcome& outcome);

@@ -99,6 +99,12 @@ cli::Json faults_of(const Camera& camera, const Status& s)
 
 } // namespace
 
+void Tail::restart_at_end()
+{
+    struct stat st;
+    at_ = stat(path_.c_str(), &st) < 0 ? 0 : uint64_t(st.st_size);
+}
+
 std::vector<std::string> Tail::lines(size_t most)
 {
     const Fd fd(open(path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -156,7 +162,9 @@ void Snapshot::add_lines(cli::Json& out, bool full)
         if (run_) mark = read_mark(camera_);
         journal_.restart(mark.journal_bytes);
         syslog_.restart(mark.syslog_bytes);
-        console_.restart(0);
+        // The console of a run from a terminal is not kept: the file is an older run's.
+        const bool older = run_ && changed_at(camera_.path("console")) < run_;
+        older ? console_.restart_at_end() : console_.restart(0);
         feeds_.restart(0);
         out["restart"] = true;
     }

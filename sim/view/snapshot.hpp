@@ -15,6 +15,7 @@ class Tail {
 public:
     explicit Tail(std::string path) : path_(std::move(path)) {}
     void restart(uint64_t from) { at_ = from; }
+    void restart_at_end();
     // At most the last `most` of them. The lines of a file that has become shorter begin anew.
     std::vector<std::string> lines(size_t most);
 
@@ -31,6 +32,8 @@ public:
     // An object with the sections that differ from what was given last; `full` gives all of them, with all lines of
     // the last run. Null when nothing has changed.
     cli::Json next(bool full);
+    // The step of the upgrade that runs, as the last look saw the flash; "" without one. Reads the whole record.
+    [[nodiscard]] std::string phase() const { return phase_of(camera_, flash_); }
 
 private:
     void put(cli::Json& out, const char* section, cli::Json value);

@@ -33,6 +33,8 @@ class ActionView {
     const box = name => el('input', { type: 'checkbox', 'aria-label': name });
     const sd = box('SD card'), usb = box('USB stick'), loop = box('loudspeaker heard by the microphone');
     const publish = el('input', { type: 'number', min: 1, max: 65535, placeholder: '5000', 'aria-label': 'port of this machine that leads into the camera' });
+    this.before = [time, sd, usb, loop, publish]; // what a run is started with
+    for (const node of this.before.slice(1)) node.title = 'given to a camera when it starts';
     const submit = event => {
       event.preventDefault();
       const words = (line.value.match(/"[^"]*"|'[^']*'|\S+/g) || []).map(w => /^(".*"|'.*')$/.test(w) ? w.slice(1, -1) : w);
@@ -113,6 +115,7 @@ class ActionView {
     const running = this.camera.head.running;
     this.start.disabled = running;
     for (const button of this.during) button.disabled = !running;
+    for (const node of this.before) node.disabled = running;
     fill(this.plan, this.camera.faults.map(f => f.line + (f.left ? '' : ' (used up)')));
   }
 }

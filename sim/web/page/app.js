@@ -171,6 +171,7 @@ async function begin() {
     frozen.events.forEach(take);
     say(link, 'frozen');
     document.title = cameras[0].head.name + ', frozen';
+    requestAnimationFrame(() => setTimeout(() => { document.documentElement.dataset.height = Math.ceil(document.body.getBoundingClientRect().bottom); }, 300)); // for a picture of the whole page
     return;
   }
   const source = new EventSource(address('/events', {}));

@@ -105,7 +105,7 @@ class BoardView {
       this.bus.replaceChildren(...devices.map(([address, hex]) => el('details', {}, el('summary', {}, 'I2C device 0x' + address),
         el('pre', {}, (hex.match(/.{1,32}/g) || []).map((l, i) => i.toString(16) + '0  ' + l.match(/../g).join(' ')).join('\n')))), devices.length ? '' : el('p', { class: 'quiet' }, 'no device on the I2C bus'));
     this.devices = JSON.stringify(devices);
-    say(this.slots, 'media: ' + (this.camera.head.slots.join(', ') || 'none') + '; drivers: ' + (this.camera.head.drivers.join(' ') || 'none loaded'));
+    say(this.slots, 'media: ' + (this.camera.head.slots.join(', ') || 'none, given to a camera when it starts') + '; drivers: ' + (this.camera.head.drivers.join(' ') || 'none loaded'));
     for (const { port, text, sent } of this.far) {
       const line = this.camera.serial.find(l => l.startsWith(port + ' '));
       say(text, line ? line.slice(port.length + 1) : 'nothing plugged, not opened');

@@ -118,7 +118,9 @@ class Runs(Served):
 
 class Records(Served):
     def prepare(self):
-        vcam("run", self.cameras[0], "--", "sh", "-c", "logger '</script><b>x'; head -c 70000 /dev/zero > /dev/mtd1; :")
+        with open(self.cameras[0] + "/console", "w") as file:
+            file.write("older run\n")
+        vcam("run", self.cameras[0], "--", "sh", "-c", "logger '</script><b>x'; head -c 70000 /dev/zero > /dev/mtd1; printf x > /dev/mtd1; logger later")
 
     def test_the_trace_has_the_events_of_the_record_in_the_form_of_trace_viewers(self):
         trace = json.loads(vcam("trace", self.cameras[0]))
@@ -138,9 +140,18 @@ class Records(Served):
             page = file.read()
         self.assertNotIn("</script><b>x", page)
         self.assertIn("\\u003c/script>\\u003cb>x", page)
-        self.assertIn("flash mtd3 1 unchanged, 15 erased", vcam("watch", self.cameras[0]))
-        self.assertEqual(subprocess.run([os.environ["VCAM"], "report", self.cameras[0], "-o", self.cameras[0] + "/camera.conf"],
-                                        capture_output=True).returncode, 1)
+        for output in ("camera.conf", "new.html", "root/../new.html"):
+            self.assertEqual(subprocess.run([os.environ["VCAM"], "report", self.cameras[0], "-o", f"{self.cameras[0]}/{output}"],
+                                            capture_output=True).returncode, 1, output)
+
+    def test_a_watch_in_lines_goes_from_the_head_over_the_record_in_time_to_the_end(self):
+        said = vcam("watch", self.cameras[0]).splitlines()
+        self.assertTrue(said[0].startswith("one, ZM131, off"), said)
+        self.assertEqual(said[-2:], ["flash mtd3 1 unchanged, 15 erased", "■ exit 0"])
+        times = [float(line.split(" ")[1]) for line in said if line.startswith(("journal ", "log "))]
+        self.assertGreater(len(times), 1)
+        self.assertEqual(times, sorted(times))
+        self.assertNotIn("console older run", said)
 
 
 if __name__ == "__main__":
