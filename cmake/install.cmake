@@ -27,7 +27,7 @@ install(DIRECTORY docs/examples/etc DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
 # Manual pages, with the version in their footer: sections 3, 5 and 7 are about the libraries and the files,
 # section 8 about the applets; the tools bring section 1 and the pages of their own files and protocol.
 set(tool_pages ${PROJECT_SOURCE_DIR}/docs/man/camera.conf.5 ${PROJECT_SOURCE_DIR}/docs/man/vcam-faults.5
-    ${PROJECT_SOURCE_DIR}/docs/man/zep-audio.7)
+    ${PROJECT_SOURCE_DIR}/docs/man/zep-audio.7 ${PROJECT_SOURCE_DIR}/docs/man/zep-line.5)
 function(manual_pages component)
     foreach(page ${ARGN})
         get_filename_component(name ${page} NAME)

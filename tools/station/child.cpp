@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <poll.h>
 #include <spawn.h>
 #include <stdexcept>
@@ -21,28 +22,6 @@ constexpr int kTickMs = 100;
 {
     throw std::runtime_error(what + ": " + strerror(error));
 }
-
-// Both ends are closed in every program that is started.
-struct Pipe {
-    int fd[2];
-    Pipe()
-    {
-        if (pipe2(fd, O_CLOEXEC) < 0) fail_errno("no pipe", errno);
-    }
-    ~Pipe()
-    {
-        close(fd[1]);
-        if (fd[0] >= 0) close(fd[0]);
-    }
-    Pipe(const Pipe&) = delete;
-    Pipe& operator=(const Pipe&) = delete;
-    int take()
-    {
-        const int end = fd[0];
-        fd[0] = -1;
-        return end;
-    }
-};
 
 struct SpawnActions {
     posix_spawn_file_actions_t files;
@@ -72,6 +51,31 @@ struct SpawnActions {
 
 } // namespace
 
+std::string host_tool(const std::string& name)
+{
+    std::error_code error;
+    const auto beside = std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / name;
+    return access(beside.c_str(), X_OK) == 0 ? beside.string() : name;
+}
+
+Pipe::Pipe()
+{
+    if (pipe2(fd, O_CLOEXEC) < 0) fail_errno("no pipe", errno);
+}
+
+Pipe::~Pipe()
+{
+    for (int end : fd)
+        if (end >= 0) close(end);
+}
+
+int Pipe::take(int end)
+{
+    const int taken = fd[end];
+    fd[end] = -1;
+    return taken;
+}
+
 Child::Child(const Words& words, int in_fd)
 {
     SpawnActions actions;
@@ -87,8 +91,8 @@ Child::Child(const Words& words, int in_fd)
     argv.push_back(nullptr);
     if (int error = posix_spawnp(&pid_, argv[0], &actions.files, &actions.attributes, argv.data(), environ))
         fail_errno("cannot start " + words[0], error);
-    fds_[0] = out.take();
-    fds_[1] = err.take();
+    fds_[0] = out.take(0);
+    fds_[1] = err.take(0);
 }
 
 Child::~Child()
@@ -146,10 +150,10 @@ bool Child::pending() const
     return ((wait[0].revents | wait[1].revents) & POLLIN) != 0;
 }
 
-Outcome run_child(const Words& words, const Limits& limits, const Watch& watch)
+Outcome run_child(const Words& words, const Limits& limits, const Watch& watch, int in_fd)
 {
     Outcome outcome;
-    Child child(words);
+    Child child(words, in_fd);
     const auto begin = Clock::now();
     auto next_tick = begin;
     auto killed_at = Clock::time_point::max();

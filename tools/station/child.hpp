@@ -15,6 +15,19 @@ inline double seconds_since(Clock::time_point begin)
     return std::chrono::duration<double>(Clock::now() - begin).count();
 }
 
+// A tool of this system: the one beside this program, else the name, which is looked for in the path.
+std::string host_tool(const std::string& name);
+
+// Ends that no program inherits: 0 for reading, 1 for writing.
+struct Pipe {
+    int fd[2];
+    Pipe();
+    ~Pipe();
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+    int take(int end); // the end is the caller's now
+};
+
 // A child in a process group of its own: the terminal's Ctrl-C is the station's alone.
 class Child {
 public:
@@ -40,6 +53,6 @@ private:
 };
 
 // Runs it to its end, to the limit or until the watch says false: first SIGINT, after the grace SIGKILL.
-Outcome run_child(const Words& words, const Limits& limits, const Watch& watch);
+Outcome run_child(const Words& words, const Limits& limits, const Watch& watch, int in_fd = -1);
 
 } // namespace station

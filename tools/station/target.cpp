@@ -17,6 +17,26 @@ constexpr Scheme kSchemes[] = {
 
 } // namespace
 
+std::string quoted(const Words& words)
+{
+    std::string line;
+    for (const std::string& word : words) {
+        line += line.empty() ? "'" : " '";
+        for (char c : word) line += c == '\'' ? std::string("'\\''") : std::string(1, c);
+        line += '\'';
+    }
+    return line;
+}
+
+Words filled(Words words, const std::string& host, int port)
+{
+    for (std::string& word : words) {
+        if (word == "{host}") word = host;
+        if (word == "{port}") word = std::to_string(port);
+    }
+    return words;
+}
+
 std::unique_ptr<Target> make_target(const std::string& name, const Access& access)
 {
     const size_t colon = name.find(':');

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,6 +42,9 @@ struct Watch {
     std::function<bool()> tick = [] { return true; }; // ten times a second; false interrupts the program
 };
 
+// As words of a POSIX shell, each in single quotes.
+std::string quoted(const Words& words);
+
 class Target {
 public:
     virtual ~Target() = default;
@@ -56,6 +60,13 @@ public:
     // After an interruption, a limit or a lost connection the next run() finds a prompt or answers `lost`. Throws
     // only where the station itself fails.
     virtual Outcome run(const Words& program, const Limits& limits, const Watch& watch) = 0;
+    // The command line, on this PC, of a program that talks with one of the board while that listens on the TCP port:
+    // {host} and {port} are filled in. Throws std::runtime_error where there is no way.
+    virtual Words beside(const Words&, int)
+    {
+        throw std::runtime_error(
+            "this kind of target has no network by which a port of the board could be reached");
+    }
     // In place of an operator's hand, where a target has one: pins and plugs of a virtual camera. The words are a
     // command of vcam and what follows the camera's name. False where only a person can do it.
     virtual bool act(const Words&) { return false; }
@@ -65,9 +76,12 @@ public:
 struct Access {
     std::string user = "root";
     std::string password_file; // its first line; never on a command line, never in a text or a log
-    Words media;               // of a virtual camera: SLOT=SIZE[,ro]
+    Words start_options;       // of vcam run, for a virtual camera that the station starts
     double connect_s = 10;     // for a connection, and for a prompt once it stands
 };
+
+// {host} and {port} among the words replaced.
+Words filled(Words words, const std::string& host, int port);
 
 // A target by its name, as "vcam:FOLDER" or "serial:/dev/ttyUSB0,115200"; the part before the colon chooses from a
 // table in target.cpp. Throws cli::WrongUse for a name that will not do; connects nothing.

@@ -1,8 +1,8 @@
 // A virtual camera, by the command vcam: it runs from begin() on, each program is a vcam exec.
 #include "tools/station/child.hpp"
+#include "tools/station/text.hpp"
 
 #include <csignal>
-#include <filesystem>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -12,26 +12,14 @@ namespace {
 constexpr double kStartSeconds = 30;
 constexpr double kEndSeconds = 5; // until vcam run has said how the camera ended
 constexpr int kKilled = 128 + SIGKILL, kSandboxFailure = 125, kPowerCut = 121;
+constexpr const char* kSoundTool = "zep-audio"; // bound into the camera
 constexpr const char* kReady = "ready\n";
-
-// That stands beside this program, else the path's.
-std::string vcam_program()
-{
-    std::error_code error;
-    const auto beside = std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / "vcam";
-    return access(beside.c_str(), X_OK) == 0 ? beside.string() : "vcam";
-}
-
-std::string last_line(std::string text)
-{
-    while (!text.empty() && text.back() == '\n') text.pop_back();
-    const size_t line = text.rfind('\n');
-    return line == std::string::npos ? text : text.substr(line + 1);
-}
 
 class VcamTarget : public Target {
 public:
-    VcamTarget(std::string folder, Words media) : folder_(std::move(folder)), media_(std::move(media)) {}
+    VcamTarget(std::string folder, Words options) : folder_(std::move(folder)), options_(std::move(options))
+    {
+    }
     ~VcamTarget() override { end(); }
 
     // Joins a camera that runs; starts one that does not, and ends that in the destructor.
@@ -44,9 +32,7 @@ public:
     Outcome run(const Words& program, const Limits& limits, const Watch& watch) override
     {
         if (!joined_ && camera_->status() >= 0) return after_end({});
-        Words words = {vcam_, "exec", folder_, "--"};
-        words.insert(words.end(), program.begin(), program.end());
-        Outcome outcome = run_child(words, limits, watch);
+        Outcome outcome = run_child(executing(program), limits, watch);
         const bool killed = outcome.status == kKilled || outcome.status == kSandboxFailure;
         if (!killed || !outcome.reason.empty()) return outcome;
         if (joined_) return after_joined(std::move(outcome));
@@ -62,7 +48,23 @@ public:
         throw std::runtime_error(last_line(outcome.err));
     }
 
+    // The PC's program joins the camera: sound and time are one there, and nothing waits for the clock on the wall.
+    Words beside(const Words& program, int port) override
+    {
+        Words inside = filled(program, "127.0.0.1", port);
+        if (inside[0] == kSoundTool && sound_tool_[0] == '/')
+            inside[0] = std::string("/run/bin/") + kSoundTool;
+        return executing(inside);
+    }
+
 private:
+    [[nodiscard]] Words executing(const Words& program) const
+    {
+        Words words = {vcam_, "exec", folder_, "--"};
+        words.insert(words.end(), program.begin(), program.end());
+        return words;
+    }
+
     Outcome quick(Words words) const
     {
         words.insert(words.begin(), vcam_);
@@ -71,14 +73,13 @@ private:
 
     void start(const Watch& watch)
     {
-        int input[2];
-        if (pipe2(input, O_CLOEXEC) < 0) throw std::runtime_error("no pipe");
+        Pipe input;
         Words words = {vcam_, "run", folder_, "-v"};
-        for (const auto& medium : media_) words.insert(words.end(), {"--medium", medium});
+        if (sound_tool_[0] == '/') words.insert(words.end(), {"--bind", sound_tool_});
+        words.insert(words.end(), options_.begin(), options_.end());
         words.insert(words.end(), {"--", "/bin/sh", "-c", "echo ready; read end"});
-        camera_ = std::make_unique<Child>(words, input[0]);
-        close(input[0]);
-        keep_ = input[1];
+        camera_ = std::make_unique<Child>(words, input.fd[0]);
+        keep_ = input.take(1);
         said_.clear();
         std::string out;
         const auto begin = Clock::now();
@@ -122,9 +123,10 @@ private:
         camera_.reset();
     }
 
-    const std::string vcam_ = vcam_program();
+    const std::string sound_tool_ = host_tool(kSoundTool);
+    const std::string vcam_ = host_tool("vcam");
     const std::string folder_;
-    const Words media_;
+    const Words options_;
     bool joined_ = false;
     std::unique_ptr<Child> camera_; // vcam run, where this station has started it
     std::string said_;              // by it on standard error
@@ -135,7 +137,7 @@ private:
 
 std::unique_ptr<Target> vcam_target(const std::string& address, const Access& access)
 {
-    return std::make_unique<VcamTarget>(address, access.media);
+    return std::make_unique<VcamTarget>(address, access.start_options);
 }
 
 } // namespace station

@@ -26,7 +26,8 @@ def install(component, stage):
 
 def pages(sections):
     """The manual pages of these sections, where they are installed; section 1 brings those of the tools' files."""
-    of_tools = {"camera.conf.5": "1", "vcam-faults.5": "1", "zep-audio.7": "1"}
+    of_tools = {"camera.conf.5": "1", "vcam-faults.5": "1", "zep-audio.7": "1",
+                "zep-line.5": "1"}
     names = os.listdir(os.path.join(TOP, "docs/man"))
     return {f"usr/share/man/man{name[-1]}/{name}" for name in names if of_tools.get(name, name[-1]) in sections}
 
@@ -52,7 +53,7 @@ class Installed(InFolder):
             self.assertEqual(files(self.stage), set())
             return
         commands = [f for f in files(self.stage) if f.startswith("usr/bin/")]
-        self.assertEqual(sorted(commands), ["usr/bin/fwpkg", "usr/bin/vcam", "usr/bin/zep-audio"])
+        self.assertEqual(sorted(commands), ["usr/bin/fwpkg", "usr/bin/vcam", "usr/bin/zep-audio", "usr/bin/zep-station"])
         self.assertEqual({f for f in files(self.stage) if "/man/" in f}, pages("1"))
         for component in ("runtime", "development"):
             install(component, self.work + component)

@@ -25,7 +25,8 @@ def main():
     mandoc, page, program = sys.argv[1:]
     text = re.sub(".\x08", "", output(mandoc, "-Tascii", page))
     own = program.rsplit("/", 1)[-1]
-    text = re.sub(rf"\b(?!{own}\b)(vcam|fwpkg|zep-audio) \w+\s+--[-\w]+", "", text)  # of another tool
+    text = re.sub(rf"\b(?!{own}\b)(vcam|fwpkg|zep-audio|zep-station) \w+\s+--[-\w]+", "", text)  # of another tool
+    text = re.sub(r"(?m) -- --.*", "", text)  # passed on to one
     documented = set(OPTION.findall(text))
     known, problems = set(), []
     for name, said in helps(program):

@@ -1,0 +1,154 @@
+// The line's log.
+#include "tools/station/board_log.hpp"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace station {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kOpen = ".open"; // behind the log's name and a process number
+constexpr off_t kLookBack = 1 << 20;   // for a board that has its line already
+
+std::string line_of(const Report& report)
+{
+    return report_json(report, false).dump(-1, ' ', false, cli::Json::error_handler_t::replace) + "\n";
+}
+
+[[noreturn]] void fail(const std::string& path) { throw std::runtime_error(path + ": " + strerror(errno)); }
+
+void write_all(int fd, const std::string& bytes, const std::string& path)
+{
+    for (size_t at = 0; at < bytes.size();) {
+        const ssize_t n = write(fd, bytes.data() + at, bytes.size() - at);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) fail(path);
+        at += size_t(n);
+    }
+    if (fsync(fd) < 0 && errno != EINVAL) fail(path);
+}
+
+// One station at a time, until the end of the scope.
+class Turn {
+public:
+    Turn(int fd, const std::string& path) : fd_(fd)
+    {
+        while (flock(fd_, LOCK_EX) < 0)
+            if (errno != EINTR) fail(path);
+    }
+    ~Turn() { flock(fd_, LOCK_UN); }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+private:
+    const int fd_;
+};
+
+std::string tail_of(int fd)
+{
+    const off_t size = lseek(fd, 0, SEEK_END), from = size > kLookBack ? size - kLookBack : 0;
+    std::string bytes(size_t(size - from), '\0');
+    const ssize_t n = pread(fd, bytes.data(), bytes.size(), from);
+    bytes.resize(n > 0 ? size_t(n) : 0);
+    return bytes;
+}
+
+std::string first_line(const fs::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::string line;
+    return std::getline(file, line) && !file.eof() ? line : "";
+}
+
+} // namespace
+
+BoardLog::BoardLog(std::string path)
+    : path_(std::move(path)), open_path_(path_ + "." + std::to_string(getpid()) + kOpen)
+{
+    log_ = open(path_.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    if (log_ < 0) fail(path_);
+    struct stat info = {};
+    if (fstat(log_, &info) < 0 || !S_ISREG(info.st_mode)) {
+        close(log_);
+        throw std::runtime_error(path_ + ": is no regular file; a log has to keep what is appended");
+    }
+    recover();
+}
+
+BoardLog::~BoardLog()
+{
+    if (open_ >= 0) close(open_);
+    if (log_ >= 0) close(log_);
+}
+
+// The boards of stations that are gone: nobody holds the lock of their files.
+void BoardLog::recover() const
+{
+    const Turn turn(log_, path_);
+    const fs::path folder = fs::path(path_).has_parent_path() ? fs::path(path_).parent_path() : fs::path(".");
+    const std::string head = fs::path(path_).filename().string() + ".";
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(folder, error)) {
+        const std::string name = entry.path().filename().string();
+        if (name.rfind(head, 0) != 0 || entry.path().extension() != kOpen || !entry.is_regular_file(error))
+            continue;
+        const int fd = open(entry.path().c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) continue;
+        if (flock(fd, LOCK_EX | LOCK_NB) == 0) {
+            const cli::Json json = cli::Json::parse(first_line(entry.path()), nullptr, false);
+            const bool whole = json.is_object() && json.contains("id") && json["id"].is_string();
+            // The crash may have come between the board's line and the end of its file.
+            if (whole && tail_of(log_).find("\"id\":" + json["id"].dump()) == std::string::npos)
+                append(json.dump() + "\n");
+            unlink(entry.path().c_str());
+        }
+        close(fd);
+    }
+}
+
+void BoardLog::append(const std::string& line) const
+{
+    const off_t size = lseek(log_, 0, SEEK_END);
+    char last = '\n';
+    if (size > 0 && pread(log_, &last, 1, size - 1) != 1) fail(path_);
+    write_all(log_, last == '\n' ? line : "\n" + line, path_);
+}
+
+// Renamed into place: a crash leaves the state before or the one after.
+void BoardLog::note(const Report& report)
+{
+    const std::string fresh = open_path_ + "~";
+    const int fd = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) fail(fresh);
+    flock(fd, LOCK_EX);
+    try {
+        write_all(fd, line_of(report), fresh);
+        if (rename(fresh.c_str(), open_path_.c_str()) < 0) fail(open_path_);
+    } catch (...) {
+        unlink(fresh.c_str());
+        close(fd);
+        throw;
+    }
+    if (open_ >= 0) close(open_);
+    open_ = fd;
+}
+
+void BoardLog::finish(const Report& report)
+{
+    {
+        const Turn turn(log_, path_);
+        append(line_of(report));
+    }
+    unlink(open_path_.c_str());
+}
+
+} // namespace station

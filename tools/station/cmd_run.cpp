@@ -1,0 +1,181 @@
+// zep-station run: a line on a board, its reports and its log.
+#include "tools/station/board_log.hpp"
+#include "tools/station/commands.hpp"
+#include "tools/station/screen.hpp"
+
+#include "tools/cli/output_file.hpp"
+
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <unistd.h>
+
+namespace station {
+namespace {
+
+struct Options {
+    Access access;
+    std::string line, log, answers;
+    std::string outputs[3]; // by kForms
+    Words only;
+    bool yes = false, verbose = false, force = false;
+};
+
+std::string json_text(const Report& report, bool with_text)
+{
+    return report_json(report, with_text).dump(2, ' ', false, cli::Json::error_handler_t::replace) + "\n";
+}
+
+struct Form {
+    const char* option;
+    const char* help;
+    std::string (*make)(const Report&, bool with_text);
+};
+constexpr Form kForms[] = {
+    {"--json", "the report for programs; - is standard output", json_text},
+    {"--junit", "the same as JUnit XML", report_junit},
+    {"--html", "the same as a page to print", report_html},
+};
+
+cli::Syntax syntax(Options& o)
+{
+    cli::Syntax s;
+    s.operands = {{"TARGET", cli::Operand::text}};
+    s.rest = "VCAM-RUN-OPTION...";
+    s.options = {
+        {"--line", "LINE", "a line file, or the name of one that came with the program (the model's)",
+         [&](auto& v) { o.line = cli::given(v); }},
+        {"--only", "TEST", "run this test of the line alone; may be given again",
+         [&](auto& v) { o.only.push_back(cli::given(v)); }},
+        {"--yes", nullptr, "nobody is asked: all is done and seen as it should be",
+         [&](auto&) { o.yes = true; }},
+        {"--answers", "FILE", "nobody is asked: answers as TEST = ANSWER, one a line",
+         [&](auto& v) { o.answers = cli::given(v); }},
+    };
+    for (size_t i = 0; i < std::size(kForms); ++i)
+        s.options.push_back(
+            {kForms[i].option, "FILE", kForms[i].help, [&o, i](auto& v) { o.outputs[i] = cli::given(v); }});
+    s.options.push_back(
+        {"--log", "FILE", "append one line of JSON to this file", [&](auto& v) { o.log = cli::given(v); }});
+    s.options.push_back(
+        {"--force", nullptr, "replace files that are no reports", [&](auto&) { o.force = true; }});
+    s.options.push_back({"-v", nullptr, "show what each test printed, and put it into the reports",
+                         [&](auto&) { o.verbose = true; }});
+    return s;
+}
+
+// Whether a file that stands there is a report of this program.
+bool is_report(int fd, off_t)
+{
+    char head[256] = "";
+    const ssize_t n = pread(fd, head, sizeof head - 1, 0);
+    return n > 0 && memmem(head, size_t(n), "zep-station", 11);
+}
+
+struct Output {
+    const Form* form;
+    std::unique_ptr<cli::OutputFile> file;
+};
+
+std::vector<Output> open_outputs(const Options& o)
+{
+    std::vector<Output> outputs;
+    cli::OutputRule rule;
+    rule.kind = "a report of zep-station";
+    rule.is_kind = is_report;
+    rule.force = o.force;
+    for (size_t i = 0; i < std::size(kForms); ++i)
+        if (!o.outputs[i].empty())
+            outputs.push_back(
+                {&kForms[i], std::make_unique<cli::OutputFile>(o.outputs[i], rule,
+                                                               cli::Arguments{o.line, o.answers, o.log})});
+    return outputs;
+}
+
+std::string new_id(time_t now)
+{
+    tm parts{};
+    gmtime_r(&now, &parts);
+    char text[64];
+    std::random_device random;
+    const size_t n = strftime(text, sizeof text, "%Y%m%dT%H%M%SZ", &parts);
+    snprintf(text + n, sizeof text - n, "-%08x", random());
+    return text;
+}
+
+// The tests that --only names, in the line's order.
+void choose(Line& line, const Words& only)
+{
+    if (only.empty()) return;
+    for (const std::string& name : only) {
+        std::string list;
+        bool found = false;
+        for (const Test& test : line.tests) {
+            found |= test.name == name;
+            list += (list.empty() ? "" : ", ") + test.name;
+        }
+        if (!found) throw cli::WrongUse("--only " + name + ": the line has no such test; it has " + list);
+    }
+    std::erase_if(line.tests, [&](const Test& test) {
+        return std::find(only.begin(), only.end(), test.name) == only.end();
+    });
+}
+
+Report begin_report(Target& target, const std::string& name)
+{
+    Watch watch;
+    watch.tick = [] { return !stopped(); };
+    target.begin(watch);
+    Report report;
+    report.target = name;
+    report.begun = time(nullptr);
+    report.id = new_id(report.begun);
+    report.board = identify(target);
+    return report;
+}
+
+void write(const std::vector<Output>& outputs, const Report& report, bool with_text)
+{
+    for (const Output& output : outputs) {
+        output.file->write(output.form->make(report, with_text));
+        output.file->commit();
+    }
+}
+
+} // namespace
+
+int run(const cli::Arguments& arguments)
+{
+    Options o;
+    const cli::Words words = cli::parse(arguments, syntax(o));
+    if (o.yes && !o.answers.empty()) throw cli::WrongUse("--yes and --answers: choose one");
+    o.access.start_options = words.rest;
+    const auto target = make_target(words.plain[0], o.access);
+    Operator who;
+    if (o.yes) who.say_yes();
+    if (!o.answers.empty()) who.read_answers(o.answers);
+    // What is wrong with a name is found before the board is touched.
+    Line line;
+    if (!o.line.empty()) line = find_line(o.line, "");
+    const std::vector<Output> outputs = open_outputs(o);
+    std::unique_ptr<BoardLog> log;
+    if (!o.log.empty()) log = std::make_unique<BoardLog>(o.log);
+    bool taken = false;
+    for (const Output& output : outputs) taken |= output.file->is_stdout();
+    const auto screen = taken ? no_screen() : make_screen(o.verbose);
+
+    stop_on_signals();
+    Report report = begin_report(*target, words.plain[0]);
+    if (o.line.empty()) line = find_line("", report.board.model);
+    choose(line, o.only);
+    report.line = line.name;
+    if (log) log->note(report);
+    run_line(line, *target, who, *screen, report, [&] {
+        if (log) log->note(report);
+    });
+    if (log) log->finish(report);
+    write(outputs, report, o.verbose);
+    return report.passed() ? kPassed : kNotPassed;
+}
+
+} // namespace station

@@ -1,0 +1,202 @@
+// The line file, read.
+#include "tools/station/line.hpp"
+
+#include <functional>
+#include <set>
+#include <stdexcept>
+#define TOML_HEADER_ONLY 1
+#include <toml++/toml.h>
+
+namespace station {
+namespace {
+
+constexpr double kLongest = 24 * 3600;
+constexpr size_t kMostTests = 1000;
+
+struct Key {
+    const char* name;
+    std::function<void(const toml::node&)> take;
+};
+
+// Takes a file's tables apart; every complaint has its row.
+class Reader {
+public:
+    explicit Reader(std::string path) : path_(std::move(path)) {}
+
+    [[noreturn]] void refuse(const toml::source_region& where, const std::string& reason) const
+    {
+        throw std::runtime_error(path_ + ":" + std::to_string(where.begin.line) + ": " + reason);
+    }
+
+    void take(const toml::table& table, const std::vector<Key>& keys) const
+    {
+        for (const auto& [name, node] : table) {
+            const std::string spelled(name.str());
+            try {
+                find(keys, spelled).take(node);
+            } catch (const std::invalid_argument& e) {
+                refuse(name.source(), spelled + ": " + e.what());
+            }
+        }
+    }
+
+    [[nodiscard]] const std::string& path() const { return path_; }
+
+private:
+    static const Key& find(const std::vector<Key>& keys, const std::string& name)
+    {
+        std::string list;
+        for (const Key& key : keys) {
+            if (name == key.name) return key;
+            list += (list.empty() ? "" : ", ") + std::string(key.name);
+        }
+        throw std::invalid_argument("there is no such key; there are " + list);
+    }
+
+    const std::string path_;
+};
+
+std::string text_of(const toml::node& node)
+{
+    const auto text = node.value_exact<std::string>();
+    if (!text || text->empty()) throw std::invalid_argument("give a text in quotes");
+    return *text;
+}
+
+Words words_of(const toml::node& node)
+{
+    Words words;
+    if (const auto* list = node.as_array())
+        for (const toml::node& word : *list) words.push_back(text_of(word));
+    if (words.empty()) throw std::invalid_argument("give a list of texts, as [\"test_led\", \"-v\"]");
+    return words;
+}
+
+std::vector<Words> commands_of(const toml::node& node)
+{
+    std::vector<Words> commands;
+    if (const auto* list = node.as_array())
+        for (const toml::node& command : *list) commands.push_back(words_of(command));
+    for (const Words& words : commands)
+        if (words[0] != "pin" && words[0] != "plug")
+            throw std::invalid_argument("\"" + words[0] + "\" is not pin or plug");
+    if (commands.empty())
+        throw std::invalid_argument("give a list of lists, as [[\"pin\", \"8.1 press +1 0.3\"]]");
+    return commands;
+}
+
+double seconds_of(const toml::node& node)
+{
+    const auto number = node.value<double>();
+    if (!number || node.is_boolean() || !(*number > 0 && *number <= kLongest))
+        throw std::invalid_argument("give seconds, more than 0 and at most 86400");
+    return *number;
+}
+
+int whole_of(const toml::node& node, int most)
+{
+    const auto number = node.value_exact<int64_t>();
+    if (!number || *number < 1 || *number > most)
+        throw std::invalid_argument("give a whole number from 1 to " + std::to_string(most));
+    return int(*number);
+}
+
+bool switch_of(const toml::node& node)
+{
+    const auto value = node.value_exact<bool>();
+    if (!value) throw std::invalid_argument("give true or false");
+    return *value;
+}
+
+Test::Expect expect_of(const toml::node& node)
+{
+    const std::string word = text_of(node);
+    if (word == "verdict") return Test::Expect::verdict;
+    if (word == "end") return Test::Expect::end;
+    throw std::invalid_argument("give \"verdict\" or \"end\"; lines are expected by the key lines");
+}
+
+// What belongs together.
+std::string wrong_in(const Test& test)
+{
+    if (test.name.empty()) return "the test lacks the key name";
+    if (test.run.empty()) return "the test lacks the key run";
+    if (test.question.empty() != test.answer.empty()) return "question and answer: one is missing";
+    if (test.station.empty() != (test.port == 0)) return "station and port: one is missing";
+    return "";
+}
+
+Test read_test(const Reader& reader, const toml::table& table, const Test& usual)
+{
+    Test test = usual;
+    test.row = int(table.source().begin.line);
+    reader.take(table, {{"name", [&](auto& v) { test.name = text_of(v); }},
+                        {"run", [&](auto& v) { test.run = words_of(v); }},
+                        {"expect", [&](auto& v) { test.expect = expect_of(v); }},
+                        {"lines",
+                         [&](auto& v) {
+                             test.lines = words_of(v);
+                             test.expect = Test::Expect::lines;
+                         }},
+                        {"limit", [&](auto& v) { test.limit_s = seconds_of(v); }},
+                        {"grace", [&](auto& v) { test.grace_s = seconds_of(v); }},
+                        {"repeat", [&](auto& v) { test.repeat = whole_of(v, 1'000'000); }},
+                        {"models", [&](auto& v) { test.models = words_of(v); }},
+                        {"needed", [&](auto& v) { test.needed = switch_of(v); }},
+                        {"before", [&](auto& v) { test.before = text_of(v); }},
+                        {"during", [&](auto& v) { test.during = text_of(v); }},
+                        {"question", [&](auto& v) { test.question = text_of(v); }},
+                        {"answer", [&](auto& v) { test.answer = text_of(v); }},
+                        {"virtual", [&](auto& v) { test.hand = commands_of(v); }},
+                        {"station", [&](auto& v) { test.station = words_of(v); }},
+                        {"port", [&](auto& v) { test.port = whole_of(v, 65535); }}});
+    if (const std::string wrong = wrong_in(test); !wrong.empty()) reader.refuse(table.source(), wrong);
+    return test;
+}
+
+void read_tests(const Reader& reader, const toml::node& node, Line& line, const Test& usual)
+{
+    const auto* list = node.as_array();
+    if (!list || list->empty() || list->size() > kMostTests)
+        reader.refuse(node.source(), "test: write each test under a line [[test]], at most 1000");
+    std::set<std::string> names;
+    for (const toml::node& one : *list) {
+        if (!one.is_table()) reader.refuse(one.source(), "test: write each test under a line [[test]]");
+        line.tests.push_back(read_test(reader, *one.as_table(), usual));
+        if (!names.insert(line.tests.back().name).second)
+            reader.refuse(one.source(), "name: another test is \"" + line.tests.back().name + "\" already");
+    }
+}
+
+toml::table parse(const std::string& path)
+{
+    try {
+        return toml::parse_file(path);
+    } catch (const toml::parse_error& e) {
+        const auto row = e.source().begin.line;
+        throw std::runtime_error(path + (row ? ":" + std::to_string(row) : "") + ": " +
+                                 std::string(e.description()));
+    }
+}
+
+} // namespace
+
+Line read_line(const std::string& path)
+{
+    const toml::table file = parse(path);
+    const Reader reader(path);
+    Line line{path, {}, {}, {}};
+    Test usual;
+    const toml::node* tests = nullptr;
+    reader.take(file, {{"name", [&](auto& v) { line.name = text_of(v); }},
+                       {"models", [&](auto& v) { line.models = words_of(v); }},
+                       {"limit", [&](auto& v) { usual.limit_s = seconds_of(v); }},
+                       {"grace", [&](auto& v) { usual.grace_s = seconds_of(v); }},
+                       {"test", [&](auto& v) { tests = &v; }}});
+    if (line.name.empty()) throw std::runtime_error(path + ": the key name is missing");
+    if (!tests) throw std::runtime_error(path + ": there is no [[test]]");
+    read_tests(reader, *tests, line, usual);
+    return line;
+}
+
+} // namespace station

@@ -1,0 +1,201 @@
+// The course of a line on one board.
+#include "tools/station/runner.hpp"
+
+#include "tools/station/child.hpp"
+#include "tools/station/text.hpp"
+#include "tools/station/verdict.hpp"
+
+#include <csignal>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+
+namespace station {
+namespace {
+
+volatile sig_atomic_t signal_came;
+
+void note_signal(int number) { signal_came = number; }
+
+// The program of the PC that tests the board from outside, while the board's own program waits for it.
+class Beside {
+public:
+    explicit Beside(const Words& command) : child_(command) {}
+
+    bool ended()
+    {
+        while (child_.pending())
+            child_.read(0, [&](std::string_view piece, bool) {
+                if (text_.size() < kMostText) text_ += piece;
+            });
+        return child_.status() >= 0;
+    }
+
+    // Its exit status decides, unless the board's program failed it: that one is interrupted once this has ended.
+    void judge(const Outcome& outcome, Result& result)
+    {
+        const bool done = ended();
+        result.text += harmless(text_);
+        if (outcome.kind != Outcome::interrupted && outcome.kind != Outcome::ended) return;
+        const int status = child_.status();
+        result.reason = harmless_line(last_line(text_));
+        if (done && status <= 1)
+            result.verdict = status == 0 ? Verdict::passed : Verdict::failed;
+        else
+            result.verdict = Verdict::no_verdict;
+        if (result.verdict == Verdict::passed) result.reason.clear();
+    }
+
+private:
+    static constexpr size_t kMostText = 64 << 10;
+
+    Child child_;
+    std::string text_;
+};
+
+// What goes on beside the test: the screen, the operator's wish to stop.
+class Course {
+public:
+    Course(Target& target, Operator& who, Screen& screen, Report& report)
+        : target_(target), who_(who), screen_(screen), report_(report)
+    {
+    }
+
+    void run(size_t index)
+    {
+        Result& result = report_.results[index];
+        const Test& test = *result.test;
+        result.verdict = Verdict::running;
+        if (!prepare(test, result)) return;
+        for (int i = 0; i < test.repeat; ++i) {
+            run_once(index);
+            if (result.verdict != Verdict::passed) return;
+        }
+        if (test.question.empty()) return;
+        screen_.asking(report_);
+        who_.ask(result, [] { return !stopped(); });
+    }
+
+private:
+    // What a person does before the test, or vcam in their place. False: nobody does it.
+    bool prepare(const Test& test, Result& result)
+    {
+        if (test.before.empty()) return true;
+        screen_.asking(report_);
+        if (who_.confirm(test.before, [] { return !stopped(); })) return true;
+        result.verdict = stopped() ? Verdict::not_tested : Verdict::no_answer;
+        result.reason = "nobody confirmed: " + test.before;
+        return false;
+    }
+
+    void run_once(size_t index)
+    {
+        Result& result = report_.results[index];
+        const Test& test = *result.test;
+        bool by_hand = !test.during.empty() && who_.present();
+        for (const Words& command : test.hand)
+            if (target_.act(command)) by_hand = false;
+        const std::string wish = by_hand ? test.during : "";
+        std::unique_ptr<Beside> beside;
+        if (test.port) beside = std::make_unique<Beside>(target_.beside(test.station, test.port));
+        Watch watch;
+        watch.tick = [&] {
+            screen_.tick(report_, index, wish);
+            return !stopped() && !(beside && beside->ended());
+        };
+        watch.tick();
+        const Outcome outcome = target_.run(test.run, {test.limit_s, test.grace_s}, watch);
+        ++result.runs;
+        result.seconds += outcome.seconds;
+        judge(test, outcome, result);
+        if (beside && !stopped()) beside->judge(outcome, result);
+    }
+
+    Target& target_;
+    Operator& who_;
+    Screen& screen_;
+    Report& report_;
+};
+
+// A board that is gone, and one whose next test would say nothing.
+const char* reason_to_end(const Result& result)
+{
+    if (stopped()) return "the operator ended the line";
+    if (result.verdict == Verdict::lost) return "the target was lost";
+    if (result.test->needed && result.verdict != Verdict::passed) return "an earlier test is needed";
+    return nullptr;
+}
+
+void skip_rest(Report& report, size_t from, const char* reason)
+{
+    for (size_t i = from; i < report.results.size(); ++i) {
+        report.results[i].verdict = Verdict::not_tested;
+        report.results[i].reason = reason;
+    }
+}
+
+// The value behind the first line that begins with the word.
+std::string value_of(const std::string& text, const std::string& word)
+{
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        if (line.rfind(word, 0) == 0) return harmless_line(line.substr(word.size()), 80);
+    return "";
+}
+
+// One command, so that a slow console is asked once. The first line of zep's listing has its version.
+constexpr const char* kIdentify = "f=/tmp/.zep-station; get_boot_param $f >/dev/null; cat $f; rm -f $f; "
+                                  "grep cam_model= /etc/cam_model.conf; zep | head -n 1";
+
+} // namespace
+
+void stop_on_signals()
+{
+    struct sigaction action = {};
+    action.sa_handler = note_signal;
+    for (int number : {SIGINT, SIGTERM, SIGHUP}) sigaction(number, &action, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+}
+
+bool stopped() { return signal_came != 0; }
+
+Board identify(Target& target)
+{
+    Watch watch;
+    watch.tick = [] { return !stopped(); };
+    const Outcome said = target.run({"sh", "-c", kIdentify}, {.seconds = 30}, watch);
+    if (said.kind != Outcome::ended)
+        throw std::runtime_error("the board does not say what it is: " +
+                                 (said.reason.empty() ? "no answer within 30 s" : said.reason));
+    const std::string version = value_of(said.out, "ZEP ver. ");
+    return {value_of(said.out, "MAC="), value_of(said.out, "SERIAL_NO="), value_of(said.out, "PRODUCT_CODE="),
+            value_of(said.out, "cam_model="), version.substr(0, version.find(" multi-call"))};
+}
+
+void run_line(const Line& line, Target& target, Operator& who, Screen& screen, Report& report,
+              const std::function<void()>& changed)
+{
+    const auto begin = Clock::now();
+    for (const Test& test : line.tests)
+        if (test.models.empty() || fits(test.models, report.board.model)) {
+            report.results.emplace_back();
+            report.results.back().test = &test;
+        }
+    screen.begin(report);
+    Course course(target, who, screen, report);
+    for (size_t i = 0; i < report.results.size(); ++i) {
+        course.run(i);
+        report.seconds = seconds_since(begin);
+        screen.settled(report, i);
+        changed();
+        const char* reason = reason_to_end(report.results[i]);
+        if (!reason) continue;
+        skip_rest(report, i + 1, reason);
+        break;
+    }
+    report.finished = !stopped();
+    report.seconds = seconds_since(begin);
+    screen.end(report);
+}
+
+} // namespace station
