@@ -29,10 +29,10 @@ if(ZEP_SANITIZE)
 endif()
 
 # quick_to_build(TARGET...): commands and options of the host tools, which wait for people and files. Less
-# optimisation builds them in two thirds of the time, none at all, in the presets that only test them, in half.
+# optimisation builds them in two thirds of the time, none at all, for the sanitizers, in half.
 function(quick_to_build)
     foreach(t ${ARGN})
-        if(ZEP_SANITIZE OR CMAKE_SIZEOF_VOID_P EQUAL 4)
+        if(ZEP_SANITIZE)
             target_compile_options(${t} PRIVATE -O0 -g1)
         else()
             target_compile_options(${t} PRIVATE -O1 $<$<CONFIG:RelWithDebInfo>:-g1>)

@@ -1,15 +1,23 @@
 # No test has a time limit of its own: CTest ends one after 1500 s, however busy the PC is.
 
-# GoogleTest from the distribution's sources, so that it exists for every target alike.
-set(ZEP_GTEST_SOURCE /usr/src/googletest CACHE PATH "GoogleTest sources (Debian: googletest)")
-set(INSTALL_GTEST OFF)
-add_subdirectory(${ZEP_GTEST_SOURCE} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
-foreach(t gtest gmock gtest_main gmock_main)
-    target_compile_options(${t} PRIVATE -w -O0 -g0)
-    if(ZEP_SANITIZE)
-        target_compile_options(${t} PRIVATE -fsanitize=${ZEP_SANITIZE})
-    endif()
-endforeach()
+# GoogleTest: Debian's own build of it where the compiler is Debian's, else made from Debian's sources.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT CMAKE_CROSSCOMPILING AND NOT ZEP_SANITIZE MATCHES thread)
+    find_package(GTest REQUIRED) # libgtest-dev, libgmock-dev
+    foreach(t gtest gmock gtest_main gmock_main)
+        add_library(${t} INTERFACE)
+        target_link_libraries(${t} INTERFACE GTest::${t})
+    endforeach()
+else()
+    set(ZEP_GTEST_SOURCE /usr/src/googletest CACHE PATH "GoogleTest sources (Debian: googletest)")
+    set(INSTALL_GTEST OFF)
+    add_subdirectory(${ZEP_GTEST_SOURCE} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+    foreach(t gtest gmock gtest_main gmock_main)
+        target_compile_options(${t} PRIVATE -w -O0 -g0)
+        if(ZEP_SANITIZE)
+            target_compile_options(${t} PRIVATE -fsanitize=${ZEP_SANITIZE})
+        endif()
+    endforeach()
+endif()
 
 # Function names and lines are what a failed test's trace shows. The tests' own code is not optimised, which halves
 # the time that it takes to build; what they test is.

@@ -88,7 +88,7 @@ TEST(CodecPeers, StreamsAreTheSameAndSoAreSamplesButForTheLimiter)
         for (int s = 0; s < kSignals; ++s) {
             SCOPED_TRACE(kind + ", signal " + std::to_string(s));
             const bool g726 = kind != "dvi4";
-            const auto pcm = signal(Signal(s), 40000);
+            const auto pcm = signal(Waveform(s), 40000);
             const auto codes = encode(ours(kind), pcm, 160);
             ASSERT_EQ(codes, encode(peer("spandsp", kind), pcm, 160));
             const size_t chunk = g726 ? size_t(20 * std::stoi(kind.substr(5)) / 8) : 84;

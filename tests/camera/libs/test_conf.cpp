@@ -4,8 +4,8 @@
 
 namespace {
 
-const string kTemp = CUTIL_CONF_TEMP_PATH;
-const string kPath = "/etc/inside.conf";
+const string kWritten = CUTIL_CONF_TEMP_PATH;
+const string kConf = "/etc/inside.conf";
 
 // With a separator, or 0 for the writer of whole keys, which has none.
 int set(int separator, const string& path, const char* key, const char* value)
@@ -17,8 +17,8 @@ int set(int separator, const string& path, const char* key, const char* value)
 struct Conf : testing::Test {
     ~Conf() override
     {
-        unlink(kPath.c_str());
-        unlink(kTemp.c_str());
+        unlink(kConf.c_str());
+        unlink(kWritten.c_str());
     }
     // Sets "a" to 2 in vain.
     static void refused(int separator, const string& path, int result, const string& line)
@@ -51,31 +51,31 @@ TEST_F(Conf, SetReplacesEveryLineWhoseWholeKeyMatchesOrWithASeparatorItsBeginnin
         {':', "b=2\n", "IP", "9", "b=2\nIP:9\n"},
     };
     for (const auto& c : cases) {
-        write_file(kPath, c.before);
-        EXPECT_EQ(set(c.separator, kPath, c.key, c.value), 0);
-        EXPECT_FALSE(exists(kTemp)) << "the lock goes with the rename";
-        EXPECT_EQ(read_file(kPath), c.after);
+        write_file(kConf, c.before);
+        EXPECT_EQ(set(c.separator, kConf, c.key, c.value), 0);
+        EXPECT_FALSE(exists(kWritten)) << "the lock goes with the rename";
+        EXPECT_EQ(read_file(kConf), c.after);
     }
 }
 
 TEST_F(Conf, RefusalsComeInOrderWithTheirLineAndLeaveTheFileAlone)
 {
-    write_file(kPath, "a=1\n");
-    write_file(kTemp, "another writer's\n");
+    write_file(kConf, "a=1\n");
+    write_file(kWritten, "another writer's\n");
     refused(0, "/etc/none", -1, "temp.conf is already used ...");
-    refused(0, kPath, -1, "temp.conf is already used ...");
-    EXPECT_TRUE(exists(kTemp)) << "another writer's lock stays";
-    unlink(kTemp.c_str());
-    symlink("/nowhere", kTemp.c_str());
-    refused(0, kPath, -1, "temp.conf is already used ...");
-    unlink(kTemp.c_str());
+    refused(0, kConf, -1, "temp.conf is already used ...");
+    EXPECT_TRUE(exists(kWritten)) << "another writer's lock stays";
+    unlink(kWritten.c_str());
+    symlink("/nowhere", kWritten.c_str());
+    refused(0, kConf, -1, "temp.conf is already used ...");
+    unlink(kWritten.c_str());
     for (int separator : {0, int('=')})
         refused(separator, "/etc/none", -1, "we can't open the file : /etc/none");
-    EXPECT_FALSE(exists(kTemp));
-    EXPECT_EQ(read_file(kPath), "a=1\n");
-    write_file(kTemp, "another writer's\n");
-    EXPECT_EQ(set('=', kPath, "a", "3"), 0) << "no lock for this one";
-    EXPECT_EQ(read_file(kPath), "a=3\n");
+    EXPECT_FALSE(exists(kWritten));
+    EXPECT_EQ(read_file(kConf), "a=1\n");
+    write_file(kWritten, "another writer's\n");
+    EXPECT_EQ(set('=', kConf, "a", "3"), 0) << "no lock for this one";
+    EXPECT_EQ(read_file(kConf), "a=3\n");
 }
 
 // /tmp is another file system than /etc: the last step fails. A temporary file left there locks everybody out.
@@ -83,11 +83,11 @@ TEST_F(Conf, AFailingRenameRemovesTheTemporaryFile)
 {
     const string path = write_file("/tmp/inside.conf", "a=1\n");
     refused(0, path, -3, "");
-    EXPECT_FALSE(exists(kTemp));
+    EXPECT_FALSE(exists(kWritten));
     refused('=', path, -1, "");
     EXPECT_EQ(read_file(path), "a=1\n");
     refused(0, "/etc", -3, ""); // a folder opens but cannot be read
-    EXPECT_FALSE(exists(kTemp));
+    EXPECT_FALSE(exists(kWritten));
     isolated(CLONE_NEWNS, [&] {
         ASSERT_EQ(mount("small", "/etc", "tmpfs", MS_RDONLY, nullptr), 0);
         refused(0, path, -2, "we can't open the file : /etc/temp.conf");

@@ -6,8 +6,8 @@
 
 namespace {
 
-const string kPath = "/etc/qrnpasswd";
-const string kTemp = "/etc/qrnpasswd.tmp";
+const string kUsers = "/etc/qrnpasswd";
+const string kUsersTemp = "/etc/qrnpasswd.tmp";
 const string kCannotLoad = "[USERTABLE_Init] Can't open /etc/qrnpasswd\n";
 const string kCannotSave = "[USERTABLE_Init] Can't open /etc/qrnpasswd.tmp\n";
 
@@ -40,15 +40,15 @@ string names_of(const USERTABLE_S& table)
 struct Users : testing::Test {
     USERTABLE_S table = {};
 
-    Users() { unlink(kPath.c_str()); }
+    Users() { unlink(kUsers.c_str()); }
     ~Users() override
     {
-        unlink(kPath.c_str());
-        unlink(kTemp.c_str());
+        unlink(kUsers.c_str());
+        unlink(kUsersTemp.c_str());
     }
     void load(const string& content)
     {
-        write_file(kPath, content);
+        write_file(kUsers, content);
         ASSERT_EQ(USERTABLE_Init(&table), 0);
     }
     int add(const string& name, const string& password = "pw")
@@ -58,10 +58,10 @@ struct Users : testing::Test {
     // What an operation gives that must leave the file as it is, and no temporary one.
     static int refused(auto&& operation)
     {
-        const string before = read_file(kPath);
+        const string before = read_file(kUsers);
         const int result = operation();
-        EXPECT_EQ(read_file(kPath), before);
-        EXPECT_FALSE(exists(kTemp));
+        EXPECT_EQ(read_file(kUsers), before);
+        EXPECT_FALSE(exists(kUsersTemp));
         return result;
     }
 };
@@ -100,13 +100,13 @@ TEST_F(Users, TheFirstUserMakesTheFileWithTheLoadersMessage)
 {
     EXPECT_EQ(printed([&] { EXPECT_EQ(USERTABLE_Init(&table), -1); }), kCannotLoad);
     EXPECT_EQ(printed([&] { EXPECT_EQ(add("Root", "fifteen-chars-x"), 0); }), kCannotLoad);
-    const string line = read_file(kPath);
+    const string line = read_file(kUsers);
     EXPECT_EQ(line.substr(0, 5), "Root/");
     EXPECT_EQ(line.substr(69), "/1/22/255/0/\n");
     EXPECT_EQ(line.find_first_not_of("0123456789ABCDEF", 5), 69u) << "upper-case digits";
     EXPECT_EQ(block_of(line).substr(16), string("fifteen-chars-x\0", 16));
-    EXPECT_EQ(mode_of(kPath), 0600u);
-    EXPECT_FALSE(exists(kTemp));
+    EXPECT_EQ(mode_of(kUsers), 0600u);
+    EXPECT_FALSE(exists(kUsersTemp));
 }
 
 TEST_F(Users, TheKeyIsTheRandomValueOfTheSecondAndEverySaveLooksDifferent)
@@ -114,7 +114,7 @@ TEST_F(Users, TheKeyIsTheRandomValueOfTheSecondAndEverySaveLooksDifferent)
     load("a" + kGood);
     const time_t before = time(nullptr);
     ASSERT_EQ(USERTABLE_Save(&table), 0);
-    const string first = read_file(kPath), block = block_of(first);
+    const string first = read_file(kUsers), block = block_of(first);
     bool found = false;
     for (time_t second = before; second <= time(nullptr); ++second) {
         srandom(unsigned(second));
@@ -123,7 +123,7 @@ TEST_F(Users, TheKeyIsTheRandomValueOfTheSecondAndEverySaveLooksDifferent)
     }
     EXPECT_TRUE(found);
     ASSERT_EQ(USERTABLE_Save(&table), 0);
-    EXPECT_NE(read_file(kPath), first);
+    EXPECT_NE(read_file(kUsers), first);
     ASSERT_EQ(USERTABLE_Init(&table), 0);
     EXPECT_STREQ(table.entries[0].password, "secret");
 }
@@ -162,22 +162,22 @@ TEST_F(Users, AddAndDeleteStartFromWhatOthersSaved)
     EXPECT_EQ(names_of(table), "a b c ");
     ASSERT_EQ(USERTABLE_DeleteUser(&other, "a"), 0);
     EXPECT_EQ(names_of(other), "c b ") << "the last one takes the place";
-    EXPECT_EQ(read_file(kPath).substr(0, 2), "c/");
+    EXPECT_EQ(read_file(kUsers).substr(0, 2), "c/");
     EXPECT_STREQ(other.entries[2].name, "c") << "the old copy stays behind the count";
     ASSERT_EQ(USERTABLE_DeleteUser(&table, "b"), 0);
     EXPECT_EQ(refused([&] { return USERTABLE_DeleteUser(&table, "b"); }), -1);
     ASSERT_EQ(USERTABLE_DeleteUser(&table, "c"), 0);
-    EXPECT_EQ(read_file(kPath), "");
+    EXPECT_EQ(read_file(kUsers), "");
     EXPECT_EQ(refused([&] { return USERTABLE_DeleteUser(&table, ""); }), -1);
 }
 
 TEST_F(Users, ChangesWorkOnTheCallersCopyAndOnSlotsBehindTheCount)
 {
     load("a" + kGood + "b" + kGood);
-    write_file(kPath, "gone" + kGood);
+    write_file(kUsers, "gone" + kGood);
     EXPECT_EQ(USERTABLE_SetRights(&table, "b", 9, 8, 7, 6), 0);
     EXPECT_EQ(USERTABLE_SetPassword(&table, "a", string(31, 'q').c_str()), 0);
-    const string file = read_file(kPath);
+    const string file = read_file(kUsers);
     EXPECT_EQ(block_of(file).substr(16), string(15, 'q') + '\0');
     EXPECT_EQ(file.substr(66, 12), "/1/2/3/4/\nb/") << "the other process's change is lost";
     EXPECT_EQ(file.substr(78 + 64), "/9/8/7/6/\n");
@@ -186,7 +186,7 @@ TEST_F(Users, ChangesWorkOnTheCallersCopyAndOnSlotsBehindTheCount)
     EXPECT_EQ(refused([&] { return USERTABLE_SetRights(&table, "c", 0, 0, 0, 0); }), -1);
     EXPECT_EQ(USERTABLE_SetPassword(&table, "", "hidden"), 0) << "the first empty slot";
     EXPECT_STREQ(table.entries[2].password, "hidden");
-    EXPECT_EQ(read_file(kPath).size(), file.size()) << "not written";
+    EXPECT_EQ(read_file(kUsers).size(), file.size()) << "not written";
     table.entries[1].name[0] = '\0';
     EXPECT_EQ(refused([&] { return USERTABLE_Save(&table); }), -1);
     table.count = 6;
@@ -196,21 +196,21 @@ TEST_F(Users, ChangesWorkOnTheCallersCopyAndOnSlotsBehindTheCount)
 TEST_F(Users, ASaveIsForItsOwnerOnlyAndReplacesFilesOnly)
 {
     load("a" + kGood);
-    ASSERT_EQ(chmod(kPath.c_str(), 0644), 0);
+    ASSERT_EQ(chmod(kUsers.c_str(), 0644), 0);
     EXPECT_EQ(add("b"), 0);
-    EXPECT_EQ(mode_of(kPath), 0600u) << "an old file that others could read";
-    ASSERT_EQ(mkdir(kTemp.c_str(), 0700), 0);
+    EXPECT_EQ(mode_of(kUsers), 0600u) << "an old file that others could read";
+    ASSERT_EQ(mkdir(kUsersTemp.c_str(), 0700), 0);
     EXPECT_EQ(printed([&] { EXPECT_EQ(add("c"), -1); }), kCannotSave);
-    ASSERT_EQ(rmdir(kTemp.c_str()), 0);
-    symlink("/etc/victim", kTemp.c_str());
+    ASSERT_EQ(rmdir(kUsersTemp.c_str()), 0);
+    symlink("/etc/victim", kUsersTemp.c_str());
     EXPECT_EQ(add("c"), 0) << "an old temporary name is cleared, not followed";
     EXPECT_FALSE(exists("/etc/victim"));
     // A folder cannot be replaced or read, and no new user takes the place of what cannot be read.
-    unlink(kPath.c_str());
-    ASSERT_EQ(mkdir(kPath.c_str(), 0700), 0);
+    unlink(kUsers.c_str());
+    ASSERT_EQ(mkdir(kUsers.c_str(), 0700), 0);
     EXPECT_EQ(USERTABLE_Save(&table), -2);
     EXPECT_EQ(printed([&] { EXPECT_EQ(USERTABLE_Init(&table) + add("b"), -2); }), kCannotLoad + kCannotLoad);
     EXPECT_EQ(table.count, 0);
-    EXPECT_FALSE(exists(kTemp));
-    EXPECT_EQ(rmdir(kPath.c_str()), 0) << "empty as it was";
+    EXPECT_FALSE(exists(kUsersTemp));
+    EXPECT_EQ(rmdir(kUsers.c_str()), 0) << "empty as it was";
 }

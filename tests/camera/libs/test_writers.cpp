@@ -9,6 +9,7 @@
 #include <csignal>
 #include <functional>
 
+namespace writers_test {
 namespace {
 
 struct Writer {
@@ -118,3 +119,4 @@ TEST_F(Writers, OneThatIsKilledLeavesTheFileWholeAndTheNextOneGoesOnOnceTheLockI
     EXPECT_GT(kills, 50);
     EXPECT_GT(locked, 5);
 }
+} // namespace writers_test

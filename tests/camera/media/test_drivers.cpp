@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <functional>
 
+namespace drivers_test {
 namespace {
 
 using Drivers = Platform;
@@ -243,3 +244,4 @@ TEST_F(Drivers, AFramesWordsAreCheckedBeforeASampleIsTouched)
 }
 
 } // namespace
+} // namespace drivers_test

@@ -3,6 +3,7 @@
 
 #include <climits>
 
+namespace refusals_test {
 namespace {
 
 using Refusals = Platform;
@@ -235,3 +236,4 @@ TEST_F(Refusals, DisablingAnIdleDeviceLeavesOthersPoolsMapped)
 }
 
 } // namespace
+} // namespace refusals_test

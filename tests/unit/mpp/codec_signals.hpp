@@ -7,11 +7,11 @@
 
 namespace codec_test {
 
-enum Signal { kLoudNoise, kQuietNoise, kSquare, kTilted, kSignals };
+enum Waveform { kLoudNoise, kQuietNoise, kSquare, kTilted, kSignals };
 
 // Noise at full scale; noise 12 bits below; a square wave at full scale; noise through a leaky integrator,
 // which tilts its spectrum like speech.
-inline std::vector<int16_t> signal(Signal which, size_t points)
+inline std::vector<int16_t> signal(Waveform which, size_t points)
 {
     uint32_t r = 12345;
     int32_t sum = 0;

@@ -122,7 +122,7 @@ struct Answer {
     int32_t step, left_behind;
     uint32_t bytes, channels;
 };
-Answer answer;
+Answer scripted;
 
 void register_odd_decoder()
 {
@@ -130,11 +130,11 @@ void register_odd_decoder()
     codec.pfnOpenDecoder = [](void*, void**) { return 0; };
     codec.pfnDecodeFrm = [](void*, uint8_t** at, int32_t* left, uint16_t* out, uint32_t* bytes,
                             uint32_t* channels) {
-        *at += answer.step;
-        *left -= answer.step + answer.left_behind;
+        *at += scripted.step;
+        *left -= scripted.step + scripted.left_behind;
         out[0] = 7;
-        *bytes = answer.bytes;
-        *channels = answer.channels;
+        *bytes = scripted.bytes;
+        *channels = scripted.channels;
         return 0;
     };
     codec.pfnGetFrmInfo = [](void*, void* info) {
@@ -158,7 +158,7 @@ TEST_F(Adec, ARegisteredCodecIsBelievedOnlyAsFarAsItsBoundsGo)
                                 {1, 0, 2, 3},
                                 {0, 0, 0, 1}})
         for (uint32_t mode : {ADEC_MODE_PACK, ADEC_MODE_STREAM}) {
-            answer = wrong;
+            scripted = wrong;
             rebuild_adec(90, mode);
             EXPECT_EQ(send(std::vector<uint8_t>(5000)), adec(MPP_ERR_PARAM));
             EXPECT_GT(adec_stat().u32Damaged, 0u);
@@ -170,7 +170,7 @@ TEST_F(Adec, StereoFramesCarryBothBlocks)
 {
     register_odd_decoder();
     rebuild_adec(90, ADEC_MODE_PACK);
-    answer = {4, 0, 4096, 2};
+    scripted = {4, 0, 4096, 2};
     on_frame = [](const AUDIO_FRAME_S& frame) {
         EXPECT_EQ(frame.u32SoundMode, uint32_t(AUDIO_SOUND_STEREO));
         EXPECT_EQ(frame.pu8VirtAddr[1], frame.pu8VirtAddr[0] + 4096);

@@ -7,8 +7,8 @@
 
 #include <memory>
 
+namespace anr_test {
 using namespace voices;
-
 namespace {
 
 using Anr = std::unique_ptr<ANR_STATE_S, decltype(&ANR_Destroy)>;
@@ -76,3 +76,4 @@ TEST(Anr, ResetForgetsAndTwoStatesDoNotShare)
         EXPECT_EQ(run(one->get(), x, 80), first);
     }
 }
+} // namespace anr_test

@@ -11,6 +11,7 @@
 #include <unistd.h>
 #include <vector>
 
+namespace bind_test {
 namespace {
 
 constexpr int32_t sys(uint32_t number) { return MPP_ERROR(HI_ID_SYS, number); }
@@ -226,3 +227,4 @@ TEST_F(Bind, AChannelMayBeBoundWhileItSends)
 }
 
 } // namespace
+} // namespace bind_test

@@ -108,7 +108,7 @@ Samples sound()
     Samples all(65536);
     std::iota(all.begin(), all.end(), int16_t(-32768));
     for (int s = 0; s < kSignals; ++s) {
-        const Samples one = signal(Signal(s), 24000);
+        const Samples one = signal(Waveform(s), 24000);
         all.insert(all.end(), one.begin(), one.end());
     }
     return all;
