@@ -60,6 +60,15 @@ function(unit_tests folder)
     set_tests_properties(${name} PROPERTIES LABELS unit)
 endfunction()
 
+# What the camera's tests start.
+if(NOT ZEP_DEVICE)
+    add_custom_target(whole_camera)
+    add_dependencies(whole_camera zep vcam vcam-guest vcamsim)
+    if(TARGET pc_programs)
+        add_dependencies(whole_camera pc_programs)
+    endif()
+endif()
+
 # camera_programs(FOLDER): every test_NAME.cpp of a folder below the caller's becomes a program that works with
 # virtual cameras, named PREFIX_NAME after the caller's folder.
 function(camera_programs folder)
@@ -70,8 +79,8 @@ function(camera_programs folder)
         string(REPLACE "test_" "${prefix}_" name ${name})
         test_program(${name} ${source})
         target_link_libraries(${name} PRIVATE zepupgrade gtest_main gmock)
-        target_compile_definitions(${name} PRIVATE VCAM="$<TARGET_FILE:vcam>")
-        add_dependencies(${name} vcam vcam-guest vcamsim zep)
+        target_compile_definitions(${name} PRIVATE VCAM="${ZEP_CAMERA}")
+        add_dependencies(${name} whole_camera)
         add_test(NAME ${name} COMMAND ${name})
         set_tests_properties(${name} PROPERTIES LABELS camera)
     endforeach()
