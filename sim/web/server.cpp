@@ -128,6 +128,9 @@ private:
                  !guard_->token_right(q.has_header("X-Token") ? q.get_header_value("X-Token")
                                                               : q.get_param_value("token")))
             reason = "the token of the printed address is missing";
+        // The library's limit of a body is that of the bytes sent: few of them may unpack into very many.
+        else if (q.has_header("Content-Encoding"))
+            reason = "send it without compression";
         if (!reason) return httplib::Server::HandlerResponse::Unhandled;
         answer(r, {kForbidden, reason});
         return httplib::Server::HandlerResponse::Handled;

@@ -3,6 +3,7 @@
 import http.client
 import json
 import os
+import socket
 import subprocess
 import unittest
 
@@ -25,6 +26,33 @@ class Attacks(Served):
         self.assertEqual(self.request("POST", "/action?camera=0", '{"action":"clear-pins"}',
                                       Origin=f"http://localhost:{self.port}")[0], 200)
         self.assertEqual(self.state("pins"), "")
+
+    def test_headers_that_the_library_leaves_to_its_user_are_refused(self):
+        right = f"Host: 127.0.0.1:{self.port}\r\nX-Token: {self.token}\r\n"
+        for head, status in ((right, "200"), (right + "Host: evil.example\r\n", "403"), ("Host: evil.example\r\n" + right, "403"),
+                             (right[right.index("X"):], "403"), (right + "X-Token: x\r\nContent-Encoding: gzip\r\n", "403"),
+                             (right + "Origin: null\r\nOrigin: null\r\n", "403"), (right + f"X: {'x' * 70000}\r\n", "400")):
+            with socket.create_connection(("127.0.0.1", int(self.port)), 60) as stream:
+                stream.sendall(f"GET /known HTTP/1.1\r\n{head}\r\n".encode())
+                self.assertEqual(stream.recv(12).decode()[9:], status, head[:200])
+
+    def test_pages_that_do_not_read_leave_room_for_others_and_too_many_are_told(self):
+        pages = [http.client.HTTPConnection("127.0.0.1", int(self.port), timeout=60) for _ in range(25)]
+        for page in pages:
+            page.request("GET", "/events?token=" + self.token)
+        answers = [page.getresponse() for page in pages]
+        self.assertEqual(sorted(a.status for a in answers), [200] * 24 + [503])
+        self.assertEqual(self.request("GET", "/known")[0], 200)
+        pages[0].sock.shutdown(socket.SHUT_RDWR)
+        while True:
+            again = http.client.HTTPConnection("127.0.0.1", int(self.port), timeout=60)
+            again.request("GET", "/events?token=" + self.token)
+            pages.append(again)
+            answers.append(again.getresponse())
+            if answers[-1].status == 200:
+                break
+        for page in pages:
+            page.close()
 
     def test_actions_are_no_gets_and_wrong_ones_say_why(self):
         self.assertEqual(self.request("GET", f"/action?camera=0&token={self.token}")[0], 404)
