@@ -46,44 +46,44 @@ Words far_end(const std::string& line)
     return words;
 }
 
-using Request = const cli::Json&;
+using Fields = const cli::Json&;
 struct CommandRow {
     const char* name;
-    Words (*words)(const std::string& camera, Request request); // of vcam
+    Words (*words)(const std::string& camera, Fields request); // of vcam
 };
 const CommandRow kCommands[] = {
     {"fault",
-     [](auto& camera, Request r) {
+     [](auto& camera, Fields r) {
          return Words{"fault", camera, "--", word(r, "line")};
      }},
     {"clear-faults",
-     [](auto& camera, Request) {
+     [](auto& camera, Fields) {
          return Words{"fault", "--clear", camera};
      }},
     {"pin",
-     [](auto& camera, Request r) {
+     [](auto& camera, Fields r) {
          return Words{"pin", camera, "--", word(r, "line")};
      }},
     {"clear-pins",
-     [](auto& camera, Request) {
+     [](auto& camera, Fields) {
          return Words{"pin", "--clear", camera};
      }},
     {"press",
-     [](auto& camera, Request r) {
+     [](auto& camera, Fields r) {
          return Words{"pin", camera, "--", word(r, "key") + " press +0 " + word(r, "seconds")};
      }},
     {"plug",
-     [](auto& camera, Request r) {
+     [](auto& camera, Fields r) {
          Words words = {"plug", camera, "--", word(r, "port")};
          for (const auto& w : far_end(word(r, "line"))) words.push_back(w);
          return words;
      }},
     {"set-clock",
-     [](auto& camera, Request r) {
+     [](auto& camera, Fields r) {
          return Words{"rtc", "--set=" + word(r, "time"), camera};
      }},
     {"break-clock",
-     [](auto& camera, Request r) {
+     [](auto& camera, Fields r) {
          return Words{"rtc", "--fault=" + word(r, "fault"), camera};
      }},
 };

@@ -11,7 +11,7 @@
 namespace vcam::web {
 namespace {
 
-constexpr size_t kPage = 4096, kMostNodes = 200;
+constexpr size_t kPiece = 4096, kMostNodes = 200;
 constexpr size_t kEnvironment = 0x40000; // of the boot loader's partition
 
 uint32_t load(std::string_view bytes, size_t at, size_t width)
@@ -62,22 +62,22 @@ std::string belongs(const std::string& partition, uint64_t offset)
 
 } // namespace
 
-cli::Json block_json(const Camera& camera, const std::string& partition, uint64_t block, uint64_t page)
+cli::Json block_json(const Camera& camera, const std::string& partition, uint64_t block, uint64_t piece)
 {
     const Partition& p = camera.partition(partition);
-    if (block >= p.size / p.erase_size || page >= std::max<uint64_t>(1, p.erase_size / kPage))
+    if (block >= p.size / p.erase_size || piece >= std::max<uint64_t>(1, p.erase_size / kPiece))
         fail("%s has no block %llu", partition.c_str(), (unsigned long long)block);
     const Fd fd(open(camera.image(p).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     std::string bytes(p.erase_size, '\xFF');
     if (!fd || pread(fd.get(), bytes.data(), bytes.size(), off_t(block * p.erase_size)) < 0)
         fail("cannot read %s", partition.c_str());
     std::string hex;
-    for (const unsigned char c : bytes.substr(page * kPage, kPage)) hex += text("%02x", c);
+    for (const unsigned char c : bytes.substr(piece * kPiece, kPiece)) hex += text("%02x", c);
     return {{"offset", block * p.erase_size},
             {"crc32", text("%08x", crc32(bytes.data(), bytes.size()))},
             {"belongs", belongs(partition, block * p.erase_size)},
             {"nodes", partition == "mtd3" ? nodes_of(bytes) : cli::Json::array()},
-            {"page", page},
+            {"piece", piece},
             {"bytes", hex}};
 }
 

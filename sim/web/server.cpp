@@ -100,8 +100,8 @@ private:
         server_.Get("/events", [this](const Request&, Response& r) { events(r); });
         server_.Get("/known", [this](const Request&, Response& r) { known(r); });
         on("/block", [](const Camera& c, const Request& q, Response& r) {
-            answer_json(r,
-                        block_json(c, q.get_param_value("partition"), number(q, "block"), number(q, "page")));
+            answer_json(
+                r, block_json(c, q.get_param_value("partition"), number(q, "block"), number(q, "piece")));
         });
         on("/trace", [](const Camera& c, const Request&, Response& r) { answer_json(r, trace_json(c)); });
         on("/diff", [this](const Camera& c, const Request&, Response& r) { answer(r, actions_.diff(c)); });

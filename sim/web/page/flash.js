@@ -54,14 +54,14 @@ class FlashView {
     this.parts = [];
     this.list = el('div');
     this.note = el('small');
-    this.line = el('p', { class: 'line', 'aria-live': 'polite' });
+    this.hint = el('p', { class: 'hint', 'aria-live': 'polite' });
     const legend = el('div', { class: 'legend' });
     this.samples = Object.entries(blockNames).map(([state, name]) => {
       const canvas = el('canvas', { 'aria-hidden': 'true' });
       legend.append(el('span', {}, canvas, name));
       return { canvas, state };
     });
-    this.root = card('Flash', this.note, this.list, legend, this.line);
+    this.root = card('Flash', this.note, this.list, legend, this.hint);
     new ResizeObserver(() => this.draw()).observe(this.list);
   }
 
@@ -123,7 +123,7 @@ class FlashView {
     const view = this.parts[index], part = this.camera.flash[index];
     if (view.at === at) return;
     view.at = at;
-    say(this.line, at < 0 ? '' : `${part.name} block ${at} at 0x${(at * part.erase_size).toString(16)}: ${blockNames[view.map[at]]}` + (frozen ? '' : '; Enter or a click opens it'));
+    say(this.hint, at < 0 ? '' : `${part.name} block ${at} at 0x${(at * part.erase_size).toString(16)}: ${blockNames[view.map[at]]}` + (frozen ? '' : '; Enter or a click opens it'));
     this.draw();
   }
 
@@ -136,13 +136,13 @@ class FlashView {
     this.point(index, Math.min(Math.max(view.at + step, 0), view.map.length - 1));
   }
 
-  async open(index, at, page = 0) {
+  async open(index, at, piece = 0) {
     if (at < 0 || frozen) return;
     const part = this.camera.flash[index], dialog = document.getElementById('opened');
-    const block = JSON.parse(await ask('/block', { camera: this.camera.index, partition: part.name, block: at, page }));
-    const pages = Math.max(1, Math.floor(part.erase_size / 4096));
+    const block = JSON.parse(await ask('/block', { camera: this.camera.index, partition: part.name, block: at, piece }));
+    const pieces = Math.max(1, Math.floor(part.erase_size / 4096));
     const lines = block.bytes.match(/.{1,32}/g).map((hex, i) => {
-      const bytes = hex.match(/../g), offset = block.offset + page * 4096 + i * 16;
+      const bytes = hex.match(/../g), offset = block.offset + piece * 4096 + i * 16;
       const letters = bytes.map(b => { const c = parseInt(b, 16); return c > 31 && c < 127 ? String.fromCharCode(c) : '.'; });
       return offset.toString(16).padStart(8, '0') + '  ' + bytes.join(' ').padEnd(47) + '  ' + letters.join('');
     });
@@ -152,9 +152,9 @@ class FlashView {
       el('ul', { class: 'plain' }, ...block.nodes.map(n => el('li', {}, '+0x' + n.offset.toString(16) + '  ' + n.text))),
       el('pre', { tabindex: 0, 'aria-label': 'bytes' }, lines.join('\n')),
       el('div', { class: 'row' },
-        el('button', { disabled: page === 0, onclick: () => this.open(index, at, page - 1) }, 'Previous 4 KiB'),
-        el('button', { disabled: page + 1 >= pages, onclick: () => this.open(index, at, page + 1) }, 'Next 4 KiB'),
-        el('span', { class: 'quiet' }, `${page + 1} of ${pages}`),
+        el('button', { disabled: piece === 0, onclick: () => this.open(index, at, piece - 1) }, 'Previous 4 KiB'),
+        el('button', { disabled: piece + 1 >= pieces, onclick: () => this.open(index, at, piece + 1) }, 'Next 4 KiB'),
+        el('span', { class: 'quiet' }, `${piece + 1} of ${pieces}`),
         el('button', { onclick: () => dialog.close() }, 'Close')));
     if (!dialog.open) dialog.showModal();
   }

@@ -39,7 +39,7 @@ class LogView {
 
   clear() { for (const box of Object.values(this.boxes)) box.replaceChildren(); }
 
-  line(kind, text) {
+  row(kind, text) {
     if (kind === 'console') return el('div', {}, text || '\u00a0');
     const event = parseEvent(kind, text);
     if (!event) return el('div', {}, text);
@@ -51,7 +51,7 @@ class LogView {
 
   add(kind, lines) {
     const box = this.boxes[kind], low = box.scrollTop + box.clientHeight > box.scrollHeight - 30;
-    box.append(...lines.map(l => this.line(kind, l)));
+    box.append(...lines.map(l => this.row(kind, l)));
     while (box.childElementCount > mostLines) box.firstChild.remove();
     if (low) box.scrollTop = box.scrollHeight;
   }

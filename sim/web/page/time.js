@@ -52,16 +52,16 @@ class TimeView {
     this.canvas = el('canvas', {
       tabindex: 0, role: 'img', 'aria-label': 'the run on a line of camera time',
       onwheel: e => { if (e.ctrlKey || e.shiftKey) { e.preventDefault(); this.zoomAt(e.deltaY < 0 ? 1.25 : .8, e.offsetX / this.canvas.clientWidth); } },
-      onmousemove: e => this.hover(e.offsetX, e.offsetY), onmouseleave: () => say(this.line, ''),
+      onmousemove: e => this.hover(e.offsetX, e.offsetY), onmouseleave: () => say(this.hint, ''),
       onmousedown: e => { this.grab = { x: e.offsetX, from: this.from }; }, onclick: e => this.click(e), onkeydown: e => this.key(e)
     });
     window.addEventListener('mouseup', () => { this.grab = null; });
-    this.line = el('p', { class: 'line', 'aria-live': 'polite' });
+    this.hint = el('p', { class: 'hint', 'aria-live': 'polite' });
     this.slider = el('input', { type: 'range', min: 0, max: 1000, value: 1000, 'aria-label': 'time of the replay', oninput: () => this.seek(this.slider.value / 1000) });
     this.play = el('button', { onclick: () => this.toggle() }, 'Replay');
     this.speed = el('select', { 'aria-label': 'pace of the replay' }, ...[.1, .3, 1, 3, 10].map(n => el('option', { value: n, selected: n === 1 }, '× ' + n)));
     this.note = el('small');
-    this.root = card('Time', this.note, this.canvas, this.line,
+    this.root = card('Time', this.note, this.canvas, this.hint,
       el('div', { class: 'row' }, this.play, this.speed, this.slider,
         el('button', { onclick: () => this.zoomAt(1.6, .5), 'aria-label': 'zoom in' }, '+'), el('button', { onclick: () => this.zoomAt(1 / 1.6, .5), 'aria-label': 'zoom out' }, '−'),
         frozen ? null : el('button', { onclick: () => this.export() }, 'Trace file')));
@@ -150,7 +150,7 @@ class TimeView {
     }
     const near = (this.drawn || []).filter(d => d.lane === Math.floor(y / 19) && x >= d.x - 4 && x <= d.x + d.width + 4);
     const best = near.sort((a, b) => Math.abs(a.x + a.width / 2 - x) - Math.abs(b.x + b.width / 2 - x))[0];
-    say(this.line, best ? seconds(best.event.time) + '  ' + best.event.source + '  ' + best.event.text + (near.length > 1 ? `  (and ${near.length - 1} more)` : '') : '');
+    say(this.hint, best ? seconds(best.event.time) + '  ' + best.event.source + '  ' + best.event.text + (near.length > 1 ? `  (and ${near.length - 1} more)` : '') : '');
   }
 
   draw() {

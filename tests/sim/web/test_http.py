@@ -83,7 +83,7 @@ class Attacks(Served):
         with open(f"{self.folder}/secret") as file:
             self.assertEqual(file.read(), "secret")
         self.assertEqual(sorted(os.listdir(self.folder)), ["one", "secret", "two"])
-        for query in ("mtd3&block=16", "mtd3&page=16", "../mtd3", "mtd4"):
+        for query in ("mtd3&block=16", "mtd3&piece=16", "../mtd3", "mtd4"):
             self.assertEqual(self.request("GET", f"/block?camera=0&partition={query}")[0], 400, query)
         self.assertEqual(self.request("POST", "/file?camera=1&path=/etc/x.conf", "a=1\n")[0], 200)
         self.assertEqual(self.request("GET", "/file?camera=1&path=/etc/x.conf"), (200, "a=1\n"))

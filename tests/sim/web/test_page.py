@@ -21,7 +21,7 @@ PACKAGE = """cd "$1"; mkdir settings; echo a=1 > settings/system.conf; yes kerne
 mkimage -A arm -O linux -T kernel -C none -d z kernel; mkfs.jffs2 -n -e 64KiB -d settings -o jffs2; "$FWPKG" build -o pkg kernel root jffs2"""
 
 
-class Page(Served):
+class InBrowser(Served):
     pace = "40"
 
     def prepare(self):
