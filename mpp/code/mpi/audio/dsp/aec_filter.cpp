@@ -8,7 +8,9 @@
 //   P   -= P gain X / 2                 what was learnt; half, since half of the transform's frame is new
 //   P   += (|W|^2 - P) forget           the echo path drifts
 //
-// So the step is large while P is, and small under a near talker, without a detector of double talk. A far spectrum is
+// This is a Kalman filter in the frequency domain (Enzner and Vary 2006) with the echo path cut into partitions of a
+// block each: a transform of two blocks, overlap-save, in place of one as long as the path, so that 128 ms of path cost
+// 10 ms of delay. The step is large while P is, and small under a near talker, without a detector of double talk. A far spectrum is
 // transformed once and stays in the ring for all partitions. Numbers in dB or STOI beside a constant are what another
 // value does to the cases of bench/dsp/signals/mk_aec.py at 8 kHz.
 #include "mpi/audio/dsp/aec_filter.hpp"
@@ -202,7 +204,7 @@ void let_drift(AecFilter& f, int p)
 }
 
 // The variances go back to at least the first ones, divided by 2^shift.
-void doubt(AecFilter& f, int shift)
+void raise_variances(AecFilter& f, int shift)
 {
     for (int i = 0; i < f.parts * f.bins; ++i) {
         f.variance[i] = std::max(f.variance[i], f.prior[i / f.bins] >> shift);
@@ -215,7 +217,7 @@ void restart(AecFilter& f)
     memset(f.weight, 0, sizeof f.weight);
     memset(f.noise, 0, sizeof f.noise);
     memset(f.variance, 0, sizeof f.variance);
-    doubt(f, 2 * (f.watch.failures - 1));
+    raise_variances(f, 2 * (f.watch.failures - 1));
 }
 
 // Half of each weight is kept, so that one wrong verdict does not lose the room.
@@ -322,7 +324,7 @@ void aec_filter_init(AecFilter& f, int block, int parts, bool short_blocks)
         f.prior[p] = int32_t(v);
         v = v * (short_blocks ? 28378 : 24576) >> 15; // 0.75 a block of 10 ms, its root for 5 ms
     }
-    doubt(f, 0);
+    raise_variances(f, 0);
 }
 
 void aec_filter_run(AecFilter& f, const int16_t* near, const int16_t* far)
@@ -351,7 +353,7 @@ void aec_filter_run(AecFilter& f, const int16_t* near, const int16_t* far)
     }
     // A quarter of the first variance: with an eighth, 31 instead of 40 dB a second after a change of rooms; with a half,
     // a clipping loudspeaker, which gives rise to verdicts all the time, is cancelled by 3 instead of 8 dB.
-    if (verdict == AecVerdict::relearn) doubt(f, 2);
+    if (verdict == AecVerdict::relearn) raise_variances(f, 2);
     if (verdict == AecVerdict::shrink) shrink(f);
     learn(f, now, error);
 }

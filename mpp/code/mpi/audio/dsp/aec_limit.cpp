@@ -44,7 +44,7 @@ constexpr int64_t kSure = 5;
 constexpr int kLeastChange = 16;
 // Blocks in which a level seems to be of no use, more than in which it does, before it is given up. Steps alone end far
 // below the peak when an amplifier stops clipping: 13 to 20 dB for good instead of 45.
-constexpr int kMostDoubts = 100;
+constexpr int kMostUseless = 100;
 
 // The level that is looked at: 10 or 16 dB below the peak while none is known.
 int32_t looked_at(const AecLimit& l) { return std::min(l.level, l.peak * 5 / (l.blocks / kTry ? 32 : 16)); }
@@ -156,10 +156,10 @@ void aec_limit_learn(AecLimit& l, const AecLimitSums& now, bool settled, bool us
     step.at[AecLimitSums::kEy] = now.at[AecLimitSums::kEy];
     // Half at most, and never below -30 dB of the peak: from 0 it would not rise again.
     l.level = std::max(l.level + clamp_to(solve(step).by, l.level / 2), l.peak / 32);
-    l.doubts = useless ? l.doubts + 1 : std::max(l.doubts - 1, 0);
-    if (l.level <= l.peak && l.doubts < kMostDoubts) return;
+    l.useless = useless ? l.useless + 1 : std::max(l.useless - 1, 0);
+    if (l.level <= l.peak && l.useless < kMostUseless) return;
     l.level = kAecNoLimit; // louder than all that is played, or the amplifier no longer clips
-    l.doubts = 0;
+    l.useless = 0;
     memset(l.sums, 0, sizeof l.sums);
 }
 

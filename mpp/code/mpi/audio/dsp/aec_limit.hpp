@@ -16,7 +16,7 @@ struct AecLimitSums {
 struct AecLimit {
     int32_t level;              // Q4: the far signal is cut off there; kAecNoLimit: nowhere
     int32_t peak;               // Q4: of the far signal, falls by a tenth a second
-    int doubts;                 // blocks in which the level was of no use, less those in which it was
+    int useless;                // blocks in which the level was of no use, less those in which it was
     int blocks;                 // since the first of the two levels was taken up
     AecLimitSums sums[2];       // while no level is known: for each of two levels that are tried in turn
     int32_t signs[kAecMaxSize]; // of samples beyond the level, the last two blocks, Q15

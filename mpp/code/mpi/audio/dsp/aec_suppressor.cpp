@@ -1,5 +1,10 @@
 // The echo canceller's residual suppressor.
 //
+// A block passes through four estimates a bin: the residual echo (the filter's own error and the loudspeaker's
+// distortion), the near talker's presence, the room's noise, and the gain that these leave. The gains then shape one
+// short filter in the time domain. Multiplying the spectrum itself would cost a block of delay for the overlap, and
+// the filter is faded from block to block, so that a gain's step does not click.
+//
 // Numbers beside a constant are what another value does to the cases of bench/dsp/signals/mk_aec.py at 8 kHz.
 #include "mpi/audio/dsp/aec_suppressor.hpp"
 
@@ -91,7 +96,9 @@ void find_near(AecSuppressor& s, const int64_t* power, const int64_t* echo)
     s.near_q15 = std::max(now, s.near_q15 + (now - s.near_q15) / 10);
 }
 
-// Least power in the last one to two windows, bin by bin, where it is not echo.
+// Least power in the last one to two windows, bin by bin, where it is not echo: minimum statistics (Martin 2001) in two
+// windows, which needs two values a bin in place of a history. The least of a noise lies below its mean; 1.5 makes
+// that good, and 3 times the present power holds it down when the noise ends.
 void track_noise(AecSuppressor& s, const int64_t* echo)
 {
     bool roll = ++s.count == kNoiseWindow;
@@ -138,6 +145,7 @@ int32_t convolve(const int16_t* taps, const int16_t* x)
     return sum >> 14;
 }
 
+// The first kFade samples go from the last block's filter to this one's, both run side by side.
 void filter(AecSuppressor& s, const int16_t* taps, int16_t* out)
 {
     for (int i = 0; i < s.block; ++i) {

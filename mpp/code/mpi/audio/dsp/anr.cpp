@@ -75,6 +75,7 @@ struct ANR_STATE_S {
 
 namespace {
 
+// Window and transform: past in Q0, window in Q15, lines in Q6 (8 kHz) or Q5, summed over the window.
 void analyse(const Plan& plan, const int16_t* past, Complex* lines)
 {
     int32_t x[kMaxWindow];
@@ -119,6 +120,8 @@ void apply(const int16_t* gain_q15, int lines, Complex* x)
     }
 }
 
+// Only the last two blocks of the inverse are windowed and used: the first of them, added to what the last call left,
+// is ready; the second waits for the next call.
 void synthesise(const Plan& plan, Complex* lines, Memory& m)
 {
     int32_t x[kMaxWindow];

@@ -56,6 +56,8 @@ int16_t ratio_q10(int32_t level_q16, int32_t floor_q16)
     return int16_t(std::clamp((level_q16 - floor_q16) >> 8, kRatioLow, kRatioHigh));
 }
 
+// What a line knows of itself and its neighbours. A voiced sound's harmonics stand on single lines with gaps between
+// them, so lines one and two away say whether a peak is a harmonic or noise.
 void line_features(const Tracks& t, int lines, LineFeatures& f)
 {
     int16_t* ratio = f.ratio + 2;
@@ -99,6 +101,8 @@ void band_features(const Tracks& t, const LineFeatures& f, const int16_t* band_l
     }
 }
 
+// At most 80 products of 8 by 16 bits, below 2^29. The first factor is widened to 16, which vector units multiply and add
+// in pairs.
 template<int N> inline int32_t dot(const int8_t* w, const int16_t* x)
 {
     int32_t sum = 0;
@@ -106,7 +110,9 @@ template<int N> inline int32_t dot(const int8_t* w, const int16_t* x)
     return sum;
 }
 
-// x: kDense inputs, then kHidden units of the last block, which are replaced
+// Gated recurrent units (Cho and others 2014), the reset gate applied behind the recurrent product, as the training's
+// library has them. x: kDense inputs, then kHidden units of the last block, which are replaced. Products are
+// Q6 x Q15 = Q21; >> 5 makes the Q16 that the sigmoid takes.
 void recur(int16_t* x)
 {
     const Weights& w = kWeights;

@@ -80,6 +80,8 @@ inline void butterfly(Complex (&a)[4])
     a[3] = {d.re - u.im, d.im + u.re};
 }
 
+// Five points, real and imaginary parts of the symmetric pairs (1, 4) and (2, 3) apart: 16 real products in place of
+// the 64 of four by four complex ones.
 inline void butterfly(Complex (&a)[5])
 {
     const Complex s = a[1] + a[4], d = a[1] - a[4];
@@ -146,6 +148,8 @@ template<int N, int Down> const Complex* transform(Complex* a, Complex* b)
     }
 }
 
+// With z = transform of x[2i] + j x[2i+1], the even points' spectrum is (z[k] + z*[m-k]) / 2, the odd points'
+// (z[k] - z*[m-k]) / 2j, and the whole is even + root * odd. Lines k and m - k come from the same two values.
 template<int N> void forward(const int32_t* x, Complex* spectrum)
 {
     constexpr int m = N / 2;

@@ -31,7 +31,8 @@ struct Up {
     FilterLine<Fraction, kBlock> line;
 };
 
-// Half-band decimation: the odd points go through the filter, the even ones meet its centre.
+// Half-band decimation. Every second coefficient of a half-band filter is 0 but the centre, which is a half: so the
+// odd points go through the other coefficients, the even ones are only added, late enough to meet the centre.
 template<class F, int Points> struct HalfBandDown {
     FilterLine<F, Points> odd;
     Line<F::kTaps / 2 - 1, Points, 0> even;
