@@ -16,27 +16,6 @@
 namespace vcam {
 namespace fs = std::filesystem;
 
-Fd::~Fd()
-{
-    if (fd_ >= 0) close(fd_);
-}
-
-Fd& Fd::operator=(Fd&& other) noexcept
-{
-    if (this != &other) {
-        if (fd_ >= 0) close(fd_);
-        fd_ = other.release();
-    }
-    return *this;
-}
-
-int Fd::release()
-{
-    int fd = fd_;
-    fd_ = -1;
-    return fd;
-}
-
 std::string read_all(int fd, const std::string& name)
 {
     std::string out;

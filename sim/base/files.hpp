@@ -1,5 +1,7 @@
-// Whole files, folders and descriptors.
+// Whole files and folders.
 #pragma once
+
+#include "common/base/fd.hpp"
 
 #include <cstdint>
 #include <map>
@@ -10,22 +12,7 @@
 
 namespace vcam {
 
-// Owner of a descriptor.
-class Fd {
-public:
-    explicit Fd(int fd = -1) : fd_(fd) {}
-    ~Fd();
-    Fd(Fd&& other) noexcept : fd_(other.release()) {}
-    Fd& operator=(Fd&& other) noexcept;
-    Fd(const Fd&) = delete;
-    Fd& operator=(const Fd&) = delete;
-    [[nodiscard]] int get() const { return fd_; }
-    explicit operator bool() const { return fd_ >= 0; }
-    [[nodiscard]] int release();
-
-private:
-    int fd_;
-};
+using zep::Fd;
 
 // Whole files by their own name: a link in its place is not followed, a pipe or a device is refused.
 std::optional<std::string> try_read_file(const std::string& path);

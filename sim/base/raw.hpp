@@ -43,7 +43,7 @@ std::string read_file(const std::string& path, std::vector<uint8_t>& out);
 // The file as text; empty when it cannot be read.
 std::string read_text(const std::string& path);
 
-// Closes its descriptor; errno survives.
+// Closes its descriptor by the system call, not by a close() that is this library's own; errno survives.
 class Fd {
 public:
     explicit Fd(int fd = -1) : fd_(fd) {}

@@ -24,7 +24,7 @@ ALLOWED = {
     AUDIO: [BASE + "/", "common/base/bytes.hpp"],
     BIND: [BASE + "/"],
     MODULES: [AUDIO + "/", BIND + "/", BASE + "/"],
-    "sim/base": [],
+    "sim/base": ["common/base/fd.hpp"],
     "sim/clock": ["sim/base/"],
     "sim/jffs2": ["sim/base/"],
     "sim/board": ["sim/base/", "sim/clock/"],
