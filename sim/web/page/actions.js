@@ -43,7 +43,7 @@ class ActionView {
     };
     return el('form', { onsubmit: submit },
       el('div', { class: 'row' }, line, time, this.start),
-      el('div', { class: 'row' }, ...this.during, el('label', { class: 'check' }, sd, 'SD'), el('label', { class: 'check' }, usb, 'USB'), el('label', { class: 'check' }, loop, 'sound loop'), el('label', { class: 'check' }, 'port ', publish)));
+      el('div', { class: 'row' }, ...this.during, el('label', { class: 'check' }, sd, 'SD'), el('label', { class: 'check' }, usb, 'USB'), el('label', { class: 'check' }, loop, 'sound loop'), el('label', { class: 'check' }, 'station port ', publish)));
   }
 
   faults() {

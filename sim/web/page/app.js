@@ -56,6 +56,9 @@ class Camera {
       if (section in event) this[section] = event[section];
     if (event.flash) this.measure();
     for (const kind of ['journal', 'log', 'feeds']) if (event[kind]) addEvents(this, kind, event[kind]);
+    // A cut from outside is in no record of the camera.
+    if (this.head && !this.head.running && this.head.ending === 'powercut' && !this.events.some(e => e.source === 'power'))
+      this.events.push({ time: this.time.seconds, source: 'power', text: 'cut' });
     for (const kind of ['journal', 'log', 'console']) if (event[kind]) this.logView.add(kind, event[kind]);
     if (event.restart && (event.console || []).length) this.logView.show('console');
     if (this.head) this.redraw(event);
