@@ -6,6 +6,7 @@
 #include <cstring>
 #include <exception>
 #include <iterator>
+#include <unistd.h>
 
 namespace {
 
@@ -25,6 +26,12 @@ constexpr Tool kTools[] = {
 };
 static_assert(std::size(kTools) == std::size(kGuestLinks), "each tool has a link and each link a tool");
 
+// init ends every process that it can reach, and reboot signals process 1: neither may be the host's.
+bool in_camera(const char* tool)
+{
+    return access("/run/vcam/camera.conf", F_OK) == 0 && (strcmp(tool, "init") != 0 || getpid() == 1);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -34,6 +41,10 @@ int main(int argc, char** argv)
     const char* name = slash ? slash + 1 : argv[0];
     for (const Tool& tool : kTools) {
         if (strcmp(name, tool.name) != 0) continue;
+        if (!in_camera(name)) {
+            fprintf(stderr, "%s: works inside a virtual camera only, see vcam run\n", name);
+            return 1;
+        }
         try {
             return tool.main(argc, argv);
         } catch (const std::exception& e) {

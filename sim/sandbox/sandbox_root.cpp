@@ -26,6 +26,7 @@ constexpr const char* kSimulated[] = {"watchdog", "ds1339",  "hi3516_reg", "mem"
                                       "ttyAMA1",  "ttyAMA2", "acodec",     "sys",        "vb",      "ai",
                                       "ao",       "aenc",    "adec",       "mmz_userdev"};
 constexpr uint64_t kLeastMedium = 4096; // a page; to a file system in memory 0 means without a limit
+constexpr uint64_t kMostMedium = uint64_t(2048) << 30; // the largest card of the SDXC class
 constexpr const char* kHostDevices[] = {"null", "zero", "full", "random", "urandom", "tty"};
 
 void try_mount(const std::string& source, const std::string& target, const char* type, unsigned long flags,
@@ -255,7 +256,8 @@ Medium parse_medium(const std::string& words)
     if (!slot || sizes.size() > 2 || (sizes.size() == 2 && sizes[1] != "ro"))
         fail("--medium %s: write it as sd=16M, usb=64M or sd=16M,ro", words.c_str());
     const uint64_t size = parse_size(sizes[0], "--medium");
-    if (size < kLeastMedium) fail("--medium %s: a medium has 4K or more", words.c_str());
+    if (size < kLeastMedium || size > kMostMedium)
+        fail("--medium %s: a medium has 4K to 2048G", words.c_str());
     return {parts[0], size, sizes.size() == 2};
 }
 

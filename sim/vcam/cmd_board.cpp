@@ -65,7 +65,8 @@ int pin_main(const Arguments& arguments)
     for (auto& line : words.rest) {
         if (trim(line).empty()) wrong_use("a line is empty; write it as \"4.0 wire 5.0\"");
         line = absolute(line);
-        if (auto problem = pins::check(line); !problem.empty()) wrong_use(problem);
+        if (auto problem = pins::check(line); !problem.empty())
+            wrong_use(words.rest.size() > 1 ? text("\"%s\": %s", line.c_str(), problem.c_str()) : problem);
     }
     if (clear) write_file(camera.path("pins"), "");
     for (const auto& line : words.rest) append_file(camera.path("pins"), line + "\n");

@@ -73,13 +73,15 @@ bool write_whole(int fd, const char* data, size_t size)
 
 } // namespace
 
-OutputRule wav_rule(bool force) { return {"a WAV file", is_wav, force}; }
+OutputRule wav_rule(bool force) { return {"a WAV file", is_wav, force, 0666, true}; }
 
 OutputFile::OutputFile(std::string path, const OutputRule& rule, const std::vector<std::string>& inputs)
     : mode_(rule.mode), path_(path == "-" ? "/dev/stdout" : std::move(path)), target_(path_)
 {
     if (path_.empty()) throw std::runtime_error("an output has an empty name: give a file's name");
     find_place();
+    if (rule.binary && !rule.force && is_stdout() && isatty(STDOUT_FILENO))
+        refuse("is a terminal; redirect it into a file or a pipe");
     if (place_ != Place::stream && faccessat(AT_FDCWD, folder_of(target_).c_str(), W_OK, AT_EACCESS) < 0)
         refuse_errno("cannot be written");
     for (const std::string& input : inputs) keep_apart(input);

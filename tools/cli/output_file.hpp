@@ -14,6 +14,7 @@ struct OutputRule {
     bool (*is_kind)(int fd, off_t size) = nullptr; // of an existing regular file, open for reading
     bool force = false;                            // replace a file of any kind
     mode_t mode = 0666;                            // of a new file, less the mask of the process
+    bool binary = false;                           // refused on a terminal, unless forced
 };
 OutputRule wav_rule(bool force); // replaces WAV files
 

@@ -158,7 +158,8 @@ int build(const cli::Arguments& arguments)
     zep::log_redirect([](const char*) {});
     Images images;
     open_images(words.plain, options, images);
-    cli::OutputFile output(options.output, {"a firmware package", is_package, options.force}, words.plain);
+    cli::OutputFile output(options.output, {"a firmware package", is_package, options.force, 0666, true},
+                           words.plain);
     std::optional<cli::OutputFile> manifest;
     if (!options.manifest.empty()) {
         if (canonical(options.manifest) == canonical(options.output))

@@ -61,8 +61,8 @@ int extract(const cli::Arguments& arguments)
     // All three places are looked at before the first is written.
     std::list<cli::OutputFile> outputs;
     for (unsigned i = 0; i < 3; ++i)
-        outputs.emplace_back(image_path(options, i), cli::OutputRule{nullptr, nullptr, options.force},
-                             words.plain);
+        outputs.emplace_back(image_path(options, i),
+                             cli::OutputRule{nullptr, nullptr, options.force, 0666, true}, words.plain);
     Progress progress("extracting", package.fd.get(), package.size);
     lseek(package.fd.get(), header.offset(0), SEEK_SET);
     unsigned image = 0;
