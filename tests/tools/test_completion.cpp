@@ -24,6 +24,7 @@ constexpr Line kLines[] = {
     {"vcam run ca", "camera"},
     {"vcam rtc camera --fault b", "bcd"},
     {"zep-audio record --codec lp", "lpcm"},
+    {"zep-station run --json sou", "sound.wav"},
     {"fwpkg check sou", "sound.wav"},
     {"fwpkg build --version ", "3", "sound.wav"},
 };

@@ -91,11 +91,19 @@ TEST_F(Published, ACameraTalksWithTheHostAndItsJsonFitsTheSchemas)
                   .text,
               "");
     const std::pair<std::string, const char*> forms[] = {
-        {vcam + "status --json camera", "vcam-status"},   {vcam + "diff --json camera", "vcam-diff"},
-        {vcam + "journal --json camera", "vcam-journal"}, {vcam + "log --json camera", "vcam-log"},
-        {vcam + "fault --json camera", "vcam-fault"},     {fwpkg + "info --json good", "fwpkg-info"},
-        {fwpkg + "info --json short", "fwpkg-info"},      {fwpkg + "check --json package", "fwpkg-check"},
-        {fwpkg + "check --json short", "fwpkg-check"},    {"cat manifest", "fwpkg-manifest"},
+        {vcam + "status --json camera", "vcam-status"},
+        {vcam + "diff --json camera", "vcam-diff"},
+        {vcam + "journal --json camera", "vcam-journal"},
+        {vcam + "log --json camera", "vcam-log"},
+        {vcam + "fault --json camera", "vcam-fault"},
+        {fwpkg + "info --json good", "fwpkg-info"},
+        {fwpkg + "info --json short", "fwpkg-info"},
+        {fwpkg + "check --json package", "fwpkg-check"},
+        {fwpkg + "check --json short", "fwpkg-check"},
+        {"cat manifest", "fwpkg-manifest"},
+#ifdef ZEP_STATION
+        {ZEP_STATION " run vcam:camera --yes -v --json -", "zep-station"},
+#endif
     };
     for (const auto& [command, schema] : forms) expect_valid(command, schema);
 }

@@ -169,7 +169,6 @@ int run(const cli::Arguments& arguments)
     if (o.line.empty()) line = find_line("", report.board.model);
     choose(line, o.only);
     report.line = line.name;
-    if (log) log->note(report);
     run_line(line, *target, who, *screen, report, [&] {
         if (log) log->note(report);
     });

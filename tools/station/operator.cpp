@@ -26,8 +26,9 @@ void judge_answer(Result& result, const std::string& answer, const char* by)
 {
     result.answer = harmless_line(trimmed(answer));
     result.answered_by = by;
-    if (strcasecmp(result.answer.c_str(), result.test->answer.c_str()) == 0) return;
-    result.verdict = Verdict::wrong_answer;
+    const bool right = strcasecmp(result.answer.c_str(), result.test->answer.c_str()) == 0;
+    result.verdict = right ? Verdict::passed : Verdict::wrong_answer;
+    if (right) return;
     result.reason =
         "\"" + result.answer + "\", not \"" + result.test->answer + "\": " + result.test->question;
 }

@@ -38,7 +38,7 @@ public:
         result.text += harmless(text_);
         if (outcome.kind != Outcome::interrupted && outcome.kind != Outcome::ended) return;
         const int status = child_.status();
-        result.reason = harmless_line(last_line(text_));
+        result.reason = harmless_line(why());
         if (done && status <= 1)
             result.verdict = status == 0 ? Verdict::passed : Verdict::failed;
         else
@@ -47,6 +47,13 @@ public:
     }
 
 private:
+    // zep-audio marks the values that failed so, and ends with a word.
+    [[nodiscard]] std::string why() const
+    {
+        const size_t mark = text_.find("OUT OF LIMITS");
+        return last_line(mark == std::string::npos ? text_ : text_.substr(0, mark));
+    }
+
     static constexpr size_t kMostText = 64 << 10;
 
     Child child_;
@@ -65,13 +72,13 @@ public:
     {
         Result& result = report_.results[index];
         const Test& test = *result.test;
-        result.verdict = Verdict::running;
         if (!prepare(test, result)) return;
         for (int i = 0; i < test.repeat; ++i) {
             run_once(index);
             if (result.verdict != Verdict::passed) return;
         }
         if (test.question.empty()) return;
+        result.verdict = Verdict::running;
         screen_.asking(report_);
         who_.ask(result, [] { return !stopped(); });
     }
@@ -184,10 +191,12 @@ void run_line(const Line& line, Target& target, Operator& who, Screen& screen, R
     screen.begin(report);
     Course course(target, who, screen, report);
     for (size_t i = 0; i < report.results.size(); ++i) {
+        report.results[i].verdict = Verdict::running;
+        report.seconds = seconds_since(begin);
+        changed();
         course.run(i);
         report.seconds = seconds_since(begin);
         screen.settled(report, i);
-        changed();
         const char* reason = reason_to_end(report.results[i]);
         if (!reason) continue;
         skip_rest(report, i + 1, reason);

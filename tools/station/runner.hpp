@@ -29,7 +29,8 @@ bool stopped();
 // What board it is. Empty texts where it does not say. Throws when it does not answer.
 Board identify(Target& target);
 
-// Runs the tests that are for the board's model; `changed` is called after each. The report's head is filled already.
+// Runs the tests that are for the board's model; `changed` is called before
+// each, so that what is kept of a board names the test at which its station ended. The report's head is filled already.
 void run_line(const Line& line, Target& target, Operator& who, Screen& screen, Report& report,
               const std::function<void()>& changed);
 

@@ -158,7 +158,7 @@ private:
         line(whole ? cli::paint(STDOUT_FILENO, report.passed() ? cli::Style::good : cli::Style::bad,
                                 summary(report))
                    : progress(report));
-        line(cli::paint(STDOUT_FILENO, cli::Style::strong, clipped(wish, columns)));
+        if (!whole) line(cli::paint(STDOUT_FILENO, cli::Style::strong, clipped(wish, columns)));
         out += "\033[J";
         drawn_ = last - first + 3;
         fputs(out.c_str(), stdout);

@@ -100,7 +100,9 @@ private:
         while (camera_->pending()) camera_->read(0, [&](std::string_view piece, bool) { said_ += piece; });
         const int status = camera_->status();
         outcome.reason = last_line(said_);
-        outcome.kind = status == kPowerCut || status == kSandboxFailure ? Outcome::lost : Outcome::reset;
+        const bool off = outcome.reason.find("poweroff") != std::string::npos;
+        outcome.kind =
+            off || status == kPowerCut || status == kSandboxFailure ? Outcome::lost : Outcome::reset;
         end();
         if (outcome.kind == Outcome::reset) start({});
         return outcome;

@@ -9,7 +9,8 @@
 namespace station {
 namespace {
 
-constexpr size_t kLongestLine = 1000; // that a pattern is held against
+constexpr int kSignalBase = 128, kSignals = 65; // of exit statuses, as a shell counts them
+constexpr size_t kLongestLine = 1000;           // that a pattern is held against
 
 Words lines_of(const std::string& text)
 {
@@ -49,6 +50,9 @@ void judge_words(const Outcome& outcome, Result& result)
         return give(result, Verdict::no_verdict,
                     "its output is endless: " + std::to_string(outcome.dropped) +
                         " bytes beyond what is kept");
+    if (outcome.status > kSignalBase && outcome.status < kSignalBase + kSignals)
+        return give(result, Verdict::no_verdict,
+                    "signal " + std::to_string(outcome.status - kSignalBase) + " ended it");
     if (good) return give(result, Verdict::passed);
     if (bad) return give(result, Verdict::failed, why_failed(outcome, lines));
     const std::string said = last_line(outcome.err.empty() ? outcome.out : outcome.err);
