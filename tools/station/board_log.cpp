@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -17,6 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kOpen = ".open"; // behind the log's name and a process number
+constexpr char kFresh = '~';           // behind that, while it is written
 constexpr off_t kLookBack = 1 << 20;   // for a board that has its line already
 
 std::string line_of(const Report& report)
@@ -69,6 +71,22 @@ std::string first_line(const fs::path& path)
     return std::getline(file, line) && !file.eof() ? line : "";
 }
 
+// LOG.PROCESS.open, or that with kFresh behind it.
+bool is_ours(const std::string& name, const std::string& head)
+{
+    if (name.rfind(head, 0) != 0) return false;
+    const size_t digits = name.find_first_not_of("0123456789", head.size());
+    const std::string rest = digits == std::string::npos ? "" : name.substr(digits);
+    return digits != head.size() && (rest == kOpen || rest == kOpen + std::string(1, kFresh));
+}
+
+// Of a whole line; a torn one is no JSON.
+std::string id_of(const std::string& line)
+{
+    const cli::Json json = cli::Json::parse(line, nullptr, false);
+    return json.is_object() && json.contains("id") && json["id"].is_string() ? json["id"] : "";
+}
+
 } // namespace
 
 BoardLog::BoardLog(std::string path)
@@ -90,7 +108,7 @@ BoardLog::~BoardLog()
     if (log_ >= 0) close(log_);
 }
 
-// The boards of stations that are gone: nobody holds the lock of their files.
+// The boards of stations that are gone: nobody holds the lock of their files. What is no record of ours stays.
 void BoardLog::recover() const
 {
     const Turn turn(log_, path_);
@@ -99,20 +117,26 @@ void BoardLog::recover() const
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(folder, error)) {
         const std::string name = entry.path().filename().string();
-        if (name.rfind(head, 0) != 0 || entry.path().extension() != kOpen || !entry.is_regular_file(error))
-            continue;
+        if (!is_ours(name, head) || !entry.is_regular_file(error)) continue;
         const int fd = open(entry.path().c_str(), O_RDONLY | O_CLOEXEC);
         if (fd < 0) continue;
-        if (flock(fd, LOCK_EX | LOCK_NB) == 0) {
-            const cli::Json json = cli::Json::parse(first_line(entry.path()), nullptr, false);
-            const bool whole = json.is_object() && json.contains("id") && json["id"].is_string();
-            // The crash may have come between the board's line and the end of its file.
-            if (whole && tail_of(log_).find("\"id\":" + json["id"].dump()) == std::string::npos)
-                append(json.dump() + "\n");
+        const bool orphan = flock(fd, LOCK_EX | LOCK_NB) == 0;
+        if (orphan && (name.back() == kFresh || take_over(entry.path().string())))
             unlink(entry.path().c_str());
-        }
         close(fd);
     }
+}
+
+// False for a file that cannot be read. The crash may have come between the board's line and the end of its file.
+bool BoardLog::take_over(const std::string& path) const
+{
+    const std::string id = id_of(first_line(path));
+    if (id.empty()) return false;
+    std::istringstream lines(tail_of(log_));
+    for (std::string line; std::getline(lines, line) && !lines.eof();)
+        if (id_of(line) == id) return true;
+    append(first_line(path) + "\n");
+    return true;
 }
 
 void BoardLog::append(const std::string& line) const
@@ -123,13 +147,21 @@ void BoardLog::append(const std::string& line) const
     write_all(log_, last == '\n' ? line : "\n" + line, path_);
 }
 
+// No other station finds it unlocked.
+int BoardLog::open_locked(const std::string& path) const
+{
+    const Turn turn(log_, path_);
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) fail(path);
+    flock(fd, LOCK_EX);
+    return fd;
+}
+
 // Renamed into place: a crash leaves the state before or the one after.
 void BoardLog::note(const Report& report)
 {
-    const std::string fresh = open_path_ + "~";
-    const int fd = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd < 0) fail(fresh);
-    flock(fd, LOCK_EX);
+    const std::string fresh = open_path_ + kFresh;
+    const int fd = open_locked(fresh);
     try {
         write_all(fd, line_of(report), fresh);
         if (rename(fresh.c_str(), open_path_.c_str()) < 0) fail(open_path_);

@@ -24,6 +24,8 @@ public:
 
 private:
     void recover() const;
+    [[nodiscard]] bool take_over(const std::string& path) const;
+    [[nodiscard]] int open_locked(const std::string& path) const;
     void append(const std::string& line) const;
 
     const std::string path_;

@@ -108,6 +108,7 @@ void Child::signal(int number) const
 {
     // The group lives on in what the program has started, for as long as that holds the output; later its number may
     // be another's.
+    if (pid_ <= 1) return; // never our own group, never every process
     if (status_ < 0 || fds_[0] >= 0 || fds_[1] >= 0) kill(-pid_, number);
 }
 

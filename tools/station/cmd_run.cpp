@@ -7,7 +7,9 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <random>
+#include <set>
 #include <unistd.h>
 
 namespace station {
@@ -45,7 +47,8 @@ cli::Syntax syntax(Options& o)
     s.options = {
         {"--line", "LINE", "a line file, or the name of one that came with the program (the model's)",
          [&](auto& v) { o.line = cli::given(v); }},
-        {"--only", "TEST", "run this test of the line alone; may be given again",
+        {"--only", "TEST",
+         "run this test of the line alone, which does not make the board pass; may be given again",
          [&](auto& v) { o.only.push_back(cli::given(v)); }},
         {"--yes", nullptr, "nobody is asked: all is done and seen as it should be",
          [&](auto&) { o.yes = true; }},
@@ -77,9 +80,20 @@ struct Output {
     std::unique_ptr<cli::OutputFile> file;
 };
 
+// Each would replace the one before.
+void refuse_same(const Words& paths)
+{
+    std::set<std::filesystem::path> seen;
+    std::error_code error;
+    for (const std::string& path : paths)
+        if (!path.empty() && !seen.insert(std::filesystem::weakly_canonical(std::filesystem::absolute(path), error)).second)
+            throw cli::WrongUse(path + ": is named for two outputs; give each a file of its own");
+}
+
 std::vector<Output> open_outputs(const Options& o)
 {
     std::vector<Output> outputs;
+    refuse_same({o.outputs[0], o.outputs[1], o.outputs[2], o.log});
     cli::OutputRule rule;
     rule.kind = "a report of zep-station";
     rule.is_kind = is_report;
@@ -103,22 +117,14 @@ std::string new_id(time_t now)
     return text;
 }
 
-// The tests that --only names, in the line's order.
-void choose(Line& line, const Words& only)
+void check_only(const Line& line, const Words& only)
 {
-    if (only.empty()) return;
-    for (const std::string& name : only) {
-        std::string list;
-        bool found = false;
-        for (const Test& test : line.tests) {
-            found |= test.name == name;
-            list += (list.empty() ? "" : ", ") + test.name;
-        }
-        if (!found) throw cli::WrongUse("--only " + name + ": the line has no such test; it has " + list);
-    }
-    std::erase_if(line.tests, [&](const Test& test) {
-        return std::find(only.begin(), only.end(), test.name) == only.end();
-    });
+    std::string list;
+    for (const Test& test : line.tests) list += (list.empty() ? "" : ", ") + test.name;
+    for (const std::string& name : only)
+        if (std::none_of(line.tests.begin(), line.tests.end(),
+                         [&](const Test& test) { return test.name == name; }))
+            throw cli::WrongUse("--only " + name + ": the line has no such test; it has " + list);
 }
 
 Report begin_report(Target& target, const std::string& name)
@@ -167,13 +173,21 @@ int run(const cli::Arguments& arguments)
     stop_on_signals();
     Report report = begin_report(*target, words.plain[0]);
     if (o.line.empty()) line = find_line("", report.board.model);
-    choose(line, o.only);
+    check_only(line, o.only);
     report.line = line.name;
-    run_line(line, *target, who, *screen, report, [&] {
-        if (log) log->note(report);
-    });
-    if (log) log->finish(report);
+    std::string log_failure;
+    const auto keep = [&](void (BoardLog::*work)(const Report&)) {
+        try {
+            if (log && log_failure.empty()) (*log.*work)(report);
+        } catch (const std::exception& e) {
+            log_failure = e.what();
+        }
+        return log_failure.empty();
+    };
+    run_line(line, o.only, *target, who, *screen, report, [&] { return keep(&BoardLog::note); });
+    keep(&BoardLog::finish);
     write(outputs, report, o.verbose);
+    if (!log_failure.empty()) throw std::runtime_error(log_failure);
     return report.passed() ? kPassed : kNotPassed;
 }
 

@@ -5,6 +5,7 @@
 #include "tools/station/text.hpp"
 #include "tools/station/verdict.hpp"
 
+#include <algorithm>
 #include <csignal>
 #include <memory>
 #include <sstream>
@@ -136,8 +137,22 @@ const char* reason_to_end(const Result& result)
 void skip_rest(Report& report, size_t from, const char* reason)
 {
     for (size_t i = from; i < report.results.size(); ++i) {
+        if (report.results[i].verdict == Verdict::not_tested) continue;
         report.results[i].verdict = Verdict::not_tested;
         report.results[i].reason = reason;
+    }
+}
+
+// Those that --only leaves out stay in the report: a board has not passed by a part of its line.
+void list_tests(const Line& line, const Words& only, Report& report)
+{
+    for (const Test& test : line.tests) {
+        if (!test.models.empty() && !fits(test.models, report.board.model)) continue;
+        Result& result = report.results.emplace_back();
+        result.test = &test;
+        if (only.empty() || std::find(only.begin(), only.end(), test.name) != only.end()) continue;
+        result.verdict = Verdict::not_tested;
+        result.reason = "not named by --only";
     }
 }
 
@@ -179,31 +194,30 @@ Board identify(Target& target)
             value_of(said.out, "cam_model="), version.substr(0, version.find(" multi-call"))};
 }
 
-void run_line(const Line& line, Target& target, Operator& who, Screen& screen, Report& report,
-              const std::function<void()>& changed)
+void run_line(const Line& line, const Words& only, Target& target, Operator& who, Screen& screen,
+              Report& report, const std::function<bool()>& keep)
 {
     const auto begin = Clock::now();
-    for (const Test& test : line.tests)
-        if (test.models.empty() || fits(test.models, report.board.model)) {
-            report.results.emplace_back();
-            report.results.back().test = &test;
-        }
+    list_tests(line, only, report);
     screen.begin(report);
     Course course(target, who, screen, report);
-    for (size_t i = 0; i < report.results.size(); ++i) {
-        report.results[i].verdict = Verdict::running;
-        report.seconds = seconds_since(begin);
-        changed();
-        course.run(i);
+    const char* reason = nullptr;
+    for (size_t i = 0; i < report.results.size() && !reason; ++i) {
+        Result& result = report.results[i];
+        if (result.verdict == Verdict::waiting) {
+            result.verdict = Verdict::running;
+            report.seconds = seconds_since(begin);
+            if (keep())
+                course.run(i);
+            else
+                reason = "the log cannot be written";
+            if (!reason) reason = reason_to_end(result);
+        }
+        if (reason) skip_rest(report, result.verdict == Verdict::running ? i : i + 1, reason);
         report.seconds = seconds_since(begin);
         screen.settled(report, i);
-        const char* reason = reason_to_end(report.results[i]);
-        if (!reason) continue;
-        skip_rest(report, i + 1, reason);
-        break;
     }
     report.finished = !stopped();
-    report.seconds = seconds_since(begin);
     screen.end(report);
 }
 

@@ -29,9 +29,10 @@ bool stopped();
 // What board it is. Empty texts where it does not say. Throws when it does not answer.
 Board identify(Target& target);
 
-// Runs the tests that are for the board's model; `changed` is called before
-// each, so that what is kept of a board names the test at which its station ended. The report's head is filled already.
-void run_line(const Line& line, Target& target, Operator& who, Screen& screen, Report& report,
-              const std::function<void()>& changed);
+// Runs the tests that are for the board's model; where `only` names some, the others are not tested. `keep` is called
+// before each, so that what is kept of a board names the test at which its station ended; false ends the line. The
+// report's head is filled already.
+void run_line(const Line& line, const Words& only, Target& target, Operator& who, Screen& screen,
+              Report& report, const std::function<bool()>& keep);
 
 } // namespace station

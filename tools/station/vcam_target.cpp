@@ -2,7 +2,11 @@
 #include "tools/station/child.hpp"
 #include "tools/station/text.hpp"
 
+#include "tools/cli/output_file.hpp"
+
 #include <csignal>
+#include <fstream>
+#include <map>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -33,6 +37,7 @@ public:
     {
         if (!joined_ && camera_->status() >= 0) return after_end({});
         Outcome outcome = run_child(executing(program), limits, watch);
+        take_back();
         const bool killed = outcome.status == kKilled || outcome.status == kSandboxFailure;
         if (!killed || !outcome.reason.empty()) return outcome;
         if (joined_) return after_joined(std::move(outcome));
@@ -41,6 +46,7 @@ public:
 
     bool act(const Words& command) override
     {
+        keep_wiring();
         Words words = {command.at(0), folder_};
         words.insert(words.end(), command.begin() + 1, command.end());
         const Outcome outcome = quick(words);
@@ -58,6 +64,27 @@ public:
     }
 
 private:
+    // What a hand does lasts for one run: the files of wiring and plugs are then as they were.
+    void keep_wiring()
+    {
+        for (const char* name : {"pins", "plugs"}) {
+            std::ifstream file(folder_ + "/" + name, std::ios::binary);
+            if (file) wiring_.emplace(name, std::string(std::istreambuf_iterator<char>(file), {}));
+        }
+    }
+
+    void take_back()
+    {
+        for (const auto& [name, text] : wiring_) {
+            cli::OutputRule any;
+            any.force = true;
+            cli::OutputFile file(folder_ + "/" + name, any);
+            file.write(text);
+            file.commit();
+        }
+        wiring_.clear();
+    }
+
     [[nodiscard]] Words executing(const Words& program) const
     {
         Words words = {vcam_, "exec", folder_, "--"};
@@ -129,6 +156,7 @@ private:
     const std::string vcam_ = host_tool("vcam");
     const std::string folder_;
     const Words options_;
+    std::map<std::string, std::string> wiring_; // before a hand's work, by the file's name
     bool joined_ = false;
     std::unique_ptr<Child> camera_; // vcam run, where this station has started it
     std::string said_;              // by it on standard error
