@@ -151,7 +151,8 @@ bool Child::pending() const
     return ((wait[0].revents | wait[1].revents) & POLLIN) != 0;
 }
 
-Outcome run_child(const Words& words, const Limits& limits, const Watch& watch, int in_fd)
+Outcome run_child(const Words& words, const Limits& limits, const Watch& watch, int in_fd,
+                  const std::function<void(Child&, int)>& signal)
 {
     Outcome outcome;
     Child child(words, in_fd);
@@ -169,7 +170,7 @@ Outcome run_child(const Words& words, const Limits& limits, const Watch& watch, 
     };
     const auto interrupt = [&](Outcome::Kind kind) {
         outcome.kind = kind;
-        child.signal(SIGINT);
+        signal(child, SIGINT);
         killed_at = Clock::now() + grace;
     };
     while (child.read(kTickMs, take)) {
@@ -185,7 +186,7 @@ Outcome run_child(const Words& words, const Limits& limits, const Watch& watch, 
         if (outcome.kind == Outcome::ended && seconds_since(begin) > limits.seconds) interrupt(Outcome::hung);
         if (now > killed_at) {
             outcome.reason = "it did not end on an interrupt and was killed";
-            child.signal(SIGKILL);
+            signal(child, SIGKILL);
             killed_at = now + std::chrono::seconds(1);
         }
     }

@@ -52,7 +52,10 @@ private:
     int status_ = -1;
 };
 
-// Runs it to its end, to the limit or until the watch says false: first SIGINT, after the grace SIGKILL.
-Outcome run_child(const Words& words, const Limits& limits, const Watch& watch, int in_fd = -1);
+// Runs it to its end, to the limit or until the watch says false: first SIGINT, after the grace SIGKILL. `signal`
+// reaches the program where the child only stands for it.
+Outcome run_child(
+    const Words& words, const Limits& limits, const Watch& watch, int in_fd = -1,
+    const std::function<void(Child&, int)>& signal = [](Child& child, int number) { child.signal(number); });
 
 } // namespace station

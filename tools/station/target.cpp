@@ -13,6 +13,9 @@ struct Scheme {
 };
 constexpr Scheme kSchemes[] = {
     {"vcam", "FOLDER", vcam_target},
+    {"ssh", "[USER@]HOST[:PORT]", ssh_target},
+    {"serial", "DEVICE[,BAUD]", serial_target},
+    {"telnet", "HOST[:PORT]", telnet_target},
 };
 
 } // namespace

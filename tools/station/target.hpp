@@ -89,5 +89,8 @@ std::unique_ptr<Target> make_target(const std::string& name, const Access& acces
 
 // One function a kind; address is what follows the colon.
 std::unique_ptr<Target> vcam_target(const std::string& address, const Access& access);
+std::unique_ptr<Target> ssh_target(const std::string& address, const Access& access);
+std::unique_ptr<Target> serial_target(const std::string& address, const Access& access);
+std::unique_ptr<Target> telnet_target(const std::string& address, const Access& access);
 
 } // namespace station

@@ -1,0 +1,63 @@
+// The station's side of a console: what came, what is typed, and the time that goes by.
+#include "tools/station/terminal.hpp"
+#include "tools/station/console_text.hpp"
+
+namespace station {
+namespace {
+
+constexpr int kSliceMs = 100;
+constexpr size_t kPiece = 32;      // below the receive buffer of small serial ports with their interrupt late
+constexpr double kEchoSeconds = 1; // a later echo costs a second try only
+
+} // namespace
+
+void Terminal::attend(const Watch* watch)
+{
+    watch_ = watch;
+    stopped_ = false;
+}
+
+void Terminal::pump(int wait_ms)
+{
+    const std::string piece = wire_->read(std::min(wait_ms, kSliceMs));
+    if (!piece.empty()) received_ = Clock::now();
+    text_ += piece;
+    if (Clock::now() < next_tick_) return;
+    next_tick_ = Clock::now() + std::chrono::milliseconds(kSliceMs);
+    if (watch_ && !watch_->tick()) stopped_ = true;
+}
+
+bool Terminal::wait(double seconds, const std::function<bool()>& done)
+{
+    const auto begin = Clock::now();
+    while (!done()) {
+        if (seconds_since(begin) > seconds) return false;
+        pump(kSliceMs);
+    }
+    return true;
+}
+
+bool Terminal::settle(double quiet, double most)
+{
+    return wait(most, [&] { return quiet_s() >= quiet; });
+}
+
+void Terminal::send(std::string_view bytes)
+{
+    wire_->write(bytes);
+    sent_ = Clock::now();
+}
+
+bool Terminal::type(std::string_view line)
+{
+    for (size_t at = 0; at < line.size(); at += kPiece) {
+        const std::string_view piece = line.substr(at, kPiece);
+        clear();
+        send(piece);
+        const std::string expected = squeezed(piece);
+        if (!wait(kEchoSeconds, [&] { return squeezed(text_).ends_with(expected); })) return false;
+    }
+    return true;
+}
+
+} // namespace station
