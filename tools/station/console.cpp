@@ -7,20 +7,31 @@
 namespace station {
 namespace {
 
+constexpr size_t kPiece =
+    32; // of a line that is typed: most get through a line that loses one byte in a hundred
 constexpr double kAnswer = 3;    // of a shell at its prompt
 constexpr double kReading = 120; // of a whole file, as long as it comes
 
-// What the session's shell is given; %s is its word. The first line ends bash's editor, which redraws lines.
-// zr KEY LENGTH PROGRAM...: runs it, unless the words lost a character. zg KEY: its output once more.
-// SIGINT reaches every process of the pipe and must end the program alone, so that the status is still written.
+// What the session's shell is given; %s is its word. Lines are short: one that loses a character is typed again.
+// zr KEY LENGTH PROGRAM... runs it, unless the words lost a character; zz KEY LENGTH has them from $z. zg KEY gives its
+// output once more. SIGINT reaches every process of the pipe and must end the program alone, so that its status is
+// written. The second line ends bash's editor, which redraws lines.
 constexpr const char* kSetup[] = {
+    "zo=${zo-$PS1} PS1='<'%s'> '",
     "set +o emacs 2>/dev/null",
-    "zs=%s zo=${zo-$PS1} t=/tmp/.zs-%s PS1='<'%s'> '",
-    "ze(){ echo \"<$1:`cat $t.s`:`cat $t.s $t.o|cksum`>\";}",
+    "zs=%s t=/tmp/.zs-%s",
+    "zc(){ cat $t.s $t.o|cksum;}",
+    "ze(){ echo \"<$1:`cat $t.s`:`zc`>\";}",
     "zg(){ echo \"<$1:o>\";cat $t.o;ze $1;}",
-    "zp(){ (trap : INT;\"$@\" </dev/null 2>&1;echo $k:$? >$t.s)|(trap '' INT;exec tee $t.o);}",
-    "zx(){ trap : INT;: >$t.o;echo $k: >$t.s;echo \"<$k:o>\";zp \"$@\";ze $k;trap - INT;}",
-    "zr(){ k=$1;n=$2;shift 2;l=\"$*\";test ${#l} = $n&&zx \"$@\";}",
+    "zw(){ echo $k:$1 >$t.s;}",
+    "zb(){ : >$t.o;zw;echo \"<$k:o>\";}",
+    "zq(){ trap : INT;\"$@\" </dev/null 2>&1;zw $?;}",
+    "zt(){ trap '' INT;exec tee $t.o;}",
+    "zp(){ (zq \"$@\")|(zt);ze $k;}",
+    "zx(){ trap : INT;zb;zp \"$@\";trap - INT;}",
+    "zn(){ l=\"$*\";test ${#l} = $n;}",
+    "zr(){ k=$1;n=$2;shift 2;zn \"$@\"&&zx \"$@\";}",
+    "zz(){ eval \"zr $1 $2 $z\";}",
 };
 
 std::string with_word(std::string line, const std::string& word)
@@ -42,9 +53,15 @@ Console::~Console()
     if (!attached_) return;
     try {
         enter("rm -f $t.o $t.s");
-        enter(logged_in_ ? "exit" : "PS1=$zo;set -o emacs 2>/dev/null");
+        type(logged_in_ ? "exit" : "set -o emacs 2>/dev/null;PS1=$zo");
     } catch (const Broken&) { // the board has gone: nothing is left to tidy up
     }
+}
+
+Words Console::beside(const Words& program, int port)
+{
+    const std::string host = terminal_.host();
+    return host.empty() ? Target::beside(program, port) : filled(program, host, port);
 }
 
 void Console::attach(const Watch& watch)
@@ -73,11 +90,12 @@ bool Console::set_up()
     return true;
 }
 
+// For lines that may be run twice: a prompt that does not come back may have been garbled.
 bool Console::enter(const std::string& line)
 {
-    if (!type(line)) return false;
-    terminal_.wait(kAnswer, [&] { return at_prompt() || terminal_.quiet_s() > 0.3; });
-    return true;
+    for (int attempt = 0; attempt < kTries && type(line); ++attempt)
+        if (terminal_.wait(kAnswer, [&] { return at_prompt(); })) return true;
+    return false;
 }
 
 // Until the line is sent off nothing has happened, so that a second try is harmless.
@@ -93,6 +111,20 @@ bool Console::type(const std::string& line)
         terminal_.wait(1, [&] { return at_prompt(); });
     }
     return false;
+}
+
+// Starts it, unless something is lost on the way. A long line goes in pieces into a variable first: when a piece is
+// missing or there twice, the length shows it.
+bool Console::start(const Words& program, const std::string& key)
+{
+    size_t length = program.size() - 1;
+    for (const std::string& word : program) length += word.size();
+    const std::string line = typed(program), call = key + " " + std::to_string(length);
+    if (line.size() <= kPiece) return type("zr " + call + " " + line);
+    if (!enter("z=")) return false;
+    for (size_t at = 0; at < line.size(); at += kPiece)
+        if (!enter("z=$z" + quoted({line.substr(at, kPiece)}))) return false;
+    return type("zz " + call);
 }
 
 std::optional<Frame> Console::fetch(int tries)

@@ -9,7 +9,7 @@
 
 namespace station {
 
-constexpr int kTries = 5; // to type a line, and to read what the board answers
+constexpr int kTries = 10; // to type a line, and to read what the board answers
 
 class Console final : public Target {
 public:
@@ -17,6 +17,7 @@ public:
     ~Console() override;
     void begin(const Watch& watch) override { attach(watch); }
     Outcome run(const Words& program, const Limits& limits, const Watch& watch) override;
+    Words beside(const Words& program, int port) override;
 
 private:
     // A program that was started and is not known to be over.
@@ -34,6 +35,7 @@ private:
     bool set_up();
     bool enter(const std::string& line);
     bool type(const std::string& line);
+    bool start(const Words& program, const std::string& key);
     [[nodiscard]] bool at_prompt() const { return terminal_.text().find(prompt_) != std::string::npos; }
     std::optional<Frame> fetch(int tries);
 

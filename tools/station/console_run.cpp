@@ -9,6 +9,7 @@
 namespace station {
 namespace {
 
+constexpr int kReadings = 5;
 constexpr double kQuiet = 1; // then a login prompt stands at the end of the text
 constexpr const char* kRestarted = "the board restarted meanwhile";
 constexpr size_t kMostBytes = 1 << 20; // of an output: the board keeps it in its memory
@@ -38,7 +39,9 @@ Outcome Console::run(const Words& program, const Limits& limits, const Watch& wa
     terminal_.attend(&watch);
     try {
         if (!attached_) attach(watch);
+        const auto from = Clock::now();
         outcome = execute(program, limits, watch);
+        outcome.seconds = seconds_since(from);
         if (!attached_ && outcome.kind != Outcome::reset) recover(outcome, watch);
     } catch (const Broken& e) {
         attached_ = false;
@@ -74,12 +77,10 @@ void Console::recover(Outcome& outcome, const Watch& watch)
 
 Outcome Console::execute(const Words& program, const Limits& limits, const Watch& watch)
 {
-    size_t length = program.size() - 1;
-    for (const std::string& word : program) length += word.size();
     for (int attempt = 0; attempt < kTries; ++attempt) {
         Outcome outcome;
         Running running{random_word(), limits, watch, outcome};
-        if (!type("zr " + running.key + " " + std::to_string(length) + " " + quoted(program))) break;
+        if (!start(program, running.key)) break;
         if (!follow(running) || take_result(running)) return outcome;
     }
     Outcome outcome;
@@ -210,7 +211,7 @@ bool Console::take_result(Running& running)
     Outcome& outcome = running.outcome;
     auto frame = find_frame(terminal_.text(), running.key);
     keep_seen(running);
-    if (!frame || !frame->intact() || frame->sum.empty()) frame = fetch(kTries);
+    if (!frame || !frame->intact() || frame->sum.empty()) frame = fetch(kReadings);
     if (!frame) {
         outcome.kind = Outcome::garbled;
         outcome.reason = "its output cannot be read: no reading fits its checksum";

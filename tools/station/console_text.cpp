@@ -22,6 +22,22 @@ size_t begin_of_body(std::string_view text, const std::string& key)
 
 } // namespace
 
+std::string typed(const Words& words)
+{
+    constexpr std::string_view kPlain =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./:,+@%";
+    std::string line;
+    for (const std::string& word : words) {
+        if (!line.empty()) line += ' ';
+        if (word.empty()) line += "\"\"";
+        for (char c : word) {
+            if (kPlain.find(c) == kPlain.npos) line += '\\';
+            line += c;
+        }
+    }
+    return line;
+}
+
 std::string random_word()
 {
     static std::random_device random;
@@ -94,13 +110,13 @@ std::string_view body_so_far(std::string_view text, const std::string& key)
     return body.ends_with('\r') ? body.substr(0, body.size() - 1) : body;
 }
 
-std::string squeezed(std::string_view text)
+std::string unedited(std::string_view text)
 {
     std::string out;
     for (size_t i = 0; i < text.size(); ++i) {
         if (text[i] == '\033' && i + 1 < text.size() && text[i + 1] == '[') {
             for (i += 2; i < text.size() && (text[i] < '@' || text[i] > '~');) ++i;
-        } else if (static_cast<unsigned char>(text[i]) > ' ') {
+        } else if (text[i] != '\r' && text[i] != '\n') {
             out += text[i];
         }
     }

@@ -8,6 +8,8 @@
 
 namespace station {
 
+// The words as a shell takes them, with as few characters more as can be: each is typed.
+std::string typed(const Words& words);
 // Eight random hexadecimal digits: no program's output holds them by chance.
 std::string random_word();
 
@@ -31,8 +33,8 @@ std::string without_terminal(std::string_view text);
 // Of a frame's text so far: the body up to where its end may have begun.
 std::string_view body_so_far(std::string_view text, const std::string& key);
 
-// Without blanks, line ends and escape sequences, which a shell's line editor adds and leaves out as it likes.
-std::string squeezed(std::string_view text);
+// Without line ends and escape sequences, which a shell's line editor adds.
+std::string unedited(std::string_view text);
 
 // What the last line of a console is.
 enum class Prompt { other, login, password };

@@ -57,16 +57,25 @@ private:
     std::string path_;
 };
 
+// Of [USER@]HOST[:PORT], without the brackets of a numeric address.
+std::string host_of(std::string address)
+{
+    address.erase(0, address.rfind('@') + 1);
+    if (address.starts_with('[')) return address.substr(1, address.find(']') - 1);
+    return address.substr(0, address.find(':'));
+}
+
 class SshTarget final : public Target {
 public:
     SshTarget(const std::string& address, Access access)
-        : name_("ssh:" + address), access_(std::move(access)),
+        : name_("ssh:" + address), access_(std::move(access)), host_(host_of(address)),
           place_("ssh://" + (address.find('@') == address.npos ? access_.user + "@" : "") + address)
     {
     }
     ~SshTarget() override { disconnect(); }
     void begin(const Watch& watch) override;
     Outcome run(const Words& program, const Limits& limits, const Watch& watch) override;
+    Words beside(const Words& program, int port) override;
 
 private:
     void disconnect();
@@ -81,7 +90,8 @@ private:
 
     const std::string name_;
     const Access access_;
-    const std::string place_;
+    const std::string host_;
+    const std::string place_; // as ssh takes it
     const PrivateFolder folder_;
     std::unique_ptr<Child> master_;
     int input_ = -1; // the master's; its end ends the connection, also when the station is killed
@@ -234,6 +244,8 @@ void SshTarget::recover(Outcome& outcome, const Watch& watch)
         return;
     }
 }
+
+Words SshTarget::beside(const Words& program, int port) { return filled(program, host_, port); }
 
 Outcome SshTarget::run(const Words& program, const Limits& limits, const Watch& watch)
 {

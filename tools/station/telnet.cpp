@@ -96,6 +96,7 @@ public:
     void open(double seconds, const Watch& watch) override;
     std::string read(int wait_ms) override;
     void write(std::string_view bytes) override;
+    [[nodiscard]] std::string host() const override { return host_; }
 
 private:
     void close();

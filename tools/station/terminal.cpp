@@ -6,8 +6,8 @@ namespace station {
 namespace {
 
 constexpr int kSliceMs = 100;
-constexpr size_t kPiece = 32;      // below the receive buffer of small serial ports with their interrupt late
-constexpr double kEchoSeconds = 1; // a later echo costs a second try only
+constexpr size_t kBurst = 32;      // below the receive buffer of small serial ports with their interrupt late
+constexpr double kEchoSeconds = 0.5; // a later echo costs a second try only
 
 } // namespace
 
@@ -50,12 +50,12 @@ void Terminal::send(std::string_view bytes)
 
 bool Terminal::type(std::string_view line)
 {
-    for (size_t at = 0; at < line.size(); at += kPiece) {
-        const std::string_view piece = line.substr(at, kPiece);
+    for (size_t at = 0; at < line.size(); at += kBurst) {
+        const std::string_view piece = line.substr(at, kBurst);
         clear();
         send(piece);
-        const std::string expected = squeezed(piece);
-        if (!wait(kEchoSeconds, [&] { return squeezed(text_).ends_with(expected); })) return false;
+        const std::string expected = unedited(piece);
+        if (!wait(kEchoSeconds, [&] { return unedited(text_).ends_with(expected); })) return false;
     }
     return true;
 }

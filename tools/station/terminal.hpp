@@ -11,6 +11,7 @@ public:
     explicit Terminal(std::unique_ptr<Wire> wire) : wire_(std::move(wire)) {}
 
     void open(double seconds, const Watch& watch) { wire_->open(seconds, watch); }
+    [[nodiscard]] std::string host() const { return wire_->host(); }
     // Asked ten times a second from now on, until another is given; null for none.
     void attend(const Watch* watch);
     // The watch has said false since attend().

@@ -25,6 +25,8 @@ public:
     // What has come, waiting at most wait_ms for a first byte. Throws Broken.
     virtual std::string read(int wait_ms) = 0;
     virtual void write(std::string_view bytes) = 0; // throws Broken
+    // The board's address in a network; empty where there is none.
+    [[nodiscard]] virtual std::string host() const { return {}; }
 };
 
 // A shell behind such a line. `name` is the target's, for messages.
