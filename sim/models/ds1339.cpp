@@ -9,6 +9,7 @@
 
 namespace vcam::models {
 namespace {
+namespace ds1339_driver {
 
 constexpr uint32_t kRead = 1, kWrite = 3;
 constexpr RequestName kNames[] = {{kRead, "read"}, {kWrite, "write"}};
@@ -57,11 +58,12 @@ private:
     }
 };
 
+} // namespace ds1339_driver
 } // namespace
 
 Model& ds1339()
 {
-    static Ds1339 device;
+    static ds1339_driver::Ds1339 device;
     return device;
 }
 

@@ -14,6 +14,7 @@
 
 namespace vcam::models {
 namespace {
+namespace gpioi2c_driver {
 
 constexpr uint32_t kRead = 1, kWrite = 3;
 constexpr RequestName kNames[] = {{kRead, "read"}, {kWrite, "write"}};
@@ -70,11 +71,12 @@ private:
     }
 };
 
+} // namespace gpioi2c_driver
 } // namespace
 
 Model& gpioi2c()
 {
-    static GpioI2c device;
+    static gpioi2c_driver::GpioI2c device;
     return device;
 }
 

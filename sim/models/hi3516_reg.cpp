@@ -9,6 +9,7 @@
 
 namespace vcam::models {
 namespace {
+namespace hi3516_reg_driver {
 
 constexpr uint32_t kSet = 0xC0085201, kClear = 0xC0085202, kRead = 0xC0085203;
 constexpr RequestName kNames[] = {{kSet, "set"}, {kClear, "clear"}, {kRead, "read"}};
@@ -49,11 +50,12 @@ private:
     }
 };
 
+} // namespace hi3516_reg_driver
 } // namespace
 
 Model& hi3516_reg()
 {
-    static Registers device;
+    static hi3516_reg_driver::Registers device;
     return device;
 }
 

@@ -8,6 +8,7 @@
 
 namespace vcam::models {
 namespace {
+namespace ai_driver {
 
 using namespace media;
 
@@ -129,11 +130,12 @@ private:
     }
 };
 
+} // namespace ai_driver
 } // namespace
 
 Model& media_ai()
 {
-    static AiDriver device;
+    static ai_driver::AiDriver device;
     return device;
 }
 

@@ -11,6 +11,7 @@
 
 namespace vcam::models {
 namespace {
+namespace ao_driver {
 
 using namespace media;
 
@@ -168,11 +169,12 @@ private:
     }
 };
 
+} // namespace ao_driver
 } // namespace
 
 Model& media_ao()
 {
-    static AoDriver device;
+    static ao_driver::AoDriver device;
     return device;
 }
 

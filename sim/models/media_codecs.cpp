@@ -8,6 +8,7 @@
 
 namespace vcam::models {
 namespace {
+namespace codecs_driver {
 
 using namespace media;
 
@@ -109,29 +110,30 @@ private:
     }
 };
 
+} // namespace codecs_driver
 } // namespace
 
 Model& media_aenc()
 {
-    static ChannelDriver device("/dev/aenc", "aenc");
+    static codecs_driver::ChannelDriver device("/dev/aenc", "aenc");
     return device;
 }
 
 Model& media_adec()
 {
-    static ChannelDriver device("/dev/adec", "adec");
+    static codecs_driver::ChannelDriver device("/dev/adec", "adec");
     return device;
 }
 
 Model& media_log()
 {
-    static LogDriver device;
+    static codecs_driver::LogDriver device;
     return device;
 }
 
 Model& acodec()
 {
-    static AcodecDriver device;
+    static codecs_driver::AcodecDriver device;
     return device;
 }
 

@@ -12,6 +12,7 @@
 
 namespace vcam::models {
 namespace {
+namespace mmz_driver {
 
 using namespace media;
 
@@ -170,17 +171,18 @@ public:
     ssize_t pwrite(int, const void*, size_t, int64_t) override { return -EPERM; }
 };
 
+} // namespace mmz_driver
 } // namespace
 
 Model& media_mmz()
 {
-    static MmzDriver device;
+    static mmz_driver::MmzDriver device;
     return device;
 }
 
 Model& mem()
 {
-    static MemDriver device;
+    static mmz_driver::MemDriver device;
     return device;
 }
 

@@ -12,6 +12,7 @@
 
 namespace vcam::models {
 namespace {
+namespace sys_driver {
 
 using namespace media;
 
@@ -199,11 +200,12 @@ private:
     }
 };
 
+} // namespace sys_driver
 } // namespace
 
 Model& media_sys()
 {
-    static SysDriver device;
+    static sys_driver::SysDriver device;
     return device;
 }
 

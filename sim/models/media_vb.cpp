@@ -5,6 +5,7 @@
 
 namespace vcam::models {
 namespace {
+namespace vb_driver {
 
 using namespace media;
 
@@ -212,11 +213,12 @@ private:
     }
 };
 
+} // namespace vb_driver
 } // namespace
 
 Model& media_vb()
 {
-    static VbDriver device;
+    static vb_driver::VbDriver device;
     return device;
 }
 

@@ -26,6 +26,7 @@
 
 namespace vcam::models {
 namespace {
+namespace mtd_driver {
 
 // The kernel's MTD user interface: request numbers and records, the same in 32 and 64 bits.
 constexpr uint32_t kGetInfo = 0x80204D01, kErase = 0x40084D02, kGetBadBlock = 0x40084D0B,
@@ -355,20 +356,21 @@ public:
     }
 };
 
+} // namespace mtd_driver
 } // namespace
 
 Model& mtd(unsigned number)
 {
-    static Mtd devices[] = {{"/dev/mtd0", "mtd0", 0},
-                            {"/dev/mtd1", "mtd1", 1},
-                            {"/dev/mtd2", "mtd2", 2},
-                            {"/dev/mtd3", "mtd3", 3}};
+    static mtd_driver::Mtd devices[] = {{"/dev/mtd0", "mtd0", 0},
+                                        {"/dev/mtd1", "mtd1", 1},
+                                        {"/dev/mtd2", "mtd2", 2},
+                                        {"/dev/mtd3", "mtd3", 3}};
     return devices[number];
 }
 
 Model& mtd_block(unsigned)
 {
-    static MtdBlock device("/dev/mtdblock3", "mtdblock3", 3);
+    static mtd_driver::MtdBlock device("/dev/mtdblock3", "mtdblock3", 3);
     return device;
 }
 

@@ -18,6 +18,7 @@
 
 namespace vcam::models {
 namespace {
+namespace serial_driver {
 
 using serial::Line;
 
@@ -238,12 +239,13 @@ private:
     const bool rs485_;
 };
 
+} // namespace serial_driver
 } // namespace
 
 Model& serial_port(unsigned number)
 {
-    static Serial rs485("/dev/ttyAMA1", serial::kPorts[0], true);
-    static Serial rs232("/dev/ttyAMA2", serial::kPorts[1], false);
+    static serial_driver::Serial rs485("/dev/ttyAMA1", serial::kPorts[0], true);
+    static serial_driver::Serial rs232("/dev/ttyAMA2", serial::kPorts[1], false);
     return number == 1 ? rs485 : rs232;
 }
 

@@ -10,7 +10,7 @@ namespace {
 
 template<auto device, unsigned... number> Model& one() { return device(number...); }
 
-constexpr Model& (*kDevices[])() = {
+constexpr Model& (*kModels[])() = {
     one<mtd, 0>,         one<mtd, 1>,    one<mtd, 2>,     one<mtd, 3>,     one<mtd_block, 3>,
     one<watchdog>,       one<ds1339>,    one<hi3516_reg>, one<gpioi2c>,    one<serial_port, 1>,
     one<serial_port, 2>, one<media_sys>, one<media_mmz>,  one<mem>,        one<media_vb>,
@@ -20,8 +20,8 @@ constexpr Model& (*kDevices[])() = {
 
 constexpr bool each_once()
 {
-    for (const auto* row = std::begin(kDevices); row != std::end(kDevices); ++row)
-        if (std::find(row + 1, std::end(kDevices), *row) != std::end(kDevices)) return false;
+    for (const auto* row = std::begin(kModels); row != std::end(kModels); ++row)
+        if (std::find(row + 1, std::end(kModels), *row) != std::end(kModels)) return false;
     return true;
 }
 static_assert(each_once(), "the first match wins, so a second row would be dead");
@@ -31,8 +31,8 @@ static_assert(each_once(), "the first match wins, so a second row would be dead"
 std::span<Model* const> all()
 {
     static const auto devices = [] {
-        std::array<Model*, std::size(kDevices)> out{};
-        std::transform(std::begin(kDevices), std::end(kDevices), out.begin(),
+        std::array<Model*, std::size(kModels)> out{};
+        std::transform(std::begin(kModels), std::end(kModels), out.begin(),
                        [](auto device) { return &device(); });
         return out;
     }();

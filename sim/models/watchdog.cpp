@@ -19,6 +19,7 @@
 
 namespace vcam::models {
 namespace {
+namespace watchdog_driver {
 
 // The kernel's watchdog interface.
 constexpr uint32_t kGetSupport = 0x80285700, kGetStatus = 0x80045701, kGetBootStatus = 0x80045702,
@@ -100,11 +101,12 @@ private:
     }
 };
 
+} // namespace watchdog_driver
 } // namespace
 
 Model& watchdog()
 {
-    static Watchdog device;
+    static watchdog_driver::Watchdog device;
     return device;
 }
 
