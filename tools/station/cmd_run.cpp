@@ -2,6 +2,7 @@
 #include "tools/station/board_log.hpp"
 #include "tools/station/commands.hpp"
 #include "tools/station/screen.hpp"
+#include "tools/station/text.hpp"
 
 #include "tools/cli/output_file.hpp"
 
@@ -86,7 +87,8 @@ void refuse_same(const Words& paths)
     std::set<std::filesystem::path> seen;
     std::error_code error;
     for (const std::string& path : paths)
-        if (!path.empty() && !seen.insert(std::filesystem::weakly_canonical(std::filesystem::absolute(path), error)).second)
+        if (!path.empty() &&
+            !seen.insert(std::filesystem::weakly_canonical(std::filesystem::absolute(path), error)).second)
             throw cli::WrongUse(path + ": is named for two outputs; give each a file of its own");
 }
 
@@ -117,6 +119,17 @@ std::string new_id(time_t now)
     return text;
 }
 
+// Tests for a model on a board that is another one, or does not say what it is, would show faults that are none.
+void check_model(const Line& line, const std::string& model)
+{
+    const std::string is = model.empty() ? "the board does not say its model" : "the board is a " + model;
+    if (!line.models.empty() && !fits(line.models, model))
+        throw std::runtime_error(line.path + ": is for other models: " + is);
+    if (model.empty() &&
+        std::any_of(line.tests.begin(), line.tests.end(), [](auto& t) { return !t.models.empty(); }))
+        throw std::runtime_error(line.path + ": has tests for some models: " + is);
+}
+
 void check_only(const Line& line, const Words& only)
 {
     std::string list;
@@ -131,12 +144,17 @@ Report begin_report(Target& target, const std::string& name)
 {
     Watch watch;
     watch.tick = [] { return !stopped(); };
-    target.begin(watch);
     Report report;
-    report.target = name;
+    report.target = harmless_line(name);
     report.begun = time(nullptr);
     report.id = new_id(report.begun);
-    report.board = identify(target);
+    try {
+        target.begin(watch);
+        report.board = identify(target);
+    } catch (const std::exception&) {
+        if (stopped()) throw std::runtime_error("ended by the operator; nothing was tested");
+        throw;
+    }
     return report;
 }
 
@@ -174,6 +192,8 @@ int run(const cli::Arguments& arguments)
     Report report = begin_report(*target, words.plain[0]);
     if (o.line.empty()) line = find_line("", report.board.model);
     check_only(line, o.only);
+    check_model(line, report.board.model);
+    who.check_answers(line);
     report.line = line.name;
     std::string log_failure;
     const auto keep = [&](void (BoardLog::*work)(const Report&)) {

@@ -1,6 +1,9 @@
 // The line file, read.
 #include "tools/station/line.hpp"
 
+#include "tools/station/text.hpp"
+
+#include <filesystem>
 #include <functional>
 #include <set>
 #include <stdexcept>
@@ -11,6 +14,7 @@ namespace station {
 namespace {
 
 constexpr double kLongest = 24 * 3600;
+constexpr size_t kLongestText = 300;
 constexpr size_t kMostTests = 1000;
 
 struct Key {
@@ -63,6 +67,9 @@ std::string text_of(const toml::node& node)
     return *text;
 }
 
+// A text for people.
+std::string shown_of(const toml::node& node) { return harmless_line(text_of(node), kLongestText); }
+
 Words words_of(const toml::node& node)
 {
     Words words;
@@ -80,6 +87,8 @@ std::vector<Words> commands_of(const toml::node& node)
     for (const Words& words : commands)
         if (words[0] != "pin" && words[0] != "plug")
             throw std::invalid_argument("\"" + words[0] + "\" is not pin or plug");
+        else if (words.size() < 2)
+            throw std::invalid_argument("\"" + words[0] + "\" lacks what follows the camera's name");
     if (commands.empty())
         throw std::invalid_argument("give a list of lists, as [[\"pin\", \"8.1 press +1 0.3\"]]");
     return commands;
@@ -130,7 +139,7 @@ Test read_test(const Reader& reader, const toml::table& table, const Test& usual
 {
     Test test = usual;
     test.row = int(table.source().begin.line);
-    reader.take(table, {{"name", [&](auto& v) { test.name = text_of(v); }},
+    reader.take(table, {{"name", [&](auto& v) { test.name = shown_of(v); }},
                         {"run", [&](auto& v) { test.run = words_of(v); }},
                         {"expect", [&](auto& v) { test.expect = expect_of(v); }},
                         {"lines",
@@ -143,13 +152,15 @@ Test read_test(const Reader& reader, const toml::table& table, const Test& usual
                         {"repeat", [&](auto& v) { test.repeat = whole_of(v, 1'000'000); }},
                         {"models", [&](auto& v) { test.models = words_of(v); }},
                         {"needed", [&](auto& v) { test.needed = switch_of(v); }},
-                        {"before", [&](auto& v) { test.before = text_of(v); }},
-                        {"during", [&](auto& v) { test.during = text_of(v); }},
-                        {"question", [&](auto& v) { test.question = text_of(v); }},
-                        {"answer", [&](auto& v) { test.answer = text_of(v); }},
+                        {"before", [&](auto& v) { test.before = shown_of(v); }},
+                        {"during", [&](auto& v) { test.during = shown_of(v); }},
+                        {"question", [&](auto& v) { test.question = shown_of(v); }},
+                        {"answer", [&](auto& v) { test.answer = shown_of(v); }},
                         {"virtual", [&](auto& v) { test.hand = commands_of(v); }},
                         {"station", [&](auto& v) { test.station = words_of(v); }},
                         {"port", [&](auto& v) { test.port = whole_of(v, 65535); }}});
+    if (table.contains("lines") && table.contains("expect"))
+        reader.refuse(table.source(), "lines and expect: choose one");
     if (const std::string wrong = wrong_in(test); !wrong.empty()) reader.refuse(table.source(), wrong);
     return test;
 }
@@ -170,6 +181,8 @@ void read_tests(const Reader& reader, const toml::node& node, Line& line, const 
 
 toml::table parse(const std::string& path)
 {
+    if (std::filesystem::is_directory(path))
+        throw std::runtime_error(path + ": is a folder; name a line file");
     try {
         return toml::parse_file(path);
     } catch (const toml::parse_error& e) {
@@ -188,7 +201,7 @@ Line read_line(const std::string& path)
     Line line{path, {}, {}, {}};
     Test usual;
     const toml::node* tests = nullptr;
-    reader.take(file, {{"name", [&](auto& v) { line.name = text_of(v); }},
+    reader.take(file, {{"name", [&](auto& v) { line.name = shown_of(v); }},
                        {"models", [&](auto& v) { line.models = words_of(v); }},
                        {"limit", [&](auto& v) { usual.limit_s = seconds_of(v); }},
                        {"grace", [&](auto& v) { usual.grace_s = seconds_of(v); }},

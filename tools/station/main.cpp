@@ -1,9 +1,14 @@
 // zep-station: a factory line as one command.
 #include "tools/station/commands.hpp"
 
+#include <fcntl.h>
+
 int main(int argc, char** argv)
 {
     using namespace station;
+    // Else a log or a board's pipe would become standard output.
+    for (int fd : {0, 1, 2})
+        if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) != fd) return kTrouble;
     const cli::Tool tool = {
         "zep-station",
         "Runs the tests of a factory line on a board and keeps what they found.",

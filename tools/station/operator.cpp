@@ -5,10 +5,12 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <poll.h>
 #include <stdexcept>
 #include <strings.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace station {
@@ -38,7 +40,7 @@ void judge_answer(Result& result, const std::string& answer, const char* by)
 void Operator::read_answers(const std::string& path)
 {
     std::ifstream file(path);
-    if (!file) throw std::runtime_error(path + ": cannot be read");
+    if (!file || std::filesystem::is_directory(path)) throw std::runtime_error(path + ": cannot be read");
     int row = 0;
     for (std::string line; std::getline(file, line);) {
         ++row;
@@ -50,6 +52,14 @@ void Operator::read_answers(const std::string& path)
         answers_[trimmed(line.substr(0, equal))] = trimmed(line.substr(equal + 1));
     }
     from_file_ = true;
+}
+
+void Operator::check_answers(const Line& line) const
+{
+    for (const auto& [name, answer] : answers_)
+        if (std::none_of(line.tests.begin(), line.tests.end(),
+                         [&](const Test& test) { return test.name == name && !test.question.empty(); }))
+            throw std::runtime_error("--answers: \"" + name + "\" is no test of the line that asks");
 }
 
 bool Operator::read_line(std::string& line, const std::function<bool()>& go_on)
@@ -71,9 +81,18 @@ bool Operator::read_line(std::string& line, const std::function<bool()>& go_on)
     }
 }
 
+// What was typed before a question is no answer to it.
+void Operator::forget_typed()
+{
+    if (!isatty(STDIN_FILENO)) return;
+    tcflush(STDIN_FILENO, TCIFLUSH);
+    typed_.clear();
+}
+
 bool Operator::confirm(const std::string& text, const std::function<bool()>& go_on)
 {
     if (!present()) return true;
+    forget_typed();
     printf("%s Then press Enter. ", text.c_str());
     fflush(stdout);
     std::string line;
@@ -90,6 +109,7 @@ void Operator::ask(Result& result, const std::function<bool()>& go_on)
     if (answer != answers_.end()) return judge_answer(result, answer->second, "file");
     std::string line;
     if (!from_file_) {
+        forget_typed();
         printf("%s ", test.question.c_str());
         fflush(stdout);
         const bool answered = read_line(line, go_on);

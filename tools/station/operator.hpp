@@ -17,6 +17,9 @@ public:
     // Answers by the name of the test, "NAME = ANSWER" a line; nobody is asked to do anything. Throws.
     void read_answers(const std::string& path);
 
+    // Throws for an answer to a test that the line does not have.
+    void check_answers(const Line& line) const;
+
     // Whether somebody reads what is asked.
     [[nodiscard]] bool present() const { return !yes_ && !from_file_; }
     // Waits for the Enter key. False when the input is at its end or go_on says so.
@@ -25,6 +28,7 @@ public:
     void ask(Result& result, const std::function<bool()>& go_on);
 
 private:
+    void forget_typed();
     bool read_line(std::string& line, const std::function<bool()>& go_on);
 
     bool yes_ = false, from_file_ = false;

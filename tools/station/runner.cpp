@@ -26,8 +26,9 @@ public:
     bool ended()
     {
         while (child_.pending())
-            child_.read(0, [&](std::string_view piece, bool) {
-                if (text_.size() < kMostText) text_ += piece;
+            child_.read(0, [&](std::string_view piece, bool is_err) {
+                std::string& text = is_err ? said_ : verdict_;
+                if (text.size() < kMostText) text += piece;
             });
         return child_.status() >= 0;
     }
@@ -36,10 +37,16 @@ public:
     void judge(const Outcome& outcome, Result& result)
     {
         const bool done = ended();
-        result.text += harmless(text_);
+        const std::string text = said_ + verdict_;
+        result.text += harmless(text);
+        if (has_word(outcome, "failed")) {
+            result.verdict = Verdict::failed;
+            result.reason = "the board's own program says so";
+            return;
+        }
         if (outcome.kind != Outcome::interrupted && outcome.kind != Outcome::ended) return;
         const int status = child_.status();
-        result.reason = harmless_line(why());
+        result.reason = harmless_line(why(text));
         if (done && status <= 1)
             result.verdict = status == 0 ? Verdict::passed : Verdict::failed;
         else
@@ -48,17 +55,17 @@ public:
     }
 
 private:
-    // zep-audio marks the values that failed so, and ends with a word.
-    [[nodiscard]] std::string why() const
+    // zep-audio marks the values that failed so; what it says first is the reason else.
+    static std::string why(const std::string& text)
     {
-        const size_t mark = text_.find("OUT OF LIMITS");
-        return last_line(mark == std::string::npos ? text_ : text_.substr(0, mark));
+        const size_t mark = text.find("OUT OF LIMITS");
+        return mark == std::string::npos ? text.substr(0, text.find('\n')) : last_line(text.substr(0, mark));
     }
 
     static constexpr size_t kMostText = 64 << 10;
 
     Child child_;
-    std::string text_;
+    std::string said_, verdict_; // its standard error and output
 };
 
 // What goes on beside the test: the screen, the operator's wish to stop.
@@ -69,7 +76,19 @@ public:
     {
     }
 
+    // A test that the station itself cannot do costs neither the report nor the other tests.
     void run(size_t index)
+    {
+        try {
+            run_test(index);
+        } catch (const std::exception& e) {
+            report_.results[index].verdict = Verdict::no_verdict;
+            report_.results[index].reason = harmless_line(e.what());
+        }
+    }
+
+private:
+    void run_test(size_t index)
     {
         Result& result = report_.results[index];
         const Test& test = *result.test;
@@ -82,18 +101,25 @@ public:
         result.verdict = Verdict::running;
         screen_.asking(report_);
         who_.ask(result, [] { return !stopped(); });
+        if (stopped()) interrupted(result);
     }
 
-private:
     // What a person does before the test, or vcam in their place. False: nobody does it.
     bool prepare(const Test& test, Result& result)
     {
         if (test.before.empty()) return true;
         screen_.asking(report_);
         if (who_.confirm(test.before, [] { return !stopped(); })) return true;
-        result.verdict = stopped() ? Verdict::not_tested : Verdict::no_answer;
+        result.verdict = Verdict::no_answer;
         result.reason = "nobody confirmed: " + test.before;
+        if (stopped()) interrupted(result);
         return false;
+    }
+
+    static void interrupted(Result& result)
+    {
+        result.verdict = Verdict::interrupted;
+        result.reason = "by the operator";
     }
 
     void run_once(size_t index)

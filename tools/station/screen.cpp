@@ -15,13 +15,14 @@ namespace {
 
 constexpr size_t kNameColumns = 28, kWordColumns = 13;
 
+// What tells boards apart first: a terminal may be narrow.
 std::string heading(const Report& report)
 {
     const Board& b = report.board;
-    std::string text = report.line + " on " + report.target + ": ";
-    for (const std::string& part : {b.serial, b.mac, b.model, b.firmware})
+    std::string text;
+    for (const std::string& part : {b.serial, b.mac, b.model})
         if (!part.empty()) text += part + "  ";
-    return text.substr(0, text.find_last_not_of(" :") + 1);
+    return text + report.line + " on " + report.target + "  " + b.firmware;
 }
 
 std::string summary(const Report& report)
@@ -38,26 +39,30 @@ cli::Style style_of(Verdict verdict)
     return verdict == Verdict::passed ? cli::Style::good : cli::Style::bad;
 }
 
+constexpr double kYourTurn = -1; // seconds of a test that waits for the operator
+
 // "  3 RS-485      passed      12.3 s  why", cut to the columns.
 std::string result_line(size_t number, const Result& result, double running_s, size_t columns)
 {
+    const bool running = result.verdict == Verdict::running;
     char head[16];
     snprintf(head, sizeof head, "%3zu ", number);
-    std::string word = clipped(word_of(result.verdict), kWordColumns, kWordColumns);
-    if (result.verdict != Verdict::waiting) word = cli::paint(STDOUT_FILENO, style_of(result.verdict), word);
-    std::string line = head + clipped(result.test->name, kNameColumns, kNameColumns) + " " + word;
-    size_t used = 4 + kNameColumns + 1 + kWordColumns;
-    const double seconds = result.verdict == Verdict::running ? running_s : result.seconds;
-    if (result.runs || result.verdict == Verdict::running) {
-        std::string rest = seconds_text(seconds) + " s";
+    const std::string name = head + clipped(result.test->name, kNameColumns, kNameColumns) + " ";
+    const std::string word = running && running_s < 0 ? "your turn" : word_of(result.verdict);
+    std::string rest;
+    if ((running && running_s >= 0) || (!running && result.runs)) {
+        rest = seconds_text(running ? running_s : result.seconds) + " s";
         if (result.test->repeat > 1)
             rest += ", " + std::to_string(result.runs) + " of " + std::to_string(result.test->repeat);
-        line += " " + std::string(rest.size() < 8 ? 8 - rest.size() : 0, ' ') + rest;
-        used += 1 + std::max<size_t>(8, rest.size());
+        rest.insert(0, rest.size() < 9 ? 9 - rest.size() : 1, ' ');
     }
-    if (!result.reason.empty() && columns > used + 2)
-        line += "  " + clipped(result.reason, columns - used - 2);
-    return line;
+    if (!result.reason.empty()) rest += "  " + result.reason;
+    const size_t begin = 4 + kNameColumns + 1, end = begin + kWordColumns;
+    if (columns < end) return clipped(name + word, columns);
+    std::string shown = clipped(word, kWordColumns, kWordColumns);
+    if (result.verdict != Verdict::waiting)
+        shown = cli::paint(STDOUT_FILENO, style_of(result.verdict), shown);
+    return name + shown + clipped(rest, columns - end);
 }
 
 std::string indented(const std::string& text)
@@ -127,7 +132,9 @@ public:
     // What is typed would move the table: it is left behind and drawn anew below.
     void asking(const Report& report) override
     {
+        asking_ = true;
         draw(report, report.results.size(), "");
+        asking_ = false;
         drawn_ = 0;
     }
     void end(const Report& report) override
@@ -154,10 +161,10 @@ private:
         const auto line = [&](const std::string& text) { out += text + "\033[K\n"; };
         line(cli::paint(STDOUT_FILENO, cli::Style::strong, clipped(heading(report), columns)));
         for (size_t i = first; i < last; ++i)
-            line(result_line(i + 1, report.results[i], seconds_since(since_), columns));
+            line(result_line(i + 1, report.results[i], asking_ ? kYourTurn : seconds_since(since_), columns));
         line(whole ? cli::paint(STDOUT_FILENO, report.passed() ? cli::Style::good : cli::Style::bad,
-                                summary(report))
-                   : progress(report));
+                                clipped(summary(report), columns))
+                   : clipped(progress(report), columns));
         if (!whole) line(cli::paint(STDOUT_FILENO, cli::Style::strong, clipped(wish, columns)));
         out += "\033[J";
         drawn_ = last - first + 3;
@@ -181,6 +188,7 @@ private:
     const Clock::time_point begun_ = Clock::now();
     Clock::time_point since_ = begun_;
     size_t running_ = SIZE_MAX;
+    bool asking_ = false;
     size_t drawn_ = 0; // lines of the frame above the cursor
 };
 

@@ -5,9 +5,11 @@
 #include "tools/cli/output_file.hpp"
 
 #include <csignal>
+#include <fcntl.h>
 #include <fstream>
 #include <map>
 #include <stdexcept>
+#include <sys/file.h>
 #include <unistd.h>
 
 namespace station {
@@ -24,11 +26,18 @@ public:
     VcamTarget(std::string folder, Words options) : folder_(std::move(folder)), options_(std::move(options))
     {
     }
-    ~VcamTarget() override { end(); }
+    ~VcamTarget() override
+    {
+        end();
+        if (turn_ >= 0) close(turn_);
+    }
 
     // Joins a camera that runs; starts one that does not, and ends that in the destructor.
     void begin(const Watch& watch) override
     {
+        if (turn_ < 0) turn_ = open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (turn_ >= 0 && flock(turn_, LOCK_EX | LOCK_NB) < 0)
+            throw std::runtime_error(folder_ + ": another station tests this camera; wait for its end");
         joined_ = quick({"exec", folder_, "--", "true"}).status == 0;
         if (!joined_) start(watch);
     }
@@ -39,9 +48,10 @@ public:
         Outcome outcome = run_child(executing(program), limits, watch);
         take_back();
         const bool killed = outcome.status == kKilled || outcome.status == kSandboxFailure;
-        if (!killed || !outcome.reason.empty()) return outcome;
-        if (joined_) return after_joined(std::move(outcome));
-        return camera_->status(kEndSeconds) < 0 ? outcome : after_end(std::move(outcome));
+        const bool refused = outcome.out.empty() && outcome.err.rfind("vcam: ", 0) == 0;
+        if ((!killed && !refused) || !outcome.reason.empty()) return outcome;
+        if (!joined_ && camera_->status(killed ? kEndSeconds : 0) >= 0) return after_end(std::move(outcome));
+        return still_there(std::move(outcome));
     }
 
     bool act(const Words& command) override
@@ -135,11 +145,11 @@ private:
         return outcome;
     }
 
-    Outcome after_joined(Outcome outcome) const
+    Outcome still_there(Outcome outcome) const
     {
         if (quick({"exec", folder_, "--", "true"}).status == 0) return outcome;
         outcome.kind = Outcome::lost;
-        outcome.reason = folder_ + ": the camera has ended; start it again";
+        outcome.reason = folder_ + ": the camera has ended or is gone";
         return outcome;
     }
 
@@ -158,6 +168,7 @@ private:
     const Words options_;
     std::map<std::string, std::string> wiring_; // before a hand's work, by the file's name
     bool joined_ = false;
+    int turn_ = -1;                 // the folder, locked: one station at a time
     std::unique_ptr<Child> camera_; // vcam run, where this station has started it
     std::string said_;              // by it on standard error
     int keep_ = -1;                 // the shell's input: the camera runs as long as it is open

@@ -31,15 +31,18 @@ void give(Result& result, Verdict verdict, const std::string& reason = "")
     result.reason = harmless_line(reason);
 }
 
-// What an applet says about a failure: on its standard error, else in the step before its verdict.
-std::string why_failed(const Outcome& outcome, const Words& lines)
+// What an applet says about a failure: on its standard error behind its name, else there at the end, else in the step
+// before its verdict.
+std::string why_failed(const Test& test, const Outcome& outcome, const Words& lines)
 {
+    for (const std::string& line : lines_of(outcome.err))
+        if (line.rfind(test.run[0] + ": ", 0) == 0) return line;
     if (const std::string line = last_line(outcome.err); !line.empty()) return line;
     const auto word = std::find(lines.begin(), lines.end(), "failed");
     return word == lines.begin() ? "" : *(word - 1);
 }
 
-void judge_words(const Outcome& outcome, Result& result)
+void judge_words(const Test& test, const Outcome& outcome, Result& result)
 {
     const Words lines = lines_of(outcome.out);
     const auto good = std::count(lines.begin(), lines.end(), "successful");
@@ -54,7 +57,7 @@ void judge_words(const Outcome& outcome, Result& result)
         return give(result, Verdict::no_verdict,
                     "signal " + std::to_string(outcome.status - kSignalBase) + " ended it");
     if (good) return give(result, Verdict::passed);
-    if (bad) return give(result, Verdict::failed, why_failed(outcome, lines));
+    if (bad) return give(result, Verdict::failed, why_failed(test, outcome, lines));
     const std::string said = last_line(outcome.err.empty() ? outcome.out : outcome.err);
     give(result, Verdict::no_verdict, said.empty() ? "exit status " + std::to_string(outcome.status) : said);
 }
@@ -85,6 +88,12 @@ constexpr Ending kEndings[] = {
 
 } // namespace
 
+bool has_word(const Outcome& outcome, const char* word)
+{
+    const Words lines = lines_of(outcome.out);
+    return std::find(lines.begin(), lines.end(), word) != lines.end();
+}
+
 void judge(const Test& test, const Outcome& outcome, Result& result)
 {
     result.text = harmless(outcome.out);
@@ -93,7 +102,7 @@ void judge(const Test& test, const Outcome& outcome, Result& result)
     for (const Ending& ending : kEndings)
         if (outcome.kind == ending.kind)
             return give(result, ending.verdict, outcome.reason.empty() ? ending.reason : outcome.reason);
-    if (test.expect == Test::Expect::verdict) return judge_words(outcome, result);
+    if (test.expect == Test::Expect::verdict) return judge_words(test, outcome, result);
     if (test.expect == Test::Expect::lines) return judge_lines(test, outcome, result);
     give(result, Verdict::passed);
 }

@@ -9,4 +9,7 @@ namespace station {
 // found, so it only says why there is no word.
 void judge(const Test& test, const Outcome& outcome, Result& result);
 
+// Whether the word stands alone in a line of its output.
+bool has_word(const Outcome& outcome, const char* word);
+
 } // namespace station
