@@ -56,6 +56,12 @@ cli::Syntax syntax(Options& o)
         {"--answers", "FILE", "nobody is asked: answers as TEST = ANSWER, one a line",
          [&](auto& v) { o.answers = cli::given(v); }},
     };
+    s.options.push_back({"--user", "NAME", "who logs in on the board (root)",
+                         [&](auto& v) { o.access.user = cli::given(v); }});
+    s.options.push_back({"--password-file", "FILE", "the login's password, in the file's first line",
+                         [&](auto& v) { o.access.password_file = cli::given(v); }});
+    s.options.push_back({"--connect", "SECONDS", "for a connection, and for a prompt on it (10)",
+                         [&](auto& v) { o.access.connect_s = cli::number(v, 1, 3600); }});
     for (size_t i = 0; i < std::size(kForms); ++i)
         s.options.push_back(
             {kForms[i].option, "FILE", kForms[i].help, [&o, i](auto& v) { o.outputs[i] = cli::given(v); }});
@@ -103,8 +109,9 @@ std::vector<Output> open_outputs(const Options& o)
     for (size_t i = 0; i < std::size(kForms); ++i)
         if (!o.outputs[i].empty())
             outputs.push_back(
-                {&kForms[i], std::make_unique<cli::OutputFile>(o.outputs[i], rule,
-                                                               cli::Arguments{o.line, o.answers, o.log})});
+                {&kForms[i],
+                 std::make_unique<cli::OutputFile>(
+                     o.outputs[i], rule, cli::Arguments{o.line, o.answers, o.log, o.access.password_file})});
     return outputs;
 }
 
