@@ -197,6 +197,11 @@ int run(const cli::Arguments& arguments)
 
     stop_on_signals();
     Report report = begin_report(*target, words.plain[0]);
+    const Board& board = report.board;
+    if (o.line.empty() && board.model.empty())
+        throw std::runtime_error("the board does not say its model" +
+                                 (board.complaint.empty() ? "" : " (" + board.complaint + ")") +
+                                 "; name a line with --line");
     if (o.line.empty()) line = find_line("", report.board.model);
     check_only(line, o.only);
     check_model(line, report.board.model);

@@ -43,6 +43,7 @@ struct Result {
 
 struct Board {
     std::string mac, serial, product, model, firmware;
+    std::string complaint = {}; // what it said on its standard error when it was asked
 };
 
 struct Report {

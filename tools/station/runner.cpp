@@ -216,8 +216,12 @@ Board identify(Target& target)
         throw std::runtime_error("the board does not say what it is: " +
                                  (said.reason.empty() ? "no answer within 30 s" : said.reason));
     const std::string version = value_of(said.out, "ZEP ver. ");
-    return {value_of(said.out, "MAC="), value_of(said.out, "SERIAL_NO="), value_of(said.out, "PRODUCT_CODE="),
-            value_of(said.out, "cam_model="), version.substr(0, version.find(" multi-call"))};
+    return {value_of(said.out, "MAC="),
+            value_of(said.out, "SERIAL_NO="),
+            value_of(said.out, "PRODUCT_CODE="),
+            value_of(said.out, "cam_model="),
+            version.substr(0, version.find(" multi-call")),
+            harmless_line(last_line(said.err))};
 }
 
 void run_line(const Line& line, const Words& only, Target& target, Operator& who, Screen& screen,
@@ -228,12 +232,14 @@ void run_line(const Line& line, const Words& only, Target& target, Operator& who
     screen.begin(report);
     Course course(target, who, screen, report);
     const char* reason = nullptr;
+    bool kept = true;
     for (size_t i = 0; i < report.results.size() && !reason; ++i) {
         Result& result = report.results[i];
         if (result.verdict == Verdict::waiting) {
             result.verdict = Verdict::running;
             report.seconds = seconds_since(begin);
-            if (keep())
+            kept = keep();
+            if (kept)
                 course.run(i);
             else
                 reason = "the log cannot be written";
@@ -243,7 +249,7 @@ void run_line(const Line& line, const Words& only, Target& target, Operator& who
         report.seconds = seconds_since(begin);
         screen.settled(report, i);
     }
-    report.finished = !stopped();
+    report.finished = !stopped() && kept;
     screen.end(report);
 }
 
