@@ -112,6 +112,7 @@ const Row kRows[] = {
      Outcome::lost,
      "",
      "refuses the login"},
+    {"it writes without end from the first", {.shell = "exec yes"}, "true", Outcome::lost, "", "without end"},
     {"the boot loader answers", {.loader = true}, "true", Outcome::lost, "", "boot loader"},
     {"every third byte is lost", {.drop_up = 3}, "true", Outcome::lost, "", ""},
 };
@@ -205,6 +206,7 @@ TEST(SerialConsole, ThePortIsTakenAloneAndGivenBackAsItWas)
     EXPECT_THAT(refusal("serial:/dev/tty,1200"), HasSubstr("115200"));
     EXPECT_THAT(refusal("telnet:127.0.0.1:99999"), HasSubstr("65535"));
     EXPECT_THAT(refusal("ssh:-oProxyCommand=true"), HasSubstr("HOST"));
+    EXPECT_THAT(refusal("ssh:root@-x"), HasSubstr("HOST"));
 }
 
 // A program beside the test, ended by its number.

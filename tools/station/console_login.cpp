@@ -41,6 +41,7 @@ private:
 void Login::check_time()
 {
     if (terminal_.stopped()) fail("interrupted");
+    if (terminal_.flooded()) fail("the console writes without end");
     if (seconds_since(heard_) < access_.connect_s && seconds_since(begin_) < kLongestBoot * access_.connect_s)
         return;
     const std::string shown = harmless_line(last_line(terminal_.text()));

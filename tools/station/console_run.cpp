@@ -157,11 +157,7 @@ bool Console::interrupt(Running& running, Outcome::Kind kind)
     running.outcome.kind = kind;
     keep_seen(running);
     terminal_.send("\x03");
-    const auto over = [&] {
-        if (terminal_.text().size() > 2 * kMostBytes) terminal_.clear(); // what it still writes without end
-        return is_over(running);
-    };
-    if (terminal_.wait(running.limits.grace_s, over)) return true;
+    if (terminal_.wait(running.limits.grace_s, [&] { return is_over(running); })) return true;
     if (prompt_of(terminal_.text()) == Prompt::login) return leave(running, Outcome::reset, kRestarted);
     if (kill_stopped(running)) return true;
     switch (ask_session(terminal_, word_)) {

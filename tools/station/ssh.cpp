@@ -274,7 +274,8 @@ Outcome SshTarget::run(const Words& program, const Limits& limits, const Watch& 
 
 std::unique_ptr<Target> ssh_target(const std::string& address, const Access& access)
 {
-    if (address.empty() || address[0] == '-' || address.find_first_of(" \t\n") != address.npos)
+    if (host_of(address).empty() || address[0] == '-' || host_of(address)[0] == '-' ||
+        address.find_first_of(" \t\n") != address.npos)
         throw cli::WrongUse("TARGET 'ssh:" + address + "': give ssh:[USER@]HOST[:PORT]");
     return std::make_unique<SshTarget>(address, access);
 }

@@ -190,7 +190,7 @@ void TelnetWire::send_all(std::string_view bytes)
         }
         pollfd wait = {fd_, POLLOUT, 0};
         if (errno == EINTR || (errno == EAGAIN && poll(&wait, 1, 5000) > 0)) continue;
-        break_off(strerror(errno));
+        break_off(errno == EAGAIN ? "the far end does not read" : strerror(errno));
     }
 }
 
@@ -218,8 +218,13 @@ std::unique_ptr<Target> telnet_target(const std::string& address, const Access& 
         port = address.substr(colon + 1);
     }
     if (bracket && host.ends_with(']')) host = host.substr(1, host.size() - 2);
-    if (host.empty()) throw cli::WrongUse("TARGET 'telnet:" + address + "': give telnet:HOST[:PORT]");
-    cli::whole_number(port, 1, 65535);
+    try {
+        cli::given(host);
+        cli::whole_number(port, 1, 65535);
+    } catch (const cli::WrongUse&) {
+        throw cli::WrongUse("TARGET 'telnet:" + address +
+                            "': give telnet:HOST[:PORT], a port from 1 to 65535");
+    }
     return console_target(std::make_unique<TelnetWire>(host, port), "telnet:" + address, access);
 }
 

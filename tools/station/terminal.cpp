@@ -6,7 +6,8 @@ namespace station {
 namespace {
 
 constexpr int kSliceMs = 100;
-constexpr size_t kBurst = 32;      // below the receive buffer of small serial ports with their interrupt late
+constexpr size_t kBurst = 32; // below the receive buffer of small serial ports with their interrupt late
+constexpr size_t kMostText = 4 << 20, kKeptText = 64 << 10;
 constexpr double kEchoSeconds = 0.5; // a later echo costs a second try only
 
 } // namespace
@@ -22,6 +23,10 @@ void Terminal::pump(int wait_ms)
     const std::string piece = wire_->read(std::min(wait_ms, kSliceMs));
     if (!piece.empty()) received_ = Clock::now();
     text_ += piece;
+    if (text_.size() > kMostText) {
+        text_.erase(0, text_.size() - kKeptText);
+        flooded_ = true;
+    }
     if (Clock::now() < next_tick_) return;
     next_tick_ = Clock::now() + std::chrono::milliseconds(kSliceMs);
     if (watch_ && !watch_->tick()) stopped_ = true;

@@ -19,7 +19,13 @@ public:
 
     // What came since clear().
     [[nodiscard]] const std::string& text() const { return text_; }
-    void clear() { text_.clear(); }
+    void clear()
+    {
+        text_.clear();
+        flooded_ = false;
+    }
+    // So much came since clear() that only the last of it was kept.
+    [[nodiscard]] bool flooded() const { return flooded_; }
     // Since the last byte or send(), the later one.
     [[nodiscard]] double quiet_s() const { return seconds_since(std::max(received_, sent_)); }
     // When the last byte came, if later than an answer to what was sent.
@@ -42,7 +48,7 @@ public:
 private:
     std::unique_ptr<Wire> wire_;
     const Watch* watch_ = nullptr;
-    bool stopped_ = false;
+    bool stopped_ = false, flooded_ = false;
     std::string text_;
     Clock::time_point received_ = Clock::now(), sent_ = received_, next_tick_ = received_;
 };
