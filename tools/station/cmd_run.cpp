@@ -165,6 +165,35 @@ Report begin_report(Target& target, const std::string& name)
     return report;
 }
 
+// The one that the board's model has, unless it is named; it must be for the board.
+void settle_line(Line& line, const Options& o, const Board& board, const Operator& who)
+{
+    if (o.line.empty() && board.model.empty())
+        throw std::runtime_error("the board does not say its model" +
+                                 (board.complaint.empty() ? "" : " (" + board.complaint + ")") +
+                                 "; name a line with --line");
+    if (o.line.empty()) line = find_line("", board.model);
+    check_only(line, o.only);
+    check_model(line, board.model);
+    who.check_answers(line);
+}
+
+// A log that fails ends the line, but costs no report.
+struct Log {
+    std::unique_ptr<BoardLog> file; // none where none is wanted
+    std::string failure;
+
+    bool keep(void (BoardLog::*work)(const Report&), const Report& report)
+    {
+        try {
+            if (file && failure.empty()) (*file.*work)(report);
+        } catch (const std::exception& e) {
+            failure = e.what();
+        }
+        return failure.empty();
+    }
+};
+
 void write(const std::vector<Output>& outputs, const Report& report, bool with_text)
 {
     for (const Output& output : outputs) {
@@ -189,37 +218,20 @@ int run(const cli::Arguments& arguments)
     Line line;
     if (!o.line.empty()) line = find_line(o.line, "");
     const std::vector<Output> outputs = open_outputs(o);
-    std::unique_ptr<BoardLog> log;
-    if (!o.log.empty()) log = std::make_unique<BoardLog>(o.log);
+    Log log;
+    if (!o.log.empty()) log.file = std::make_unique<BoardLog>(o.log);
     bool taken = false;
     for (const Output& output : outputs) taken |= output.file->is_stdout();
     const auto screen = taken ? no_screen() : make_screen(o.verbose);
 
     stop_on_signals();
     Report report = begin_report(*target, words.plain[0]);
-    const Board& board = report.board;
-    if (o.line.empty() && board.model.empty())
-        throw std::runtime_error("the board does not say its model" +
-                                 (board.complaint.empty() ? "" : " (" + board.complaint + ")") +
-                                 "; name a line with --line");
-    if (o.line.empty()) line = find_line("", report.board.model);
-    check_only(line, o.only);
-    check_model(line, report.board.model);
-    who.check_answers(line);
+    settle_line(line, o, report.board, who);
     report.line = line.name;
-    std::string log_failure;
-    const auto keep = [&](void (BoardLog::*work)(const Report&)) {
-        try {
-            if (log && log_failure.empty()) (*log.*work)(report);
-        } catch (const std::exception& e) {
-            log_failure = e.what();
-        }
-        return log_failure.empty();
-    };
-    run_line(line, o.only, *target, who, *screen, report, [&] { return keep(&BoardLog::note); });
-    keep(&BoardLog::finish);
+    run_line(line, o.only, *target, who, *screen, report, [&] { return log.keep(&BoardLog::note, report); });
+    log.keep(&BoardLog::finish, report);
     write(outputs, report, o.verbose);
-    if (!log_failure.empty()) throw std::runtime_error(log_failure);
+    if (!log.failure.empty()) throw std::runtime_error(log.failure);
     return report.passed() ? kPassed : kNotPassed;
 }
 
