@@ -173,7 +173,7 @@ bring_up() {
 
 factory_line() {
     title "5. The factory line, with its plugs in"
-    "$vcam" pin "$line" "4.0 wire 5.0" > /dev/null
+    "$vcam" pin "$line" "4.0 wire 5.0" "8.1 level 1" > /dev/null
     "$vcam" plug "$line" ttyAMA1 loopback > /dev/null
     "$vcam" plug "$line" ttyAMA2 loopback > /dev/null
     station test_dio
