@@ -108,8 +108,8 @@ int wait_for(pollfd* fds, nfds_t count, int64_t limit_ns, const sigset_t* wanted
         int64_t pause = kind == clock::Wait::plain ? sleeper.try_skip() : clock::kPeerGrace;
         while (n == 0 && !sleeper.over() && std::min(deadline, changes) == until) {
             pause = std::min(pause, slice);
-            n = look_at_all(fds, count, std::clamp<int64_t>(pause, 0, until - clock::now_ns()), mask,
-                            &changes);
+            const int64_t left = std::max<int64_t>(0, until - clock::now_ns()); // it may just have passed
+            n = look_at_all(fds, count, std::clamp<int64_t>(pause, 0, left), mask, &changes);
             if (n == 0) pause = sleeper.try_skip();
         }
         if (n == 0) n = look_at_all(fds, count, 0, mask, &changes);
