@@ -25,8 +25,12 @@ int complain(const Tool& tool, const std::string& reason, const std::string& com
 // A success is one only when its text has arrived: standard output may be a full disk.
 int flushed(const Tool& tool, int status, int failure)
 {
-    if (fflush(stdout) == 0 && !ferror(stdout)) return status;
-    fprintf(stderr, "%s: standard output: cannot be written: %m\n", tool.name);
+    if (fflush(stdout) != 0)
+        fprintf(stderr, "%s: standard output: cannot be written: %m\n", tool.name);
+    else if (ferror(stdout)) // an earlier write: its errno is gone
+        fprintf(stderr, "%s: standard output: cannot be written: it is closed or full\n", tool.name);
+    else
+        return status;
     return status == 0 ? failure : status;
 }
 
