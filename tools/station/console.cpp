@@ -133,7 +133,10 @@ std::optional<Frame> Console::fetch(int tries)
     for (int attempt = 0; attempt < tries; ++attempt) {
         const std::string key = random_word();
         if (!type("zg " + key)) continue;
-        terminal_.wait(kReading, [&] { return at_prompt() || terminal_.quiet_s() > kAnswer; });
+        // A prompt alone may be an earlier line's.
+        terminal_.wait(kReading, [&] {
+            return (at_prompt() && find_frame(terminal_.text(), key)) || terminal_.quiet_s() > kAnswer;
+        });
         const auto frame = find_frame(terminal_.text(), key);
         if (!frame || !frame->intact()) continue;
         if (!frame->sum.empty() || before == frame) return frame;

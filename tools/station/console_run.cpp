@@ -157,7 +157,10 @@ bool Console::interrupt(Running& running, Outcome::Kind kind)
     running.outcome.kind = kind;
     keep_seen(running);
     terminal_.send("\x03");
-    if (terminal_.wait(running.limits.grace_s, [&] { return is_over(running); })) return true;
+    if (terminal_.wait(running.limits.grace_s, [&] { return is_over(running); })) {
+        terminal_.settle(kQuiet / 2, kQuiet); // lines that were typed while it ran have their prompts now
+        return true;
+    }
     if (prompt_of(terminal_.text()) == Prompt::login) return leave(running, Outcome::reset, kRestarted);
     if (kill_stopped(running)) return true;
     switch (ask_session(terminal_, word_)) {
