@@ -106,7 +106,8 @@ std::vector<char*> pointers(const std::vector<std::string>& words)
 }
 
 // The way of the camera's first process from its namespaces to its program.
-void become_init(const Camera& camera, const SandboxPlan& plan, Gate& mapped, Gate& ready, Gate& built)
+void become_init(const Camera& camera, const SandboxPlan& plan, Gate& mapped, Gate& ready, Gate& built,
+                 Gate& known)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL); // a killed launcher leaves nothing behind
     if (!mapped.wait()) _exit(kSandboxFailure);
@@ -118,6 +119,7 @@ void become_init(const Camera& camera, const SandboxPlan& plan, Gate& mapped, Ga
     mount_own(camera, plan);
     if (!plan.neighbour.empty()) make_link(plan.neighbour);
     give_up_rights();
+    if (!known.wait()) _exit(kSandboxFailure);
     close_range(3, ~0u, CLOSE_RANGE_CLOEXEC);
     execve("/sbin/vcam-guest", pointers(plan.arguments).data(), pointers(plan.environment).data());
     fail("cannot start /sbin/vcam-guest in the camera: %s", strerror(errno));
@@ -137,13 +139,14 @@ template<class Body> [[noreturn]] void finish_process(Body body)
 }
 
 // Makes the camera's first process, as the launcher's child, and the root for it.
-void build_camera(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan, Gate& launcher)
+void build_camera(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan, Gate& launcher,
+                  Gate& known)
 {
     Gate mapped, ready, built;
     const pid_t init = fork_into(kInner | CLONE_PARENT);
     if (init < 0) fail("no namespaces within the first: %s", strerror(errno));
     if (init == 0) {
-        finish_process([&] { become_init(camera, plan, mapped, ready, built); });
+        finish_process([&] { become_init(camera, plan, mapped, ready, built, known); });
     }
     launcher.give(init);
     write_maps(init);
@@ -202,9 +205,10 @@ void enter_namespaces(const Camera& camera, pid_t pid)
 
 } // namespace
 
-pid_t start_sandbox(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan)
+pid_t start_sandbox(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan,
+                    const std::function<void(pid_t)>& make_known)
 {
-    Gate mapped, number;
+    Gate mapped, number, known;
     fflush(nullptr);
     const pid_t builder = fork_into(kOuter);
     if (builder < 0)
@@ -218,7 +222,7 @@ pid_t start_sandbox(const Camera& camera, const Pieces& pieces, const SandboxPla
         finish_process([&] {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             if (!mapped.wait()) throw AlreadySaid(); // the launcher could not write the id maps
-            build_camera(camera, pieces, plan, number);
+            build_camera(camera, pieces, plan, number, known);
         });
     try {
         write_maps(builder);
@@ -229,6 +233,8 @@ pid_t start_sandbox(const Camera& camera, const Pieces& pieces, const SandboxPla
     }
     pid_t init = 0;
     if (!mapped.give() || !number.wait(&init)) return builder; // it ends like a camera that does not start
+    make_known(init);
+    known.give();
     wait_for(builder);
     return init;
 }

@@ -9,6 +9,7 @@
 #include "sim/base/camera.hpp"
 #include "sim/sandbox/pieces.hpp"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -45,8 +46,10 @@ struct SandboxPlan {
 };
 
 // Starts pid 1 and returns its number on the host; throws where no namespace can be had. What
-// fails later, inside, is told by the child itself: one line, exit status 125.
-pid_t start_sandbox(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan);
+// fails later, inside, is told by the child itself: one line, exit status 125. No program of the camera runs before
+// make_known has returned: who hears from one can join the camera.
+pid_t start_sandbox(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan,
+                    const std::function<void(pid_t init)>& make_known);
 
 // Runs a command inside a running camera, pid its first process; returns its exit status as a shell counts
 // it, and kSandboxFailure, with a line of its own, as long as that process is on its way in.

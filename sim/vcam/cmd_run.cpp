@@ -241,8 +241,8 @@ int run_camera(const Camera& camera, const RunOptions& o, const Arguments& comma
     note_command(camera, command);
     for (const char* name : {"ending", "cause"}) unlink(camera.path(name).c_str());
     catch_signals();
-    init_pid = start_sandbox(camera, pieces, plan(camera, o, command));
-    replace_file(camera.path("pid"), text("%d\n", int(init_pid)));
+    init_pid = start_sandbox(camera, pieces, plan(camera, o, command),
+                             [&](pid_t init) { replace_file(camera.path("pid"), text("%d\n", int(init))); });
     if (early_signal) kill(init_pid, early_signal);
     ports.start(pid_t(init_pid));
     ignore_terminal_signals();
