@@ -5,6 +5,7 @@
 #include "tools/cli/output_file.hpp"
 
 #include <csignal>
+#include <cstdio>
 #include <fcntl.h>
 #include <fstream>
 #include <map>
@@ -20,6 +21,9 @@ constexpr double kEndSeconds = 5; // until vcam run has said how the camera ende
 constexpr int kKilled = 128 + SIGKILL, kSandboxFailure = 125, kPowerCut = 121;
 constexpr const char* kSoundTool = "zep-audio"; // bound into the camera
 constexpr const char* kReady = "ready\n";
+// A few seconds of the PC's, at the most.
+constexpr const char* kWhenListening = "i=0; until grep -qs \"$0\" /proc/net/tcp /proc/net/tcp6 || [ $((i += "
+                                       "1)) -gt 3000 ]; do :; done; exec \"$@\"";
 
 class VcamTarget : public Target {
 public:
@@ -65,12 +69,18 @@ public:
     }
 
     // The PC's program joins the camera: sound and time are one there, and nothing waits for the clock on the wall.
+    // It starts when the board listens: while that program is on its way into the camera nothing runs there, and a
+    // pause between two tries would take no time.
     Words beside(const Words& program, int port) override
     {
         Words inside = filled(program, "127.0.0.1", port);
         if (inside[0] == kSoundTool && sound_tool_[0] == '/')
             inside[0] = std::string("/run/bin/") + kSoundTool;
-        return executing(inside);
+        char listening[32];
+        snprintf(listening, sizeof listening, ":%04X [0-9A-F]*:0000 0A", unsigned(port));
+        Words words = {"sh", "-c", kWhenListening, listening};
+        words.insert(words.end(), inside.begin(), inside.end());
+        return executing(words);
     }
 
 private:
