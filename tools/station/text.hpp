@@ -9,7 +9,7 @@ namespace station {
 // Valid UTF-8 that moves no cursor: a control character becomes "\x1B", a character that turns the direction
 // of writing "\u202E", a byte that is no UTF-8 U+FFFD. CR LF is LF; LF and tab stay.
 std::string harmless(std::string_view bytes);
-// The same as one line of at most so many characters.
+// The same on one line, cut after `most` characters.
 std::string harmless_line(std::string_view bytes, size_t most = 120);
 
 // The first `most` characters; shorter text is filled with blanks to `fill`.
