@@ -32,7 +32,7 @@ def programs():
 def promised():
     """What all components hold, but for the headers."""
     pages = [p for p in glob.glob(os.path.join(SOURCE, "docs/man/*.[3578]"))
-             if not p.endswith(("camera.conf.5", "vcam-faults.5", "zep-audio.7"))]  # the tools'
+             if not p.endswith(("camera.conf.5", "vcam-faults.5", "zep-line.5", "zep-audio.7"))]  # the tools'
     return {*programs(),
             *(f"usr/lib/libzep{name}.a" for name in ("common", "service", "board", "upgrade", "mpp")),
             *(f"usr/lib/pkgconfig/{name}.pc" for name in ("zepcommon", "zepmpp")),
