@@ -21,7 +21,7 @@ extern "C" [[noreturn]] void __chk_fail();
 namespace {
 
 constexpr int64_t kNoLimit = INT64_MAX;
-constexpr int64_t kCondSlice = 2'000'000; // host time
+constexpr int64_t kCondSlice = 50'000; // host time
 // Nothing wakes a wait for a model: it must look before the camera has stood still long enough to skip.
 constexpr int64_t kModelSlice = 2'000'000;
 static_assert(kModelSlice * 4 < clock::kLongestSettle);
@@ -196,17 +196,23 @@ template<class Spec> bool bad_limit(const Spec* limit)
 // are decades apart, so the nearer one is meant.
 bool is_calendar_time(int64_t t) { return std::abs(t - clock::wall_ns()) < std::abs(t - clock::now_ns()); }
 
-// Waits in slices of host time. A slice that ends without a signal returns as a spurious wake-up,
-// which every waiter must expect: going on inside could miss a signal given between two slices.
-template<class Spec, class Wait> int cond_wait(const Spec* until, bool calendar, Wait wait)
+// Waits in slices of host time, and looks after each whether time may pass. Meanwhile the mutex is free: who still
+// needs it is not at rest, but seems to be while the one that looks holds it. A slice without a signal returns as a
+// spurious wake-up, which every waiter must expect: a signal given between two slices of one call would be missed.
+template<class Spec, class Wait>
+int cond_wait(pthread_mutex_t* mutex, const Spec* until, bool calendar, Wait wait)
 {
     if (until->tv_nsec < 0 || until->tv_nsec >= clock::kSecond) return EINVAL;
     const int64_t deadline = ns_of(*until) - (calendar ? clock::wall_ns() - clock::now_ns() : 0);
     clock::Sleeper sleeper(deadline, clock::Wait::plain);
-    const int64_t pause = sleeper.over() ? 0 : std::clamp<int64_t>(sleeper.try_skip(), 0, kCondSlice);
     const int64_t host = raw::clock_ns(calendar ? CLOCK_REALTIME : CLOCK_MONOTONIC);
-    const int result = wait(host + (sleeper.over() ? 0 : pause));
-    return result == ETIMEDOUT && !sleeper.over() ? 0 : result;
+    const int result = wait(host + (sleeper.over() ? 0 : kCondSlice));
+    if (result != ETIMEDOUT || sleeper.over()) return result;
+    if (::pthread_mutex_unlock(mutex) == 0) {
+        sleeper.try_skip();
+        if (const int lost = ::pthread_mutex_lock(mutex); lost != 0) return lost;
+    }
+    return sleeper.over() ? ETIMEDOUT : 0;
 }
 
 } // namespace
@@ -271,7 +277,7 @@ PSELECT(pselect, timespec)
     {                                                                                                        \
         const auto real = VCAM_NEXT(int(pthread_cond_t*, pthread_mutex_t*, const Spec*), #name);             \
         if (!active()) return real(cond, mutex, until);                                                      \
-        return cond_wait(until, is_calendar_time(ns_of(*until)), [&](int64_t host_ns) {                      \
+        return cond_wait(mutex, until, is_calendar_time(ns_of(*until)), [&](int64_t host_ns) {                      \
             const Spec limit = spec_of<Spec>(host_ns);                                                       \
             return real(cond, mutex, &limit);                                                                \
         });                                                                                                  \
@@ -283,7 +289,7 @@ COND_TIMEDWAIT(pthread_cond_timedwait, timespec)
     {                                                                                                        \
         const auto real = VCAM_NEXT(int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const Spec*), #name);  \
         if (!active()) return real(cond, mutex, id, until);                                                  \
-        return cond_wait(until, id == CLOCK_REALTIME, [&](int64_t host_ns) {                                 \
+        return cond_wait(mutex, until, id == CLOCK_REALTIME, [&](int64_t host_ns) {                                 \
             const Spec limit = spec_of<Spec>(host_ns);                                                       \
             return real(cond, mutex, id, &limit);                                                            \
         });                                                                                                  \
