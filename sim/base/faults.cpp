@@ -19,7 +19,7 @@
 namespace vcam::faults {
 namespace {
 
-struct Line {
+struct PlannedFault {
     std::string device, operation;
     int64_t block = -1;
     int64_t skip = 0, times = 0;
@@ -71,13 +71,21 @@ bool parse_word(const std::string& text, Effect& effect)
     return true;
 }
 
-bool parse_effect(const std::string& text, Effect& effect)
+std::optional<Effect> simple_effect(const std::string& text)
 {
     for (const auto& row : kEffects)
-        if (text == row.name) return effect = {row.kind}, true;
+        if (text == row.name) return Effect{row.kind};
     for (int e = 1; e < 134; ++e)
-        if (const char* name = ::strerrorname_np(e); name && text == name)
-            return effect = {Kind::error, e}, true;
+        if (const char* name = ::strerrorname_np(e); name && text == name) return Effect{Kind::error, e};
+    return {};
+}
+
+bool parse_effect(const std::string& text, Effect& effect)
+{
+    if (const auto simple = simple_effect(text)) {
+        effect = *simple;
+        return true;
+    }
     if (text.starts_with("word")) return parse_word(text.substr(4), effect);
     int64_t number = 0;
     if (text.starts_with("slow=")) {
@@ -85,14 +93,16 @@ bool parse_effect(const std::string& text, Effect& effect)
         effect = {.kind = Kind::slow, .value = uint32_t(number)};
         return true;
     }
-    if (parse_hex(text, number) && number > 0x7FFFFFFF)
-        return effect = {Kind::error, -int(uint32_t(number))}, true;
+    if (parse_hex(text, number) && number > 0x7FFFFFFF) {
+        effect = {Kind::error, -int(uint32_t(number))};
+        return true;
+    }
     if (!parse_number(text, number) || number < 1 || number > 4095) return false;
     effect = {Kind::error, int(number)};
     return true;
 }
 
-std::string parse(const std::string& text, std::optional<Line>& out)
+std::string parse(const std::string& text, std::optional<PlannedFault>& out)
 {
     out.reset();
     std::vector<std::string> words;
@@ -100,7 +110,7 @@ std::string parse(const std::string& text, std::optional<Line>& out)
     for (std::string word; in >> word;) words.push_back(word);
     if (words.empty()) return {};
     if (words.size() != 4 && words.size() != 5) return "not \"device [operation] skip times effect\"";
-    Line line;
+    PlannedFault line;
     line.device = words[0];
     if (words.size() == 5) line.operation = words[1];
     if (const size_t at = line.operation.find('@'); at != std::string::npos) {
@@ -198,7 +208,7 @@ bool call_can_have(const Target& target, Kind effect)
     return effect != Kind::flip && effect != Kind::word && (effect != Kind::drop || !opens);
 }
 
-std::string check_call(const Line& line, const Target& target)
+std::string check_call(const PlannedFault& line, const Target& target)
 {
     if (target.kind == Target::Kind::command && !line.operation.empty())
         return line.device + " has no operations, and " + line.operation + " is none";
@@ -207,7 +217,7 @@ std::string check_call(const Line& line, const Target& target)
 }
 
 // Without an operation the line is for all, so each must be able to have the effect.
-std::string check_operation(const Line& line, const Target& target)
+std::string check_operation(const PlannedFault& line, const Target& target)
 {
     const auto name = [](const Operation& o) { return o.name; };
     std::vector<Operation> able;
@@ -233,7 +243,7 @@ std::string check_operation(const Line& line, const Target& target)
            names_of(able, name);
 }
 
-std::string check_names(const Line& line, std::span<const Target> targets)
+std::string check_names(const PlannedFault& line, std::span<const Target> targets)
 {
     const auto target =
         std::find_if(targets.begin(), targets.end(), [&](auto& t) { return t.name == line.device; });
@@ -249,7 +259,7 @@ Effect walk(const std::string& plan, std::string_view device, std::string_view o
     std::optional<Counters> counters; // opened for the first line that matches
     std::map<std::string, int> seen;
     std::istringstream in(plan);
-    std::optional<Line> line;
+    std::optional<PlannedFault> line;
     for (std::string text; std::getline(in, text);) {
         if (!parse(text, line).empty() || !line || !line->matches(device, operation, block)) continue;
         if (!counters) counters.emplace(state::path("faults.state"));
@@ -282,7 +292,7 @@ bool is_blank(std::string_view line)
 
 std::string check(const std::string& text, std::span<const Target> targets)
 {
-    std::optional<Line> line;
+    std::optional<PlannedFault> line;
     const std::string problem = parse(text, line);
     return !problem.empty() || !line ? problem : check_names(*line, targets);
 }
@@ -307,7 +317,7 @@ bool plans_call(std::string_view call)
         planned = 0;
         const int e = errno;
         std::istringstream in(raw::read_text(state::path("faults")));
-        std::optional<Line> line;
+        std::optional<PlannedFault> line;
         for (std::string text; std::getline(in, text);)
             for (size_t i = 0; i < std::size(kLibraryCalls); ++i)
                 if (parse(text, line).empty() && line && line->device == kLibraryCalls[i]) planned |= 1 << i;
@@ -327,7 +337,7 @@ std::vector<Progress> progress()
     const Counters counters(state::path("faults.state"));
     std::map<std::string, int> seen;
     std::istringstream in(raw::read_text(state::path("faults")));
-    std::optional<Line> line;
+    std::optional<PlannedFault> line;
     for (std::string text; std::getline(in, text);) {
         if (!parse(text, line).empty() || !line) continue;
         Progress p{text, counters.of(counted_as(text, seen)), 0, line->times};

@@ -18,7 +18,7 @@
 namespace vcam::clock {
 namespace {
 
-constexpr uint32_t kPageMagic = 0x314B4356; // "VCK1"
+constexpr uint32_t kClockMagic = 0x314B4356; // "VCK1"
 constexpr int64_t kNever = INT64_MAX;
 constexpr int kSleepers = 256, kMembers = 64;
 constexpr int64_t kWatchdogLook = 50'000'000; // in real time, sleepers wake to look at the watchdog
@@ -35,7 +35,7 @@ struct Slot {
 };
 
 // The same layout in 64-bit and 32-bit processes.
-struct Page {
+struct SharedClock {
     std::atomic<uint32_t> magic;
     std::atomic<uint32_t> realtime;
     std::atomic<uint32_t> owns_pids;
@@ -52,37 +52,38 @@ struct Page {
     alignas(8) std::atomic<int64_t> first_base_ns; // the calendar as the first start found it
 };
 static_assert(std::atomic<int64_t>::is_always_lock_free && sizeof(Slot) == 24);
-static_assert(sizeof(Page) == 56 + 40 + 4 * kMembers + 24 * kSleepers + 8);
+static_assert(sizeof(SharedClock) == 56 + 40 + 4 * kMembers + 24 * kSleepers + 8);
 
-std::atomic<Page*> mapped{nullptr};
+std::atomic<SharedClock*> mapped{nullptr};
 
 int64_t host_ns() { return raw::clock_ns(CLOCK_MONOTONIC); }
 
-Page* map(int flags)
+SharedClock* map(int flags)
 {
     const raw::Fd fd(raw::open(state::path("clock").c_str(), flags | O_CLOEXEC, 0666));
     if (!fd) return nullptr;
     const int64_t size = raw::seek(fd.get(), 0, SEEK_END);
     if (flags & O_CREAT) {
         const char zero = 0;
-        if (size < int64_t(sizeof(Page)) && raw::pwrite(fd.get(), &zero, 1, sizeof(Page) - 1) != 1)
+        if (size < int64_t(sizeof(SharedClock)) &&
+            raw::pwrite(fd.get(), &zero, 1, sizeof(SharedClock) - 1) != 1)
             return nullptr;
-    } else if (size < int64_t(sizeof(Page))) {
+    } else if (size < int64_t(sizeof(SharedClock))) {
         return nullptr;
     }
-    void* memory = ::mmap(nullptr, sizeof(Page), PROT_READ | PROT_WRITE, MAP_SHARED, fd.get(), 0);
-    return memory == MAP_FAILED ? nullptr : static_cast<Page*>(memory);
+    void* memory = ::mmap(nullptr, sizeof(SharedClock), PROT_READ | PROT_WRITE, MAP_SHARED, fd.get(), 0);
+    return memory == MAP_FAILED ? nullptr : static_cast<SharedClock*>(memory);
 }
 
-Page* page()
+SharedClock* page()
 {
-    Page* p = mapped.load(std::memory_order_acquire);
+    SharedClock* p = mapped.load(std::memory_order_acquire);
     return p || !attach() ? p : mapped.load(std::memory_order_acquire);
 }
 
-int64_t now(const Page& p) { return host_ns() + p.offset_ns.load(); }
+int64_t now(const SharedClock& p) { return host_ns() + p.offset_ns.load(); }
 
-void join(Page& p)
+void join(SharedClock& p)
 {
     const int32_t self = raw::pid();
     for (auto& member : p.members)
@@ -94,10 +95,10 @@ void join(Page& p)
     }
 }
 
-bool watchdog_due(Page& p, int64_t t) { return p.watchdog.armed == 1 && t >= p.watchdog.deadline_ns; }
+bool watchdog_due(SharedClock& p, int64_t t) { return p.watchdog.armed == 1 && t >= p.watchdog.deadline_ns; }
 
 // The earliest time somebody waits for; kNever when the camera must not skip yet.
-int64_t next_event(Page& p, int64_t t)
+int64_t next_event(SharedClock& p, int64_t t)
 {
     int64_t earliest = kNever, grace = 0;
     for (const Slot& s : p.sleepers) {
@@ -118,7 +119,7 @@ int64_t next_event(Page& p, int64_t t)
     return host_ns() < grace ? kNever : earliest;
 }
 
-bool nothing_runs(const Page& p)
+bool nothing_runs(const SharedClock& p)
 {
     if (p.owns_pids) return quiet::whole_space();
     std::array<int, kMembers> members;
@@ -127,7 +128,7 @@ bool nothing_runs(const Page& p)
     return quiet::families(members);
 }
 
-bool stands_still(Page& p, int64_t skip_ns)
+bool stands_still(SharedClock& p, int64_t skip_ns)
 {
     if (!nothing_runs(p)) return false;
     if (skip_ns < kSettleFrom) return true;
@@ -135,7 +136,7 @@ bool stands_still(Page& p, int64_t skip_ns)
     return nothing_runs(p);
 }
 
-bool lock_skipper(Page& p)
+bool lock_skipper(SharedClock& p)
 {
     const int32_t self = raw::tid();
     int32_t holder = 0;
@@ -143,7 +144,7 @@ bool lock_skipper(Page& p)
     return !quiet::alive(holder) && p.skipper.compare_exchange_strong(holder, self);
 }
 
-bool skip(Page& p)
+bool skip(SharedClock& p)
 {
     if (p.realtime || !lock_skipper(p)) return false;
     const int64_t target = next_event(p, now(p));
@@ -164,9 +165,9 @@ bool skip(Page& p)
 std::string power_on(const PowerOn& options)
 {
     detach();
-    Page* p = map(O_RDWR | O_CREAT);
+    SharedClock* p = map(O_RDWR | O_CREAT);
     if (!p) return state::path("clock") + ": " + strerror(errno);
-    if (p->magic != kPageMagic) {
+    if (p->magic != kClockMagic) {
         memset(static_cast<void*>(p), 0, sizeof *p);
         p->wall_base_ns = raw::clock_ns(CLOCK_REALTIME);
     }
@@ -182,7 +183,7 @@ std::string power_on(const PowerOn& options)
     p->owns_pids = options.owns_pids;
     p->offset_ns = start - host_ns();
     p->stopped_ns = -1;
-    p->magic = kPageMagic;
+    p->magic = kClockMagic;
     mapped = p;
     join(*p);
     return {};
@@ -190,7 +191,7 @@ std::string power_on(const PowerOn& options)
 
 void power_off()
 {
-    Page* p = page();
+    SharedClock* p = page();
     if (!p) return;
     p->stopped_ns = now(*p);
     for (auto& s : p->sleepers) s.tid = 0;
@@ -201,11 +202,11 @@ bool attach()
     if (mapped.load(std::memory_order_acquire)) return true;
     if (state::dir().empty()) return false;
     const int e = errno;
-    Page* p = map(O_RDWR);
+    SharedClock* p = map(O_RDWR);
     errno = e;
     if (!p) return false;
-    Page* none = nullptr;
-    if (p->magic != kPageMagic || !mapped.compare_exchange_strong(none, p)) {
+    SharedClock* none = nullptr;
+    if (p->magic != kClockMagic || !mapped.compare_exchange_strong(none, p)) {
         ::munmap(static_cast<void*>(p), sizeof *p);
         return none != nullptr;
     }
@@ -215,17 +216,17 @@ bool attach()
 
 void joined_by_fork()
 {
-    if (Page* p = mapped.load(); p && !p->owns_pids) join(*p);
+    if (SharedClock* p = mapped.load(); p && !p->owns_pids) join(*p);
 }
 
 void detach()
 {
-    if (Page* p = mapped.exchange(nullptr)) ::munmap(static_cast<void*>(p), sizeof *p);
+    if (SharedClock* p = mapped.exchange(nullptr)) ::munmap(static_cast<void*>(p), sizeof *p);
 }
 
 int64_t now_ns()
 {
-    const Page* p = page();
+    const SharedClock* p = page();
     if (!p) return 0;
     const int64_t stopped = p->stopped_ns;
     return stopped >= 0 ? stopped : now(*p);
@@ -233,42 +234,42 @@ int64_t now_ns()
 
 int64_t wall_ns()
 {
-    const Page* p = page();
+    const SharedClock* p = page();
     return p ? p->wall_base_ns + now_ns() : raw::clock_ns(CLOCK_REALTIME);
 }
 
 void set_wall_ns(int64_t t)
 {
-    if (Page* p = page()) p->wall_base_ns = t - now_ns();
+    if (SharedClock* p = page()) p->wall_base_ns = t - now_ns();
 }
 
 bool realtime()
 {
-    const Page* p = page();
+    const SharedClock* p = page();
     return !p || p->realtime;
 }
 
 bool owns_pids()
 {
-    const Page* p = page();
+    const SharedClock* p = page();
     return p && p->owns_pids;
 }
 
 bool has_power()
 {
-    const Page* p = page();
+    const SharedClock* p = page();
     return !p || !p->dark;
 }
 
 bool mark_power_off()
 {
-    Page* p = page();
+    SharedClock* p = page();
     return p && p->dark.exchange(1) == 0;
 }
 
 Sleeper::Sleeper(int64_t deadline_ns, Wait kind) : deadline_(deadline_ns), since_ns_(host_ns())
 {
-    Page* p = page();
+    SharedClock* p = page();
     if (!p) return;
     generation_ = p->generation;
     const int32_t self = raw::tid();
@@ -288,7 +289,7 @@ Sleeper::Sleeper(int64_t deadline_ns, Wait kind) : deadline_(deadline_ns), since
 
 Sleeper::~Sleeper()
 {
-    Page* p = mapped.load();
+    SharedClock* p = mapped.load();
     if (!p || slot_ < 0) return;
     p->sleepers[size_t(slot_)].deadline_ns = 0;
     p->sleepers[size_t(slot_)].tid = 0;
@@ -298,7 +299,7 @@ bool Sleeper::over() const { return now_ns() >= deadline_; }
 
 int64_t Sleeper::try_skip()
 {
-    Page* p = page();
+    SharedClock* p = page();
     if (!p) return kTick;
     if (const uint32_t skips = p->generation; skips != generation_) {
         generation_ = skips;
@@ -318,7 +319,7 @@ int64_t Sleeper::try_skip()
 
 void Sleeper::nap(int64_t host_ns)
 {
-    if (Page* p = page(); p && host_ns > 0) raw::futex_wait(&p->generation, generation_, host_ns);
+    if (SharedClock* p = page(); p && host_ns > 0) raw::futex_wait(&p->generation, generation_, host_ns);
 }
 
 SignalHold::SignalHold()
@@ -379,13 +380,13 @@ bool sleep_until(int64_t deadline_ns, bool restart)
 
 WatchdogState* watchdog()
 {
-    Page* p = page();
+    SharedClock* p = page();
     return p ? &p->watchdog : nullptr;
 }
 
 void check_watchdog()
 {
-    if (Page* p = page(); p && p->stopped_ns < 0 && watchdog_due(*p, now(*p))) watchdog::expire();
+    if (SharedClock* p = page(); p && p->stopped_ns < 0 && watchdog_due(*p, now(*p))) watchdog::expire();
 }
 
 } // namespace vcam::clock

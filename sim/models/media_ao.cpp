@@ -69,7 +69,10 @@ bool read_frame(const Frame& f, uint32_t channels, std::vector<int16_t>& out)
 {
     std::vector<int16_t> left, right;
     if (!read_side(f, 0, left)) return false;
-    if (channels == 1) return out = std::move(left), true;
+    if (channels == 1) {
+        out = std::move(left);
+        return true;
+    }
     if (f.sound_mode == kStereo && !read_side(f, 1, right)) return false;
     out.resize(2 * left.size());
     for (size_t i = 0; i < left.size(); ++i) {

@@ -162,7 +162,10 @@ public:
     void* map(int, void* address, size_t length, int protection, int flags, int64_t offset) override
     {
         const int settled = offset >= 0 && offset < kRam ? registers::settle(uint32_t(offset), length) : 0;
-        if (settled < 0) return errno = -settled, MAP_FAILED;
+        if (settled < 0) {
+            errno = -settled;
+            return MAP_FAILED;
+        }
         return map_physical(address, length, protection, flags, offset);
     }
     ssize_t read(int, void*, size_t) override { return -EPERM; }

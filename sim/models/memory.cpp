@@ -33,13 +33,13 @@ View& view()
     return *one;
 }
 
-struct Stretch {
+struct Range {
     uint64_t begin, end;
 };
 
-std::vector<Stretch> taken(const Page& page)
+std::vector<Range> taken(const Page& page)
 {
-    std::vector<Stretch> out;
+    std::vector<Range> out;
     for (const Pool& p : page.vb.pools)
         if (p.used) out.push_back({p.physical, uint64_t(p.physical) + uint64_t(p.block_size) * p.blocks});
     for (const MmzBlock& b : page.mmz)
@@ -100,7 +100,7 @@ uint32_t allocate(const Page& page, uint64_t size)
 {
     const uint64_t whole = (size + kPageSize - 1) / kPageSize * kPageSize;
     uint64_t at = kZone;
-    for (const Stretch& s : taken(page)) {
+    for (const Range& s : taken(page)) {
         if (s.begin >= at + whole) break;
         at = (std::max(at, s.end) + kPageSize - 1) / kPageSize * kPageSize;
     }

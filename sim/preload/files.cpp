@@ -41,7 +41,7 @@ template<class Run> ssize_t vectored(const iovec* parts, int count, bool gather,
     size_t size = 0;
     for (int i = 0; i < count; ++i) size += parts[i].iov_len;
     char* whole = static_cast<char*>(malloc(size ? size : 1));
-    if (!whole) return errno = ENOMEM, -1;
+    if (!whole) return refused(ENOMEM);
     size_t at = 0;
     for (int i = 0; gather && i < count; at += parts[i++].iov_len)
         memcpy(whole + at, parts[i].iov_base, parts[i].iov_len);
@@ -309,7 +309,7 @@ FCNTL(__fcntl_time64)
 #define REFUSED_COPY(name, offset_type)                                                                      \
     VCAM_EXPORT ssize_t name(int to, int from, offset_type* offset, size_t size) noexcept                    \
     {                                                                                                        \
-        if (device_of(to) || device_of(from)) return errno = EINVAL, -1;                                     \
+        if (device_of(to) || device_of(from)) return refused(EINVAL);                                        \
         return VCAM_NEXT(ssize_t(int, int, offset_type*, size_t), #name)(to, from, offset, size);            \
     }
 REFUSED_COPY(sendfile, off_t)
@@ -318,7 +318,7 @@ REFUSED_COPY(sendfile64, off64_t)
 VCAM_EXPORT ssize_t copy_file_range(int from, off64_t* from_at, int to, off64_t* to_at, size_t size,
                                     unsigned flags)
 {
-    if (device_of(to) || device_of(from)) return errno = EINVAL, -1;
+    if (device_of(to) || device_of(from)) return refused(EINVAL);
     using Type = ssize_t(int, off64_t*, int, off64_t*, size_t, unsigned);
     return VCAM_NEXT(Type, "copy_file_range")(from, from_at, to, to_at, size, flags);
 }

@@ -4,6 +4,7 @@
 #include "sim/models/model.hpp"
 
 #include <atomic>
+#include <cerrno>
 #include <type_traits>
 
 namespace vcam {
@@ -12,6 +13,13 @@ namespace vcam {
 bool active();
 // The device behind a descriptor, when this process is in a camera.
 inline Model* device_of(int fd) { return active() ? device::of(fd) : nullptr; }
+
+// What a call gives that fails.
+inline int refused(int error)
+{
+    errno = error;
+    return -1;
+}
 
 void* next_symbol(const char* name);
 

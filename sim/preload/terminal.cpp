@@ -35,7 +35,7 @@ int get_settings(Model& model, int fd, termios* out)
 
 int set_settings(Model& model, int fd, int how, const termios& in)
 {
-    if (how < TCSANOW || how > TCSAFLUSH) return errno = EINVAL, -1;
+    if (how < TCSANOW || how > TCSAFLUSH) return refused(EINVAL);
     serial::Settings s = {in.c_iflag & 0x7FFFFFFF, in.c_oflag, in.c_cflag, in.c_lflag, in.c_line, {}};
     std::copy_n(in.c_cc, sizeof s.cc, s.cc);
     return device::ioctl(model, fd, kSet + uint32_t(how), &s);

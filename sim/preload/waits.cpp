@@ -73,7 +73,7 @@ int look_at_all(pollfd* fds, nfds_t count, int64_t host_ns, const sigset_t* mask
     pollfd few[64];
     pollfd* const asked =
         count <= std::size(few) ? few : static_cast<pollfd*>(malloc(sizeof(pollfd) * count));
-    if (!asked) return errno = ENOMEM, -1;
+    if (!asked) return refused(ENOMEM);
     for (nfds_t i = 0; i < count; ++i) {
         asked[i] = fds[i];
         Model* model = fds[i].fd >= 0 ? device::of(fds[i].fd) : nullptr;
@@ -142,7 +142,7 @@ public:
     {
         if (result < 0) return result;
         for (nfds_t i = 0; i < count_; ++i)
-            if (fds_[i].revents & POLLNVAL) return errno = EBADF, -1;
+            if (fds_[i].revents & POLLNVAL) return refused(EBADF);
         if (in_) FD_ZERO(in_);
         if (out_) FD_ZERO(out_);
         if (odd_) FD_ZERO(odd_);
@@ -277,7 +277,7 @@ PSELECT(pselect, timespec)
     {                                                                                                        \
         const auto real = VCAM_NEXT(int(pthread_cond_t*, pthread_mutex_t*, const Spec*), #name);             \
         if (!active()) return real(cond, mutex, until);                                                      \
-        return cond_wait(mutex, until, is_calendar_time(ns_of(*until)), [&](int64_t host_ns) {                      \
+        return cond_wait(mutex, until, is_calendar_time(ns_of(*until)), [&](int64_t host_ns) {               \
             const Spec limit = spec_of<Spec>(host_ns);                                                       \
             return real(cond, mutex, &limit);                                                                \
         });                                                                                                  \
@@ -289,7 +289,7 @@ COND_TIMEDWAIT(pthread_cond_timedwait, timespec)
     {                                                                                                        \
         const auto real = VCAM_NEXT(int(pthread_cond_t*, pthread_mutex_t*, clockid_t, const Spec*), #name);  \
         if (!active()) return real(cond, mutex, id, until);                                                  \
-        return cond_wait(mutex, until, id == CLOCK_REALTIME, [&](int64_t host_ns) {                                 \
+        return cond_wait(mutex, until, id == CLOCK_REALTIME, [&](int64_t host_ns) {                          \
             const Spec limit = spec_of<Spec>(host_ns);                                                       \
             return real(cond, mutex, id, &limit);                                                            \
         });                                                                                                  \
