@@ -3,6 +3,7 @@
 #include "sim/jffs2/jffs2.hpp"
 #include "sim/jffs2/jffs2_log.hpp"
 #include "sim/base/raw.hpp"
+#include "sim/clock/flash.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -253,12 +254,14 @@ private:
     std::map<uint32_t, uint32_t> versions_;
 };
 
-std::string write_pieces(const std::string& path, const std::map<uint32_t, Bytes>& pieces)
+using Change = bool (*)(int, const std::string&, uint32_t, std::span<const uint8_t>);
+
+std::string write_pieces(const std::string& path, const std::map<uint32_t, Bytes>& pieces, Change change)
 {
     const raw::Fd fd(raw::open(path.c_str(), O_WRONLY | O_CLOEXEC));
     if (!fd) return path + ": " + strerror(errno);
     for (const auto& [at, bytes] : pieces)
-        if (!raw::pwrite_all(fd.get(), bytes.data(), bytes.size(), at)) return path + ": " + strerror(errno);
+        if (!change(fd.get(), path, at, bytes)) return path + ": " + strerror(errno);
     return {};
 }
 
@@ -277,7 +280,7 @@ std::string compact(const std::string& path, size_t size, uint32_t erase_size, b
         if (!bad.contains(at))
             blocks[at].assign(image.begin() + at,
                               image.begin() + ptrdiff_t(std::min<size_t>(at + erase_size, size)));
-    return write_pieces(path, blocks);
+    return write_pieces(path, blocks, flash::replace);
 }
 
 // Whether the log marks its erase blocks: NOR flash does, NAND flash does it out of band.
@@ -302,7 +305,7 @@ std::string sync(const std::string& image_path, uint32_t erase_size, const std::
     const bool markers = marks_blocks(image);
     Appender out(find_room(image, erase_size), erase_size, markers);
     error = Updater(log, out).run(dir);
-    if (error.empty()) return write_pieces(image_path, out.pieces());
+    if (error.empty()) return write_pieces(image_path, out.pieces(), flash::write);
     return error == kFull ? compact(image_path, image.size(), erase_size, markers, dir) : error;
 }
 

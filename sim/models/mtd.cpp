@@ -6,6 +6,7 @@
 // without a word, so only reading back finds it. The kernel refuses to erase a bad block, and leaves it
 // to the chip what becomes of a write to one. Erasing gives 0xFF.
 #include "sim/clock/clock.hpp"
+#include "sim/clock/flash.hpp"
 #include "sim/clock/journal.hpp"
 #include "sim/models/table.hpp"
 #include "sim/base/raw.hpp"
@@ -271,8 +272,7 @@ private:
     {
         const int known = bad_block(part, offset);
         if (known != 0) return std::min(known, 0);
-        if (!raw::append(part.image() + ".bad", std::to_string(offset / part.erase_size) + "\n"))
-            return -errno;
+        if (!flash::mark_bad(part.image(), uint32_t(offset), part.erase_size)) return -errno;
         measure();
         return 0;
     }
@@ -287,10 +287,9 @@ private:
         const std::lock_guard hold(lock_);
         const raw::Fd image(raw::open(part.image().c_str(), O_RDWR | O_CLOEXEC));
         if (!image) return -errno;
-        const std::vector<uint8_t> erased(part.erase_size, 0xFF);
         for (uint64_t at = 0; at < done; at += part.erase_size) {
             const size_t size = size_t(std::min<uint64_t>(part.erase_size, done - at));
-            if (!raw::pwrite_all(image.get(), erased.data(), size, int64_t(start + at))) return -errno;
+            if (!flash::erase(image.get(), part.image(), uint32_t(start + at), uint32_t(size))) return -errno;
             stretch_.add("erase", uint32_t(start + at), uint32_t(size));
             pace_.erase(size);
         }
@@ -320,7 +319,7 @@ private:
             bytes[i] &= old[i];
             if (stuck) done = i + 1; // the loop ends with the byte that did not come out
         }
-        if (!raw::pwrite_all(image.get(), bytes.data(), done, offset)) return -errno;
+        if (!flash::write(image.get(), part.image(), offset, {bytes.data(), done})) return -errno;
         if (is_bad(part, offset))
             stretch_.add("write to bad block", offset, uint32_t(done));
         else
@@ -344,8 +343,13 @@ public:
     ssize_t pwrite(int fd, const void* data, size_t size, int64_t offset) override
     {
         const int64_t end = state::partition(number_).size;
+        if (offset < 0) return -EINVAL;
         if (offset >= end) return size ? -ENOSPC : 0;
-        return Model::pwrite(fd, data, size_t(std::min<int64_t>(int64_t(size), end - offset)), offset);
+        if ((::fcntl(fd, F_GETFL) & O_ACCMODE) == O_RDONLY) return -EBADF;
+        size = size_t(std::min<int64_t>(int64_t(size), end - offset));
+        const bool done =
+            flash::replace(fd, backing(), uint32_t(offset), {static_cast<const uint8_t*>(data), size});
+        return done ? ssize_t(size) : -errno;
     }
     int64_t seek(int fd, int64_t offset, int whence) override
     {

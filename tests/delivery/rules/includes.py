@@ -26,7 +26,7 @@ ALLOWED = {
     MODULES: [AUDIO + "/", BIND + "/", BASE + "/"],
     "sim/base": ["common/base/fd.hpp"],
     "sim/clock": ["sim/base/"],
-    "sim/jffs2": ["sim/base/"],
+    "sim/jffs2": ["sim/base/", "sim/clock/flash.hpp"],
     "sim/board": ["sim/base/", "sim/clock/"],
     "sim/models": ["sim/base/", "sim/clock/", "sim/board/"],
     "sim/preload": ["sim/base/", "sim/clock/", "sim/board/", "sim/jffs2/", "sim/models/"],
