@@ -18,21 +18,14 @@
 namespace vcam {
 namespace {
 
-constexpr size_t kReportHead = 64;
 constexpr int kPageWidth = 1400, kPageHeight = 1900, kMostPageHeight = 16000; // of a picture
 constexpr std::string_view kHeightIs = "data-height=\"";
 constexpr std::string_view kOurs = "<!DOCTYPE html><!-- a virtual camera -->", kPng = "\x89PNG";
 constexpr const char* kBrowsers[] = {"/usr/bin/chromium", "/usr/bin/chromium-browser",
                                      "/usr/bin/google-chrome"};
 
-bool begins(int fd, std::string_view with)
-{
-    char head[kReportHead];
-    return pread(fd, head, with.size(), 0) == ssize_t(with.size()) &&
-           std::string_view(head, with.size()) == with;
-}
-bool is_report(int fd, off_t) { return begins(fd, kOurs); }
-bool is_png(int fd, off_t) { return begins(fd, kPng); }
+bool is_report(int fd, off_t) { return cli::begins_with(fd, kOurs); }
+bool is_png(int fd, off_t) { return cli::begins_with(fd, kPng); }
 
 std::string dump(const cli::Json& json)
 {

@@ -24,6 +24,7 @@ int plug_main(const Arguments& arguments);
 int trace_main(const Arguments& arguments);
 int report_main(const Arguments& arguments);
 int watch_main(const Arguments& arguments);
+int explore_main(const Arguments& arguments);
 int web_main(const Arguments& arguments);
 
 } // namespace vcam

@@ -28,6 +28,8 @@ int main(int argc, char** argv)
          {"web", "a live page of cameras in the browser", web_main},
          {"report", "the same page of one camera, frozen in one file", report_main},
          {"watch", "a live view of one camera in the terminal", watch_main},
+         {"explore", "every cut of the power in a run of a program, and the same command again",
+          explore_main},
          {"trace", "the last run for trace viewers, as JSON trace events", trace_main}},
     };
     return cli::run(tool, argc, argv);

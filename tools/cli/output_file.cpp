@@ -75,6 +75,12 @@ bool write_whole(int fd, const char* data, size_t size)
 
 OutputRule wav_rule(bool force) { return {"a WAV file", is_wav, force, 0666, true}; }
 
+bool begins_with(int fd, std::string_view head)
+{
+    std::string found(head.size(), '\0');
+    return pread(fd, found.data(), found.size(), 0) == ssize_t(found.size()) && found == head;
+}
+
 OutputFile::OutputFile(std::string path, const OutputRule& rule, const std::vector<std::string>& inputs)
     : mode_(rule.mode), path_(path == "-" ? "/dev/stdout" : std::move(path)), target_(path_)
 {

@@ -17,6 +17,8 @@ struct OutputRule {
     bool binary = false;                           // refused on a terminal, unless forced
 };
 OutputRule wav_rule(bool force); // replaces WAV files
+// Whether a file begins with these bytes, for an OutputRule.
+bool begins_with(int fd, std::string_view head);
 
 /**
  * One output. A regular file appears under its name when it is complete and on the storage; until

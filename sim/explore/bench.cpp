@@ -1,0 +1,126 @@
+// Cameras in which the explored command runs.
+#include "sim/explore/bench.hpp"
+#include "sim/base/state.hpp"
+#include "sim/base/text.hpp"
+#include "sim/clock/clock.hpp"
+#include "sim/sandbox/pieces.hpp"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <mutex>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace vcam::explore {
+namespace {
+
+namespace fs = std::filesystem;
+
+// What belongs to earlier runs, or to a run that goes on.
+constexpr const char* kNotCopied[] = {"before",  "record", "lock",   "pid",
+                                      "console", "cause",  "ending", "faults.state"};
+constexpr const char* kBegunAnew[] = {"journal", "syslog"};
+constexpr const char* kOutside[] = {"rtc", "i2c"};
+constexpr int kNotStarted = 127;
+
+// Runs a program of the host, its output into the file. Its exit status.
+int spawn(const std::vector<std::string>& words, const std::string& output)
+{
+    std::vector<char*> arguments;
+    for (const auto& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+    arguments.push_back(nullptr);
+    const pid_t child = fork();
+    if (child < 0) fail("cannot start %s: %s", words[0].c_str(), strerror(errno));
+    if (child == 0) {
+        const int in = open("/dev/null", O_RDONLY),
+                  out = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        dup2(in, STDIN_FILENO), dup2(out, STDOUT_FILENO), dup2(out, STDERR_FILENO);
+        execvp(arguments[0], arguments.data());
+        _exit(kNotStarted);
+    }
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+void copy_folder(const std::string& from, const std::string& to)
+{
+    const std::string said = to + ".cp";
+    if (spawn({"cp", "-a", "--", from, to}, said) != 0)
+        fail("cannot copy %s: %s", from.c_str(), trim(read_file(said)).c_str());
+    fs::remove(said);
+}
+
+// The clock is one a process, so one thread asks at a time.
+double longest_gap(const std::string& folder)
+{
+    static std::mutex one;
+    const std::lock_guard hold(one);
+    state::set_dir(folder);
+    clock::attach();
+    const auto* watchdog = clock::watchdog();
+    const double gap = watchdog ? double(watchdog->longest_gap_ns) / 1e9 : 0;
+    clock::detach();
+    return gap;
+}
+
+// Names and contents below a file or folder.
+std::string content_of(const std::string& path)
+{
+    if (!fs::is_directory(path)) return try_read_file(path).value_or("");
+    std::string all;
+    for (const auto& [name, entry] : list_tree(path))
+        if (entry.kind == 'f') all += name + "\n" + read_file(path + "/" + name);
+    return all;
+}
+
+Camera copy_of(const Camera& camera, const std::string& folder)
+{
+    const Fd held = camera.lock();
+    copy_folder(camera.folder(), folder);
+    for (const char* name : kNotCopied) fs::remove_all(folder + "/" + name);
+    for (const char* name : kBegunAnew) write_file(folder + "/" + name, "");
+    return Camera(folder);
+}
+
+} // namespace
+
+Bench::Bench(const Camera& camera, std::vector<std::string> command, std::vector<std::string> run_options)
+    : camera_(copy_of(camera, scratch_.path() + "/camera")), command_(std::move(command)),
+      options_(std::move(run_options))
+{
+}
+
+void Bench::make(const std::string& folder, const Flash& flash, bool record) const
+{
+    fs::remove_all(folder);
+    copy_folder(camera_.folder(), folder);
+    explore::write_flash(Camera(folder), flash);
+    if (record) write_file(folder + "/record", "");
+}
+
+Outcome Bench::run(const std::string& folder) const
+{
+    std::vector<std::string> words = {own_program(), "run", folder, "--no-mark"};
+    words.insert(words.end(), options_.begin(), options_.end());
+    words.emplace_back("--");
+    words.insert(words.end(), command_.begin(), command_.end());
+    const std::string said = folder + ".said";
+    spawn(words, said);
+    const Camera camera(folder);
+    Outcome out;
+    out.ending = trim(try_read_file(camera.path("ending")).value_or(""));
+    out.said = read_file(said) + read_file(camera.path("syslog"));
+    if (out.ending.empty()) fail("the camera does not start: %s", trim(read_file(said)).c_str());
+    out.longest_gap = longest_gap(folder);
+    out.flash = read_flash(camera);
+    for (const char* name : kOutside)
+        out.outside_changed |=
+            exists(camera_.path(name)) && content_of(camera.path(name)) != content_of(camera_.path(name));
+    return out;
+}
+
+} // namespace vcam::explore

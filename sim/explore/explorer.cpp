@@ -1,0 +1,220 @@
+// One exploration: a recorded run, every cut of it, and the same command again.
+#include "sim/explore/explorer.hpp"
+#include "sim/base/text.hpp"
+#include "sim/explore/bench.hpp"
+#include "sim/explore/promises.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <ctime>
+#include <mutex>
+#include <set>
+#include <thread>
+
+namespace vcam::explore {
+namespace {
+
+std::string now_text()
+{
+    char out[32];
+    const time_t now = time(nullptr);
+    struct tm parts;
+    strftime(out, sizeof out, "%Y-%m-%d", gmtime_r(&now, &parts));
+    return out;
+}
+
+cli::Json settings_json(const SettingsState& settings)
+{
+    cli::Json files = cli::Json::object();
+    for (const auto& [path, whose] : settings.files) files["/etc/" + path] = name_of(whose);
+    return {{"files", files}, {"left_over", settings.left_over}};
+}
+
+// The recorded run with all that the further steps read of it.
+struct Recorded {
+    Recorded(const Camera& camera, const Settings& settings)
+        : bench(camera, settings.command, settings.run_options), old(read_flash(bench.camera())),
+          folder(bench.folder() + "/recorded"), outcome((bench.make(folder, old, true), bench.run(folder))),
+          recording(folder + "/record"), run{bench.camera(), recording, old, outcome.flash, settings.seed},
+          versions(versions_of(run))
+    {
+    }
+    const Bench bench;
+    const Flash old;
+    const std::string folder;
+    const Outcome outcome;
+    const Recording recording;
+    const Run run;
+    const Versions versions;
+};
+
+class Explorer {
+public:
+    Explorer(const Camera& camera, const Settings& settings, const Progress& progress)
+        : settings_(settings), progress_(progress),
+          recorded_((progress("recording a run", 0), camera), settings)
+    {
+        report_.command = join(settings.command, " ");
+        report_.date = now_text();
+        report_.seed = settings.seed;
+        report_.shard = settings.shard;
+        report_.shards = settings.shards;
+    }
+
+    Report go()
+    {
+        judge_run({recorded_.run, recorded_.versions, recorded_.outcome}, "run", report_.broken);
+        report_.runs = 1;
+        report_.longest_gap = recorded_.outcome.longest_gap;
+        for (const Operation& op : recorded_.recording.operations())
+            report_.steps.push_back(
+                {op.partition, name_of(op.kind), op.offset, op.size, double(op.time_ns) / 1e9, op.process});
+        cuts_ = cut_everywhere(recorded_.run, recorded_.versions,
+                               [&](double done) { progress_("cutting", done); });
+        report_.states = cuts_.states.size();
+        classify();
+        take_points();
+        judge_points(recorded_.run, cuts_, report_.broken);
+        keep_share();
+        if (!settings_.replay_only) run_again();
+        return std::move(report_);
+    }
+
+private:
+    // States of one description are one class.
+    void classify()
+    {
+        std::map<Description, uint32_t> known;
+        for (const State& state : cuts_.states) {
+            const auto [it, fresh] = known.try_emplace(state.description, uint32_t(report_.classes.size()));
+            class_of_.push_back(it->second);
+            if (!fresh) continue;
+            report_.classes.push_back({state.name ? state.name->name : "",
+                                       words_of(state.description),
+                                       settings_json(state.description.settings),
+                                       name_of(cuts_.points[state.first]),
+                                       0,
+                                       {}});
+            first_of_.push_back(uint32_t(class_of_.size() - 1));
+        }
+    }
+    [[nodiscard]] bool is_own(size_t number) const
+    {
+        return number % settings_.shards == settings_.shard - 1;
+    }
+    void take_points()
+    {
+        for (size_t i = 0; i < cuts_.points.size(); ++i) {
+            if (!is_own(i)) continue;
+            const Point& point = cuts_.points[i];
+            report_.points.push_back({point.operation, point.form, class_of_[point.state]});
+            ++report_.classes[class_of_[point.state]].points;
+        }
+    }
+    // What all shares find is told by the first.
+    void keep_share()
+    {
+        if (settings_.shard != 1) report_.broken.clear();
+    }
+
+    // The first state of each class, and drawn ones.
+    std::vector<uint32_t> chosen() const
+    {
+        std::set<uint32_t> states(first_of_.begin(), first_of_.end());
+        if (settings_.again >= cuts_.states.size())
+            for (uint32_t i = 0; i < cuts_.states.size(); ++i) states.insert(i);
+        const size_t enough = std::min<uint64_t>(states.size() + settings_.again, cuts_.states.size());
+        for (uint64_t draw = mixed(settings_.seed); states.size() < enough; draw = mixed(draw))
+            states.insert(uint32_t(draw % cuts_.states.size()));
+        std::vector<uint32_t> own;
+        size_t number = 0;
+        for (const uint32_t state : states)
+            if (is_own(number++)) own.push_back(state);
+        return own;
+    }
+    void run_again()
+    {
+        const std::vector<uint32_t> states = chosen();
+        std::atomic<size_t> next = 0, done = 0;
+        std::string error;
+        const auto work = [&](unsigned worker) {
+            try {
+                for (size_t i; (i = next++) < states.size();) {
+                    again(states[i], text("%s/worker%u", recorded_.bench.folder().c_str(), worker));
+                    const std::lock_guard hold(lock_);
+                    progress_("the same command again", double(++done) / double(states.size()));
+                }
+            } catch (const std::exception& e) {
+                next = states.size(); // the others end too
+                const std::lock_guard hold(lock_);
+                error = e.what();
+            }
+        };
+        std::vector<std::thread> workers;
+        for (unsigned i = 0; i < settings_.jobs; ++i) workers.emplace_back(work, i);
+        for (auto& worker : workers) worker.join();
+        if (!error.empty()) fail("%s", error.c_str());
+        sort_broken();
+    }
+    void again(uint32_t number, const std::string& folder)
+    {
+        const State& state = cuts_.states[number];
+        const Point& point = cuts_.points[state.first];
+        recorded_.bench.make(folder, flash_at(recorded_.run, point));
+        const Outcome outcome = recorded_.bench.run(folder);
+        std::vector<Broken> broken;
+        const Judged run = {recorded_.run, recorded_.versions, outcome};
+        const Description left = judge_run(run, name_of(point) + ", run again", broken);
+        judge_completion(left, name_of(point), broken);
+        const StateName* name = name_for(left);
+        const std::lock_guard hold(lock_);
+        ++report_.classes[class_of_[number]].again[name ? name->name : "without a name"];
+        ++report_.runs;
+        report_.longest_gap = std::max(report_.longest_gap, outcome.longest_gap);
+        report_.broken.insert(report_.broken.end(), broken.begin(), broken.end());
+    }
+    // Workers end in any order.
+    void sort_broken()
+    {
+        std::stable_sort(report_.broken.begin(), report_.broken.end(), [](const Broken& a, const Broken& b) {
+            const int x = atoi(a.point.c_str()), y = atoi(b.point.c_str());
+            return x != y ? x < y : a.point < b.point;
+        });
+    }
+
+    const Settings& settings_;
+    const Progress& progress_;
+    const Recorded recorded_;
+    Cuts cuts_;
+    std::vector<uint32_t> class_of_; // by state
+    std::vector<uint32_t> first_of_; // by class, a state
+    std::mutex lock_;
+    Report report_;
+};
+
+} // namespace
+
+Report explore(const Camera& camera, const Settings& settings, const Progress& progress)
+{
+    return Explorer(camera, settings, progress).go();
+}
+
+void open_point(const Camera& camera, const Settings& settings, const std::string& name,
+                const std::string& folder)
+{
+    const size_t slash = name.find('/');
+    const auto form = slash == name.npos ? std::nullopt : form_named(name.substr(slash + 1));
+    const unsigned long step = strtoul(name.c_str(), nullptr, 10);
+    if (!form || step == 0) fail("no point '%s'; write it as 12/half", name.c_str());
+    const Recorded recorded(camera, settings);
+    const auto& operations = recorded.recording.operations();
+    if (step > operations.size())
+        fail("no point %s: the run has %zu flash operations", name.c_str(), operations.size());
+    const auto forms = forms_of(operations[step - 1].kind);
+    if (std::find(forms.begin(), forms.end(), *form) == forms.end())
+        fail("no point %s: the operation is %s", name.c_str(), name_of(operations[step - 1].kind));
+    recorded.bench.make(folder, flash_at(recorded.run, {uint32_t(step - 1), *form, 0}));
+}
+
+} // namespace vcam::explore

@@ -1,0 +1,32 @@
+// One exploration: a recorded run, every cut of it, and the same command again.
+#pragma once
+
+#include "sim/explore/report.hpp"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vcam::explore {
+
+struct Settings {
+    std::vector<std::string> command;
+    std::vector<std::string> run_options; // of vcam run
+    uint64_t seed = 1;
+    unsigned jobs = 1;  // runs at a time
+    uint64_t again = 0; // drawn states, beside the first of each kind; UINT64_MAX: all
+    bool replay_only = false;
+    unsigned shard = 1, shards = 1;
+};
+
+// What is going on, and the share of it that is done, 0 to 1.
+using Progress = std::function<void(const std::string& doing, double done)>;
+
+// Records a run of the command in a copy of the camera and explores it. Throws.
+Report explore(const Camera& camera, const Settings& settings, const Progress& progress);
+// Makes the camera `folder`, which stands at a point of such a run: "12/half". Throws for a point that there is not.
+void open_point(const Camera& camera, const Settings& settings, const std::string& point,
+                const std::string& folder);
+
+} // namespace vcam::explore
