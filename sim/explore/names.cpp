@@ -19,10 +19,9 @@ constexpr uint16_t kAnySettings = 0xFFFF;
 // Whole files, whosever they are.
 constexpr uint16_t kWhole = bits(Summary::users, Summary::finished, Summary::packages, Summary::between);
 
-constexpr const char* kSend =
-    "The camera does not start by itself: load kernel and root file system through the boot loader's "
-    "console, "
-    "or send it in. Where it still runs, give the same command again before it is switched off.";
+constexpr const char* kLoad =
+    "The camera does not start. Load kernel and root file system through the boot loader's console, or send it in; "
+    "then give the same command again.";
 
 constexpr StateName kNames[] = {
     {"old", 'o', "old", kOld, kOld, bits(Summary::users),
@@ -30,9 +29,9 @@ constexpr StateName kNames[] = {
     {"finished", 'f', "good", kNew, kNew, bits(Summary::finished), "What the finished run leaves.",
      "Nothing."},
     {"kernel broken", 'K', "bad", kBroken, kAny, kAnySettings, "The kernel is erased or half written.",
-     kSend},
+     kLoad},
     {"root broken", 'R', "bad", kAny, kBroken, kAnySettings,
-     "The root file system is erased or half written.", kSend},
+     "The root file system is erased or half written.", kLoad},
     {"mixed releases", 'M', "warn", kNew, kOld, kAnySettings, "The new kernel with the old root file system.",
      "Give the same command again; if the camera does not start with the mixture, load the root file system "
      "through the boot loader."},

@@ -44,7 +44,7 @@ std::string again_of(const Group& group)
 {
     std::vector<std::string> words;
     for (const auto& [name, count] : group.again)
-        words.push_back(text("%s %llu", name.c_str(), (unsigned long long)count));
+        words.push_back(text("%s (%llu %s)", name.c_str(), (unsigned long long)count, count == 1 ? "run" : "runs"));
     return words.empty() ? "not run" : join(words, ", ");
 }
 

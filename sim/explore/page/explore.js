@@ -21,7 +21,7 @@ function element(tag, words, cls) {
 const mark = row => element('span', row.sign, 'mark ' + row.color);
 const color = name => getComputedStyle(document.documentElement).getPropertyValue('--' + name).trim();
 const pointName = p => `${p.step + 1}/${data.forms[p.form][0]}`;
-const again = counts => Object.entries(counts).map(([name, n]) => `${name} ${n}`).join(', ') || 'not run';
+const again = counts => Object.entries(counts).map(([name, n]) => `${name} (${n} ${n === 1 ? 'run' : 'runs'})`).join(', ') || 'not run';
 
 function story(p) {
   const box = get('story'), step = data.steps[p.step], row = nameOf(p), kind = data.classes[p.state];
