@@ -12,7 +12,7 @@ namespace {
 
 constinit LogSink current = log_to_syslog;
 
-void log_line(bool print, const char* format, va_list args)
+[[gnu::format(printf, 2, 0)]] void log_line(bool print, const char* format, va_list args)
 {
     int saved = errno;
     char line[PATH_MAX + 256]; // the longest lines name one path
