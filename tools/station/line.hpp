@@ -38,6 +38,8 @@ struct Line {
 
 // Throws std::runtime_error with file, row, what is wrong and what there is.
 Line read_line(const std::string& path);
+// The same of a file's text; the path is for messages.
+Line parse_line(const std::string& path, std::string_view text);
 
 // A file's path, or the name of one that came with the program; "" finds the one for the model. Throws.
 Line find_line(const std::string& name, const std::string& model);
