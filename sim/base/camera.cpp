@@ -74,17 +74,24 @@ Daemon parse_daemon(const std::string& words)
     return d;
 }
 
+std::multimap<std::string, std::string> parse_settings(const std::string& conf)
+{
+    std::multimap<std::string, std::string> settings;
+    for (const auto& line : split(conf, '\n')) {
+        size_t equal = line.find('=');
+        if (line.empty() || line[0] == '#' || equal == std::string::npos) continue;
+        settings.emplace(trim(line.substr(0, equal)), trim(line.substr(equal + 1)));
+    }
+    return settings;
+}
+
 Camera::Camera(const std::string& folder)
 {
     auto conf = try_read_file(folder + "/camera.conf");
     if (!conf) fail("%s holds no camera; make one with: vcam new %s", folder.c_str(), folder.c_str());
     folder_ = std::filesystem::canonical(folder).string();
     refuse_strangers(folder_);
-    for (const auto& line : split(*conf, '\n')) {
-        size_t equal = line.find('=');
-        if (line.empty() || line[0] == '#' || equal == std::string::npos) continue;
-        settings_.emplace(trim(line.substr(0, equal)), trim(line.substr(equal + 1)));
-    }
+    settings_ = parse_settings(*conf);
     for (int i = 0; i < 4; ++i) {
         std::string name = text("mtd%d", i);
         if (setting(name).empty()) fail("%s/camera.conf: no line %s=", folder.c_str(), name.c_str());

@@ -54,6 +54,8 @@ private:
     std::vector<Partition> partitions_;
 };
 
+// Lines `key=value` of camera.conf, in the order of their keys; comments and other lines are passed over.
+std::multimap<std::string, std::string> parse_settings(const std::string& conf);
 Partition parse_partition(const std::string& name, const std::string& geometry); // throws
 std::string format_geometry(const Partition& p);
 // PATH[:ignore-term][:hold=FILE]; throws

@@ -83,6 +83,11 @@ Reader::Reader(const std::string& path) : path_(path), stamp_(stamp_of(path))
     if (!error_.empty()) points_ = 0;
 }
 
+Reader::Reader(const std::string& path, std::vector<uint8_t> bytes) : path_(path), bytes_(std::move(bytes))
+{
+    error_ = parse();
+}
+
 bool Reader::current() const { return stamp_of(path_) == stamp_; }
 
 std::string Reader::parse()

@@ -16,6 +16,8 @@ constexpr uint32_t kHeader = 44; // bytes of the header that create() writes; th
 class Reader {
 public:
     explicit Reader(const std::string& path);
+    // The file's bytes, already read; the path is for messages.
+    Reader(const std::string& path, std::vector<uint8_t> bytes);
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
 

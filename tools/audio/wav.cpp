@@ -70,7 +70,7 @@ constexpr uint32_t kUnknown = 0x7FFF0000; // sizes from here on: the writer coul
 
 // Where the samples of a WAV file should end; 0 when its header does not say. The size of the whole is often wrong by
 // the 8 bytes of its own header and is not used.
-uintmax_t end_of_wav(std::ifstream& file)
+uintmax_t end_of_wav(std::istream& file)
 {
     std::array<char, 8> chunk = {};
     for (uintmax_t at = 12; file.seekg(std::streamoff(at)) && file.read(chunk.data(), chunk.size());) {
@@ -80,19 +80,6 @@ uintmax_t end_of_wav(std::ifstream& file)
         at += size % 2; // chunks begin at even places
     }
     return 0;
-}
-
-// Where the file should end by its header, or 0.
-uintmax_t promised_end(std::ifstream& file)
-{
-    std::array<char, 12> head = {};
-    if (!file.read(head.data(), head.size())) return 0;
-    const std::string_view kind(head.data(), 4);
-    if (kind == "RIFF") return end_of_wav(file);
-    const bool snd = kind == ".snd"; // AU, whose samples begin where the header says
-    const uint32_t size = number(&head[snd ? 8 : 4], false);
-    if ((!snd && kind != "FORM") || size >= kUnknown) return 0;
-    return uintmax_t(size) + (snd ? number(&head[4], false) : 8);
 }
 
 // The library takes a file for as long as it is, whatever its header promises.
@@ -106,6 +93,18 @@ void refuse_cut_file(const std::string& path)
 }
 
 } // namespace
+
+uintmax_t promised_end(std::istream& file)
+{
+    std::array<char, 12> head = {};
+    if (!file.read(head.data(), head.size())) return 0;
+    const std::string_view kind(head.data(), 4);
+    if (kind == "RIFF") return end_of_wav(file);
+    const bool snd = kind == ".snd"; // AU, whose samples begin where the header says
+    const uint32_t size = number(&head[snd ? 8 : 4], false);
+    if ((!snd && kind != "FORM") || size >= kUnknown) return 0;
+    return uintmax_t(size) + (snd ? number(&head[4], false) : 8);
+}
 
 Sound read_sound(const std::string& path)
 {

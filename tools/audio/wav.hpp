@@ -4,6 +4,7 @@
 #include "tools/cli/output_file.hpp"
 
 #include <cstdint>
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,9 @@ struct Sound {
 // Throw std::runtime_error with a line that names the file. Other samples than of 16 bits are rounded.
 Sound read_sound(const std::string& path);
 Sound read_wav(const std::string& path); // of several channels the first
+
+// Where a WAV, AU or AIFF file should end by its header; 0 when that does not say. The stream stands at its first byte.
+uintmax_t promised_end(std::istream& file);
 
 std::string wav_bytes(const Sound& sound);
 void write_wav(cli::OutputFile& to, const Sound& sound);
