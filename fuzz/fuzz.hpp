@@ -1,33 +1,41 @@
-// What the fuzz targets share: each includes this once.
+// What the fuzz programs share: a program is a table of targets, driver.cpp runs the one that is named.
 #pragma once
 
-#include "tests/support/memory_file.hpp"
+#include "fuzz/outside.hpp"
 
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
 
-// What a target does with the fuzzer's bytes.
-void try_bytes(const std::string& bytes);
+struct Target {
+    const char* name;
+    void (*try_bytes)(std::string_view bytes);
+    size_t most = 512;          // bytes of an input
+    const char* like = nullptr; // the target whose seeds and words it has; null: its own
+};
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
-{
-    try_bytes({reinterpret_cast<const char*>(data), size});
-    return 0;
-}
+extern const std::vector<Target> kTargets;
 
-inline void must(bool good)
-{
-    if (!good) abort();
-}
-
-// The lines that do not begin so, each with its line end.
-inline std::string lines_without(const std::string& start, const std::string& text)
-{
-    std::string others;
-    for (size_t at = 0; at < text.size();) {
-        const std::string line = text.substr(at, text.find('\n', at) - at);
-        if (!line.starts_with(start)) others += line + "\n";
-        at += line.size() + 1;
+// The bytes as they come out of the input's front.
+class Input {
+public:
+    explicit Input(std::string_view bytes) : rest_(bytes) {}
+    uint8_t byte() { return rest_.empty() ? 0 : uint8_t(take(1)[0]); }
+    std::string_view take(size_t size)
+    {
+        const std::string_view taken = rest_.substr(0, size);
+        rest_.remove_prefix(taken.size());
+        return taken;
     }
-    return others;
-}
+    [[nodiscard]] std::string_view rest() const { return rest_; }
+
+private:
+    std::string_view rest_;
+};
+
+// A copy exactly as large, so that a byte too many is caught.
+inline std::vector<uint8_t> exactly(std::string_view bytes) { return {bytes.begin(), bytes.end()}; }
