@@ -325,10 +325,13 @@ TEST(Ssh, ProgramsHaveTheirStatusBothStreamsAndAnInterrupt)
     EXPECT_EQ(outcome.out + outcome.err, "a\nb\n");
     EXPECT_EQ(outcome.kind, Outcome::ended) << outcome.reason;
     EXPECT_EQ(outcome.status, 255);
-    outcome = on_board(*target, "trap 'echo back; exit 3' INT; echo on; while :; do sleep 0.1; done", 3);
+    outcome = on_board(*target, "trap 'echo back; exit 3' INT; echo on; while :; do sleep 0.1; done", 8);
     EXPECT_EQ(outcome.kind, Outcome::hung);
     EXPECT_EQ(outcome.out, "on\nback\n");
-    outcome = on_board(*target, "trap '' INT; sleep 1000", 1);
+    bool ignores = false; // from when on it may be interrupted
+    outcome = target->run({"sh", "-c", "trap '' INT; echo on; sleep 1000"}, {.seconds = 100, .grace_s = 1},
+                          {.output = [&](auto) { ignores = true; }, .tick = [&] { return !ignores; }});
+    EXPECT_EQ(outcome.kind, Outcome::interrupted);
     EXPECT_THAT(outcome.reason, HasSubstr("was killed"));
     outcome = on_board(*target, "kill -9 $PPID; sleep 20");
     EXPECT_EQ(outcome.kind, Outcome::lost) << outcome.reason;
