@@ -127,7 +127,8 @@ int qrn_arp_main(int argc, char** argv)
 {
     if (argc != 4) {
         fprintf(stderr, "%s: %s\n", argv[0], "bad option");
-        fprintf(stderr, "Usage: %s ifname IP\n", argv[0]); // two of the three: scripts match this line
+        fprintf(stderr, "Usage: %s ifname IP\n",
+                argv[0]); // names two of three arguments; scripts match this line
         exit(-1);
     }
     Probe probe;

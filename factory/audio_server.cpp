@@ -7,6 +7,7 @@
 #include "common/qrn_socket.h"
 #include "common/qrn_tcp.h"
 #include "factory/start_audio.h"
+#include "mpi/audio/audio_voice_adp.h"
 #include "mpi/src/mpi_aenc.h"
 #include "mpi/src/mpi_ai.h"
 
@@ -26,10 +27,10 @@ namespace zep {
 namespace {
 
 constexpr char kTestSource[] = "/tmp/AUDIO.G711";
-constexpr size_t kPiece = 4096;          // bytes taken from a station at a time
-constexpr int kLastPieces = 64;          // read of a station, at most, before the next one is refused
-constexpr uint32_t kLongestFrame = 8192; // of the built-in codecs
-constexpr int kSendBuffer = 64 * 1024;   // seconds of sound at most; behind it the input waits
+constexpr size_t kPiece = 4096; // bytes taken from a station at a time
+constexpr int kLastPieces = 64; // read of a station, at most, before the next one is refused
+constexpr uint32_t kLongestFrame = AUDIO_ADP_MAX_LPCM; // the longest of the built-in codecs
+constexpr int kSendBuffer = 64 * 1024;                 // seconds of sound at most; behind it the input waits
 constexpr int64_t kNever = INT64_MAX;
 
 void set_option(int fd, int level, int option, int value)

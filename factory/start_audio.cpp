@@ -71,7 +71,7 @@ int32_t start_platform()
     HI_MPI_VB_Exit();
     const VB_CONF_S pools = {};
     const MPP_SYS_CONF_S system = {16};
-    const char* failed = nullptr; // its mark too: one of the four has none
+    const char* failed = nullptr; // with its mark: that of SYS_SetConf has none
     if (HI_MPI_VB_SetConf(&pools) != 0)
         failed = "HI_MPI_VB_SetConf failed!";
     else if (HI_MPI_VB_Init() != 0)

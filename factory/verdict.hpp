@@ -1,4 +1,4 @@
-// What a factory test prints: its steps, its verdict, and what somebody must look after.
+// What a factory test prints: its steps, its verdict, and warnings.
 #pragma once
 
 namespace zep {

@@ -49,7 +49,8 @@ void CWATCHDOG_DisableWrite(CWATCHDOG* watchdog);
  * Set the time-out. The driver counts in units of two seconds, so an odd number loses one.
  *
  * @param seconds  2 to 120 in the camera's driver
- * @return the time-out in force, seconds, also printed on standard output; -1 when closed
+ * @return the time-out that the driver has, seconds, also printed on standard output; the one asked for where the driver
+ *         answers no request; -1 when closed
  */
 int32_t CWATCHDOG_SetTimeout(CWATCHDOG* watchdog, int32_t seconds);
 

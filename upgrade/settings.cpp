@@ -177,7 +177,7 @@ void write_number(const char* file, const char* key, const KeptNumber& number, b
     errno = 0;
     bool written = CUTIL_SetConfValue(file, key, text) == 0;
     int error = errno;
-    if (!mounted) return;                                              // told for all of them
+    if (!mounted) return;                                              // one message has reported all
     if (!written && number.error == ENOENT && error == ENOENT) return; // no system has the file
     if (!written && number_in(file, key, ~number.value) != number.value)
         log_and_print("upgrade: %s: %s=%d was not kept (%s)", file, key, number.value,

@@ -86,7 +86,7 @@ int upgrade_main(int argc, char** argv)
     const char* package = zep::prepare_process(argc < 3 ? kDefaultPackage : argv[1]);
     syslog(LOG_INFO, "%s(%s) start", "Upgrade Daemon v1.0.0.1", ZEP_BUILD_STAMP);
 
-    // A package named without an option is not honoured: start scripts call it either way.
+    // A package that is named without an option is ignored; start scripts call both forms.
     int flags = 0;
     if (argc < 3) {
         sleep(2);

@@ -91,7 +91,7 @@ int32_t QRN_ChangeSystemPassword(const char* user, const char* password)
     if (!password) return 0;
     char copy[kPassword];
     snprintf(copy, sizeof copy, "%s", password);
-    return QRN_SetSystemPassword(user, copy) == -1 ? -1 : 0;
+    return QRN_SetSystemPassword(user, copy);
 }
 
 int32_t QRN_CheckSystemPassword(const char* user, const char* password)

@@ -137,14 +137,14 @@ Fd Camera::lock() const
     if (fcntl(fd.get(), F_OFD_SETLK, &lock) < 0)
         fail("the camera in %s runs already; wait for its end, or join it with: vcam exec %s -- COMMAND",
              folder_.c_str(), folder_.c_str());
-    unlink(path("pid").c_str()); // a killed launcher's: its number may be anybody's by now
+    unlink(path("pid").c_str()); // of a killed launcher; another process may have its number by now
     return fd;
 }
 
 pid_t Camera::running() const
 {
     Fd fd(open(path("lock").c_str(), O_RDONLY | O_CLOEXEC));
-    struct flock lock = whole_file_lock(); // asked for, not taken: a look never gets in a start's way
+    struct flock lock = whole_file_lock(); // is asked for and not taken, so that a start never finds it held
     if (!fd || fcntl(fd.get(), F_OFD_GETLK, &lock) < 0 || lock.l_type == F_UNLCK) return 0;
     auto pid = try_read_file(path("pid"));
     return pid ? pid_t(atoi(pid->c_str())) : 0;

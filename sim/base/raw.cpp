@@ -1,3 +1,4 @@
+// System calls without the C library's names.
 #include "sim/base/raw.hpp"
 
 #include <cerrno>

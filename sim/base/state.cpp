@@ -1,3 +1,4 @@
+// The camera's state folder and the hardware in camera.conf.
 #include "sim/base/state.hpp"
 #include "sim/base/raw.hpp"
 #include "sim/base/text.hpp"

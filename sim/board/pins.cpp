@@ -1,3 +1,4 @@
+// The GPIO lines: reading the file `pins`, levels of the nets.
 #include "sim/board/pins.hpp"
 #include "sim/base/raw.hpp"
 #include "sim/base/state.hpp"

@@ -1,3 +1,4 @@
+// The chip's registers in their sparse file.
 #include "sim/board/registers.hpp"
 #include "sim/clock/clock.hpp"
 #include "sim/board/pins.hpp"

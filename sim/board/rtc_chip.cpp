@@ -1,3 +1,4 @@
+// The battery-backed clock.
 #include "sim/board/rtc_chip.hpp"
 #include "sim/clock/clock.hpp"
 #include "sim/base/raw.hpp"

@@ -1,3 +1,4 @@
+// A serial port and its line, byte by byte in camera time.
 #include "sim/board/serial_line.hpp"
 #include "sim/clock/journal.hpp"
 #include "sim/base/raw.hpp"
@@ -153,9 +154,11 @@ void Line::block_takes(const WireByte& byte)
     record_.request_count = 0;
     const uint8_t wanted[kRequest] = {0xFF, frame[1], 0x01, 0, 0, 0, 0, 0, 0, frame[1]};
     const bool good = memcmp(frame, wanted, kRequest) == 0;
-    journal::add(port_,
-                 (good ? "block asked" : "block got no request:") + hex(frame + good, good ? 1 : kRequest));
-    if (!good) return;
+    if (!good) {
+        journal::add(port_, "block got no request:" + hex(frame, kRequest));
+        return;
+    }
+    journal::add(port_, "block asked" + hex(frame + 1, 1));
     for (const Reply& reply : replies_of(port_)) {
         if (reply.command != frame[1]) continue;
         const int64_t after = plug_.late_ms < 0 ? reply.after_ms : plug_.late_ms;

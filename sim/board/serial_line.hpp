@@ -100,7 +100,7 @@ void reset(Record& record);
 // "9600 8N1 raw"
 std::string describe(const Settings& settings);
 
-// The record of a port, held alone while this lives. Without a camera's folder it is nobody's.
+// The record of a port, held alone while this lives. Outside a camera the record is private.
 class Held {
 public:
     explicit Held(const std::string& port);

@@ -1,3 +1,4 @@
+// What is plugged into a serial port: reading the file `plugs`.
 #include "sim/board/serial_plug.hpp"
 #include "sim/base/raw.hpp"
 #include "sim/base/state.hpp"

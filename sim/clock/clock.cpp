@@ -1,3 +1,4 @@
+// Camera time: the record that the processes share, sleepers, skips.
 #include "sim/clock/clock.hpp"
 #include "sim/clock/quiet.hpp"
 #include "sim/base/raw.hpp"
@@ -109,12 +110,16 @@ int64_t next_event(SharedClock& p, int64_t t)
             if (quiet::alive(tid)) return kNever; // is waking up
             continue;
         }
-        if (deadline < earliest) earliest = deadline, grace = 0;
+        if (deadline < earliest) {
+            earliest = deadline;
+            grace = 0;
+        }
         if (deadline == earliest && s.kind == int(Wait::descriptor))
             grace = std::max(grace, s.grace_until_ns.load());
     }
-    if (p.watchdog.armed == 1) {
-        if (p.watchdog.deadline_ns < earliest) earliest = p.watchdog.deadline_ns, grace = 0;
+    if (p.watchdog.armed == 1 && p.watchdog.deadline_ns < earliest) {
+        earliest = p.watchdog.deadline_ns;
+        grace = 0;
     }
     return host_ns() < grace ? kNever : earliest;
 }

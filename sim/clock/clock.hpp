@@ -92,7 +92,7 @@ private:
 // says to go on then.
 bool sleep_until(int64_t deadline_ns, bool restart);
 
-// The watchdog's share of the page: it must fire whoever lets the time pass.
+// The watchdog's part of the clock's record: any process that lets time pass fires it.
 struct WatchdogState {
     std::atomic<int32_t> armed;         // 0 off, 1 running, 2 has reset the camera
     std::atomic<int32_t> timeout_units; // in force, in the driver's units

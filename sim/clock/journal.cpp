@@ -1,3 +1,4 @@
+// Lines of the camera's journal.
 #include "sim/clock/journal.hpp"
 #include "sim/clock/clock.hpp"
 #include "sim/base/raw.hpp"

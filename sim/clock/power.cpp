@@ -12,7 +12,7 @@
 namespace vcam::power {
 namespace {
 
-// The first process of the space ends it; until then nothing more happens here.
+// Blocks until the camera's first process ends the camera.
 void stay()
 {
     sigset_t all;

@@ -1,3 +1,4 @@
+// Whether any thread could run, from the kernel's process files.
 #include "sim/clock/quiet.hpp"
 #include "sim/base/raw.hpp"
 

@@ -1,3 +1,4 @@
+// The watchdog's timer.
 #include "sim/clock/watchdog_timer.hpp"
 #include "sim/clock/clock.hpp"
 #include "sim/clock/journal.hpp"

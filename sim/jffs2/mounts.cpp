@@ -1,3 +1,4 @@
+// The list of JFFS2 mounts, and writing one back.
 #include "sim/jffs2/mounts.hpp"
 #include "sim/jffs2/jffs2.hpp"
 #include "sim/base/raw.hpp"

@@ -1,3 +1,4 @@
+// What the models of the media drivers share.
 #include "sim/models/media.hpp"
 #include "sim/clock/clock.hpp"
 #include "sim/clock/journal.hpp"

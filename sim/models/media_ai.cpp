@@ -58,7 +58,7 @@ public:
     }
 
 private:
-    bool is_told(uint32_t request) const override
+    bool is_journalled(uint32_t request) const override
     {
         return request == kEnable || request == kDisable || request == kEnableChannel ||
                request == kDisableChannel;

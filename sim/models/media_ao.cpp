@@ -105,7 +105,7 @@ public:
     }
 
 private:
-    bool is_told(uint32_t request) const override
+    bool is_journalled(uint32_t request) const override
     {
         return request != kSetAttributes && request != kGetAttributes && request != kSendFrame;
     }

@@ -56,7 +56,10 @@ private:
     int answer(int, uint32_t request, void* argument) override
     {
         Locked page;
-        if (request == kSetWait) return page->log.wait = load<uint32_t>(argument), 0;
+        if (request == kSetWait) {
+            page->log.wait = load<uint32_t>(argument);
+            return 0;
+        }
         auto record = load<LevelRecord>(argument);
         if (record.module < 0 || record.module >= int(std::size(page->log.levels))) return -EINVAL;
         auto& kept = page->log.levels[record.module];

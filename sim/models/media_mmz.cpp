@@ -88,7 +88,10 @@ int map_block(Record& r)
     const std::lock_guard hold(m.lock);
     void*& at = m.at[r.physical];
     if (!at) at = map_low(size, r.physical);
-    if (at == MAP_FAILED) return m.at.erase(r.physical), -ENOMEM;
+    if (at == MAP_FAILED) {
+        m.at.erase(r.physical);
+        return -ENOMEM;
+    }
     r.address = uint32_t(reinterpret_cast<uintptr_t>(at));
     return 0;
 }

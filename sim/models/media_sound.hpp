@@ -23,8 +23,8 @@ protected:
     ~SoundModel() = default;
 
     virtual int on_slot(uint32_t slot, uint32_t request, void* argument) = 0;
-    // Whether the journal tells that the request was granted.
-    virtual bool is_told(uint32_t request) const = 0;
+    // Whether the journal gets a line when the request is granted.
+    virtual bool is_journalled(uint32_t request) const = 0;
 
     int answer(int fd, uint32_t request, void* argument) override
     {
@@ -33,7 +33,7 @@ protected:
         const uint32_t slot = slot_of(fd);
         if (slot == kNoSlot) return refused(kNotReady);
         const int result = on_slot(slot, request, argument);
-        if (result == 0 && is_told(request))
+        if (result == 0 && is_journalled(request))
             note(name_, "%s %u %u", request_name(request), slot / kChannels, slot % kChannels);
         return result;
     }
@@ -57,8 +57,8 @@ protected:
         return device.configured ? store(argument, device.attributes) : refused(media::kNotConfigured);
     }
 
-    // Repeats `attempt(page, now, &next)` until it is done, 0, or fails, below 0. Above 0 it tells in `next` when
-    // to try again, unless the page changes before.
+    // Repeats `attempt(page, now, &next)` until it is done, 0, or fails, below 0. Above 0 it sets `next` to when
+    // it is tried again, unless the page changes before.
     template<class Attempt> int when_possible(Attempt attempt) const
     {
         using namespace media;

@@ -1,3 +1,4 @@
+// Physical memory as files.
 #include "sim/models/memory.hpp"
 #include "sim/base/raw.hpp"
 #include "sim/base/state.hpp"

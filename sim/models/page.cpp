@@ -1,3 +1,4 @@
+// The page of the media drivers' state, mapped and locked.
 #include "sim/models/page.hpp"
 #include "sim/models/memory.hpp"
 #include "sim/clock/quiet.hpp"

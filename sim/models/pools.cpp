@@ -1,3 +1,4 @@
+// Buffer pools in the media zone.
 #include "sim/models/pools.hpp"
 #include "sim/models/memory.hpp"
 

@@ -64,7 +64,10 @@ public:
 
     int ioctl(int, uint32_t request, void* argument) override
     {
-        if (request == kKeepAlive) return watchdog::feed(false), 0;
+        if (request == kKeepAlive) {
+            watchdog::feed(false);
+            return 0;
+        }
         if (!argument) return -EFAULT;
         int32_t value = 0;
         memcpy(&value, argument, request == kSetTimeout ? sizeof value : 0);

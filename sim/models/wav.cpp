@@ -1,3 +1,4 @@
+// Reading and writing 16-bit WAV files.
 #include "sim/models/wav.hpp"
 #include "sim/base/raw.hpp"
 

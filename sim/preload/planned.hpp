@@ -10,7 +10,7 @@
 
 namespace vcam {
 
-// Runs a call as the plan wants it; `dropped` is the result of a call that only says yes.
+// Runs a call as the plan wants it; `dropped` is the result of a call that is dropped.
 template<class Result, class Run> Result run_planned(const faults::Effect& effect, Result dropped, Run run)
 {
     using faults::Kind;

@@ -39,7 +39,7 @@ public:
     ~Publisher();
     Publisher(const Publisher&) = delete;
     Publisher& operator=(const Publisher&) = delete;
-    // Forwards to the camera whose first process on the host that is. Throws when there is no process to be had.
+    // Forwards to the camera whose first process has the number `init` on the host. Throws when fork fails.
     void start(pid_t init);
 
 private:

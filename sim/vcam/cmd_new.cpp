@@ -77,7 +77,7 @@ std::vector<cli::Option> flash_options(NewOptions& o)
 std::vector<cli::Option> firmware_options(FactoryOptions& o)
 {
     return {
-        {"--model", "CODE", "model code in cam_model.conf, ZM101 to ZM151 (ZM131)",
+        {"--model", "CODE", text("model code in cam_model.conf, %s to %s (ZM131)", kFirstModel, kLastModel),
          [&](auto& v) { o.model = check_model(v); }},
         {"--mac", "ADDRESS", "boot variable ethaddr", [&](auto& v) { o.mac = check_mac(v); }},
         {"--serial", "TEXT", "boot variable serial_no", [&](auto& v) { o.serial = check_variable(v); }},

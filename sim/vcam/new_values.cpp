@@ -36,7 +36,8 @@ const std::string& power_of_two(const std::string& size, uint64_t low, uint64_t 
 const std::string& check_model(const std::string& code)
 {
     const bool form = code.size() == 5 && starts_with(code, "ZM1") && all_of(code.substr(3), isdigit);
-    if (!form || code < "ZM101" || code > "ZM151") fail("give a model from ZM101 to ZM151");
+    if (!form || code < kFirstModel || code > kLastModel)
+        fail("give a model from %s to %s", kFirstModel, kLastModel);
     return code;
 }
 

@@ -3,12 +3,15 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace vcam {
 
+constexpr const char *kFirstModel = "ZM101",
+                     *kLastModel = "ZM154"; // a code outside takes the default model's drivers
 constexpr uint64_t kLeastEraseBlock = 8192, kMostEraseBlock = 1 << 20; // a JFFS2 node needs more than 4 KiB
 
-const std::string& check_model(const std::string& code);  // a code that the firmware knows
+const std::string& check_model(const std::string& code);  // kFirstModel to kLastModel
 const std::string& check_mac(const std::string& address); // of one interface, no group's
 const std::string& check_address(const std::string& ip);  // that a camera can have
 const std::string& check_marker(const std::string& text); // four characters, as packages have

@@ -27,7 +27,7 @@ struct RunOptions {
 
 // What run and shell have.
 std::vector<cli::Option> start_options(RunOptions& o);
-// What exec has: it joins a camera whose surroundings stand already.
+// What exec has: it joins a running camera, so it has no binds, ports or media.
 std::vector<cli::Option> environment_options(RunOptions& o);
 
 } // namespace vcam

@@ -160,8 +160,8 @@ void FlashMap::classify(Part& part) const
 }
 
 // The journal has each stretch that was erased or written. The last one ends inside a block where the power failed inside
-// the operation. A program that was killed has not told its last stretch: then the last new block that has no end is
-// where it stood.
+// the operation. A killed program has not written its last stretch into the journal: then it stood in the last new block
+// that has no end.
 void FlashMap::mark_torn(Part& part, const std::string& ended) const
 {
     if (!broken_off(ended)) return;

@@ -51,10 +51,23 @@ ADEC_DECODER_S find_decoder(int32_t type)
 
 bool is_rate(int rate) { return std::find(std::begin(kRates), std::end(kRates), rate) != std::end(kRates); }
 
+std::string codec_names(const char* between)
+{
+    std::string names;
+    for (const CodecName& codec : kCodecNames) {
+        if (!names.empty()) names += between;
+        names += codec.name;
+    }
+    return names;
+}
+
 std::string rate_names(const char* between)
 {
     std::string names;
-    for (int rate : kRates) (names += names.empty() ? "" : between) += std::to_string(rate);
+    for (int rate : kRates) {
+        if (!names.empty()) names += between;
+        names += std::to_string(rate);
+    }
     return names;
 }
 

@@ -1,4 +1,4 @@
-// The five voice codecs by name, frame by frame, and the sample rates of a camera.
+// The voice codecs by name, frame by frame, and the sample rates of a camera.
 #pragma once
 
 #include "base/mpp_audio.h"
@@ -17,6 +17,7 @@ struct CodecName {
 #define ZAUDIO_CODEC(TYPE, NUMBER, NAME) {NAME, TYPE},
 inline constexpr CodecName kCodecNames[] = {MPP_PAYLOAD_TYPES(ZAUDIO_CODEC)};
 #undef ZAUDIO_CODEC
+std::string codec_names(const char* between);
 
 // The rates of the camera's codec chip, in Hz.
 inline constexpr int kRates[] = {8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000};

@@ -239,14 +239,17 @@ void add_sound(Options& o, std::vector<cli::Option>& all)
         std::vector<std::string> names;
         for (const CodecName& one : kCodecNames) names.emplace_back(one.name);
         cli::one_of(name, names);
-        for (const CodecName& one : kCodecNames)
-            if (name == one.name) o.type = one.type, o.codec = one.name;
+        for (const CodecName& one : kCodecNames) {
+            if (name != one.name) continue;
+            o.type = one.type;
+            o.codec = one.name;
+        }
     };
     const auto byte = [](int& into) {
         return [&into](const std::string& v) { into = int(cli::whole_number(v, 0, 255)); };
     };
-    all.push_back({"-c,--codec", "NAME", "g711a (default), g711u, g726, lpcm or adpcm", codec,
-                   "g711a g711u g726 lpcm adpcm"});
+    all.push_back(
+        {"-c,--codec", "NAME", codec_names(", ") + "; g711a unless given", codec, codec_names(" ")});
     all.push_back({"-r,--rate", "HZ",
                    "sample rate; 8000 unless given, or that of the file to be played, which is converted",
                    [&](auto& v) {

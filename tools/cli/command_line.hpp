@@ -21,7 +21,7 @@ constexpr int kWrongUse = 2;
 struct Option {
     const char* names;    // "--model" or "-o,--output"
     const char* argument; // "CODE", or null for a switch
-    const char* help;
+    std::string help;
     std::function<void(const std::string&)> take; // once for each use; "" for a switch
     std::string words = {};                       // that a shell offers, when the argument does not list them
 };

@@ -49,13 +49,14 @@ void catch_ends()
     }
 }
 
-void note(const std::string& name)
+bool note(const std::string& name)
 {
     for (auto& slot : state.names) {
         if (slot[0] || name.size() >= slot.size()) continue;
         memcpy(slot.data(), name.c_str(), name.size() + 1);
-        return;
+        return true;
     }
+    return false;
 }
 
 } // namespace
@@ -84,7 +85,14 @@ int named_unfinished(const std::string& folder, std::string& name)
         const std::string wanted = unfinished_name(folder);
         const int fd = open(wanted.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (fd < 0 && errno == EEXIST) continue;
-        if (fd >= 0) note(name = wanted);
+        if (fd < 0) return -1;
+        if (!note(wanted)) {
+            close(fd);
+            unlink(wanted.c_str());
+            errno = EMFILE;
+            return -1;
+        }
+        name = wanted;
         return fd;
     }
     return -1;

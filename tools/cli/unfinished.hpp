@@ -11,7 +11,8 @@ constexpr int kNamesTried = 100;
 // A name below the folder that nobody else has thought of; it may still be taken.
 std::string unfinished_name(const std::string& folder);
 
-// A new file for reading and writing and its name; SIGINT, SIGTERM and SIGHUP remove it. -1 with errno.
+// A new file for reading and writing and its name; SIGINT, SIGTERM and SIGHUP remove it. -1 with errno; EMFILE
+// beyond four at a time.
 int named_unfinished(const std::string& folder, std::string& name);
 void remove_unfinished(const std::string& name);
 // The file has its final name now.

@@ -132,7 +132,10 @@ void print_info_json(const PackageInfo& p)
                            {"bytes", p.header.size[i]},
                            {"crc32", nullptr},
                            {"sha256", nullptr}};
-        if (p.image[i]) image["crc32"] = hex(p.image[i]->crc32, 8), image["sha256"] = p.image[i]->sha256;
+        if (p.image[i]) {
+            image["crc32"] = hex(p.image[i]->crc32, 8);
+            image["sha256"] = p.image[i]->sha256;
+        }
         json["images"].push_back(image);
     }
     if (p.kernel) json["kernel"] = kernel_json(*p.kernel);

@@ -16,7 +16,10 @@ std::string hex_digits(const std::array<uint8_t, SHA256_DIGEST_SIZE>& bytes)
 {
     static constexpr char kDigits[] = "0123456789abcdef";
     std::string text;
-    for (uint8_t byte : bytes) (text += kDigits[byte >> 4]) += kDigits[byte & 15];
+    for (uint8_t byte : bytes) {
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 15];
+    }
     return text;
 }
 

@@ -92,38 +92,29 @@ std::string id_of(const std::string& line)
 BoardLog::BoardLog(std::string path)
     : path_(std::move(path)), open_path_(path_ + "." + std::to_string(getpid()) + kOpen)
 {
-    log_ = open(path_.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
-    if (log_ < 0) fail(path_);
+    log_.reset(open(path_.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
+    if (!log_) fail(path_);
     struct stat info = {};
-    if (fstat(log_, &info) < 0 || !S_ISREG(info.st_mode)) {
-        close(log_);
+    if (fstat(log_.get(), &info) < 0 || !S_ISREG(info.st_mode))
         throw std::runtime_error(path_ + ": is no regular file; a log has to keep what is appended");
-    }
     recover();
-}
-
-BoardLog::~BoardLog()
-{
-    if (open_ >= 0) close(open_);
-    if (log_ >= 0) close(log_);
 }
 
 // The boards of stations that are gone: nobody holds the lock of their files. What is no record of ours stays.
 void BoardLog::recover() const
 {
-    const Turn turn(log_, path_);
+    const Turn turn(log_.get(), path_);
     const fs::path folder = fs::path(path_).has_parent_path() ? fs::path(path_).parent_path() : fs::path(".");
     const std::string head = fs::path(path_).filename().string() + ".";
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(folder, error)) {
         const std::string name = entry.path().filename().string();
         if (!is_ours(name, head) || !entry.is_regular_file(error)) continue;
-        const int fd = open(entry.path().c_str(), O_RDONLY | O_CLOEXEC);
-        if (fd < 0) continue;
-        const bool orphan = flock(fd, LOCK_EX | LOCK_NB) == 0;
+        const zep::Fd file(open(entry.path().c_str(), O_RDONLY | O_CLOEXEC));
+        if (!file) continue;
+        const bool orphan = flock(file.get(), LOCK_EX | LOCK_NB) == 0;
         if (orphan && (name.back() == kFresh || take_over(entry.path().string())))
             unlink(entry.path().c_str());
-        close(fd);
     }
 }
 
@@ -132,7 +123,7 @@ bool BoardLog::take_over(const std::string& path) const
 {
     const std::string id = id_of(first_line(path));
     if (id.empty()) return false;
-    std::istringstream lines(tail_of(log_));
+    std::istringstream lines(tail_of(log_.get()));
     for (std::string line; std::getline(lines, line) && !lines.eof();)
         if (id_of(line) == id) return true;
     append(first_line(path) + "\n");
@@ -141,43 +132,41 @@ bool BoardLog::take_over(const std::string& path) const
 
 void BoardLog::append(const std::string& line) const
 {
-    const off_t size = lseek(log_, 0, SEEK_END);
+    const off_t size = lseek(log_.get(), 0, SEEK_END);
     char last = '\n';
-    if (size > 0 && pread(log_, &last, 1, size - 1) != 1) fail(path_);
-    write_all(log_, last == '\n' ? line : "\n" + line, path_);
+    if (size > 0 && pread(log_.get(), &last, 1, size - 1) != 1) fail(path_);
+    write_all(log_.get(), last == '\n' ? line : "\n" + line, path_);
 }
 
 // No other station finds it unlocked.
-int BoardLog::open_locked(const std::string& path) const
+zep::Fd BoardLog::open_locked(const std::string& path) const
 {
-    const Turn turn(log_, path_);
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd < 0) fail(path);
-    flock(fd, LOCK_EX);
-    return fd;
+    const Turn turn(log_.get(), path_);
+    zep::Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (!file) fail(path);
+    flock(file.get(), LOCK_EX);
+    return file;
 }
 
 // Renamed into place: a crash leaves the state before or the one after.
 void BoardLog::note(const Report& report)
 {
     const std::string fresh = open_path_ + kFresh;
-    const int fd = open_locked(fresh);
+    zep::Fd file = open_locked(fresh);
     try {
-        write_all(fd, line_of(report), fresh);
+        write_all(file.get(), line_of(report), fresh);
         if (rename(fresh.c_str(), open_path_.c_str()) < 0) fail(open_path_);
     } catch (...) {
         unlink(fresh.c_str());
-        close(fd);
         throw;
     }
-    if (open_ >= 0) close(open_);
-    open_ = fd;
+    open_ = std::move(file);
 }
 
 void BoardLog::finish(const Report& report)
 {
     {
-        const Turn turn(log_, path_);
+        const Turn turn(log_.get(), path_);
         append(line_of(report));
     }
     unlink(open_path_.c_str());

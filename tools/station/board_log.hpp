@@ -1,6 +1,7 @@
 // The line's log: a file that only grows, one line of JSON a board.
 #pragma once
 
+#include "common/base/fd.hpp"
 #include "tools/station/report.hpp"
 
 namespace station {
@@ -15,9 +16,6 @@ namespace station {
 class BoardLog {
 public:
     explicit BoardLog(std::string path);
-    ~BoardLog();
-    BoardLog(const BoardLog&) = delete;
-    BoardLog& operator=(const BoardLog&) = delete;
 
     void note(const Report& report);   // as far as it has come
     void finish(const Report& report); // its line
@@ -25,12 +23,12 @@ public:
 private:
     void recover() const;
     [[nodiscard]] bool take_over(const std::string& path) const;
-    [[nodiscard]] int open_locked(const std::string& path) const;
+    [[nodiscard]] zep::Fd open_locked(const std::string& path) const;
     void append(const std::string& line) const;
 
     const std::string path_;
     std::string open_path_; // of the unfinished board
-    int log_ = -1, open_ = -1;
+    zep::Fd log_, open_;
 };
 
 } // namespace station

@@ -202,7 +202,10 @@ Outcome SshTarget::run_session(const Words& program, const Limits& limits, const
     const Watch inner = {[&](std::string_view piece) {
                              const size_t end = named ? 0 : std::min(piece.find('\n'), piece.size());
                              pid += piece.substr(0, end);
-                             if (!named && end < piece.size()) named = true, piece.remove_prefix(1);
+                             if (!named && end < piece.size()) {
+                                 named = true;
+                                 piece.remove_prefix(1);
+                             }
                              if (end < piece.size()) watch.output(piece.substr(end));
                          },
                          watch.tick};

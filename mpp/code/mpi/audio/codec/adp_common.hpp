@@ -64,7 +64,7 @@ enum class Channels { one, one_or_two };
 // Checks a frame's form and bounds; 0 or an error number.
 uint32_t look_at(const AUDIO_FRAME_S& frame, Channels channels, Pcm& pcm);
 
-// Every handle starts with the marker; a decoder's then tells its frames.
+// Every handle starts with the marker; a decoder's goes on with what its frames have in common.
 struct DecoderHead {
     uint32_t marker;
     ADEC_FRAME_INFO_S info;

@@ -37,7 +37,7 @@ constexpr int64_t kQuietest = 200 * 256;
 // Q33, 0.25: an echo as loud as its source is expected, spread over the partitions by prior[].
 constexpr int32_t kFirstVariance = INT32_MAX;
 // Share of the difference between |W|^2 and P that a block of 10 ms adds to P, Q20: 0.0002, 2 % a second. Half of it:
-// music at 3 s 36 -> 30 dB. Twice: the near talker's level -0.15 -> -0.21 dB, his STOI .992 -> .988.
+// music at 3 s 36 -> 30 dB. Twice: the near talker's level -0.15 -> -0.21 dB, STOI .992 -> .988.
 constexpr int32_t kForget = 210;
 // Q15, 0.1: coherence of the error with the echo estimate that a near talker does not reach.
 constexpr int32_t kEcho = 3277;

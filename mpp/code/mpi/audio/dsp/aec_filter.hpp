@@ -3,8 +3,7 @@
 //
 // Samples carry 4 fraction bits (Q4) once they are inside, and so do their spectra; powers are Q8,
 // weights Q22 and the variances of the weights' errors Q33.
-#ifndef MPI_AUDIO_AEC_FILTER_HPP
-#define MPI_AUDIO_AEC_FILTER_HPP
+#pragma once
 
 #include "mpi/audio/dsp/aec_block.hpp"
 #include "mpi/audio/dsp/aec_limit.hpp"
@@ -59,5 +58,3 @@ void aec_filter_init(AecFilter& f, int block, int parts, bool short_blocks);
 void aec_filter_run(AecFilter& f, const int16_t* near, const int16_t* far);
 
 } // namespace zep
-
-#endif

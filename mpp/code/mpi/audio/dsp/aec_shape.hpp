@@ -1,6 +1,5 @@
 // Minimum-phase filter from gains.
-#ifndef MPI_AUDIO_AEC_SHAPE_HPP
-#define MPI_AUDIO_AEC_SHAPE_HPP
+#pragma once
 
 #include <cstdint>
 
@@ -11,5 +10,3 @@ namespace zep {
 void aec_shape(int block, const int32_t* gain_q15, int16_t* taps, int count);
 
 } // namespace zep
-
-#endif

@@ -24,8 +24,8 @@ constexpr int32_t kLeastGain = 983;
 constexpr int32_t kOpenGain =
     32735; // Q15, 0.999: a filter that would change less than a step of 16 bits is left out
 // Q8: the residual is taken for 4 times the expected power while the far talker is alone, where the price of too much
-// is nothing, and for 0.3 times under the near talker, where it is his voice. 2 times alone: 30 instead of 35 dB a
-// second after a jump of the delay. 0.6 under him: level -0.15 -> -0.24 dB, STOI .992 -> .990.
+// is nothing, and for 0.3 times under the near talker, where the signal is that voice. 2 times alone: 30 instead of 35 dB a
+// second after a jump of the delay. 0.6 under the near talker: level -0.15 -> -0.24 dB, STOI .992 -> .990.
 constexpr int32_t kAlone = 1024;
 constexpr int32_t kTogether = 77;
 constexpr int kNoiseWindow =

@@ -3,8 +3,7 @@
 // Each bin's gain is a Wiener gain with decision-directed smoothing (Ephraim and Malah 1984), for a
 // residual echo of the power that the filter expects of its own error. The gains become a
 // minimum-phase filter of kAecTaps taps, which delays nothing.
-#ifndef MPI_AUDIO_AEC_SUPPRESSOR_HPP
-#define MPI_AUDIO_AEC_SUPPRESSOR_HPP
+#pragma once
 
 #include "mpi/audio/dsp/aec_block.hpp"
 
@@ -39,5 +38,3 @@ void aec_suppressor_run(AecSuppressor& s, const int32_t* error, const int64_t* r
                         int16_t* out);
 
 } // namespace zep
-
-#endif

@@ -3,8 +3,7 @@
 // Both raise the error. But after a change the filter adds its outdated echo to the microphone's
 // instead of removing one, and what is left is coherent with the estimated echo, since both come from
 // the far signal; a near talker's is not.
-#ifndef MPI_AUDIO_AEC_WATCH_HPP
-#define MPI_AUDIO_AEC_WATCH_HPP
+#pragma once
 
 #include "mpi/audio/dsp/aec_block.hpp"
 
@@ -55,5 +54,3 @@ int32_t aec_watch_drift_q4(const AecWatch& w, int block);
 bool aec_watch_learning(const AecWatch& w, int block);
 
 } // namespace zep
-
-#endif

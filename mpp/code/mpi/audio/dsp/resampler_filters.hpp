@@ -6,8 +6,7 @@
 // 32 bits for any input, which is checked here at compile time.
 //
 // The numbers come from bench/dsp/design_rs.py.
-#ifndef MPP_MPI_AUDIO_RESAMPLER_FILTERS_HPP
-#define MPP_MPI_AUDIO_RESAMPLER_FILTERS_HPP
+#pragma once
 
 #include <array>
 #include <cstdint>
@@ -190,4 +189,3 @@ template<int Step, class F> inline void convolve(const F& f, const int16_t* x, i
 }
 
 } // namespace zep::resampler
-#endif
