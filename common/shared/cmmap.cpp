@@ -11,6 +11,9 @@
 #include <sys/sem.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#ifdef __SANITIZE_THREAD__
+#include <sanitizer/tsan_interface.h>
+#endif
 
 #if UINTPTR_MAX == UINT32_MAX
 static_assert(sizeof(CMMAP_S) == 44 && offsetof(CMMAP_S, sem_id) == 20 && offsetof(CMMAP_S, Unlock) == 40);
@@ -100,12 +103,22 @@ int set_record_lock(CMMAP_S* region, int command, short type)
     return result;
 }
 
+// ThreadSanitizer does not know these semaphores: it learns here which thread waited for which.
+void note_order([[maybe_unused]] CMMAP_S* region, [[maybe_unused]] bool taken)
+{
+#ifdef __SANITIZE_THREAD__
+    taken ? __tsan_acquire(region) : __tsan_release(region);
+#endif
+}
+
 void change_semaphore(CMMAP_S* region, short by, const char* function)
 {
     sembuf operation = {0, by, SEM_UNDO};
     int result;
+    if (by > 0) note_order(region, false);
     do result = semop(region->sem_id, &operation, 1);
     while (result < 0 && errno == EINTR);
+    if (by < 0 && result == 0) note_order(region, true);
     if (result < 0) printf("[%s] error semop, reason(%s, %d)\n", function, strerror(errno), region->sem_id);
 }
 
