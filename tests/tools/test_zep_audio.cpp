@@ -10,6 +10,7 @@
 #include <future>
 #include <gmock/gmock.h>
 #include <sys/socket.h>
+#include <mutex>
 #include <thread>
 #include <utility>
 
@@ -233,25 +234,33 @@ TEST(ZepAudio, WhatIsPlayedAndRecordedIsTheFile)
     const TempFolder folder;
     const std::string in = folder / "in.wav", out = folder / "out.wav";
     ASSERT_EQ(say("sox -n -r 16000 -b 16 -c 1 " + in + " synth 0.5 sine 440 gain -6").status, 0);
-    std::string played;
+    std::mutex guard;
+    std::string heard; // by the camera's thread
+    const auto played = [&] {
+        const std::lock_guard lock(guard);
+        return std::exchange(heard, "");
+    };
     const FakeCamera camera([&](Peer peer) {
         uint32_t sent = 0;
         serve_session(peer, [&](const std::string& frame) {
-            played += frame;
+            const std::lock_guard lock(guard);
+            heard += frame;
             peer.write(message(4, sent++, frame));
         });
     });
     Said said = run("play -c lpcm " + camera.address + in);
     EXPECT_EQ(said.status, 0) << said.text;
-    EXPECT_EQ(played.size() % 640, 0u) << "whole frames of 320 points";
+    const std::string first = played();
+    EXPECT_EQ(first.size() % 640, 0u) << "whole frames of 320 points";
     // 24 bits, two channels in an extensible header, another rate: the same sound, but for its ringing ends.
-    const std::string wide = folder / "wide.wav", first = std::exchange(played, "");
+    const std::string wide = folder / "wide.wav";
     ASSERT_EQ(say("sox " + in + " -r 48000 -b 24 -c 2 " + wide).status, 0);
     said = run("play -r 16000 -c lpcm " + camera.address + wide);
     EXPECT_EQ(said.status, 0) << said.text;
-    ASSERT_EQ(played.size(), first.size());
+    const std::string second = played();
+    ASSERT_EQ(second.size(), first.size());
     for (size_t i = 1000; i + 2000 < first.size(); i += 2)
-        ASSERT_NEAR(int16_t(number_at(played, i, 2)), int16_t(number_at(first, i, 2)), 40) << i;
+        ASSERT_NEAR(int16_t(number_at(second, i, 2)), int16_t(number_at(first, i, 2)), 40) << i;
     said = run("loop -c lpcm " + camera.address + in + " " + out);
     EXPECT_EQ(said.status, 0) << said.text;
     EXPECT_THAT(said.text, HasSubstr("comes back after 0.0 ms"));
