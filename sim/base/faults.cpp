@@ -39,10 +39,11 @@ constexpr struct {
                 {"powercut-inside", Kind::cut_inside},
                 {"powercut-before", Kind::cut_before},
                 {"powercut-after", Kind::cut_after},
-                {"drop", Kind::drop}};
+                {"drop", Kind::drop},
+                {"kill", Kind::kill}};
 constexpr const char* kEffectNames =
     "an errno name or number, a driver's code 0x..., wordN=VALUE, short, flip, "
-    "slow=MS, drop, powercut, powercut-before, powercut-after";
+    "slow=MS, drop, kill, powercut, powercut-before, powercut-after";
 constexpr int64_t kLongestMs = 3'600'000;
 
 bool parse_number(const std::string& text, int64_t& value)
@@ -194,6 +195,8 @@ bool can_have(const Operation& operation, const Effect& effect)
         return (effect.word + 1) * sizeof effect.value <= operation.record;
     case Kind::drop:
         return request;
+    case Kind::kill:
+        return false;
     default:
         return true;
     }
@@ -204,6 +207,7 @@ bool call_can_have(const Target& target, Kind effect)
 {
     const bool bytes = target.name == "read" || target.name == "write";
     const bool opens = target.name == "open" || target.name == "fork";
+    if (effect == Kind::kill) return target.kind == Target::Kind::library_call;
     if (effect == Kind::short_count) return target.kind == Target::Kind::library_call && bytes;
     return effect != Kind::flip && effect != Kind::word && (effect != Kind::drop || !opens);
 }

@@ -13,7 +13,7 @@
 //   rename upgrade 1 1 EIO      the program's second call of the C library's rename fails
 // times -1 is for ever. Effects: an errno name or number; a driver's code 0xA...; `wordN=VALUE` (of the
 // record that a request gives back, as the program lays it out); `short` (half of it is done);
-// `flip` (one bit); `slow=MS`; `drop`; `powercut` (inside the operation), `powercut-before`, `powercut-after`.
+// `flip` (one bit); `slow=MS`; `drop`; `kill` (of a library call: the program, by SIGKILL, before it); `powercut` (inside the operation), `powercut-before`, `powercut-after`.
 // A library call may name a program in the operation's place. '#' begins a comment. How often each line has
 // matched is kept in `faults.state`, so that a count spans processes.
 #pragma once
@@ -34,6 +34,7 @@ enum class Kind : uint8_t {
     word,
     slow,
     drop,
+    kill,
     cut_before,
     cut_inside,
     cut_after

@@ -54,17 +54,17 @@ void copy_folder(const std::string& from, const std::string& to)
     fs::remove(said);
 }
 
-// The clock is one a process, so one thread asks at a time.
-double longest_gap(const std::string& folder)
+// What the models' own readers give. They know one camera a process, so one thread asks at a time.
+void ask_models(const std::string& folder, Outcome& out)
 {
     static std::mutex one;
     const std::lock_guard hold(one);
     state::set_dir(folder);
     clock::attach();
     const auto* watchdog = clock::watchdog();
-    const double gap = watchdog ? double(watchdog->longest_gap_ns) / 1e9 : 0;
+    out.longest_gap = watchdog ? double(watchdog->longest_gap_ns) / 1e9 : 0;
     clock::detach();
-    return gap;
+    out.plan = faults::progress();
 }
 
 // Names and contents below a file or folder.
@@ -94,12 +94,13 @@ Bench::Bench(const Camera& camera, std::vector<std::string> command, std::vector
 {
 }
 
-void Bench::make(const std::string& folder, const Flash& flash, bool record) const
+void Bench::make(const std::string& folder, const Flash& flash, const Making& making) const
 {
     fs::remove_all(folder);
     copy_folder(camera_.folder(), folder);
     explore::write_flash(Camera(folder), flash);
-    if (record) write_file(folder + "/record", "");
+    if (making.record) write_file(folder + "/record", "");
+    if (!making.plan.empty()) write_file(folder + "/faults", making.plan);
 }
 
 Outcome Bench::run(const std::string& folder) const
@@ -115,7 +116,7 @@ Outcome Bench::run(const std::string& folder) const
     out.ending = trim(try_read_file(camera.path("ending")).value_or(""));
     out.said = read_file(said) + read_file(camera.path("syslog"));
     if (out.ending.empty()) fail("the camera does not start: %s", trim(read_file(said)).c_str());
-    out.longest_gap = longest_gap(folder);
+    ask_models(folder, out);
     out.flash = read_flash(camera);
     for (const char* name : kOutside)
         out.outside_changed |=

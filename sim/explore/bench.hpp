@@ -2,6 +2,7 @@
 #pragma once
 
 #include "sim/base/camera.hpp"
+#include "sim/base/faults.hpp"
 #include "sim/explore/flash_state.hpp"
 
 #include <string>
@@ -16,6 +17,13 @@ struct Outcome {
     double longest_gap = 0;       // of the watchdog, seconds; 0 when nobody used it
     bool outside_changed = false; // the I2C devices or the clock chip's setting
     Flash flash;
+    std::vector<faults::Progress> plan; // how far the fault plan has come
+};
+
+// What a camera is made with beside its flash.
+struct Making {
+    bool record = false;
+    std::string plan = {}; // of faults
 };
 
 // A copy of a camera as it stands, from which further ones are made. The camera itself is never changed.
@@ -24,8 +32,8 @@ public:
     Bench(const Camera& camera, std::vector<std::string> command, std::vector<std::string> run_options);
     [[nodiscard]] const Camera& camera() const { return camera_; } // the copy, which nothing runs in
     [[nodiscard]] const std::string& folder() const { return scratch_.path(); }
-    // A camera with this flash in `folder`, in place of what stood there. With a record when one is wanted.
-    void make(const std::string& folder, const Flash& flash, bool record = false) const;
+    // A camera with this flash in `folder`, in place of what stood there.
+    void make(const std::string& folder, const Flash& flash, const Making& making = {}) const;
     // Runs the command in the camera in `folder`. From any thread.
     [[nodiscard]] Outcome run(const std::string& folder) const;
 

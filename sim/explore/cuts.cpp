@@ -88,13 +88,13 @@ private:
     Cuts cuts_;
 };
 
+} // namespace
+
 Files settings_in(const Run& run, const Flash& flash)
 {
     return files_of(flash.images[kSettings], run.camera.partitions()[kSettings].erase_size,
                     flash.bad[kSettings]);
 }
-
-} // namespace
 
 // The process that erased most of the settings partition has written the package's there, up to its last write.
 Stretch package_stretch(const std::vector<Operation>& operations)
@@ -119,7 +119,7 @@ std::string name_of(const Point& point) { return text("%u/%s", point.operation +
 Versions versions_of(const Run& run)
 {
     Flash flash = run.old;
-    Versions versions = {settings_in(run, flash), {}, std::nullopt};
+    Versions versions = {settings_in(run, flash), {}, std::nullopt, std::nullopt};
     const auto& operations = run.recording.operations();
     const size_t package = package_stretch(operations).end;
     for (size_t i = 0; i < operations.size(); ++i) {

@@ -45,7 +45,8 @@ struct Run {
     uint64_t seed;
 };
 
-Versions versions_of(const Run& run);
+Versions versions_of(const Run& run); // without the defaults
+Files settings_in(const Run& run, const Flash& flash);
 // The state of a flash that is no cut of the run, such as the one that a further run leaves.
 Description describe(const Run& run, const Versions& versions, const Flash& flash);
 // `told` gets the share of the work done, 0 to 1, now and then. Throws when the record does not lead to the finished flash.

@@ -2,15 +2,15 @@
 #include "sim/explore/explorer.hpp"
 #include "sim/base/text.hpp"
 #include "sim/explore/bench.hpp"
+#include "sim/explore/failing.hpp"
+#include "sim/explore/parallel.hpp"
 #include "sim/explore/promises.hpp"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
 #include <ctime>
 #include <mutex>
 #include <set>
-#include <thread>
 
 namespace vcam::explore {
 namespace {
@@ -35,10 +35,21 @@ cli::Json settings_json(const SettingsState& settings)
 struct Recorded {
     Recorded(const Camera& camera, const Settings& settings)
         : bench(camera, settings.command, settings.run_options), old(read_flash(bench.camera())),
-          folder(bench.folder() + "/recorded"), outcome((bench.make(folder, old, true), bench.run(folder))),
+          folder(bench.folder() + "/recorded"),
+          outcome((bench.make(folder, old, {.record = true}), bench.run(folder))),
           recording(folder + "/record"), run{bench.camera(), recording, old, outcome.flash, settings.seed},
           versions(versions_of(run))
     {
+        if (versions.package) versions.defaults = defaults();
+    }
+    // What the command makes of the settings where there were none.
+    [[nodiscard]] Files defaults() const
+    {
+        Flash empty = old;
+        std::fill(empty.images.back().begin(), empty.images.back().end(), 0xFF);
+        const std::string place = bench.folder() + "/defaults";
+        bench.make(place, empty);
+        return settings_in(run, bench.run(place).flash);
     }
     const Bench bench;
     const Flash old;
@@ -46,7 +57,7 @@ struct Recorded {
     const Outcome outcome;
     const Recording recording;
     const Run run;
-    const Versions versions;
+    Versions versions;
 };
 
 class Explorer {
@@ -78,6 +89,9 @@ public:
         judge_points(recorded_.run, cuts_, report_.broken);
         keep_share();
         if (!settings_.replay_only) run_again();
+        if (settings_.fail)
+            fail_calls({recorded_.bench, recorded_.run, recorded_.versions, settings_, progress_}, report_);
+        sort_broken();
         return std::move(report_);
     }
 
@@ -136,26 +150,9 @@ private:
     void run_again()
     {
         const std::vector<uint32_t> states = chosen();
-        std::atomic<size_t> next = 0, done = 0;
-        std::string error;
-        const auto work = [&](unsigned worker) {
-            try {
-                for (size_t i; (i = next++) < states.size();) {
-                    again(states[i], text("%s/worker%u", recorded_.bench.folder().c_str(), worker));
-                    const std::lock_guard hold(lock_);
-                    progress_("the same command again", double(++done) / double(states.size()));
-                }
-            } catch (const std::exception& e) {
-                next = states.size(); // the others end too
-                const std::lock_guard hold(lock_);
-                error = e.what();
-            }
-        };
-        std::vector<std::thread> workers;
-        for (unsigned i = 0; i < settings_.jobs; ++i) workers.emplace_back(work, i);
-        for (auto& worker : workers) worker.join();
-        if (!error.empty()) fail("%s", error.c_str());
-        sort_broken();
+        const Work work = {"the same command again", recorded_.bench.folder(), states.size(), settings_.jobs};
+        in_parallel(work, progress_, lock_,
+                    [&](size_t i, const std::string& folder) { again(states[i], folder); });
     }
     void again(uint32_t number, const std::string& folder)
     {

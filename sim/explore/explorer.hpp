@@ -17,6 +17,7 @@ struct Settings {
     unsigned jobs = 1;  // runs at a time
     uint64_t again = 0; // drawn states, beside the first of each kind; UINT64_MAX: all
     bool replay_only = false;
+    bool fail = false; // library calls too
     unsigned shard = 1, shards = 1;
 };
 

@@ -19,9 +19,9 @@ constexpr uint16_t kAnySettings = 0xFFFF;
 // Whole files, whosever they are.
 constexpr uint16_t kWhole = bits(Summary::users, Summary::finished, Summary::packages, Summary::between);
 
-constexpr const char* kLoad =
-    "The camera does not start. Load kernel and root file system through the boot loader's console, or send it in; "
-    "then give the same command again.";
+constexpr const char* kLoad = "The camera does not start. Load kernel and root file system through the boot "
+                              "loader's console, or send it in; "
+                              "then give the same command again.";
 
 constexpr StateName kNames[] = {
     {"old", 'o', "old", kOld, kOld, bits(Summary::users),

@@ -69,7 +69,7 @@ Description judge_run(const Judged& judged, const std::string& point, std::vecto
         broken.push_back(
             {Promise::boot, point,
              left.boot != Content::same ? "mtd0 changed" : "the clock chip or an I2C device changed"});
-    if (crashed(outcome.ending))
+    if (crashed(outcome.ending) && !judged.was_killed)
         broken.push_back({Promise::ends, point, "the camera ended: " + outcome.ending});
     if (says(outcome, kSuccess) && !complete(left) && !says(outcome, kNamed))
         broken.push_back({Promise::success, point, words_of(left)});

@@ -12,7 +12,8 @@ void judge_points(const Run& run, const Cuts& cuts, std::vector<Broken>& broken)
 struct Judged {
     const Run& run; // the recorded one
     const Versions& versions;
-    const Outcome& outcome; // of the run that is judged
+    const Outcome& outcome;  // of the run that is judged
+    bool was_killed = false; // and therefore may end by a signal
 };
 // Of a run, whose name is `point`. Returns the state that it left.
 Description judge_run(const Judged& judged, const std::string& point, std::vector<Broken>& broken);

@@ -40,11 +40,12 @@ struct Group {
     std::map<std::string, uint64_t> again;
 };
 
-std::string again_of(const Group& group)
+std::string runs_of(const std::map<std::string, uint64_t>& runs)
 {
     std::vector<std::string> words;
-    for (const auto& [name, count] : group.again)
-        words.push_back(text("%s (%llu %s)", name.c_str(), (unsigned long long)count, count == 1 ? "run" : "runs"));
+    for (const auto& [name, count] : runs)
+        words.push_back(
+            text("%s (%llu %s)", name.c_str(), (unsigned long long)count, count == 1 ? "run" : "runs"));
     return words.empty() ? "not run" : join(words, ", ");
 }
 
@@ -63,13 +64,25 @@ std::string rows_of(const Report& report)
         if (group == groups.end() || before == row.name) continue;
         before = row.name;
         out += text("%-24s %9llu  %s\n", row.name, (unsigned long long)group->second.points,
-                    again_of(group->second).c_str());
+                    runs_of(group->second.again).c_str());
         for (const char* words : {row.left, row.person})
             for (const auto& line : wrapped(words)) out += "    " + line + "\n";
     }
     if (const auto unnamed = groups.find(""); unnamed != groups.end())
         out += text("%-24s %9llu\n", "WITHOUT A NAME", (unsigned long long)unnamed->second.points);
     return out;
+}
+
+std::string failure_rows(const Report& report)
+{
+    if (report.failures.empty()) return "";
+    std::string out = text("%-24s %9s  what is left\n", "failing call", "runs");
+    for (const auto& [call, left] : report.failures) {
+        uint64_t runs = 0;
+        for (const auto& state : left) runs += state.second;
+        out += text("%-24s %9llu  %s\n", call.c_str(), (unsigned long long)runs, runs_of(left).c_str());
+    }
+    return out + "\n";
 }
 
 std::string broken_lines(const Report& report)
@@ -106,7 +119,7 @@ std::string table_of(const Report& report)
         text("%s\n%zu flash operations, %zu points, %llu different states, %zu kinds of them, %llu runs\n\n",
              report.command.c_str(), report.steps.size(), report.points.size(),
              (unsigned long long)report.states, report.classes.size(), (unsigned long long)report.runs);
-    out += rows_of(report) + "\n";
+    out += rows_of(report) + "\n" + failure_rows(report);
     if (report.longest_gap > 0) out += text("The watchdog's longest gap was %.2f s.\n", report.longest_gap);
     return out + broken_lines(report);
 }

@@ -60,6 +60,7 @@ struct Report {
     std::vector<Class> classes;
     std::vector<ReportPoint> points;
     std::vector<Broken> broken;
+    std::map<std::string, std::map<std::string, uint64_t>> failures = {}; // call, state that is left, runs
 };
 
 const StateName* row_of(const Class& state);

@@ -70,6 +70,9 @@ private:
         if (kind == "class") take_class(json);
         if (kind == "point") take_point(json, file, number);
         if (kind == "broken") take_broken(json);
+        if (kind == "failures")
+            for (const auto& [state, runs] : json["left"].items())
+                report.failures[json["call"]][state] += runs.get<uint64_t>();
     }
     void take_run(const Json& json, const std::string& file)
     {
@@ -142,14 +145,20 @@ std::string json_lines(const Report& report)
                             {"runs", report.runs},
                             {"longest_gap", report.longest_gap},
                             {"kept", report.broken.empty()}});
-    for (const Class& c : report.classes)
+    for (const Class& c : report.classes) {
+        const StateName* row = row_of(c);
         out += line({{"kind", "class"},
                      {"state", c.name},
+                     {"left", row ? row->left : ""},
+                     {"person", row ? row->person : ""},
                      {"words", c.words},
                      {"settings", c.settings},
                      {"first", c.first},
                      {"again", c.again}});
+    }
     for (const ReportPoint& point : report.points) out += line(point_json(report, point));
+    for (const auto& [call, left] : report.failures)
+        out += line({{"kind", "failures"}, {"call", call}, {"left", left}});
     for (const Broken& b : report.broken)
         out += line(
             {{"kind", "broken"}, {"promise", text_of(b.promise).name}, {"point", b.point}, {"what", b.what}});

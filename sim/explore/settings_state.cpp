@@ -12,8 +12,8 @@ namespace {
 
 using Summary = SettingsState::Summary;
 
-constexpr const char* kWhose[] = {"user's",  "package's", "finished", "partly restored", "user's, kept aside",
-                                  "missing", "empty",     "damaged"};
+constexpr const char* kWhose[] = {"user's",          "package's",          "finished", "default", "default",
+                                  "partly restored", "user's, kept aside", "missing",  "empty",   "damaged"};
 constexpr const char* kSummaries[] = {"none",   "damaged",  "missing",   "kept aside",
                                       "user's", "restored", "package's", "partly restored"};
 constexpr const char* kLock = "temp.conf"; // of the configuration writers
@@ -62,6 +62,14 @@ bool same(const Files& now, const Files& version, const std::string& path)
     return a && b ? *a == *b && a->has_value() : !a && !b;
 }
 
+std::vector<const Files*> all_of(const Versions& versions)
+{
+    std::vector<const Files*> all = {&versions.before, &versions.finished};
+    for (const auto* more : {&versions.package, &versions.defaults})
+        if (*more) all.push_back(&**more);
+    return all;
+}
+
 using Lines = std::map<std::string, std::set<std::string>>; // key to lines
 
 Lines lines_of(const Files& version, const std::string& path)
@@ -79,9 +87,7 @@ bool is_between(const Files& now, const Versions& versions, const std::string& p
     const Lines lines = lines_of(now, path);
     Lines known = lines_of(versions.before, path);
     bool complete = false;
-    for (const Files* version :
-         {&versions.before, &versions.finished, versions.package ? &*versions.package : nullptr}) {
-        if (!version) continue;
+    for (const Files* version : all_of(versions)) {
         const Lines own = lines_of(*version, path);
         for (const auto& [key, texts] : own) known[key].insert(texts.begin(), texts.end());
         complete |= !own.empty() && std::all_of(own.begin(), own.end(),
@@ -94,12 +100,13 @@ bool is_between(const Files& now, const Versions& versions, const std::string& p
 }
 
 struct Kinship {
-    bool users, packages, finished;
+    bool users, packages, finished, defaults;
 };
 
 Kinship kin(const Files& now, const Versions& v, const std::string& path)
 {
-    return {same(now, v.before, path), v.package && same(now, *v.package, path), same(now, v.finished, path)};
+    return {same(now, v.before, path), v.package && same(now, *v.package, path), same(now, v.finished, path),
+            v.defaults && same(now, *v.defaults, path)};
 }
 
 Whose whose(const Files& now, const Versions& v, const std::string& path)
@@ -108,6 +115,7 @@ Whose whose(const Files& now, const Versions& v, const std::string& path)
     if (k.users) return Whose::users;
     if (k.finished) return Whose::finished;
     if (k.packages) return Whose::packages;
+    if (k.defaults) return Whose::defaults;
     const auto* file = find(now, path);
     const auto *twin = find(now, path + kTwin), *own = find(v.before, path);
     const bool torn = file && !is_between(now, v, path);
@@ -126,10 +134,11 @@ Summary summary_of(const std::map<std::string, Whose>& files, const Files& now, 
     if (any(Whose::damaged) || any(Whose::empty)) return Summary::damaged;
     if (any(Whose::missing)) return Summary::missing;
     if (any(Whose::aside)) return Summary::aside;
-    Kinship all = {true, true, true};
+    Kinship all = {true, true, true, true};
     for (const auto& [path, whose] : files) {
         const Kinship k = kin(now, v, path);
-        all = {all.users && k.users, all.packages && k.packages, all.finished && k.finished};
+        all = {all.users && k.users, all.packages && (k.packages || k.defaults), all.finished && k.finished,
+               true};
     }
     if (all.users) return Summary::users;
     if (all.finished) return Summary::finished;
@@ -162,9 +171,8 @@ SettingsState judge(const Files& now, const Versions& versions)
 {
     SettingsState state;
     std::set<std::string> known;
-    for (const Files* version :
-         {&versions.before, &versions.finished, versions.package ? &*versions.package : nullptr})
-        for (const auto& file : version ? *version : Files()) known.insert(file.first);
+    for (const Files* version : all_of(versions))
+        for (const auto& file : *version) known.insert(file.first);
     for (const auto& path : known) state.files[path] = whose(now, versions, path);
     for (const auto& file : now)
         if (!known.contains(file.first)) state.left_over.push_back(file.first);

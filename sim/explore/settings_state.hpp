@@ -20,7 +20,8 @@ enum class Whose : uint8_t {
     users,    // as before the run
     packages, // as in the package
     finished, // as the finished run left it
-    between,  // whole: each line is the user's, the package's or the finished run's
+    defaults, // as the program makes it where it finds none
+    between,  // whole: each line is from one of the versions
     aside,    // not there or torn, with the user's in its twin FILE.kept
     missing,
     empty,
@@ -28,11 +29,11 @@ enum class Whose : uint8_t {
 };
 const char* name_of(Whose whose); // "user's"
 
-// The three versions of each file that a run knows. `package`: what the program wrote into the partition, before any setting
-// was put back; not there when it wrote none.
+// The versions of each file that a run knows. `package`: what the program wrote into the partition, before any setting was put
+// back; not there when it wrote none. `defaults`: what the same command leaves where there were no settings.
 struct Versions {
     Files before, finished;
-    std::optional<Files> package;
+    std::optional<Files> package, defaults;
 };
 
 struct SettingsState {

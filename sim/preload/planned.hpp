@@ -2,11 +2,15 @@
 #pragma once
 
 #include "sim/base/faults.hpp"
+#include "sim/base/raw.hpp"
 #include "sim/clock/clock.hpp"
 #include "sim/clock/power.hpp"
 #include "sim/preload/real.hpp"
 
 #include <cerrno>
+#include <csignal>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace vcam {
 
@@ -20,6 +24,9 @@ template<class Result, class Run> Result run_planned(const faults::Effect& effec
         return -1;
     case Kind::drop:
         return dropped;
+    case Kind::kill:
+        ::syscall(SYS_kill, raw::pid(), SIGKILL); // not by kill(), which the journal has
+        break;
     case Kind::cut_before:
     case Kind::cut_inside:
         power::lose(power::Loss::cut, effect.line);

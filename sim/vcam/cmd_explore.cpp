@@ -71,6 +71,8 @@ std::vector<cli::Option> option_table(ExploreOptions& o)
          [&](auto& v) { s.again = v == "all" ? UINT64_MAX : uint64_t(cli::whole_number(v, 0, INT32_MAX)); }},
         {"--replay-only", nullptr, "name the states and give no command again",
          [&](auto&) { s.replay_only = true; }},
+        {"--fail", nullptr, "also let each library call of the program fail, and kill it there",
+         [&](auto&) { s.fail = true; }},
         {"-j,--jobs", "N", "runs at a time (as many as processors)",
          [&](auto& v) { s.jobs = unsigned(cli::whole_number(v, 1, kMostJobs)); }},
         {"--seed", "N", "of the drawn bits and states (1)",
