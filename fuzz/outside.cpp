@@ -233,7 +233,7 @@ off64_t __wrap_lseek64(int fd, off64_t offset, int)
 {
     auto* place = place_of(fd);
     if (!place || offset < 0) return failed(EINVAL);
-    place->at = size_t(offset);
+    if (!place->node->flows()) place->at = size_t(offset);
     return offset;
 }
 int __wrap_fstat64(int fd, struct stat64* info)
