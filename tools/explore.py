@@ -133,7 +133,7 @@ def page_of(tables, main, command):
                 "Each call of the C library that the program makes fails with each error that it can give, once and from then on;",
                 "\"killed\": SIGKILL at the call.", "", "| command | call | what is left (runs) |", "|---|---|---|"]
         out += [f"| {key[2]} | {f['call']} | {runs(f['left'])} |" for key, f in failures]
-    out += ["", "## Limits of the format", LIMITS.strip(), "",
+    out += ["", "## Limits of the format", "", LIMITS.strip(), "",
             f"Made by `{command}` on {datetime.date.today().isoformat()}. `vcam explore` tries the same on any camera and package;",
             "`--open POINT` makes a camera that stands at a point. See [the virtual camera](virtual-camera.md).", ""]
     return "\n".join(out)
