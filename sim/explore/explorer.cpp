@@ -31,6 +31,19 @@ cli::Json settings_json(const SettingsState& settings)
     return {{"files", files}, {"left_over", settings.left_over}};
 }
 
+// Of all that a point's state is made of.
+uint32_t fingerprint(const Flash& old, const Recording& recording)
+{
+    uint32_t sum = 0;
+    for (const Bytes& image : old.images) sum = crc32(image.data(), image.size(), sum);
+    for (const Operation& op : recording.operations()) {
+        const uint32_t place[] = {uint32_t(op.kind), op.partition, op.offset, op.size};
+        sum = crc32(place, sizeof place, sum);
+        sum = crc32(op.data.data(), op.data.size(), sum);
+    }
+    return sum;
+}
+
 // The recorded run with all that the further steps read of it.
 struct Recorded {
     Recorded(const Camera& camera, const Settings& settings)
@@ -68,6 +81,9 @@ public:
     {
         report_.command = join(settings.command, " ");
         report_.date = now_text();
+        report_.words = settings.command;
+        report_.options = settings.run_options;
+        report_.fingerprint = fingerprint(recorded_.old, recorded_.recording);
         report_.seed = settings.seed;
         report_.shard = settings.shard;
         report_.shards = settings.shards;
@@ -205,6 +221,9 @@ void open_point(const Camera& camera, const Settings& settings, const std::strin
     const unsigned long step = strtoul(name.c_str(), nullptr, 10);
     if (!form || step == 0) fail("no point '%s'; write it as 12/half", name.c_str());
     const Recorded recorded(camera, settings);
+    if (settings.fingerprint && *settings.fingerprint != fingerprint(recorded.old, recorded.recording))
+        fail("the program does something else now than in the run that was explored: flash or files of the "
+             "camera have changed; explore it again");
     const auto& operations = recorded.recording.operations();
     if (step > operations.size())
         fail("no point %s: the run has %zu flash operations", name.c_str(), operations.size());

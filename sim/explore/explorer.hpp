@@ -19,6 +19,7 @@ struct Settings {
     bool replay_only = false;
     bool fail = false; // library calls too
     unsigned shard = 1, shards = 1;
+    std::optional<uint32_t> fingerprint; // of the run whose point is opened
 };
 
 // What is going on, and the share of it that is done, 0 to 1.
@@ -26,7 +27,8 @@ using Progress = std::function<void(const std::string& doing, double done)>;
 
 // Records a run of the command in a copy of the camera and explores it. Throws.
 Report explore(const Camera& camera, const Settings& settings, const Progress& progress);
-// Makes the camera `folder`, which stands at a point of such a run: "12/half". Throws for a point that there is not.
+// Makes the camera `folder`, in place of what stood there, at a point of such a run: "12/half". Throws for a point that there
+// is not and for a run of another fingerprint.
 void open_point(const Camera& camera, const Settings& settings, const std::string& point,
                 const std::string& folder);
 

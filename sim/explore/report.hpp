@@ -51,6 +51,8 @@ struct ReportPoint {
 
 struct Report {
     std::string command, date;
+    std::vector<std::string> words, options; // of the command, and of its vcam run
+    uint32_t fingerprint = 0;                // of the flash before the run and of its operations
     uint64_t seed = 0;
     unsigned shard = 1, shards = 1;
     uint64_t states = 0;    // different ones
@@ -71,6 +73,7 @@ std::string table_of(const Report& report);
 std::string json_lines(const Report& report); // an object a line
 std::string junit_of(const Report& report);
 std::string page_of(const Report& report);
+cli::Json map_of(const Report& report); // what a page draws
 // Puts shares of one exploration together, each as json_lines wrote it. Throws when they are of different runs.
 Report merged(const std::vector<std::string>& files);
 

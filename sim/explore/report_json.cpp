@@ -79,8 +79,9 @@ private:
         const std::string command = json["command"];
         const size_t steps = json["steps"];
         const unsigned shard = json["shard"];
-        if (!shards_.empty() && (command != report.command || steps != report.steps.size() ||
-                                 json["seed"] != report.seed || json["shards"] != report.shards))
+        if (!shards_.empty() &&
+            (command != report.command || steps != report.steps.size() || json["seed"] != report.seed ||
+             json["shards"] != report.shards || json["fingerprint"] != report.fingerprint))
             fail("%s is no share of the same exploration: another command, number of operations, seed or "
                  "number of shares",
                  file.c_str());
@@ -91,6 +92,9 @@ private:
         report.steps.resize(steps);
         report.seed = json["seed"];
         report.date = json["date"];
+        report.words = json["words"];
+        report.options = json["options"];
+        report.fingerprint = json["fingerprint"];
         report.shards = json["shards"];
         report.states = std::max<uint64_t>(report.states, json["states"]);
         report.runs += json["runs"].get<uint64_t>();
@@ -136,6 +140,9 @@ std::string json_lines(const Report& report)
     std::string out = line({{"kind", "run"},
                             {"command", report.command},
                             {"date", report.date},
+                            {"words", report.words},
+                            {"options", report.options},
+                            {"fingerprint", report.fingerprint},
                             {"seed", report.seed},
                             {"shard", report.shard},
                             {"shards", report.shards},

@@ -23,27 +23,6 @@ Json names_json()
     return out;
 }
 
-Json data_of(const Report& report)
-{
-    Json data = {{"command", report.command}, {"date", report.date},      {"seed", report.seed},
-                 {"states", report.states},   {"names", names_json()},    {"forms", Json::array()},
-                 {"steps", Json::array()},    {"classes", Json::array()}, {"points", Json::array()},
-                 {"broken", Json::array()}};
-    for (const Form form : forms_of(flash::Kind::write))
-        data["forms"].push_back({name_of(form), words_of(form)});
-    for (const Step& s : report.steps)
-        data["steps"].push_back({s.partition, s.what, s.offset, s.size, s.seconds, s.process});
-    for (const Class& c : report.classes)
-        data["classes"].push_back(
-            {{"state", c.name}, {"words", c.words}, {"points", c.points}, {"again", c.again}});
-    Json& points = data["points"];
-    for (const ReportPoint& p : report.points)
-        for (const uint32_t number : {p.step, uint32_t(p.form), p.state}) points.push_back(number);
-    for (const Broken& b : report.broken)
-        data["broken"].push_back({{"point", b.point}, {"text", text_of(b.promise).text}, {"what", b.what}});
-    return data;
-}
-
 // "<" would begin the end of the script element.
 std::string in_element(const std::string& json)
 {
@@ -61,6 +40,36 @@ std::string_view view(const char* begin, size_t size) { return {begin, size}; }
 
 } // namespace
 
+Json map_of(const Report& report)
+{
+    Json data = {{"command", report.command},
+                 {"date", report.date},
+                 {"words", report.words},
+                 {"options", report.options},
+                 {"fingerprint", report.fingerprint},
+                 {"seed", report.seed},
+                 {"states", report.states},
+                 {"names", names_json()},
+                 {"forms", Json::array()},
+                 {"steps", Json::array()},
+                 {"classes", Json::array()},
+                 {"points", Json::array()},
+                 {"broken", Json::array()}};
+    for (const Form form : forms_of(flash::Kind::write))
+        data["forms"].push_back({name_of(form), words_of(form)});
+    for (const Step& s : report.steps)
+        data["steps"].push_back({s.partition, s.what, s.offset, s.size, s.seconds, s.process});
+    for (const Class& c : report.classes)
+        data["classes"].push_back(
+            {{"state", c.name}, {"words", c.words}, {"points", c.points}, {"again", c.again}});
+    Json& points = data["points"];
+    for (const ReportPoint& p : report.points)
+        for (const uint32_t number : {p.step, uint32_t(p.form), p.state}) points.push_back(number);
+    for (const Broken& b : report.broken)
+        data["broken"].push_back({{"point", b.point}, {"text", text_of(b.promise).text}, {"what", b.what}});
+    return data;
+}
+
 std::string page_of(const Report& report)
 {
     std::random_device random;
@@ -73,7 +82,7 @@ std::string page_of(const Report& report)
             "<style nonce=\"" + nonce + "\">" + std::string(view(page_css, sizeof page_css)) + "</style>");
     replace(page, "<script src=\"page.js\" defer></script>",
             "<script type=\"application/json\" id=\"data\" nonce=\"" + nonce + "\">" +
-                in_element(data_of(report).dump(-1, ' ', false, Json::error_handler_t::replace)) +
+                in_element(map_of(report).dump(-1, ' ', false, Json::error_handler_t::replace)) +
                 "</script><script nonce=\"" + nonce + "\">" + std::string(view(page_js, sizeof page_js)) +
                 "</script>");
     return page;

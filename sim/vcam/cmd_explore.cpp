@@ -4,12 +4,16 @@
 #include "sim/explore/explorer.hpp"
 #include "sim/vcam/commands.hpp"
 #include "sim/vcam/options.hpp"
+#include "sim/view/exploration.hpp"
 #include "tools/cli/output_file.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -25,7 +29,7 @@ struct ExploreOptions {
     explore::Settings settings;
     std::vector<std::string> merge;
     std::string open, output, html, junit;
-    bool json = false, force = false;
+    bool json = false, force = false, map = true;
 };
 
 // One line on standard error, where that is a terminal.
@@ -86,13 +90,16 @@ std::vector<cli::Option> option_table(ExploreOptions& o)
          [&](auto& v) { o.html = cli::given(v); }},
         {"--junit", "FILE", "also write the promises as JUnit XML",
          [&](auto& v) { o.junit = cli::given(v); }},
-        {"--open", "POINT", "make a camera that stands at a point, such as 12/half",
+        {"--open", "POINT",
+         "make a camera that stands at a point, such as 12/half; without PROGRAM: of the last exploration",
          [&](auto& v) { o.open = cli::given(v); }},
         {"-o,--output", "NEW", "with --open, the new camera's folder",
          [&](auto& v) { o.output = cli::given(v); }},
         {"--shard", "K/N", "do the K-th of N shares", [&](auto& v) { take_shard(s, v); }},
         {"--merge", "FILE", "put shares together, one --merge each, as --json wrote them",
          [&](auto& v) { o.merge.push_back(cli::given(v)); }},
+        {"--no-map", nullptr, "leave no map in the camera's folder, which vcam web shows",
+         [&](auto&) { o.map = false; }},
         {"--force", nullptr, "replace files that are no pages or reports", [&](auto&) { o.force = true; }},
     };
 }
@@ -121,6 +128,17 @@ struct Outputs {
     std::unique_ptr<cli::OutputFile> page, junit;
 };
 
+// A share shows a part of the run only, and others are at work on the same camera.
+void leave_map(const Camera& camera, const Report& report)
+{
+    const std::string path = camera.path(kExploration);
+    const std::string map = map_of(report).dump(-1, ' ', false, cli::Json::error_handler_t::replace);
+    if (map.size() <= kMostExploration) return replace_file(path, map);
+    unlink(path.c_str()); // of an earlier exploration
+    fprintf(stderr, "vcam: explore: the map of %zu points is too large to stay in the camera; use --html\n",
+            report.points.size());
+}
+
 int show(const Report& report, const ExploreOptions& o, const Outputs& outputs)
 {
     outputs.write(report);
@@ -129,13 +147,45 @@ int show(const Report& report, const ExploreOptions& o, const Outputs& outputs)
     return report.broken.empty() ? 0 : 1;
 }
 
+// The program, the seed and the options of the exploration whose map the camera has.
+void take_explored(explore::Settings& s, const Camera& camera)
+{
+    const cli::Json map = read_exploration(camera);
+    if (map.is_null()) wrong_use("the camera has no map of an exploration: name a program behind --");
+    if (map.contains("wrong")) fail("%s", map["wrong"].get<std::string>().c_str());
+    s.command = map["words"];
+    s.seed = map["seed"];
+    s.fingerprint = map["fingerprint"];
+    const std::vector<std::string> options = map["options"];
+    if (s.command.empty() || options.size() != 2 || options[0] != "--timeout")
+        fail("exploration.json names no program, or options that are not those of explore");
+    parse_seconds(options[1], "--timeout");
+    s.run_options = options;
+}
+
 int open_camera(const Camera& camera, const ExploreOptions& o)
 {
     if (o.output.empty()) wrong_use("--open: name the new camera's folder with -o");
-    if (exists(o.output)) fail("%s is there already; choose another folder", o.output.c_str());
     camera.keep_out(o.output);
-    open_point(camera, o.settings, o.open, o.output);
+    if (mkdir(o.output.c_str(), 0755) < 0)
+        fail(errno == EEXIST ? "%s is there already; choose another folder" : "%s: cannot be made",
+             o.output.c_str());
+    try {
+        open_point(camera, o.settings, o.open, o.output);
+    } catch (...) {
+        std::filesystem::remove_all(o.output);
+        throw;
+    }
     return 0;
+}
+
+// The camera that was explored, where it is named, gets the map.
+int merge(const std::vector<std::string>& cameras, const ExploreOptions& o)
+{
+    const Outputs outputs(o);
+    const Report report = explore::merged(o.merge);
+    if (o.map && !cameras.empty()) leave_map(Camera(cameras[0]), report);
+    return show(report, o, outputs);
 }
 
 } // namespace
@@ -150,17 +200,22 @@ int explore_main(const Arguments& arguments)
                                               "PROGRAM [ARGUMENT]...",
                                               cli::Operand::program,
                                               false});
-    if (!o.merge.empty()) return show(explore::merged(o.merge), o, Outputs(o));
-    if (words.plain.empty() || words.rest.empty()) wrong_use("name a camera, and a program behind --");
+    if (!o.merge.empty()) return merge(words.plain, o);
+    if (words.plain.empty() || (words.rest.empty() && o.open.empty()))
+        wrong_use("name a camera, and a program behind --");
     const Camera camera(words.plain[0]);
     o.settings.command = words.rest;
-    if (!o.open.empty()) return open_camera(camera, o);
+    if (!o.open.empty()) {
+        if (words.rest.empty()) take_explored(o.settings, camera);
+        return open_camera(camera, o);
+    }
     for (const auto& file : {o.html, o.junit})
         if (!file.empty()) camera.keep_out(file);
     const Outputs outputs(o);
     ProgressLine line;
     const Report report = explore::explore(
         camera, o.settings, [&](const std::string& doing, double done) { line.tell(doing, done); });
+    if (o.map && o.settings.shards == 1) leave_map(camera, report);
     return show(report, o, outputs);
 }
 

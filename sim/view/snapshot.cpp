@@ -4,6 +4,7 @@
 #include "sim/base/text.hpp"
 #include "sim/clock/clock.hpp"
 #include "sim/sandbox/mark.hpp"
+#include "sim/view/exploration.hpp"
 #include "sim/view/processes.hpp"
 #include "sim/view/record.hpp"
 #include "sim/view/status_lines.hpp"
@@ -174,6 +175,15 @@ void Snapshot::add_lines(cli::Json& out, bool full)
         if (auto lines = tail->lines(kMostLines); !lines.empty()) out[name] = lines;
 }
 
+// Megabytes: read only when it is a new file.
+void Snapshot::add_exploration(cli::Json& out, bool full)
+{
+    const int64_t explored = changed_at(camera_.path(kExploration));
+    if (!full && explored == explored_) return;
+    explored_ = explored;
+    out["exploration"] = read_exploration(camera_);
+}
+
 // The record is read when a run has ended, and again when the flash is found changed after it.
 const Outcome& Snapshot::outcome(const Status& s)
 {
@@ -201,6 +211,7 @@ cli::Json Snapshot::next(bool full)
     put(out, "sound", s.sound ? media_json(*s.sound) : cli::Json());
     put(out, "serial", s.serial);
     put(out, "faults", faults_of(camera_, s));
+    add_exploration(out, full);
     return out;
 }
 

@@ -38,6 +38,7 @@ public:
 private:
     void put(cli::Json& out, const char* section, cli::Json value);
     void add_lines(cli::Json& out, bool full);
+    void add_exploration(cli::Json& out, bool full);
     bool new_run();
     const Outcome& outcome(const Status& s);
 
@@ -47,6 +48,7 @@ private:
     std::map<std::string, size_t> given_; // section to a hash of what was given
     int64_t run_ = -1;                    // when the last run began
     int64_t ended_ = 0;                   // when the note of its end was written
+    int64_t explored_ = -1;               // when the map of an exploration was written
     Outcome outcome_;                     // of the last run; an empty kind: to be read again
 };
 

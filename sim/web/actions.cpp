@@ -23,6 +23,8 @@ constexpr int kBadRequest = 400, kConflict = 409;
 constexpr int kLooks = 100; // one second
 constexpr std::chrono::milliseconds kBetweenLooks{10};
 constexpr size_t kMostWords = 64;
+constexpr size_t kMostPointName = 32;
+constexpr unsigned kMostOfAPoint = 20; // cameras that stand at one point
 constexpr size_t kMostFile = 64 << 20; // bytes of a file that a page fetches
 
 std::string word(const cli::Json& request, const char* name)
@@ -107,6 +109,22 @@ Fd fresh_console(const Camera& camera)
     return fd;
 }
 
+// For the camera that stands at a point such as 12/half, beside the one that was explored: a name that is free.
+std::string folder_for(const Camera& camera, const std::string& point)
+{
+    const size_t slash = point.find('/');
+    if (slash == 0 || slash == point.npos || point.find_first_not_of("0123456789") != slash ||
+        point.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-", slash + 1) != point.npos ||
+        point.size() > kMostPointName)
+        fail("'%s' is no point, such as 12/half", one_line(point).c_str());
+    const std::string name = camera.folder() + "-" + point.substr(0, slash) + "-" + point.substr(slash + 1);
+    for (unsigned i = 1; i <= kMostOfAPoint; ++i) {
+        const std::string folder = i == 1 ? name : text("%s-%u", name.c_str(), i);
+        if (!exists(folder)) return folder;
+    }
+    fail("%s and others of that point are there already; remove some", name.c_str());
+}
+
 // The options of vcam run that a page chooses from.
 Words run_options(const cli::Json& request, double pace)
 {
@@ -186,6 +204,16 @@ Answer Actions::run(const Camera& camera, const cli::Json& request)
     return {200, "started"};
 }
 
+Answer Actions::open_point(const Camera& camera, const std::string& point)
+{
+    const std::string folder = folder_for(camera, point);
+    Answer said = command({"explore", "--open=" + point, "--output=" + folder, camera.folder()});
+    if (said.status != 200) return said;
+    said.made = folder;
+    said.text = folder.substr(folder.rfind('/') + 1) + " stands at " + point + "; it is on this page now";
+    return said;
+}
+
 Answer Actions::act(const std::string& folder, const cli::Json& request)
 {
     const std::string name = word(request, "action");
@@ -193,6 +221,7 @@ Answer Actions::act(const std::string& folder, const cli::Json& request)
         if (name == row.name) return send_signal(folder, row.signal);
     const Camera camera(folder);
     if (name == "run") return run(camera, request);
+    if (name == "open-point") return open_point(camera, word(request, "point"));
     for (const auto& row : kCommands)
         if (name == row.name) return command(row.words(camera.folder(), request));
     return {kBadRequest, "no action " + one_line(name)};

@@ -12,8 +12,9 @@
 namespace vcam::web {
 
 struct Answer {
-    int status = 200; // of HTTP
-    std::string text; // for the page: what was said, or what was wrong
+    int status = 200;      // of HTTP
+    std::string text;      // for the page: what was said, or what was wrong
+    std::string made = {}; // the folder of a camera that the action has made
 };
 
 class Actions {
@@ -34,6 +35,7 @@ public:
 
 private:
     Answer run(const Camera& camera, const cli::Json& request);
+    Answer open_point(const Camera& camera, const std::string& point);
     Answer send_signal(const std::string& folder, int number);
     pid_t launcher(const std::string& folder);
     [[nodiscard]] Answer command(const Words& words) const;

@@ -55,9 +55,9 @@ int sample_main(const std::string& folder)
     }
 }
 
-Hub::Hub(std::string program, const std::vector<std::string>& folders) : program_(std::move(program))
+Hub::Hub(std::string program, const std::vector<std::string>& folders)
+    : program_(std::move(program)), folders_(folders)
 {
-    for (const auto& folder : folders) samplers_.push_back({folder, 0, Fd(), Fd(), ""});
     thread_ = std::thread([this] { look_on(); });
 }
 
@@ -142,6 +142,13 @@ void Hub::look(bool full)
     }
 }
 
+// Call it with lock_ held.
+void Hub::take_added()
+{
+    while (samplers_.size() < folders_.size())
+        samplers_.push_back({folders_[samplers_.size()], 0, Fd(), Fd(), ""});
+}
+
 void Hub::look_on()
 {
     std::unique_lock hold(lock_);
@@ -150,6 +157,7 @@ void Hub::look_on()
         if (ending_) return;
         const bool full = newcomer_;
         newcomer_ = false;
+        take_added();
         const auto next = std::chrono::steady_clock::now() + kLook;
         hold.unlock();
         look(full);
@@ -162,6 +170,18 @@ size_t Hub::viewers()
 {
     const std::lock_guard hold(lock_);
     return viewers_.size();
+}
+
+std::vector<std::string> Hub::folders()
+{
+    const std::lock_guard hold(lock_);
+    return folders_;
+}
+
+void Hub::add(const std::string& folder)
+{
+    const std::lock_guard hold(lock_);
+    folders_.push_back(folder);
 }
 
 Hub::Viewer::Viewer(Hub& hub) : hub_(hub)

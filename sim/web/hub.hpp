@@ -29,6 +29,9 @@ public:
     Hub& operator=(const Hub&) = delete;
 
     [[nodiscard]] size_t viewers();
+    // The cameras, in the order of their numbers in events.
+    [[nodiscard]] std::vector<std::string> folders();
+    void add(const std::string& folder);
 
     class Viewer {
     public:
@@ -54,6 +57,7 @@ private:
     };
 
     void look_on();
+    void take_added();
     void look(bool full);
     void start_sampler(Sampler& sampler);
     void end_sampler(Sampler& sampler);
@@ -61,8 +65,9 @@ private:
     void send(size_t camera, const std::string& object);
 
     const std::string program_;
-    std::vector<Sampler> samplers_;
+    std::vector<Sampler> samplers_; // of the thread that looks
     std::mutex lock_;
+    std::vector<std::string> folders_; // guarded by lock_
     std::condition_variable changed_;
     std::vector<Viewer*> viewers_; // guarded by lock_
     bool newcomer_ = false;        // guarded by lock_

@@ -25,7 +25,8 @@ namespace {
 constexpr size_t kThreads = 32;        // an open page holds one
 constexpr size_t kMostPages = 24;      // open at once
 constexpr size_t kMostBody = 64 << 20; // of a request
-constexpr int kForbidden = 403;
+constexpr size_t kMostCameras = 12;    // those that the page has opened among them
+constexpr int kForbidden = 403, kTooMany = 409;
 
 // Nothing from elsewhere, no script and no style but the page's two files.
 constexpr const char* kHeaders[][2] = {
@@ -56,7 +57,7 @@ void answer_json(Response& response, const cli::Json& json)
 class PageServer {
 public:
     explicit PageServer(const ServerOptions& options)
-        : folders_(options.folders), actions_(options.vcam, options.pace), hub_(options.self, options.folders)
+        : actions_(options.vcam, options.pace), hub_(options.self, options.folders)
     {
         server_.new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
         server_.set_payload_max_length(kMostBody);
@@ -108,7 +109,7 @@ private:
         on("/file", [this](const Camera& c, const Request& q, Response& r) { file(c, q, r); });
         on("/sound", [](const Camera& c, const Request& q, Response& r) { sound(c, q, r); });
         server_.Post("/action", [this](const Request& q, Response& r) {
-            answer(r, actions_.act(folder(q), cli::Json::parse(q.body)));
+            answer(r, act(folder(q), cli::Json::parse(q.body)));
         });
         server_.Post("/file", [this](const Request& q, Response& r) {
             answer(r, actions_.put(camera(q), q.get_param_value("path"), q.body));
@@ -162,13 +163,26 @@ private:
         return q.has_param(name) ? uint64_t(cli::whole_number(q.get_param_value(name), 0, INT32_MAX)) : 0;
     }
 
-    const std::string& folder(const Request& q) const
+    std::string folder(const Request& q)
     {
         const uint64_t index = number(q, "camera");
-        if (index >= folders_.size()) fail("there are %zu cameras", folders_.size());
-        return folders_[index];
+        const auto folders = hub_.folders();
+        if (index >= folders.size()) fail("there are %zu cameras", folders.size());
+        return folders[index];
     }
-    Camera camera(const Request& q) const { return Camera(folder(q)); }
+    Camera camera(const Request& q) { return Camera(folder(q)); }
+
+    // A camera that it makes is shown from then on.
+    Answer act(const std::string& folder, const cli::Json& request)
+    {
+        if (request.is_object() && request.contains("action") && request["action"] == "open-point" &&
+            hub_.folders().size() >= kMostCameras)
+            return {kTooMany,
+                    text("the page shows %zu cameras already; start it anew with fewer", kMostCameras)};
+        Answer said = actions_.act(folder, request);
+        if (!said.made.empty()) hub_.add(said.made);
+        return said;
+    }
 
     template<class Handler> void on(const char* path, Handler handler)
     {
@@ -187,10 +201,10 @@ private:
     }
 
     // What does not change: the cameras, what a fault may name, what stands at the lines.
-    void known(Response& r) const
+    void known(Response& r)
     {
         cli::Json json = {
-            {"cameras", folders_}, {"targets", cli::Json::array()}, {"lines", line_names_json()}};
+            {"cameras", hub_.folders()}, {"targets", cli::Json::array()}, {"lines", line_names_json()}};
         for (const auto& target : models::fault_targets()) {
             cli::Json row = {{"name", target.name}, {"operations", cli::Json::array()}};
             for (const auto& operation : target.operations) row["operations"].push_back(operation.name);
@@ -220,7 +234,6 @@ private:
     }
 
     static inline const std::string kSignOfLife = ":\n\n";
-    const std::vector<std::string> folders_;
     Actions actions_;
     Hub hub_;
     std::unique_ptr<Guard> guard_;

@@ -38,11 +38,12 @@ class Camera {
     this.boardView = new BoardView(this);
     this.soundView = new SoundView(this);
     this.logView = new LogView(this);
+    this.exploredView = new ExploredView(this);
     this.actionView = frozen ? null : new ActionView(this);
     const head = el('section', { class: 'card' }, el('div', { class: 'title' }, this.name, this.pill, this.command),
       el('div', { class: 'facts' }, ...Object.entries(this.facts).map(([n, node]) => el('div', { class: 'fact' }, el('b', {}, n), node))), this.phase);
     this.root = el('article', { class: 'camera' }, head, el('div', { class: 'columns' },
-      el('div', { class: 'column' }, this.flashView.root, this.timeView.root, this.logView.root),
+      el('div', { class: 'column' }, this.flashView.root, this.timeView.root, this.logView.root, this.exploredView.root),
       el('div', { class: 'column' }, this.actionView && this.actionView.root, this.boardView.root, this.soundView.root)));
   }
 
@@ -52,7 +53,7 @@ class Camera {
       this.replay = null;
       this.logView.clear();
     }
-    for (const section of ['head', 'time', 'flash', 'board', 'sound', 'serial', 'faults'])
+    for (const section of ['head', 'time', 'flash', 'board', 'sound', 'serial', 'faults', 'exploration'])
       if (section in event) this[section] = event[section];
     if (event.flash) this.measure();
     for (const kind of ['journal', 'log', 'feeds']) if (event[kind]) addEvents(this, kind, event[kind]);
@@ -144,6 +145,7 @@ class Camera {
     this.timeView.draw();
     if (!event || event.board || event.serial || event.head || event.journal) this.boardView.draw();
     if (!event || 'sound' in event) this.soundView.draw();
+    if (event && 'exploration' in event) this.exploredView.draw();
     this.logView.draw();
     if (this.actionView) this.actionView.draw();
   }
@@ -161,11 +163,17 @@ async function begin() {
   readColors();
   known = frozen ? frozen.known : JSON.parse(await ask('/known', {}));
   lists();
-  const cameras = known.cameras.map((folder, index) => new Camera(index));
-  document.getElementById('cameras').append(...cameras.map(c => c.root));
-  matchMedia('(prefers-color-scheme: dark)').addEventListener('change', () => { readColors(); cameras.forEach(c => c.head && c.redraw()); });
+  const cameras = [];
+  const add = () => { // a point of an exploration opens as a further camera
+    cameras.push(new Camera(cameras.length));
+    document.getElementById('cameras').append(cameras.at(-1).root);
+  };
+  known.cameras.forEach(add);
+  matchMedia('(prefers-color-scheme: dark)').addEventListener('change', () => { readColors(); cameras.forEach(c => { if (c.head) c.redraw(); c.exploredView.map?.draw(); }); });
   const link = document.getElementById('link');
   const take = event => {
+    while (cameras.length <= event.camera) add();
+    if (event.head) known.cameras[event.camera] = event.head.folder;
     const camera = cameras[event.camera];
     if (event.lost) { link.className = 'lost'; say(link, known.cameras[event.camera] + ' cannot be read: ' + event.lost); return; }
     camera.take(event);

@@ -1,4 +1,3 @@
-'use strict';
 // What all parts of the page share. Text from a camera becomes text nodes only.
 
 const frozen = document.getElementById('frozen') ? JSON.parse(document.getElementById('frozen').textContent) : null;

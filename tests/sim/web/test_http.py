@@ -60,6 +60,7 @@ class Attacks(Served):
                  ({"action": "pin", "line": "4.0 wire 5.0\n8.1 stuck 0"}, "line end"), ({"action": "cut"}, "off"),
                  ({"action": "plug", "port": "ttyAMA1", "line": "block /etc/passwd"}, "replies"),
                  ({"action": "set-clock", "time": "--fault=stopped"}, "no time"), ({"action": "<b>"}, "no action"),
+                 ({"action": "open-point", "point": "1/../../two"}, "is no point"), ({"action": "open-point", "point": "1/half"}, "no map"),
                  ({"action": "run", "words": "x"}, "name a program"), ({"action": 3}, "lacks"), ([], "lacks"))
         for request, reason in wrong:
             status, text = self.request("POST", "/action?camera=0", json.dumps(request))

@@ -3,6 +3,7 @@
 
 Usage: VCAM=PROGRAM FWPKG=PROGRAM ZEP_AUDIO=PROGRAM PICTURES=FOLDER test_page.py
 """
+import json
 import os
 import socket
 import subprocess
@@ -120,6 +121,39 @@ class InBrowser(Served):
         page.cdp("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": "dark"}])
         self.picture("dark", ".camera")
         self.assertEqual(page.complaints(), [])
+
+    def test_a_point_of_an_exploration_opens_as_a_camera_and_a_hostile_map_stays_text(self):
+        page, card = self.browser, "document.querySelector('.exploration').innerText"
+        page.open(self.address)
+        page.wait("document.querySelector('.exploration')?.innerText.includes('No exploration yet')", "the page")
+        vcam("explore", self.cameras[0], "--replay-only", "--", "upgrade", "/tmp/pkg", "-v")
+        page.wait(card + ".includes('Every promise was kept.')", "the map")
+        for key, name in (("Home", "1/before"), ("ArrowDown", "1/half"), ("ArrowRight", "2/half"), ("End", r"\d+/after")):
+            page.run("document.querySelector('.map canvas').dispatchEvent(new KeyboardEvent('keydown', {key: arguments[0]}))", key)
+            self.assertRegex(page.run("return document.querySelector('.map canvas').getAttribute('aria-valuetext')"), f"^point {name}, mtd")
+        point = page.run(f"return {card}.match(/point (\\d+)\\/after/)[1]")
+        for name in (f"one-{point}-after", f"one-{point}-after-2"):
+            page.press("Open this point")
+            page.wait(f"[...document.querySelectorAll('.camera h2')].some(h => h.innerText.startsWith('{name} '))", name)
+            with open(f"{self.folder}/{name}/flash/mtd1", "rb") as flash:
+                self.assertIn(b"kernel\nkernel\n", flash.read(4096))
+        self.picture("exploration", ".exploration")
+        vcam("report", self.cameras[0], "-o", self.folder + "/report.html")
+        with open(self.cameras[0] + "/flash/mtd1", "r+b") as flash:
+            flash.write(b"another kernel")
+        page.press("Open this point")
+        page.wait(card + ".includes('explore it again')", "the refusal of a changed camera")
+        kept = json.loads(self.state("exploration.json"))
+        for change, shown in ((kept | {"command": "<img src=x>"}, "<img src=x>: "), (kept | {"points": [0, 0, 9999]}, "is no map"),
+                              (kept | {"steps": [[1, {}, 0, 1, 0, "x"]]}, "is no map"), (kept | {"names": None}, "is no map"),
+                              ([[[[[[]]]]]] * 99, "is no map"), ("x" * (9 << 20), "is no plain file of at most 8 MiB")):
+            with open(self.cameras[0] + "/exploration.json", "w") as file:
+                json.dump(change, file)
+            page.wait(f"{card}.includes('{shown}')", shown)
+        self.assertEqual(page.run("return document.querySelectorAll('.exploration img').length"), 0)
+        page.open(f"file://{self.folder}/report.html")
+        page.wait("document.querySelector('.map canvas') && " + card + ".includes('Every promise was kept.') && document.querySelector('.map canvas').clientHeight > 100", "the frozen map")
+        self.assertRegex(" ".join(page.complaints()), "^[^ ]*/action[^ ]* - .* 400 [^/]*$")  # the one refusal
 
     def test_the_board_is_wired_pressed_and_set_and_hostile_text_stays_text(self):
         page = self.browser
