@@ -19,8 +19,8 @@ namespace {
 namespace fs = std::filesystem;
 
 // What belongs to earlier runs, or to a run that goes on.
-constexpr const char* kNotCopied[] = {"before",  "record", "lock",   "pid",
-                                      "console", "exploration.json", "cause",  "ending", "faults.state"};
+constexpr const char* kNotCopied[] = {"before",           "record", "lock",   "pid",         "console",
+                                      "exploration.json", "cause",  "ending", "faults.state"};
 constexpr const char* kBegunAnew[] = {"journal", "syslog"};
 constexpr const char* kOutside[] = {"rtc", "i2c"};
 constexpr int kNotStarted = 127;
