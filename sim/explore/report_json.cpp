@@ -10,6 +10,8 @@ namespace {
 
 using cli::Json;
 
+constexpr size_t kMostSteps = 10'000'000;
+
 std::string line(const Json& json)
 {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
@@ -41,6 +43,9 @@ public:
     void take(const std::string& file)
     {
         classes_.clear();
+        promised_ = {};
+        has_run_ = false;
+        const size_t points = report.points.size(), broken = report.broken.size();
         const std::string content = read_file(file);
         size_t number = 0;
         for (const auto& words : split(content, '\n')) {
@@ -55,6 +60,9 @@ public:
                 refuse(file, number, "a value is missing or of the wrong kind");
             }
         }
+        if (!has_run_ || promised_.points != report.points.size() - points ||
+            promised_.broken != report.broken.size() - broken)
+            fail("%s is not whole: lines of the share are missing", file.c_str());
     }
     Report report;
 
@@ -66,22 +74,25 @@ private:
     void take_line(const Json& json, const std::string& file, size_t number)
     {
         const std::string kind = json["kind"];
-        if (kind == "run") take_run(json, file);
+        if ((kind == "run") == has_run_) refuse(file, number, "the line of the run comes first and once");
+        if (kind == "run") take_run(json, file, number);
         if (kind == "class") take_class(json);
         if (kind == "point") take_point(json, file, number);
-        if (kind == "broken") take_broken(json);
+        if (kind == "broken") take_broken(json, file, number);
         if (kind == "failures")
             for (const auto& [state, runs] : json["left"].items())
                 report.failures[json["call"]][state] += runs.get<uint64_t>();
     }
-    void take_run(const Json& json, const std::string& file)
+    void take_run(const Json& json, const std::string& file, size_t number)
     {
         const std::string command = json["command"];
         const size_t steps = json["steps"];
-        const unsigned shard = json["shard"];
+        const unsigned shard = json["shard"], shards = json["shards"];
+        if (shard == 0 || shard > shards || steps > kMostSteps)
+            refuse(file, number, "no such share, or too many operations");
         if (!shards_.empty() &&
             (command != report.command || steps != report.steps.size() || json["seed"] != report.seed ||
-             json["shards"] != report.shards || json["fingerprint"] != report.fingerprint))
+             shards != report.shards || json["fingerprint"] != report.fingerprint))
             fail("%s is no share of the same exploration: another command, number of operations, seed or "
                  "number of shares",
                  file.c_str());
@@ -95,7 +106,9 @@ private:
         report.words = json["words"];
         report.options = json["options"];
         report.fingerprint = json["fingerprint"];
-        report.shards = json["shards"];
+        report.shards = shards;
+        promised_ = {json["points"], json["broken"]};
+        has_run_ = true;
         report.states = std::max<uint64_t>(report.states, json["states"]);
         report.runs += json["runs"].get<uint64_t>();
         report.longest_gap = std::max<double>(report.longest_gap, json["longest_gap"]);
@@ -114,21 +127,29 @@ private:
     {
         const auto form = form_named(json["form"]);
         const size_t step = json["step"], own = json["class"];
-        if (!form || step == 0 || own >= classes_.size()) refuse(file, number, "a point of no class or form");
+        if (!form || step == 0 || step > std::max<size_t>(1, report.steps.size()) || own >= classes_.size())
+            refuse(file, number, "a point of no class or form");
         if (step <= report.steps.size() && json.contains("offset"))
             report.steps[step - 1] = {json["partition"], json["operation"], json["offset"],
                                       json["size"],      json["seconds"],   json["process"]};
         ++report.classes[classes_[own]].points;
         report.points.push_back({uint32_t(step - 1), *form, classes_[own]});
     }
-    void take_broken(const Json& json)
+    void take_broken(const Json& json, const std::string& file, size_t number)
     {
         const std::string name = json["promise"];
         for (unsigned i = 0; i < kPromises; ++i)
-            if (name == text_of(Promise(i)).name)
+            if (name == text_of(Promise(i)).name) {
                 report.broken.push_back({Promise(i), json["point"], json["what"]});
+                return;
+            }
+        refuse(file, number, "no promise of this name");
     }
 
+    struct Lines {
+        size_t points = 0, broken = 0;
+    } promised_; // by the line of the run
+    bool has_run_ = false;
     std::vector<unsigned> shards_;
     std::vector<uint32_t> classes_; // of the share's numbers, the whole's
 };
@@ -151,7 +172,8 @@ std::string json_lines(const Report& report)
                             {"states", report.states},
                             {"runs", report.runs},
                             {"longest_gap", report.longest_gap},
-                            {"kept", report.broken.empty()}});
+                            {"kept", report.broken.empty()},
+                            {"broken", report.broken.size()}});
     for (const Class& c : report.classes) {
         const StateName* row = row_of(c);
         out += line({{"kind", "class"},
