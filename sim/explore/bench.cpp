@@ -6,10 +6,12 @@
 #include "sim/sandbox/pieces.hpp"
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <mutex>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,7 +25,7 @@ constexpr const char* kNotCopied[] = {"before",           "record", "lock",   "p
                                       "exploration.json", "cause",  "ending", "faults.state"};
 constexpr const char* kBegunAnew[] = {"journal", "syslog"};
 constexpr const char* kOutside[] = {"rtc", "i2c"};
-constexpr int kNotStarted = 127;
+constexpr int kNotExecuted = 126, kNotStarted = 127; // statuses of a program
 
 // Runs a program of the host, its output into the file. Its exit status.
 int spawn(const std::vector<std::string>& words, const std::string& output)
@@ -31,9 +33,11 @@ int spawn(const std::vector<std::string>& words, const std::string& output)
     std::vector<char*> arguments;
     for (const auto& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
-    const pid_t child = fork();
+    const pid_t parent = getpid(), child = fork();
     if (child < 0) fail("cannot start %s: %s", words[0].c_str(), strerror(errno));
     if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL); // the run's sandbox ends with its launcher
+        if (getppid() != parent) _exit(kNotStarted);
         const int in = open("/dev/null", O_RDONLY),
                   out = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         dup2(in, STDIN_FILENO), dup2(out, STDOUT_FILENO), dup2(out, STDERR_FILENO);
@@ -86,7 +90,46 @@ Camera copy_of(const Camera& camera, const std::string& folder)
     return Camera(folder);
 }
 
+// Programs that have been killed may still write for a moment.
+void remove_for_good(const std::string& folder)
+{
+    std::error_code error;
+    for (int tries = 0; tries < 50; ++tries) {
+        fs::remove_all(folder, error);
+        if (!exists(folder)) return;
+        usleep(100'000);
+    }
+}
+
 } // namespace
+
+FolderKeeper::FolderKeeper(const std::string& folder)
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) < 0 || (keeper_ = fork()) < 0)
+        fail("cannot start a process: %s", strerror(errno));
+    if (keeper_ == 0) {
+        setsid(); // a terminal's signals are for the others
+        for (const int number : {SIGINT, SIGTERM, SIGHUP}) signal(number, SIG_IGN);
+        const int null = open("/dev/null", O_RDWR);
+        for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) dup2(null, fd);
+        close(ends[1]);
+        char none;
+        while (read(ends[0], &none, 1) < 0 && errno == EINTR) {
+        }
+        remove_for_good(folder);
+        _exit(0);
+    }
+    close(ends[0]);
+    alive_ = Fd(ends[1]);
+}
+
+FolderKeeper::~FolderKeeper()
+{
+    alive_ = Fd();
+    while (waitpid(keeper_, nullptr, 0) < 0 && errno == EINTR) {
+    }
+}
 
 Bench::Bench(const Camera& camera, std::vector<std::string> command, std::vector<std::string> run_options)
     : camera_(copy_of(camera, scratch_.path() + "/camera")), command_(std::move(command)),
@@ -110,7 +153,8 @@ Outcome Bench::run(const std::string& folder) const
     words.emplace_back("--");
     words.insert(words.end(), command_.begin(), command_.end());
     const std::string said = folder + ".said";
-    spawn(words, said);
+    const int status = spawn(words, said);
+    if (status == kNotStarted || status == kNotExecuted) fail("the run: %s", trim(read_file(said)).c_str());
     const Camera camera(folder);
     Outcome out;
     out.ending = trim(try_read_file(camera.path("ending")).value_or(""));

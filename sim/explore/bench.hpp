@@ -3,6 +3,7 @@
 
 #include "sim/base/camera.hpp"
 #include "sim/base/faults.hpp"
+#include "sim/base/raw.hpp"
 #include "sim/explore/flash_state.hpp"
 
 #include <string>
@@ -26,6 +27,19 @@ struct Making {
     std::string plan = {}; // of faults
 };
 
+// Removes a folder when this process ends, however it ends: a process of its own waits for that.
+class FolderKeeper {
+public:
+    explicit FolderKeeper(const std::string& folder);
+    ~FolderKeeper(); // returns once the folder is gone
+    FolderKeeper(const FolderKeeper&) = delete;
+    FolderKeeper& operator=(const FolderKeeper&) = delete;
+
+private:
+    pid_t keeper_ = -1;
+    Fd alive_; // its closing is the end
+};
+
 // A copy of a camera as it stands, from which further ones are made. The camera itself is never changed.
 class Bench {
 public:
@@ -39,6 +53,7 @@ public:
 
 private:
     const ScratchFolder scratch_;
+    const FolderKeeper keeper_{scratch_.path()};
     const Camera camera_;
     const std::vector<std::string> command_, options_;
 };

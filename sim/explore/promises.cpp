@@ -13,7 +13,7 @@ constexpr double kLongestGap = 1.5; // seconds between two feeds of the watchdog
 constexpr const char* kSuccess[] = {"Upgrade complete"};
 // Lines of the log that name what does not hold its image or was not kept.
 constexpr const char* kNamed[] = {"does not hold its image", "was not kept", "could not be erased"};
-constexpr const char* kCrashes[] = {"signal ", "timeout", "watchdog"};
+constexpr const char* kCrashes[] = {"signal ", "timeout", "watchdog", "powercut"};
 constexpr int kFirstSignalStatus = 129; // of a shell whose command a signal ended
 
 bool says(const Outcome& outcome, std::span<const char* const> words)

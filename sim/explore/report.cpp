@@ -120,6 +120,7 @@ std::string table_of(const Report& report)
              report.command.c_str(), report.steps.size(), report.points.size(),
              (unsigned long long)report.states, report.classes.size(), (unsigned long long)report.runs);
     out += rows_of(report) + "\n" + failure_rows(report);
+    if (report.steps.empty()) out += "The run changed nothing in the flash, so there was nothing to cut.\n";
     if (report.longest_gap > 0) out += text("The watchdog's longest gap was %.2f s.\n", report.longest_gap);
     return out + broken_lines(report);
 }
