@@ -1,5 +1,5 @@
 // PROGRAM TARGET [option of libFuzzer, or input to repeat...]: tries one target. seeds/ has inputs to begin with, words/ what
-// its format is made of, cases/ inputs that once were findings. What it finds lies in the build's folder work/.
+// its format is made of, cases/ inputs that once were findings. What it finds lies in the build's folder runs/.
 #include "fuzz/fuzz.hpp"
 
 #include <algorithm>

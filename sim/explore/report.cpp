@@ -97,7 +97,8 @@ std::string broken_lines(const Report& report)
         }
         if (count > kShownBroken) out += text("    and %zu more\n", count - kShownBroken);
     }
-    return out.empty() ? "Every promise was kept.\n" : out;
+    if (!out.empty()) return out;
+    return tried_nothing(report) ? "Nothing was tried.\n" : "Every promise was kept.\n";
 }
 
 } // namespace
@@ -112,6 +113,8 @@ const StateName* row_of(const Class& state)
 }
 
 std::string name_of(const ReportPoint& point) { return text("%u/%s", point.step + 1, name_of(point.form)); }
+
+bool tried_nothing(const Report& report) { return report.steps.empty() && report.failures.empty(); }
 
 std::string table_of(const Report& report)
 {

@@ -68,6 +68,8 @@ struct Report {
 const StateName* row_of(const Class& state);
 std::string name_of(const ReportPoint& point);
 
+// A run without an operation on the flash, and no call that failed: no promise was put to the test.
+bool tried_nothing(const Report& report);
 // How it is shown.
 std::string table_of(const Report& report);
 std::string json_lines(const Report& report); // an object a line

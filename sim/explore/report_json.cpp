@@ -172,7 +172,7 @@ std::string json_lines(const Report& report)
                             {"states", report.states},
                             {"runs", report.runs},
                             {"longest_gap", report.longest_gap},
-                            {"kept", report.broken.empty()},
+                            {"kept", report.broken.empty() && !tried_nothing(report)},
                             {"broken", report.broken.size()}});
     for (const Class& c : report.classes) {
         const StateName* row = row_of(c);

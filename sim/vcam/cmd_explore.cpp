@@ -144,7 +144,7 @@ int show(const Report& report, const ExploreOptions& o, const Outputs& outputs)
     outputs.write(report);
     const std::string out = o.json ? json_lines(report) : table_of(report);
     fwrite(out.data(), 1, out.size(), stdout);
-    return report.broken.empty() ? 0 : 1;
+    return report.broken.empty() && !tried_nothing(report) ? 0 : 1;
 }
 
 // The program, the seed and the options of the exploration whose map the camera has.
