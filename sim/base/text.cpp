@@ -129,4 +129,21 @@ std::string one_line(std::string_view message)
     return out;
 }
 
+std::string in_script_element(const std::string& json)
+{
+    std::string out;
+    for (const char c : json) {
+        if (c == '<')
+            out += "\\u003c";
+        else
+            out += c;
+    }
+    return out;
+}
+
+void replace_first(std::string& text, std::string_view what, const std::string& with)
+{
+    text.replace(text.find(what), what.size(), with);
+}
+
 } // namespace vcam

@@ -33,5 +33,9 @@ double parse_seconds(const std::string& number, const char* what);
 std::string human_size(uint64_t bytes); // "512K", "12M", "1234"
 // Control characters as \n, \t, \xNN, so that one message is one line.
 std::string one_line(std::string_view message);
+// JSON inside of a script element of a page, whose end a "<" would begin.
+std::string in_script_element(const std::string& json);
+// Replaces the first place that has `what`, which must be there.
+void replace_first(std::string& text, std::string_view what, const std::string& with);
 
 } // namespace vcam

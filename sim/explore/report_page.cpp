@@ -23,19 +23,6 @@ Json names_json()
     return out;
 }
 
-// "<" would begin the end of the script element.
-std::string in_element(const std::string& json)
-{
-    std::string out;
-    for (const char c : json) c == '<' ? out += "\\u003c" : out += c;
-    return out;
-}
-
-void replace(std::string& page, std::string_view what, const std::string& with)
-{
-    page.replace(page.find(what), what.size(), with);
-}
-
 std::string_view view(const char* begin, size_t size) { return {begin, size}; }
 
 } // namespace
@@ -75,16 +62,18 @@ std::string page_of(const Report& report)
     std::random_device random;
     const std::string nonce = text("%u%u", random(), random());
     std::string page(view(page_html, sizeof page_html));
-    replace(page, "<meta name=\"policy\">",
-            "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; script-src 'nonce-" +
-                nonce + "'; style-src 'nonce-" + nonce + "'; base-uri 'none'; form-action 'none'\">");
-    replace(page, "<link rel=\"stylesheet\" href=\"page.css\">",
-            "<style nonce=\"" + nonce + "\">" + std::string(view(page_css, sizeof page_css)) + "</style>");
-    replace(page, "<script src=\"page.js\" defer></script>",
-            "<script type=\"application/json\" id=\"data\" nonce=\"" + nonce + "\">" +
-                in_element(map_of(report).dump(-1, ' ', false, Json::error_handler_t::replace)) +
-                "</script><script nonce=\"" + nonce + "\">" + std::string(view(page_js, sizeof page_js)) +
-                "</script>");
+    replace_first(
+        page, "<meta name=\"policy\">",
+        "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; script-src 'nonce-" +
+            nonce + "'; style-src 'nonce-" + nonce + "'; base-uri 'none'; form-action 'none'\">");
+    replace_first(page, "<link rel=\"stylesheet\" href=\"page.css\">",
+                  "<style nonce=\"" + nonce + "\">" + std::string(view(page_css, sizeof page_css)) +
+                      "</style>");
+    replace_first(page, "<script src=\"page.js\" defer></script>",
+                  "<script type=\"application/json\" id=\"data\" nonce=\"" + nonce + "\">" +
+                      in_script_element(map_of(report).dump(-1, ' ', false, Json::error_handler_t::replace)) +
+                      "</script><script nonce=\"" + nonce + "\">" +
+                      std::string(view(page_js, sizeof page_js)) + "</script>");
     return page;
 }
 

@@ -1,5 +1,6 @@
 // The files of the page, which the build puts into the program.
 #include "sim/web/page.hpp"
+#include "sim/base/text.hpp"
 
 #include <page_files.inc> // made from page/ by embed.cmake
 #include <random>
@@ -15,19 +16,6 @@ const PageFile kFiles[] = {
     {"/page.js", "text/javascript; charset=utf-8", view(page_js, sizeof page_js)},
 };
 
-// JSON inside of a script element: "<" would begin its end there.
-std::string in_element(const std::string& json)
-{
-    std::string out;
-    for (const char c : json) c == '<' ? out += "\\u003c" : out += c;
-    return out;
-}
-
-void replace(std::string& page, std::string_view what, const std::string& with)
-{
-    page.replace(page.find(what), what.size(), with);
-}
-
 } // namespace
 
 std::span<const PageFile> page_files() { return kFiles; }
@@ -38,17 +26,18 @@ std::string frozen_page(const std::string& events, const std::string& known)
     std::random_device random;
     const std::string nonce = std::to_string(random()) + std::to_string(random());
     std::string page(kFiles[0].content);
-    replace(page, "<meta name=\"policy\">",
-            "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; script-src 'nonce-" +
-                nonce + "'; style-src 'nonce-" + nonce +
-                "'; img-src data:; base-uri 'none'; form-action 'none'\">");
-    replace(page, "<link rel=\"stylesheet\" href=\"page.css\">",
-            "<style nonce=\"" + nonce + "\">" + std::string(kFiles[1].content) + "</style>");
-    replace(page, "<script src=\"page.js\" defer></script>",
-            "<script type=\"application/json\" id=\"frozen\" nonce=\"" + nonce + "\">{\"events\":[" +
-                in_element(events) + "],\"known\":" + in_element(known) + "}</script>");
-    replace(page, "</body>",
-            "<script nonce=\"" + nonce + "\">" + std::string(kFiles[2].content) + "</script></body>");
+    replace_first(
+        page, "<meta name=\"policy\">",
+        "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; script-src 'nonce-" +
+            nonce + "'; style-src 'nonce-" + nonce +
+            "'; img-src data:; base-uri 'none'; form-action 'none'\">");
+    replace_first(page, "<link rel=\"stylesheet\" href=\"page.css\">",
+                  "<style nonce=\"" + nonce + "\">" + std::string(kFiles[1].content) + "</style>");
+    replace_first(page, "<script src=\"page.js\" defer></script>",
+                  "<script type=\"application/json\" id=\"frozen\" nonce=\"" + nonce + "\">{\"events\":[" +
+                      in_script_element(events) + "],\"known\":" + in_script_element(known) + "}</script>");
+    replace_first(page, "</body>",
+                  "<script nonce=\"" + nonce + "\">" + std::string(kFiles[2].content) + "</script></body>");
     return page;
 }
 
