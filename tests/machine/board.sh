@@ -1,6 +1,7 @@
 #!/bin/bash
-# Runs an ARM executable on an emulated machine with a real Linux kernel: NAND flash in four
-# partitions, JFFS2, a watchdog that resets, packet sockets.
+# Runs an ARM executable on an emulated machine with a real Linux kernel: flash in four partitions,
+# JFFS2, a watchdog that resets, packet sockets. The flash is NAND that forgets at a reset, or with -f
+# NOR that lasts.
 #
 #   board.sh [options] EXE ROOT_FOLDER SCRIPT
 #   board.sh --shell [options] EXE ROOT_FOLDER
@@ -13,6 +14,11 @@
 #   -n PARAMS   nandsim parameters beside the chip of 4 x 1 MiB with 512-byte pages and 16 KiB
 #               erase blocks, as "badblocks=70 weakblocks=75:0 weakpages=2632:0"; block and page
 #               numbers count from the start of the chip, not of a partition
+#   -f FLASH    the board with NOR flash: the content of its chip of 8 MiB, made when it does not
+#               exist, lasts past resets, a killed emulator and the end of the run
+#   -l LOG      with -f, receives every erase and every programmed byte; flash_log.py describes it
+#   -i IMAGE    the boot image: used when it exists, else made there from EXE, ROOT_FOLDER and SCRIPT
+#   -e WORDS    variables for the script, as "again=1 port=80"
 #   -t SECONDS  time limit on this side (default 300)
 #   -o FOLDER   receives what the script left in /board/out
 #   -v          show the kernel's messages too
@@ -32,7 +38,8 @@
 # packed. Its busybox shell prefers its own applets to files of the same name in PATH, not to files
 # named by their path.
 #
-# Needs qemu-system-arm, cpio, dpkg and setpriv and flock of util-linux, and is quicker with xz.
+# Needs qemu-system-arm, cpio, dpkg and setpriv and flock of util-linux, for NOR flash fdtput and
+# python3, and is quicker with xz.
 # $ZEP_CACHE (default ~/.cache/zep) keeps the kernel.
 set -u -o pipefail
 export LC_ALL=C
@@ -42,10 +49,12 @@ cache=${ZEP_CACHE:-${XDG_CACHE_HOME:-${HOME:-/root}/.cache}/zep}/machine
 chip="id_bytes=0x98,0x73 overridesize=8 parts=64,64,64,64"
 modules="mtdblock jffs2 softdog veth"
 nand="" limit=300 outdir="" verbose="" prepare="" shell="" script=""
+flash="" log="" image="" words=""
 
 die() { echo "board: $*" >&2; exit 125; }
 
 . "$here/kernel.sh"
+. "$here/nor.sh"
 
 # --- modules --------------------------------------------------------------------
 
@@ -79,7 +88,7 @@ copy_modules() {
         m=${m%.ko}
         ko[${m//-/_}]=$f
     done < <(cd "$moddir" && find kernel -name '*.ko')
-    for m in nandsim $modules; do want_module "$m"; done
+    for m in ${nand:+nandsim} $modules; do want_module "$m"; done
     for f in "${wanted[@]}"; do
         mkdir -p "$base/${f%/*}" && cp "$moddir/$f" "$base/$f" || return 1
         echo "$f: ${deps[$f]}"
@@ -103,33 +112,43 @@ build_root() {
         install -m 644 "$here/guest.sh" "$root/board/guest.sh" &&
         install -m 755 "$here/reboot" "$root/sbin/reboot" || return 1
     [ -z "$script" ] || install -m 755 "$script" "$root/board/script" || return 1
-    printf '%s\n' "modules='$modules'" "nand='$chip $nand'" "shell='$shell'" \
+    printf '%s\n' "modules='$modules'" "nand='$nand'" "flash='$flash'" "shell='$shell'" \
         "export BOARD_EXE='/board/bin/${exe##*/}'" > "$root/board/settings"
     (cd "$root" && find . | cpio --quiet -o -H newc -R 0:0 | gzip -1) > "$initrd"
 }
 
 # --- boot ---------------------------------------------------------------------------
 
-# Prints what the machine prints; the status is the emulator's. highmem=off keeps the PCI bridge
-# where a kernel without LPAE can reach it. The kernel's crypto self-tests would take two seconds.
+# Sets $machine, the emulator's words for the board with NAND flash. highmem=off keeps the PCI bridge
+# where a kernel without LPAE can reach it.
+nand_machine() {
+    machine=(-M "virt,highmem=off" -cpu cortex-a15 -m 128 -serial chardev:console
+        -device pci-serial,chardev=status -device pci-serial,chardev=files)
+    append="console=ttyAMA0"
+}
+
+# Prints what the machine prints; the status is the emulator's. The kernel's crypto self-tests would
+# take two seconds. A variable on its command line goes to the environment of the first process.
 emulate() {
-    local append="console=ttyAMA0 panic=-1 oops=panic cryptomgr.notests loglevel=1" pace clock=vm input=/dev/null
+    local append pace clock=vm input=/dev/null machine=()
     pace="-icount shift=2,sleep=off"
-    [ -z "$verbose" ] || append="$append ignore_loglevel"
     [ -z "$shell" ] || { pace="" clock=host input=/dev/stdin; }
+    if [ -n "$flash" ]; then nor_machine || die "cannot build the board with NOR flash"; else nand_machine; fi
+    append="$append panic=-1 oops=panic cryptomgr.notests loglevel=1${verbose:+ ignore_loglevel} $words"
     rm -f "$work"/{status,files,trace}
     # The emulator ends with this script, however that ends.
     # shellcheck disable=SC2086
-    setpriv --pdeathsig TERM timeout --foreground -k 5 "$limit" qemu-system-arm -M virt,highmem=off -cpu cortex-a15 -accel tcg $pace -m 128 \
+    setpriv --pdeathsig TERM timeout --foreground -k 5 "$limit" qemu-system-arm -accel tcg $pace \
         -nodefaults -no-user-config -display none -monitor none -no-reboot \
         -rtc base=utc,clock="$clock" \
-        -chardev stdio,id=console,signal=off -serial chardev:console \
-        -chardev file,id=status,path="$work/status" -device pci-serial,chardev=status \
-        -chardev file,id=files,path="$work/files" -device pci-serial,chardev=files \
+        -chardev stdio,id=console,signal=off -chardev file,id=status,path="$work/status" \
+        -chardev file,id=files,path="$work/files" "${machine[@]}" \
         -trace qemu_system_shutdown_request -D "$work/trace" \
-        -kernel "$kernel" -initrd "$initrd" -append "$append" < "$input" |
+        -kernel "$kernel" -initrd "$initrd" -append "$append" < "$input" 2> >(grep -v 'ftgmac100.* has no peer' >&2) |
         if [ -n "$shell" ]; then cat; else sed -u 's/\r*$//'; fi
-    return "${PIPESTATUS[0]}"
+    set -- "${PIPESTATUS[0]}"
+    [ -z "$log" ] || "$here/flash_log.py" "$work/trace" "$log" || die "no log of the flash"
+    return "$1"
 }
 
 # What the machine said its script ended with; nothing if it never got there.
@@ -138,11 +157,11 @@ verdict() { sed -n 's/^exit \([0-9][0-9]*\)\r*$/\1/p' "$work/status" 2> /dev/nul
 # Keeps the unpacked kernel only if the machine really starts from it.
 try_unpacked_kernel() {
     local exe=$cache/sys/bin/busybox overlay="" script=$work/probe initrd=$work/probe.gz
-    local limit=60 kernel=$cache/sys/boot/unpacked nand="" shell=""
+    local limit=60 kernel=$cache/sys/boot/unpacked nand=$chip shell="" flash="" log=""
     unpack_kernel "$1" "$kernel" && printf '#!/bin/busybox sh\nexit 42\n' > "$script" && build_root &&
         emulate > /dev/null 2>&1 && [ "$(verdict)" = 42 ] && rm -rf "$work/root" && return
     echo "board: the unpacked kernel does not start, using the packed one" >&2
-    rm -rf "$kernel" "$kernel.raw" "$work/root"
+    rm -rf "$kernel" "$kernel.raw" "$kernel.nor" "$work/root"
 }
 
 # --- command line ---------------------------------------------------------------------
@@ -150,6 +169,10 @@ try_unpacked_kernel() {
 while [ $# -gt 0 ]; do
     case $1 in
     -n) nand=${2-} && shift ;;
+    -f) flash=${2-} && shift ;;
+    -l) log=${2-} && shift ;;
+    -i) image=${2-} && shift ;;
+    -e) words=${2-} && shift ;;
     -t) limit=${2-} && shift ;;
     -o) outdir=${2-} && shift ;;
     -v) verbose=1 ;;
@@ -170,7 +193,7 @@ if [ -z "$prepare" ]; then
     [ "$(od -A n -t x1 -N 6 "$exe" | tr -d ' ')$(od -A n -t x1 -j 18 -N 2 "$exe" | tr -d ' ')" = 7f454c4601012800 ] ||
         die "$exe is no ARM executable"
 fi
-for tool in qemu-system-arm cpio dpkg-deb flock setpriv; do
+for tool in qemu-system-arm cpio dpkg-deb flock setpriv ${flash:+fdtput python3}; do
     [ -n "$(command -v $tool)" ] || die "$tool is not installed"
 done
 
@@ -180,7 +203,7 @@ trap 'rm -rf "$work"' EXIT
 mkdir -p "$cache" && cache=$(cd "$cache" && pwd) || die "cannot make $cache"
 exec 9> "$cache/lock"
 flock 9 || die "cannot lock $cache"
-[ -f "$cache/sys/ready" ] || prepare_sys || die "no kernel to boot"
+[ -f "$cache/sys/ready" ] && [ -f "$cache/sys/board.dtb" ] || prepare_sys || die "no kernel to boot"
 kernel=$(echo "$cache"/sys/boot/vmlinuz-*)
 version=${kernel##*/vmlinuz-}
 moddir=$cache/sys/lib/modules/$version
@@ -190,11 +213,12 @@ if [ ! -f "$cache/sys/ready" ]; then
     touch "$cache/sys/ready"
 fi
 exec 9>&-
-[ ! -f "$cache/sys/boot/unpacked" ] || kernel=$cache/sys/boot/unpacked
+[ ! -f "$cache/sys/boot/unpacked" ] || kernel=$cache/sys/boot/unpacked${flash:+.nor}
 [ -z "$prepare" ] || exit 0
+if [ -n "$flash" ]; then modules=$nor_modules; else nand="$chip $nand"; fi
 
-initrd=$work/initrd.gz
-build_root || die "cannot build the root file system"
+initrd=${image:-$work/initrd.gz}
+[ -f "$initrd" ] || build_root || die "cannot build the root file system"
 emulate
 ended=$?
 

@@ -2,7 +2,7 @@
 # packages, had through a private apt directory: the architectures, package lists and installed
 # packages of this machine stay as they are.
 #
-# $cache      where they are kept: ready, boot/, lib/modules/, bin/busybox
+# $cache      where they are kept: ready, boot/, lib/modules/, bin/busybox, board.dtb
 # shellcheck shell=bash
 
 # shellcheck source=SCRIPTDIR/../../cmake/private-apt.sh
@@ -19,23 +19,33 @@ fetch_debs() {
     (cd "$to" && apt-get -c "$conf" -qq download "$image" busybox-static >&2)
 }
 
+# boot_image FILE ADDRESS TO: the kernel behind the 64-byte boot image header that tells the emulator
+# where it expects to run.
+boot_image() {
+    local size address
+    size=$(printf '\\x%02x' $(bytes_of "$(stat -c %s "$1")"))
+    address=$(printf '\\x%02x' $(bytes_of "$2"))
+    {
+        printf '\x27\x05\x19\x56\0\0\0\0\0\0\0\0'
+        printf "$size$address$address"'\0\0\0\0\x05\x02\x02\0'
+        head -c 32 /dev/zero
+        cat "$1"
+    } > "$3"
+}
+
+bytes_of() { echo $(($1 >> 24 & 255)) $(($1 >> 16 & 255)) $(($1 >> 8 & 255)) $(($1 & 255)); }
+
 # Half of a boot would go into the kernel unpacking itself under emulation. This unpacks file $1
-# into $2 instead, behind the 64-byte boot image header that tells the emulator where the kernel
-# expects to run: 0x208000 above the start of memory for the set of chips that Debian builds it for.
+# into $2 instead, and into $2.nor for the board whose memory begins elsewhere. It runs 0x208000
+# above the start of memory for the set of chips that Debian builds it for.
 unpack_kernel() {
-    local at size load='\x40\x20\x80\x00'
+    local at size
     for at in $(grep -aboF $'\xfd7zXZ' "$1" | cut -d: -f1); do
         tail -c +$((at + 1)) "$1" | xz -d -c --single-stream > "$2.raw" 2> /dev/null
         [ "${PIPESTATUS[1]}" = 0 ] && break
     done
     size=$(stat -c %s "$2.raw" 2> /dev/null) && [ "$size" -gt 4000000 ] || return 1
-    {
-        printf '\x27\x05\x19\x56\0\0\0\0\0\0\0\0'
-        printf "$(printf '\\x%02x' $((size >> 24)) $((size >> 16 & 255)) $((size >> 8 & 255)) $((size & 255)))"
-        printf "$load$load"'\0\0\0\0\x05\x02\x02\0'
-        head -c 32 /dev/zero
-        cat "$2.raw"
-    } > "$2"
+    boot_image "$2.raw" $((0x40208000)) "$2" && boot_image "$2.raw" $((0x80208000)) "$2.nor" || return 1
     rm -f "$2.raw"
 }
 
@@ -47,13 +57,17 @@ unpack_debs() {
         [ -f "$deb" ] || { echo "board: $deb is missing" >&2; return 1; }
         case $deb in
         */busybox*) dpkg-deb --fsys-tarfile "$deb" | tar -x -C "$new" ./bin/busybox || return 1 ;;
-        *) dpkg-deb --fsys-tarfile "$deb" | tar -x -C "$new" ./boot ./lib/modules || return 1 ;;
+        *)
+            dpkg-deb --fsys-tarfile "$deb" | tar -x -C "$new" ./boot ./lib/modules &&
+                dpkg-deb --fsys-tarfile "$deb" |
+                tar -x -O --wildcards "./usr/lib/linux-image-*/aspeed-ast2600-evb.dtb" > "$new/board.dtb" || return 1
+            ;;
         esac
     done
     rm -rf "$cache/sys" && mv "$new" "$cache/sys"
 }
 
-# Leaves $cache/sys/{boot,lib,bin}.
+# Leaves $cache/sys/{boot,lib,bin,board.dtb}.
 prepare_sys() {
     local debs=$cache/debs
     rm -rf "$debs" && mkdir -p "$debs" && fetch_debs "$debs" && unpack_debs "$debs" || return 1
