@@ -29,7 +29,7 @@ namespace {
 constexpr char kTestSource[] = "/tmp/AUDIO.G711";
 constexpr size_t kPiece = 4096; // bytes taken from a station at a time
 constexpr int kLastPieces = 64; // read of a station, at most, before the next one is refused
-constexpr uint32_t kLongestFrame = AUDIO_ADP_MAX_LPCM; // the longest of the built-in codecs
+constexpr uint32_t kLongestEncoded = AUDIO_ADP_MAX_LPCM; // the longest of the built-in codecs
 constexpr int kSendBuffer = 64 * 1024;                 // seconds of sound at most; behind it the input waits
 constexpr int64_t kNever = INT64_MAX;
 
@@ -315,9 +315,9 @@ bool AudioServer::send_encoded()
         return true;
     }
     count_lost(stream.u64TimeStamp);
-    uint8_t message[AUDIO_WIRE_HEADER + kLongestFrame];
+    uint8_t message[AUDIO_WIRE_HEADER + kLongestEncoded];
     uint8_t header[AUDIO_WIRE_HEADER];
-    const bool fits = stream.u32Len <= kLongestFrame;
+    const bool fits = stream.u32Len <= kLongestEncoded;
     if (fits) {
         write_header({AUDIO_WIRE_FRAME, stream.u32Len, lost_ + sent_++}, header);
         memcpy(message, header, sizeof header);

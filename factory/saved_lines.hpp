@@ -13,9 +13,9 @@
 namespace zep {
 
 // Claims the lines for the test of that name. False when another process has one of them, which is said.
-inline bool claim_lines(int fd, std::span<const Line> lines, const char* test)
+inline bool claim_lines(int fd, std::span<const GpioLine> lines, const char* test)
 {
-    for (const Line& line : lines)
+    for (const GpioLine& line : lines)
         if (!claim_board(fd, line.group * int64_t(8) + line.bit, test)) return false;
     return true;
 }
@@ -29,9 +29,9 @@ public:
     SavedLines& operator=(const SavedLines&) = delete;
 
     // False when the driver refuses to read a line's state, or there are too many lines.
-    [[nodiscard]] bool save(std::span<const Line> lines)
+    [[nodiscard]] bool save(std::span<const GpioLine> lines)
     {
-        for (const Line& line : lines) {
+        for (const GpioLine& line : lines) {
             if (count_ == kMost || save_gpio(fd_, line.group, line.bit, &states_[count_]) < 0) return false;
             ++count_;
         }

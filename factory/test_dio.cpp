@@ -13,7 +13,7 @@
 namespace {
 
 using zep::BoardGuard;
-using zep::Line;
+using zep::GpioLine;
 using zep::Steps;
 using zep::Wiring;
 
@@ -22,7 +22,7 @@ constexpr char kUsage[] = "usage: test_dio [-v] [-r] [-n rounds]\n"
 constexpr int64_t kSettleMs = 20;
 
 // False when the driver refuses.
-bool read_line(int fd, const Line& line, bool& high)
+bool read_line(int fd, const GpioLine& line, bool& high)
 {
     int32_t value = get_gpio(fd, line.group, line.bit);
     high = value > 0;
@@ -32,7 +32,7 @@ bool read_line(int fd, const Line& line, bool& high)
 bool read_out(int fd, const Wiring& wiring)
 {
     bool passed = wiring.inputs.count > 0;
-    for (const Line& line : wiring.inputs.all()) {
+    for (const GpioLine& line : wiring.inputs.all()) {
         bool high = false;
         bool ok = read_line(fd, line, high);
         passed &= ok;
@@ -48,7 +48,7 @@ bool read_out(int fd, const Wiring& wiring)
 bool pattern_arrives(int fd, const Wiring& wiring, uint32_t pattern, const Steps& steps)
 {
     for (size_t i = 0; i < wiring.outputs.count; ++i) {
-        const Line& line = wiring.outputs.lines[i];
+        const GpioLine& line = wiring.outputs.lines[i];
         set_gpio(fd, line.group, line.bit, int32_t(pattern >> i & 1));
     }
     if (!BoardGuard::pause_ms(kSettleMs)) return false;

@@ -14,7 +14,7 @@
 namespace {
 
 using zep::BoardGuard;
-using zep::Line;
+using zep::GpioLine;
 using zep::monotonic_ms;
 
 constexpr char kUsage[] = "usage: test_key [-v] [-t seconds]\n"
@@ -24,7 +24,7 @@ constexpr int64_t kStableMs = 30; // contacts bounce for less
 
 class Key {
 public:
-    Key(int fd, const Line& line, int32_t active) : fd_(fd), line_(line), active_(active) {}
+    Key(int fd, const GpioLine& line, int32_t active) : fd_(fd), line_(line), active_(active) {}
 
     // Waits until the key has kept the state for kStableMs; when that began, or -1 after the deadline, when
     // the driver refuses or a signal came.
@@ -47,7 +47,7 @@ public:
 
 private:
     int fd_;
-    Line line_;
+    GpioLine line_;
     int32_t active_;
 };
 
@@ -83,7 +83,7 @@ int test_key_main(int argc, char** argv)
     BoardGuard guard;
     int fd = open_gpio();
     if (fd < 0 || !claim_lines(fd, wiring.key.all(), argv[0])) guard.give_up();
-    const Line& line = wiring.key.lines[0];
+    const GpioLine& line = wiring.key.lines[0];
     fprintf(stderr, "KEY %d.%d: press and release within %d s\n", line.group, line.bit, int(limit_s));
     zep::SavedLines lines(fd, argv[0]);
     bool passed = lines.save(wiring.key.all()) &&

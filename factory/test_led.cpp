@@ -14,7 +14,7 @@
 namespace {
 
 using zep::BoardGuard;
-using zep::Line;
+using zep::GpioLine;
 using zep::LineList;
 using zep::Steps;
 
@@ -29,7 +29,7 @@ struct Show {
 };
 
 // Drives the LED and holds it. False when the driver does not give back what was asked for, or a signal came.
-bool show_level(int fd, const Line& line, int level, const Show& show, const Steps& steps)
+bool show_level(int fd, const GpioLine& line, int level, const Show& show, const Steps& steps)
 {
     set_gpio(fd, line.group, line.bit, level);
     GPIO_STATE_S now = {};
@@ -39,7 +39,7 @@ bool show_level(int fd, const Line& line, int level, const Show& show, const Ste
     return ok && BoardGuard::pause_ms(show.hold_ms);
 }
 
-bool show_led(int fd, const Line& line, const Show& show, const Steps& steps)
+bool show_led(int fd, const GpioLine& line, const Show& show, const Steps& steps)
 {
     const bool on = strcmp(show.action, "off") != 0;
     const bool off = strcmp(show.action, "on") != 0;
@@ -50,9 +50,9 @@ bool show_led(int fd, const Line& line, const Show& show, const Steps& steps)
 }
 
 // Each LED as it was before the next one's turn.
-bool show_leds(int fd, std::span<const Line> leds, const Show& show, const Steps& steps)
+bool show_leds(int fd, std::span<const GpioLine> leds, const Show& show, const Steps& steps)
 {
-    for (const Line& led : leds) {
+    for (const GpioLine& led : leds) {
         zep::SavedLines before(fd, "test_led");
         bool passed = before.save({&led, 1}) && show_led(fd, led, show, steps);
         passed &= before.restore();

@@ -74,7 +74,7 @@ bool parse_number(const char*& text, int32_t& number)
 }
 
 // "power:" in front of a line, if there is one; `text` moves behind it.
-bool parse_name(const char*& text, Line& line)
+bool parse_name(const char*& text, GpioLine& line)
 {
     size_t length = strcspn(text, ":,.");
     if (text[length] != ':') return true;
@@ -139,7 +139,7 @@ bool parse_lines(const char* text, LineList& list)
 {
     list.count = 0;
     while (*text) {
-        Line line;
+        GpioLine line;
         if (list.count == kMaxLines || !parse_name(text, line) || !parse_number(text, line.group) ||
             *text++ != '.' || !parse_number(text, line.bit))
             return false;

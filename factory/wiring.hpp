@@ -6,7 +6,7 @@
 
 namespace zep {
 
-struct Line {
+struct GpioLine {
     int32_t group = 0;
     int32_t bit = 0;
     char name[16] = ""; // empty: none
@@ -15,10 +15,10 @@ struct Line {
 constexpr size_t kMaxLines = 16;
 
 struct LineList {
-    Line lines[kMaxLines] = {};
+    GpioLine lines[kMaxLines] = {};
     size_t count = 0;
 
-    [[nodiscard]] std::span<const Line> all() const { return {lines, count}; }
+    [[nodiscard]] std::span<const GpioLine> all() const { return {lines, count}; }
 };
 
 struct Wiring {

@@ -310,9 +310,9 @@ void try_wiring(std::string_view bytes)
     outside.file("/etc/cam_model.conf", "cam_model=ZM131\n");
     zep::Wiring wiring;
     zep::load_wiring(wiring);
-    for (const zep::LineList* list : {&wiring.outputs, &wiring.inputs, &wiring.leds, &wiring.key}) {
+    for (const zep::GpioLineList* list : {&wiring.outputs, &wiring.inputs, &wiring.leds, &wiring.key}) {
         must(list->count <= zep::kMaxLines);
-        for (const zep::Line& line : list->all()) must(memchr(line.name, '\0', sizeof line.name));
+        for (const zep::GpioLine& line : list->all()) must(memchr(line.name, '\0', sizeof line.name));
     }
 }
 

@@ -150,7 +150,7 @@ void try_manifest(std::string_view bytes)
 void try_line_file(std::string_view bytes)
 {
     try {
-        const station::Line line = station::parse_line("line.toml", bytes);
+        const station::ProductionLine line = station::parse_line("line.toml", bytes);
         for (const station::Test& test : line.tests)
             must(!line.name.empty() && !test.name.empty() && test.repeat >= 1 && test.limit_s > 0);
     } catch (const std::runtime_error& e) {

@@ -29,7 +29,7 @@ bool parse_number(const std::string& text, uint32_t most, uint32_t& value)
     return error == std::errc() && at == end && value <= most;
 }
 
-bool parse_line(const std::string& text, Line& line)
+bool parse_line(const std::string& text, GpioLine& line)
 {
     const size_t dot = text.find('.');
     uint32_t group = 0;
@@ -98,7 +98,7 @@ std::string Plan::add(const std::string& text)
         words_.emplace_back(address, word);
         return {};
     }
-    Line line;
+    GpioLine line;
     if (!parse_line(words[0], line)) return "no GPIO line: " + words[0];
     bool level = false;
     if (what == "level" || what == "stuck") {
@@ -107,7 +107,7 @@ std::string Plan::add(const std::string& text)
         return {};
     }
     if (what == "wire") {
-        Line other;
+        GpioLine other;
         if (words.size() != 3 || !parse_line(words[2], other)) return "no GPIO line: " + words[2];
         wires_.emplace_back(line, other);
         return {};
@@ -132,22 +132,22 @@ std::optional<uint32_t> Plan::word(uint32_t address) const
     return found;
 }
 
-std::vector<Line> Plan::connected(Line line) const
+std::vector<GpioLine> Plan::connected(GpioLine line) const
 {
-    std::vector<Line> net = {line};
-    const auto join = [&net](Line other) {
+    std::vector<GpioLine> net = {line};
+    const auto join = [&net](GpioLine other) {
         if (std::find(net.begin(), net.end(), other) == net.end()) net.push_back(other);
     };
     for (size_t i = 0; i < net.size(); ++i)
         for (const auto& [a, b] : wires_) {
-            const Line at = net[i];
+            const GpioLine at = net[i];
             if (a == at) join(b);
             if (b == at) join(a);
         }
     return net;
 }
 
-bool Plan::idle(Line line, int64_t now_ns) const
+bool Plan::idle(GpioLine line, int64_t now_ns) const
 {
     bool level = false;
     for (const auto& [which, idle] : levels_)
@@ -157,16 +157,17 @@ bool Plan::idle(Line line, int64_t now_ns) const
     return level;
 }
 
-bool Plan::level(Line line, int64_t now_ns, const std::function<std::optional<bool>(Line)>& driven) const
+bool Plan::level(GpioLine line, int64_t now_ns,
+                 const std::function<std::optional<bool>(GpioLine)>& driven) const
 {
-    const std::vector<Line> net = connected(line);
+    const std::vector<GpioLine> net = connected(line);
     for (const auto& [which, level] : stuck_)
         if (std::find(net.begin(), net.end(), which) != net.end()) return level;
     std::optional<bool> output;
-    for (const Line& member : net)
+    for (const GpioLine& member : net)
         if (const auto level = driven(member)) output = output.value_or(true) && *level;
     if (output) return *output;
-    return std::any_of(net.begin(), net.end(), [&](Line member) { return idle(member, now_ns); });
+    return std::any_of(net.begin(), net.end(), [&](GpioLine member) { return idle(member, now_ns); });
 }
 
 Plan load()

@@ -21,14 +21,14 @@
 
 namespace vcam::pins {
 
-struct Line {
+struct GpioLine {
     uint32_t bank = 0;
     uint32_t bit = 0;
-    bool operator==(const Line&) const = default;
+    bool operator==(const GpioLine&) const = default;
 };
 
 struct Press {
-    Line line;
+    GpioLine line;
     int64_t at_ns = 0, length_ns = 0;
     int bounces = 0;
 };
@@ -46,15 +46,15 @@ public:
     // Addresses and words of all such registers; of two lines for one the later counts.
     [[nodiscard]] const std::vector<std::pair<uint32_t, uint32_t>>& words() const { return words_; }
     // The level of a line at a camera time. `driven` says what an output puts out, nothing for an input.
-    [[nodiscard]] bool level(Line line, int64_t now_ns,
-                             const std::function<std::optional<bool>(Line)>& driven) const;
+    [[nodiscard]] bool level(GpioLine line, int64_t now_ns,
+                             const std::function<std::optional<bool>(GpioLine)>& driven) const;
 
 private:
-    [[nodiscard]] std::vector<Line> connected(Line line) const;
-    [[nodiscard]] bool idle(Line line, int64_t now_ns) const;
+    [[nodiscard]] std::vector<GpioLine> connected(GpioLine line) const;
+    [[nodiscard]] bool idle(GpioLine line, int64_t now_ns) const;
 
-    std::vector<std::pair<Line, bool>> levels_, stuck_;
-    std::vector<std::pair<Line, Line>> wires_;
+    std::vector<std::pair<GpioLine, bool>> levels_, stuck_;
+    std::vector<std::pair<GpioLine, GpioLine>> wires_;
     std::vector<Press> presses_;
     std::vector<std::pair<uint32_t, uint32_t>> words_;
 };

@@ -45,7 +45,7 @@ bool is_data(uint32_t address) { return pins::bank_of(address) && (address & 0xF
 
 uint32_t read_lines(const File& file, uint32_t bank, uint32_t mask, const pins::Plan& plan)
 {
-    const auto driven = [&file](pins::Line line) -> std::optional<bool> {
+    const auto driven = [&file](pins::GpioLine line) -> std::optional<bool> {
         const uint32_t bit = 1u << line.bit;
         if (!(file.load(line.bank + kDirection) & bit)) return std::nullopt;
         return (file.load(line.bank + kAllData) & bit) != 0;
@@ -53,7 +53,7 @@ uint32_t read_lines(const File& file, uint32_t bank, uint32_t mask, const pins::
     uint32_t value = 0;
     for (uint32_t bit = 0; bit < 8; ++bit) {
         if (!(mask & 1u << bit)) continue;
-        const pins::Line line{bank, bit};
+        const pins::GpioLine line{bank, bit};
         const auto output = driven(line);
         if (output ? *output : plan.level(line, clock::now_ns(), driven)) value |= 1u << bit;
     }

@@ -69,7 +69,7 @@ std::string hex(const uint8_t* data, size_t size)
 
 } // namespace
 
-Line::Line(Record& record, const std::string& port, bool rs485, int64_t now_ns)
+SerialLine::SerialLine(Record& record, const std::string& port, bool rs485, int64_t now_ns)
     : record_(record), port_(port), rs485_(rs485), now_(now_ns)
 {
     if (!parse_plug(plugged(port), plug_).empty()) plug_ = {};
@@ -77,17 +77,17 @@ Line::Line(Record& record, const std::string& port, bool rs485, int64_t now_ns)
 }
 
 // A start bit, the data, parity, the stop bits.
-int64_t Line::byte_ns() const
+int64_t SerialLine::byte_ns() const
 {
     const Settings& s = record_.settings;
     const int bits = 1 + data_bits(s) + (parity(s) != 'N') + (s.cflag & CSTOPB ? 2 : 1);
     return int64_t(1'000'000'000) * bits / baud_of(s);
 }
 
-bool Line::sending() const { return !rs485_ || !(record_.lines & TIOCM_RTS); }
+bool SerialLine::sending() const { return !rs485_ || !(record_.lines & TIOCM_RTS); }
 
 // Modem lines have not changed since the last call, so what happened meanwhile happened under them.
-void Line::advance()
+void SerialLine::advance()
 {
     while (!record_.out.empty() && record_.out.front().end_ns <= now_) {
         const WireByte byte = record_.out.front();
@@ -104,7 +104,7 @@ void Line::advance()
     }
 }
 
-void Line::arrive(const WireByte& byte)
+void SerialLine::arrive(const WireByte& byte)
 {
     const bool hears = !rs485_ || (record_.lines & TIOCM_RTS);
     if (!hears || byte.broken || record_.in.room() == 0) {
@@ -115,7 +115,7 @@ void Line::arrive(const WireByte& byte)
     ++record_.received;
 }
 
-void Line::far_end_sends(uint8_t value, int64_t start_ns)
+void SerialLine::far_end_sends(uint8_t value, int64_t start_ns)
 {
     const uint32_t number = record_.far_count++;
     WireByte byte = {std::max(start_ns, record_.wire_free_ns) + byte_ns(), value, 0};
@@ -124,7 +124,7 @@ void Line::far_end_sends(uint8_t value, int64_t start_ns)
     if (!among(plug_.lost, number)) record_.wire.push(byte);
 }
 
-void Line::reach_far_end(const WireByte& byte)
+void SerialLine::reach_far_end(const WireByte& byte)
 {
     ++record_.sent;
     if (plug_.far_end == FarEnd::block) block_takes(byte);
@@ -135,7 +135,7 @@ void Line::reach_far_end(const WireByte& byte)
         far_end_sends(byte.value, byte.end_ns - byte_ns() + std::max<int64_t>(plug_.late_ms, 0) * kMs);
 }
 
-void Line::repeat_when_quiet(int64_t quiet_ns)
+void SerialLine::repeat_when_quiet(int64_t quiet_ns)
 {
     if (!record_.out.empty() && record_.request_count < sizeof record_.request) return;
     const int64_t start = quiet_ns + (plug_.late_ms < 0 ? kTurnaroundMs : plug_.late_ms) * kMs;
@@ -144,7 +144,7 @@ void Line::repeat_when_quiet(int64_t quiet_ns)
 }
 
 // A frame is FF, the command, 01, six zeros and the command again; the block hears nothing else.
-void Line::block_takes(const WireByte& byte)
+void SerialLine::block_takes(const WireByte& byte)
 {
     if (describe(record_.settings).rfind("9600 8N1", 0) != 0) return;
     if (record_.request_count == 0 && byte.value != 0xFF) return;
@@ -167,14 +167,14 @@ void Line::block_takes(const WireByte& byte)
     }
 }
 
-void Line::opened()
+void SerialLine::opened()
 {
     record_.lines |= TIOCM_RTS | TIOCM_DTR;
     record_.far_count = 0;
     record_.request_count = 0;
 }
 
-size_t Line::write(const uint8_t* data, size_t size)
+size_t SerialLine::write(const uint8_t* data, size_t size)
 {
     size_t taken = 0;
     for (; taken < size && record_.out.room(); ++taken) {
@@ -185,7 +185,7 @@ size_t Line::write(const uint8_t* data, size_t size)
     return taken;
 }
 
-bool Line::readable() const
+bool SerialLine::readable() const
 {
     if (record_.in.empty()) return false;
     if (!(record_.settings.lflag & ICANON)) return true;
@@ -195,7 +195,7 @@ bool Line::readable() const
     return false;
 }
 
-size_t Line::read(uint8_t* data, size_t size)
+size_t SerialLine::read(uint8_t* data, size_t size)
 {
     size_t count = 0;
     if (!readable()) return 0;
@@ -207,7 +207,7 @@ size_t Line::read(uint8_t* data, size_t size)
     return count;
 }
 
-void Line::set_lines(uint32_t lines)
+void SerialLine::set_lines(uint32_t lines)
 {
     if (rs485_ && ((record_.lines ^ lines) & TIOCM_RTS)) {
         if (!record_.out.empty() && record_.out.front().end_ns - byte_ns() < now_)
@@ -219,19 +219,19 @@ void Line::set_lines(uint32_t lines)
     journal::add(port_, lines & TIOCM_RTS ? "RTS set" : "RTS clear");
 }
 
-void Line::flush(bool in, bool out)
+void SerialLine::flush(bool in, bool out)
 {
     if (in) record_.in.first = record_.in.count = 0;
     if (out) record_.out.first = record_.out.count = 0;
 }
 
-int64_t Line::sent_all_ns() const
+int64_t SerialLine::sent_all_ns() const
 {
     Record& r = record_;
     return r.out.empty() ? now_ : r.out.back().end_ns;
 }
 
-int64_t Line::next_change_ns() const
+int64_t SerialLine::next_change_ns() const
 {
     Record& r = record_;
     int64_t next = INT64_MAX;

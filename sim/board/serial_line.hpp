@@ -61,10 +61,10 @@ struct Record {
 
 static_assert(sizeof(Record) == 36976);
 
-class Line {
+class SerialLine {
 public:
     // `rs485`: one pair of wires, whose driver RTS switches: cleared it sends, set it receives.
-    Line(Record& record, const std::string& port, bool rs485, int64_t now_ns);
+    SerialLine(Record& record, const std::string& port, bool rs485, int64_t now_ns);
 
     void opened();
     size_t write(const uint8_t* data, size_t size);

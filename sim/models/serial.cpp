@@ -20,7 +20,7 @@ namespace vcam::models {
 namespace {
 namespace serial_driver {
 
-using serial::Line;
+using serial::SerialLine;
 
 // The kernel's numbers of requests that the C library's headers hide behind functions, or call otherwise.
 constexpr uint32_t kGet = 0x5401, kSet = 0x5402, kSetDrained = 0x5403, kSetFlushed = 0x5404, kBreak = 0x5409,
@@ -47,7 +47,7 @@ public:
         const int fd = Model::open(flags);
         if (fd < 0) return fd;
         journal::add(name, "open");
-        on_line([](Line& line) { line.opened(); });
+        on_line([](SerialLine& line) { line.opened(); });
         return fd;
     }
 
@@ -57,7 +57,7 @@ public:
         for (;;) {
             size_t count = 0;
             int64_t changes = 0, limit = INT64_MAX;
-            on_line([&](Line& line) {
+            on_line([&](SerialLine& line) {
                 count = line.read(static_cast<uint8_t*>(data), size);
                 changes = line.next_change_ns();
             });
@@ -77,7 +77,7 @@ public:
         size_t done = 0;
         for (;;) {
             int64_t changes = 0;
-            on_line([&](Line& line) {
+            on_line([&](SerialLine& line) {
                 done += line.write(bytes + done, size - done);
                 changes = line.next_change_ns();
             });
@@ -99,13 +99,13 @@ public:
             return 0;
         case kFlush: {
             const long which = reinterpret_cast<long>(argument);
-            on_line([&](Line& line) { line.flush(which != TCOFLUSH, which != TCIFLUSH); });
+            on_line([&](SerialLine& line) { line.flush(which != TCOFLUSH, which != TCIFLUSH); });
             return 0;
         }
         case kSetDrained:
         case kSetFlushed:
             if (const int error = drain(); error < 0) return error;
-            if (request == kSetFlushed) on_line([](Line& line) { line.flush(true, false); });
+            if (request == kSetFlushed) on_line([](SerialLine& line) { line.flush(true, false); });
             break;
         default:
             break;
@@ -121,7 +121,7 @@ public:
     {
         Readiness found;
         serial::Held held(name);
-        const Line line(*held, name, rs485_, clock::now_ns());
+        const SerialLine line(*held, name, rs485_, clock::now_ns());
         if (line.readable()) found.events |= POLLIN | POLLRDNORM;
         if ((*held).out.room() >= kRoomToSay) found.events |= POLLOUT | POLLWRNORM;
         found.changes_ns = line.next_change_ns();
@@ -132,7 +132,7 @@ private:
     template<class Action> void on_line(Action action)
     {
         serial::Held held(name);
-        Line line(*held, name, rs485_, clock::now_ns());
+        SerialLine line(*held, name, rs485_, clock::now_ns());
         action(line);
     }
 
@@ -164,7 +164,7 @@ private:
         for (;;) {
             int64_t end = 0;
             bool empty = false;
-            on_line([&](Line& line) {
+            on_line([&](SerialLine& line) {
                 empty = line.sent_all();
                 end = line.sent_all_ns();
             });
@@ -176,7 +176,8 @@ private:
     int set(const void* argument)
     {
         serial::Held held(name);
-        const Line line(*held, name, rs485_, clock::now_ns()); // what is on the line keeps its old speed
+        const SerialLine line(*held, name, rs485_,
+                              clock::now_ns()); // what is on the line keeps its old speed
         memcpy(&(*held).settings, argument, sizeof(serial::Settings));
         journal::add(name, "settings " + serial::describe((*held).settings));
         return 0;
@@ -185,7 +186,7 @@ private:
     int change_lines(uint32_t request, uint32_t bits)
     {
         serial::Held held(name);
-        Line line(*held, name, rs485_, clock::now_ns());
+        SerialLine line(*held, name, rs485_, clock::now_ns());
         const uint32_t now = (*held).lines;
         if (request == TIOCMBIS) bits = now | bits;
         if (request == TIOCMBIC) bits = now & ~bits;
@@ -212,18 +213,18 @@ private:
             memcpy(&value, argument, sizeof value);
             return change_lines(request, uint32_t(value));
         case TIOCMGET:
-            on_line([&](Line&) {});
+            on_line([&](SerialLine&) {});
             value = int32_t((*serial::Held(name)).lines);
             break;
         case kLineStatus:
-            on_line([&](Line& line) { value = line.sent_all() ? kTransmitterEmpty : 0; });
+            on_line([&](SerialLine& line) { value = line.sent_all() ? kTransmitterEmpty : 0; });
             break;
         case FIONREAD:
-            on_line([&](Line&) {});
+            on_line([&](SerialLine&) {});
             value = int32_t((*serial::Held(name)).in.count);
             break;
         case TIOCOUTQ:
-            on_line([&](Line&) {});
+            on_line([&](SerialLine&) {});
             value = int32_t((*serial::Held(name)).out.count);
             break;
         case TIOCGWINSZ: // has no size, as every port that is no window

@@ -35,7 +35,7 @@ cli::Json lines_json(std::span<const registers::Word> words)
 {
     const pins::Plan plan = pins::load();
     const int64_t now = clock::now_ns();
-    const auto driven = [&](pins::Line line) -> std::optional<bool> {
+    const auto driven = [&](pins::GpioLine line) -> std::optional<bool> {
         if (!(word_of(words, line.bank + registers::kDirection) >> line.bit & 1)) return std::nullopt;
         return (word_of(words, line.bank + registers::kAllData) >> line.bit & 1) != 0;
     };

@@ -15,7 +15,7 @@ std::string joined(const Words& words)
     return text;
 }
 
-void print(const Line& line)
+void print(const ProductionLine& line)
 {
     printf("%s: %s, for %s\n", line.path.c_str(), line.name.c_str(),
            line.models.empty() ? "no model unless it is named" : joined(line.models).c_str());

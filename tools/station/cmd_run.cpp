@@ -127,7 +127,7 @@ std::string new_id(time_t now)
 }
 
 // Tests for a model on a board that is another one, or does not say what it is, would show faults that are none.
-void check_model(const Line& line, const std::string& model)
+void check_model(const ProductionLine& line, const std::string& model)
 {
     const std::string is = model.empty() ? "the board does not say its model" : "the board is a " + model;
     if (!line.models.empty() && !fits(line.models, model))
@@ -137,7 +137,7 @@ void check_model(const Line& line, const std::string& model)
         throw std::runtime_error(line.path + ": has tests for some models: " + is);
 }
 
-void check_only(const Line& line, const Words& only)
+void check_only(const ProductionLine& line, const Words& only)
 {
     std::string list;
     for (const Test& test : line.tests) list += (list.empty() ? "" : ", ") + test.name;
@@ -166,7 +166,7 @@ Report begin_report(Target& target, const std::string& name)
 }
 
 // The one that the board's model has, unless it is named; it must be for the board.
-void settle_line(Line& line, const Options& o, const Board& board, const Operator& who)
+void settle_line(ProductionLine& line, const Options& o, const Board& board, const Operator& who)
 {
     if (o.line.empty() && board.model.empty())
         throw std::runtime_error("the board does not say its model" +
@@ -215,7 +215,7 @@ int run(const cli::Arguments& arguments)
     if (o.yes) who.say_yes();
     if (!o.answers.empty()) who.read_answers(o.answers);
     // What is wrong with a name is found before the board is touched.
-    Line line;
+    ProductionLine line;
     if (!o.line.empty()) line = find_line(o.line, "");
     const std::vector<Output> outputs = open_outputs(o);
     Log log;

@@ -174,7 +174,7 @@ Test read_test(const Reader& reader, const toml::table& table, const Test& usual
     return test;
 }
 
-void read_tests(const Reader& reader, const toml::node& node, Line& line, const Test& usual)
+void read_tests(const Reader& reader, const toml::node& node, ProductionLine& line, const Test& usual)
 {
     const auto* list = node.as_array();
     if (!list || list->empty() || list->size() > kMostTests)
@@ -221,10 +221,10 @@ template<class Parse> toml::table table_of(const std::string& path, Parse parse)
     }
 }
 
-Line line_of(const std::string& path, const toml::table& file)
+ProductionLine line_of(const std::string& path, const toml::table& file)
 {
     const Reader reader(path);
-    Line line{path, {}, {}, {}};
+    ProductionLine line{path, {}, {}, {}};
     Test usual;
     const toml::node* tests = nullptr;
     reader.take(file, {{"name", [&](auto& v) { line.name = shown_of(v); }},
@@ -240,7 +240,7 @@ Line line_of(const std::string& path, const toml::table& file)
 
 } // namespace
 
-Line parse_line(const std::string& path, std::string_view text)
+ProductionLine parse_line(const std::string& path, std::string_view text)
 {
     if (const size_t at = find_foreign(text); at != std::string_view::npos) {
         const auto row = std::count(text.begin(), text.begin() + std::ptrdiff_t(at), '\n') + 1;
@@ -250,7 +250,7 @@ Line parse_line(const std::string& path, std::string_view text)
     return line_of(path, table_of(path, [&] { return toml::parse(text, path); }));
 }
 
-Line read_line(const std::string& path)
+ProductionLine read_line(const std::string& path)
 {
     if (std::filesystem::is_directory(path))
         throw std::runtime_error(path + ": is a folder; name a line file");

@@ -30,19 +30,19 @@ struct Test {
     std::vector<Words> hand;      // commands of vcam in the place of an operator's hand
 };
 
-struct Line {
+struct ProductionLine {
     std::string path, name;
     Words models;
     std::vector<Test> tests;
 };
 
 // Throws std::runtime_error with file, row, what is wrong and what there is.
-Line read_line(const std::string& path);
+ProductionLine read_line(const std::string& path);
 // The same of a file's text; the path is for messages.
-Line parse_line(const std::string& path, std::string_view text);
+ProductionLine parse_line(const std::string& path, std::string_view text);
 
 // A file's path, or the name of one that came with the program; "" finds the one for the model. Throws.
-Line find_line(const std::string& name, const std::string& model);
+ProductionLine find_line(const std::string& name, const std::string& model);
 // The names of those that came with the program, in order.
 Words line_names();
 

@@ -45,7 +45,7 @@ bool fits(const Words& patterns, const std::string& word)
                        [&](const std::string& p) { return fnmatch(p.c_str(), word.c_str(), 0) == 0; });
 }
 
-Line find_line(const std::string& name, const std::string& model)
+ProductionLine find_line(const std::string& name, const std::string& model)
 {
     const Words names = line_names();
     if (std::find(names.begin(), names.end(), name) != names.end()) return read_line(path_of(name));
@@ -54,7 +54,7 @@ Line find_line(const std::string& name, const std::string& model)
         throw std::runtime_error(name +
                                  ": neither a file nor a line that came with this program: " + listed(names));
     for (const std::string& each : names) {
-        Line line = read_line(path_of(each));
+        ProductionLine line = read_line(path_of(each));
         if (fits(line.models, model)) return line;
     }
     throw std::runtime_error("no line is for model \"" + model + "\"; name one with --line: a file, or " +

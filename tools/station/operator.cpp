@@ -54,7 +54,7 @@ void Operator::read_answers(const std::string& path)
     from_file_ = true;
 }
 
-void Operator::check_answers(const Line& line) const
+void Operator::check_answers(const ProductionLine& line) const
 {
     for (const auto& [name, answer] : answers_)
         if (std::none_of(line.tests.begin(), line.tests.end(),

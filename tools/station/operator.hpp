@@ -18,7 +18,7 @@ public:
     void read_answers(const std::string& path);
 
     // Throws for an answer to a test that the line does not have.
-    void check_answers(const Line& line) const;
+    void check_answers(const ProductionLine& line) const;
 
     // Whether somebody reads what is asked.
     [[nodiscard]] bool present() const { return !yes_ && !from_file_; }

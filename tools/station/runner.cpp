@@ -170,7 +170,7 @@ void skip_rest(Report& report, size_t from, const char* reason)
 }
 
 // Those that --only leaves out stay in the report: a board has not passed by a part of its line.
-void list_tests(const Line& line, const Words& only, Report& report)
+void list_tests(const ProductionLine& line, const Words& only, Report& report)
 {
     for (const Test& test : line.tests) {
         if (!test.models.empty() && !fits(test.models, report.board.model)) continue;
@@ -224,7 +224,7 @@ Board identify(Target& target)
             harmless_line(last_line(said.err))};
 }
 
-void run_line(const Line& line, const Words& only, Target& target, Operator& who, Screen& screen,
+void run_line(const ProductionLine& line, const Words& only, Target& target, Operator& who, Screen& screen,
               Report& report, const std::function<bool()>& keep)
 {
     const auto begin = Clock::now();

@@ -32,7 +32,7 @@ Board identify(Target& target);
 // Runs the tests that are for the board's model; where `only` names some, the others are not tested. `keep` is called
 // before each, so that what is kept of a board names the test at which its station ended; false ends the line. The
 // report's head is filled already.
-void run_line(const Line& line, const Words& only, Target& target, Operator& who, Screen& screen,
+void run_line(const ProductionLine& line, const Words& only, Target& target, Operator& who, Screen& screen,
               Report& report, const std::function<bool()>& keep);
 
 } // namespace station

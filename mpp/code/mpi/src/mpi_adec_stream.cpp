@@ -3,6 +3,7 @@
 
 #include "base/mpp_report.hpp"
 #include "mkp/bind/sys_bind.h"
+#include "mpi/src/mpi_codec_channel.hpp"
 
 #include <algorithm>
 #include <cstdlib>
@@ -13,8 +14,7 @@ namespace zep {
 namespace {
 
 constexpr uint32_t kMaxBytes = AUDIO_MAX_POINTS * sizeof(int16_t); // of one channel
-constexpr uint32_t kLongestFrame = 0x10000; // that a registered decoder may call its smallest
-constexpr uint32_t kUnits = 4;              // that the buffer of stream mode holds
+constexpr uint32_t kUnits = 4;                                     // that the buffer of stream mode holds
 
 constexpr zep::ModuleError coded{HI_ID_ADEC};
 

@@ -11,10 +11,8 @@
 
 namespace {
 
+using zep::kLongestFrame;
 using zep::MutexLock;
-
-// A registered encoder may name any length; a queue of such frames must stay within reason.
-constexpr uint32_t kLongestFrame = 0x10000;
 
 struct Channel {
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;

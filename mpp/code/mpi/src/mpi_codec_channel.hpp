@@ -11,6 +11,8 @@
 namespace zep {
 
 constexpr uint32_t kCodecChannels = 32;
+// A registered codec may name any length; a queue of such frames must stay within reason.
+constexpr uint32_t kLongestFrame = 0x10000;
 
 // How one of the two modules differs from the other, and its driver. Checks give 0 or a code, and report what
 // they refuse in the operation's name.

@@ -17,7 +17,7 @@ constexpr int kBlock = 160; // points at the lower rate that are carried through
 constexpr int kMid = 2 * kBlock;
 
 // The last samples of the past, then a block of new ones, then what wide steps read beyond.
-template<int History, int New, int Slack> struct Line {
+template<int History, int New, int Slack> struct DelayLine {
     int16_t at[History + New + Slack];
 
     int16_t* fresh() { return at + History; }
@@ -25,7 +25,7 @@ template<int History, int New, int Slack> struct Line {
 };
 
 template<class F, int New, int Step = 1>
-using FilterLine = Line<F::kTaps - Step, New, F::kFine - F::kTaps + (kOutputs - 1) * Step>;
+using FilterLine = DelayLine<F::kTaps - Step, New, F::kFine - F::kTaps + (kOutputs - 1) * Step>;
 
 struct Up {
     FilterLine<Fraction, kBlock> line;
@@ -35,7 +35,7 @@ struct Up {
 // odd points go through the other coefficients, the even ones are only added, late enough to meet the centre.
 template<class F, int Points> struct HalfBandDown {
     FilterLine<F, Points> odd;
-    Line<F::kTaps / 2 - 1, Points, 0> even;
+    DelayLine<F::kTaps / 2 - 1, Points, 0> even;
 };
 
 struct Down2 {
