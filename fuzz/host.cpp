@@ -8,7 +8,7 @@
 #include "sim/models/wav.hpp"
 #include "tools/audio/wav.hpp"
 #include "tools/fwpkg/manifest.hpp"
-#include "tools/station/console_text.hpp"
+#include "tools/station/target/console_text.hpp"
 #include "tools/station/line.hpp"
 #include "tools/station/text.hpp"
 

@@ -2,7 +2,7 @@
 #include "tests/support/run.hpp"
 #include "tests/tools/board_console.hpp"
 #include "tools/cli/command_line.hpp"
-#include "tools/station/target.hpp"
+#include "tools/station/target/target.hpp"
 
 #include <arpa/inet.h>
 #include <fcntl.h>

@@ -1,5 +1,5 @@
 // zep-station run: a line on a board, its reports and its log.
-#include "tools/station/board_log.hpp"
+#include "tools/station/report/board_log.hpp"
 #include "tools/station/commands.hpp"
 #include "tools/station/screen.hpp"
 #include "tools/station/text.hpp"

@@ -1,7 +1,7 @@
 // The line file: what a line tests.
 #pragma once
 
-#include "tools/station/target.hpp"
+#include "tools/station/target/target.hpp"
 
 #include <string>
 #include <vector>

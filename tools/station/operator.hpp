@@ -1,7 +1,7 @@
 // The person at the line: what they are asked and what they answer.
 #pragma once
 
-#include "tools/station/report.hpp"
+#include "tools/station/report/report.hpp"
 
 #include <functional>
 #include <map>

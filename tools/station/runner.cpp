@@ -1,7 +1,7 @@
 // The course of a line on one board.
 #include "tools/station/runner.hpp"
 
-#include "tools/station/child.hpp"
+#include "tools/station/target/child.hpp"
 #include "tools/station/text.hpp"
 #include "tools/station/verdict.hpp"
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "tools/station/operator.hpp"
-#include "tools/station/report.hpp"
+#include "tools/station/report/report.hpp"
 
 namespace station {
 

@@ -2,7 +2,7 @@
 #include "tools/station/screen.hpp"
 
 #include "tools/cli/command_line.hpp"
-#include "tools/station/child.hpp"
+#include "tools/station/target/child.hpp"
 #include "tools/station/text.hpp"
 
 #include <algorithm>

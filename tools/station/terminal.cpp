@@ -1,6 +1,6 @@
 // The station's side of a console: what came, what is typed, and the time that goes by.
 #include "tools/station/terminal.hpp"
-#include "tools/station/console_text.hpp"
+#include "tools/station/target/console_text.hpp"
 
 namespace station {
 namespace {

@@ -1,8 +1,8 @@
 // The station's side of a console: what came, what is typed, and the time that goes by.
 #pragma once
 
-#include "tools/station/child.hpp"
-#include "tools/station/wire.hpp"
+#include "tools/station/target/child.hpp"
+#include "tools/station/target/wire.hpp"
 
 namespace station {
 

@@ -1,7 +1,7 @@
 // The verdict of one run of a test.
 #pragma once
 
-#include "tools/station/report.hpp"
+#include "tools/station/report/report.hpp"
 
 namespace station {
 

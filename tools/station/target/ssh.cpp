@@ -1,6 +1,6 @@
 // A board's shell over the PC's own ssh: one connection for the whole line, each program a session on it.
-#include "tools/station/child.hpp"
-#include "tools/station/console_text.hpp"
+#include "tools/station/target/child.hpp"
+#include "tools/station/target/console_text.hpp"
 #include "tools/station/text.hpp"
 
 #include "tools/cli/command_line.hpp"

@@ -1,7 +1,7 @@
 // The text of a console: what is typed, and the frames in which a board answers.
 #pragma once
 
-#include "tools/station/target.hpp"
+#include "tools/station/target/target.hpp"
 
 #include <cstdint>
 #include <optional>

@@ -1,7 +1,7 @@
 // Bytes to and from a board's console.
 #pragma once
 
-#include "tools/station/target.hpp"
+#include "tools/station/target/target.hpp"
 
 #include <stdexcept>
 

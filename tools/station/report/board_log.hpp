@@ -2,7 +2,7 @@
 #pragma once
 
 #include "common/base/fd.hpp"
-#include "tools/station/report.hpp"
+#include "tools/station/report/report.hpp"
 
 namespace station {
 

@@ -1,5 +1,5 @@
 // The report as JUnit XML, which build servers and databases of results read.
-#include "tools/station/report.hpp"
+#include "tools/station/report/report.hpp"
 #include "tools/station/text.hpp"
 
 namespace station {

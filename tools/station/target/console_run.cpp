@@ -1,6 +1,6 @@
 // A program on a console: its start, its end, and what else a console shows meanwhile.
-#include "tools/station/console.hpp"
-#include "tools/station/console_login.hpp"
+#include "tools/station/target/console.hpp"
+#include "tools/station/target/console_login.hpp"
 
 #include <algorithm>
 #include <poll.h>

@@ -4,7 +4,7 @@
 // checksum. Where they do not fit, the file is asked for again: reading is repeated, a program never is.
 #pragma once
 
-#include "tools/station/console_text.hpp"
+#include "tools/station/target/console_text.hpp"
 #include "tools/station/terminal.hpp"
 
 namespace station {

@@ -1,5 +1,5 @@
 // What a line has found on a board, and its form for programs.
-#include "tools/station/report.hpp"
+#include "tools/station/report/report.hpp"
 
 #include <algorithm>
 #include <iterator>

@@ -1,5 +1,5 @@
 // The report as a page to print: one file without script and without outside parts.
-#include "tools/station/report.hpp"
+#include "tools/station/report/report.hpp"
 #include "tools/station/text.hpp"
 
 namespace station {

@@ -1,6 +1,6 @@
 // A telnet connection as the line to a board's console (RFC 854): the far end echoes, nothing else is agreed on.
-#include "tools/station/wire.hpp"
-#include "tools/station/child.hpp"
+#include "tools/station/target/wire.hpp"
+#include "tools/station/target/child.hpp"
 
 #include "tools/cli/command_line.hpp"
 

@@ -1,6 +1,6 @@
 // From whatever a console shows to the prompt of a shell.
-#include "tools/station/console_login.hpp"
-#include "tools/station/console_text.hpp"
+#include "tools/station/target/console_login.hpp"
+#include "tools/station/target/console_text.hpp"
 #include "tools/station/text.hpp"
 
 #include <fstream>

@@ -1,5 +1,5 @@
 // The text of a console: what is typed, and the frames in which a board answers.
-#include "tools/station/console_text.hpp"
+#include "tools/station/target/console_text.hpp"
 
 #include <algorithm>
 #include <random>

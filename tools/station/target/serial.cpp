@@ -1,5 +1,5 @@
 // A serial port of the PC as the line to a board's console.
-#include "tools/station/wire.hpp"
+#include "tools/station/target/wire.hpp"
 
 #include "tools/cli/command_line.hpp"
 

@@ -1,5 +1,5 @@
 // The line's log.
-#include "tools/station/board_log.hpp"
+#include "tools/station/report/board_log.hpp"
 
 #include <cerrno>
 #include <cstring>

@@ -1,5 +1,5 @@
 // The kinds of target.
-#include "tools/station/target.hpp"
+#include "tools/station/target/target.hpp"
 
 #include "tools/cli/command_line.hpp"
 

@@ -1,5 +1,5 @@
 // A program of the PC that stands for one on the board.
-#include "tools/station/child.hpp"
+#include "tools/station/target/child.hpp"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 // A program of the PC that stands for one on the board: vcam exec, ssh.
 #pragma once
 
-#include "tools/station/target.hpp"
+#include "tools/station/target/target.hpp"
 
 #include <chrono>
 #include <sys/types.h>

@@ -1,6 +1,6 @@
 // A console's session: the shell's functions that run a program and frame its output.
-#include "tools/station/console.hpp"
-#include "tools/station/console_login.hpp"
+#include "tools/station/target/console.hpp"
+#include "tools/station/target/console_login.hpp"
 
 #include <stdexcept>
 

@@ -1,5 +1,5 @@
 // A virtual camera, by the command vcam: it runs from begin() on, each program is a vcam exec.
-#include "tools/station/child.hpp"
+#include "tools/station/target/child.hpp"
 #include "tools/station/text.hpp"
 
 #include "tools/cli/output_file.hpp"
