@@ -24,7 +24,7 @@ std::map<std::string, std::string> tree(const std::string& root)
         std::string text = std::to_string(st.st_mode);
         if (S_ISREG(st.st_mode)) text += " " + std::to_string(st.st_mtime) + " " + read_file(entry.path());
         if (S_ISLNK(st.st_mode)) text += " " + fs::read_symlink(entry.path()).string();
-        out[fs::relative(entry.path(), root)] = text;
+        out[entry.path().lexically_relative(root)] = text;
     }
     return out;
 }
