@@ -57,15 +57,22 @@ ssize_t pwrite(int fd, const void* data, size_t size, int64_t offset)
 
 int64_t seek(int fd, int64_t offset, int whence) { return ::syscall(SYS_lseek, fd, offset, whence); }
 #else
+// ARM hands a number of 64 bits over in two registers of which the first is even: one before it stays unused.
+#ifdef __arm__
+#define OFFSET(o) 0, uint32_t(o), uint32_t((o) >> 32)
+#else
+#define OFFSET(o) uint32_t(o), uint32_t((o) >> 32)
+#endif
 ssize_t pread(int fd, void* data, size_t size, int64_t offset)
 {
-    return ::syscall(SYS_pread64, fd, data, size, uint32_t(offset), uint32_t(offset >> 32));
+    return ::syscall(SYS_pread64, fd, data, size, OFFSET(offset));
 }
 
 ssize_t pwrite(int fd, const void* data, size_t size, int64_t offset)
 {
-    return ::syscall(SYS_pwrite64, fd, data, size, uint32_t(offset), uint32_t(offset >> 32));
+    return ::syscall(SYS_pwrite64, fd, data, size, OFFSET(offset));
 }
+#undef OFFSET
 
 int64_t seek(int fd, int64_t offset, int whence)
 {

@@ -9,7 +9,9 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <optional>
+#include <string>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 namespace vcam::registers {
@@ -17,10 +19,37 @@ namespace {
 
 constexpr int64_t kPage = 4096;
 
-// The register file, locked against other processes while this lives.
+// A page of the machine's own memory, where the chip's registers are that.
+class MachinePage {
+public:
+    MachinePage(const std::string& memory, uint32_t address)
+    {
+        const raw::Fd fd(raw::open(memory.c_str(), O_RDWR | O_SYNC | O_CLOEXEC));
+        void* page = fd ? raw::map(nullptr, kPage, PROT_READ | PROT_WRITE, MAP_SHARED, fd.get(),
+                                   address / kPage * kPage)
+                        : MAP_FAILED;
+        if (page != MAP_FAILED) page_ = static_cast<volatile uint32_t*>(page);
+    }
+    ~MachinePage()
+    {
+        if (page_) ::munmap(const_cast<uint32_t*>(page_), kPage);
+    }
+    MachinePage(const MachinePage&) = delete;
+    MachinePage& operator=(const MachinePage&) = delete;
+    explicit operator bool() const { return page_ != nullptr; }
+    [[nodiscard]] volatile uint32_t& word(uint32_t address) const { return page_[address % kPage / 4]; }
+
+private:
+    volatile uint32_t* page_ = nullptr;
+};
+
+// The register file, locked against other processes while this lives. Where the registers are the machine's own
+// memory, it says which pages are in use.
 class File {
 public:
-    explicit File(int flags) : fd_(raw::open(state::path("registers").c_str(), flags | O_CLOEXEC, 0644))
+    explicit File(int flags)
+        : fd_(raw::open(state::path("registers").c_str(), flags | O_CLOEXEC, 0644)),
+          memory_(state::setting("memory"))
     {
         if (fd_) raw::flock(fd_.get(), LOCK_EX);
     }
@@ -30,15 +59,26 @@ public:
     [[nodiscard]] uint32_t load(uint32_t address) const
     {
         uint32_t value = 0;
+        if (!memory_.empty()) {
+            const MachinePage page(memory_, address);
+            return page ? page.word(address) : 0;
+        }
         return raw::pread(fd_.get(), &value, sizeof value, address) == ssize_t(sizeof value) ? value : 0;
     }
     [[nodiscard]] int store(uint32_t address, uint32_t value) const
     {
+        if (!memory_.empty()) {
+            const MachinePage page(memory_, address);
+            if (!page) return -errno;
+            page.word(address) = value;
+        }
         return raw::pwrite_all(fd_.get(), &value, sizeof value, address) ? 0 : -errno;
     }
+    [[nodiscard]] const std::string& memory() const { return memory_; } // empty: this file
 
 private:
     raw::Fd fd_;
+    const std::string memory_;
 };
 
 bool is_data(uint32_t address) { return pins::bank_of(address) && (address & 0xFFF) < kDirection; }
@@ -101,23 +141,23 @@ int clear_bits(uint32_t address, uint32_t bits) { return change(address, 0, bits
 int settle(uint32_t first, uint64_t bytes)
 {
     const pins::Plan plan = pins::load();
-    if (plan.words().empty()) return 0;
     const uint64_t whole = (bytes + kPage - 1) / kPage * kPage;
     const File file(O_RDWR | O_CREAT);
     int result = file ? 0 : -errno;
+    if (result == 0 && !file.memory().empty()) // all of it is in use from now on
+        for (uint64_t at = first; result == 0 && at < first + whole; at += kPage)
+            result = file.store(uint32_t(at), file.load(uint32_t(at)));
     for (const auto& [address, word] : plan.words())
         if (result == 0 && address >= first && address - first < whole && !is_data(address))
             result = file.store(address, word);
     return result;
 }
 
-void power_on() { ::unlink(state::path("registers").c_str()); }
+namespace {
 
-std::vector<Word> all()
+// The words of the file's pages that hold anything.
+template<class Action> void each_page(const File& file, Action action)
 {
-    std::vector<Word> words;
-    const File file(O_RDONLY);
-    if (!file) return words;
     for (int64_t at = 0; (at = raw::seek(file.fd(), at, SEEK_DATA)) >= 0;) {
         const int64_t end = raw::seek(file.fd(), at, SEEK_HOLE);
         if (end <= at) break;
@@ -125,11 +165,48 @@ std::vector<Word> all()
         for (; at < end && at <= UINT32_MAX - 3; at += kPage) {
             page.fill(0);
             raw::pread(file.fd(), page.data(), kPage, at);
-            for (size_t i = 0; i < page.size(); ++i)
-                if (page[i]) words.push_back({uint32_t(at + 4 * int64_t(i)), page[i]});
+            action(uint32_t(at), page);
         }
         at = end;
     }
+}
+
+// Brings the machine's words into the file, and sets them to zero if they are no longer wanted.
+void fetch(bool clear)
+{
+    const File file(O_RDWR);
+    if (!file || file.memory().empty()) return;
+    each_page(file, [&](uint32_t at, auto& page) {
+        const MachinePage machine(file.memory(), at);
+        if (!machine) return;
+        for (uint32_t i = 0; i < page.size(); ++i)
+            if (clear)
+                machine.word(at + 4 * i) = 0;
+            else
+                page[i] = machine.word(at + 4 * i);
+        raw::pwrite_all(file.fd(), page.data(), kPage, at);
+    });
+}
+
+} // namespace
+
+void power_on()
+{
+    fetch(true);
+    ::unlink(state::path("registers").c_str());
+}
+
+void power_off() { fetch(false); }
+
+std::vector<Word> all()
+{
+    std::vector<Word> words;
+    const File file(O_RDONLY);
+    if (!file) return words;
+    each_page(file, [&words](uint32_t at, auto& page) {
+        for (uint32_t i = 0; i < page.size(); ++i)
+            if (page[i]) words.push_back({at + 4 * i, page[i]});
+    });
     return words;
 }
 

@@ -18,6 +18,9 @@ int set_bits(uint32_t address, uint32_t bits);
 int clear_bits(uint32_t address, uint32_t bits);
 
 void power_on(); // all words are zero again
+// Where camera.conf has memory=/dev/mem, registers are memory of the machine at their own addresses, the ones that
+// programs map; the file then has the same words at the end of a run.
+void power_off();
 // Before a program maps a stretch, which is whole pages however few bytes it asks for: registers that always
 // read one word hold it in the file, too.
 int settle(uint32_t first, uint64_t bytes);

@@ -1,6 +1,7 @@
 // Lines of the camera's journal.
 #include "sim/clock/journal.hpp"
 #include "sim/clock/clock.hpp"
+#include "sim/base/caller.hpp"
 #include "sim/base/raw.hpp"
 #include "sim/base/state.hpp"
 
@@ -17,7 +18,7 @@ void add_to(const char* file, std::string_view source, std::string_view text)
     const int64_t us = clock::now_ns() / 1000;
     char head[64];
     snprintf(head, sizeof head, "%lld.%06d %d ", (long long)(us / 1'000'000), int(us % 1'000'000),
-             raw::pid());
+             caller::pid());
     std::string line = head;
     line.append(source).append(" ");
     for (char c : text) c == '\n' ? line.append("\\n") : line.append(1, c);

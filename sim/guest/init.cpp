@@ -3,16 +3,12 @@
 #include "sim/guest/init.hpp"
 #include "sim/base/camera.hpp"
 #include "sim/guest/guest.hpp"
+#include "sim/guest/power_on.hpp"
 #include "sim/sandbox/sandbox.hpp"
 #include "sim/guest/simlog.hpp"
 #include "sim/guest/syslog_server.hpp"
 #include "sim/base/text.hpp"
-#include "sim/base/faults.hpp"
-#include "sim/models/table.hpp"
 #include "sim/clock/clock.hpp"
-#include "sim/board/registers.hpp"
-#include "sim/board/rtc_chip.hpp"
-#include "sim/board/serial_line.hpp"
 #include "sim/models/audio.hpp"
 #include "sim/base/state.hpp"
 
@@ -89,7 +85,8 @@ public:
     int run()
     {
         watch_signals();
-        power_on();
+        state::set_dir(kStateInside);
+        power_on(getenv("VCAM_REALTIME") != nullptr, true);
         mount_settings();
         log_.open("/dev/log", camera_.path("syslog"));
         write_file("/proc/sys/kernel/ns_last_pid", "100"); // programs spare low process numbers
@@ -109,24 +106,6 @@ private:
         sigprocmask(SIG_BLOCK, &all, &old_mask_);
         signals_ = Fd(signalfd(-1, &all, SFD_NONBLOCK | SFD_CLOEXEC));
         if (!signals_) fail("no signalfd: %s", strerror(errno));
-    }
-
-    // What a camera has in its memory and its chip is as after switching on; the calendar chip has a battery.
-    void power_on() const
-    {
-        state::set_dir(kStateInside);
-        write_file(camera_.path("modules"), "");
-        registers::power_on();
-        const bool realtime = getenv("VCAM_REALTIME") != nullptr;
-        media::power_on();
-        if (auto wrong = faults::check_plan(try_read_file(camera_.path("faults")).value_or(""),
-                                            models::fault_targets());
-            !wrong.empty())
-            fail("the fault plan: %s", wrong.c_str());
-        auto problem = clock::power_on({.realtime = realtime, .owns_pids = true});
-        if (!problem.empty()) fail("the camera's clock does not start: %s", problem.c_str());
-        rtc::load(); // from now on it counts, whether anybody looks or not
-        serial::power_on();
     }
 
     void mount_settings()
@@ -248,7 +227,6 @@ private:
         while (wait(nullptr) > 0 || errno == EINTR) {
         }
         log_.drain();
-        media::catch_up(media::Locked::Wait::yes);
         // What was written to the file system before the end is on the flash: JFFS2 has no write-back.
         for (const auto& line : split(read_file(camera_.path("mounts")), '\n')) {
             auto words = split(line, ' ');
@@ -257,7 +235,7 @@ private:
             sync_image(camera_.image(p), p, words[0]);
         }
         write_file(camera_.path("mounts"), "");
-        clock::power_off();
+        power_off();
     }
 
     const Options options_;

@@ -1,11 +1,11 @@
 // The audio output driver.
+#include "sim/base/caller.hpp"
 #include "sim/clock/clock.hpp"
 #include "sim/models/audio.hpp"
 #include "sim/models/media_sound.hpp"
 #include "sim/models/table.hpp"
 
 #include <poll.h>
-#include <sys/uio.h>
 #include <unistd.h>
 #include <vector>
 
@@ -42,24 +42,13 @@ constexpr RequestName kNames[] = {
     {kClear, "clear"},
 };
 
-// A program's memory may not be there.
-bool copy_in(const uint8_t* from, void* to, size_t size)
-{
-    const iovec local = {to, size}, remote = {const_cast<uint8_t*>(from), size};
-    const ssize_t n = ::process_vm_readv(::getpid(), &local, 1, &remote, 1, 0);
-    if (n == ssize_t(size)) return true;
-    if (n >= 0 || (errno != ENOSYS && errno != EPERM)) return false;
-    memcpy(to, from, size);
-    return true;
-}
-
 // One sample block in 16 bits.
 bool read_side(const Frame& f, uint32_t side, std::vector<int16_t>& out)
 {
     out.resize(f.bit_width ? f.length / 2 : f.length);
-    if (f.bit_width) return copy_in(f.address[side], out.data(), f.length);
+    if (f.bit_width) return caller::load(f.address[side], out.data(), f.length);
     std::vector<uint8_t> narrow(f.length);
-    if (!copy_in(f.address[side], narrow.data(), f.length)) return false;
+    if (!caller::load(f.address[side], narrow.data(), f.length)) return false;
     for (size_t i = 0; i < narrow.size(); ++i) out[i] = int16_t(uint16_t(narrow[i] << 8));
     return true;
 }

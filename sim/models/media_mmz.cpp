@@ -5,8 +5,6 @@
 #include "sim/base/raw.hpp"
 #include "sim/board/registers.hpp"
 
-#include <map>
-#include <mutex>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -48,18 +46,6 @@ MmzBlock* block_at(Page& page, uint32_t physical)
     return nullptr;
 }
 
-// Where this process sees its blocks.
-struct Mappings {
-    std::mutex lock;
-    std::map<uint32_t, void*> at; // by physical address
-};
-
-Mappings& mappings()
-{
-    static auto* one = new Mappings;
-    return *one;
-}
-
 int allocate_block(Record& r)
 {
     if (r.size == 0) return -EINVAL;
@@ -84,37 +70,25 @@ int map_block(Record& r)
         if (!b) return -EINVAL;
         size = b->size;
     }
-    Mappings& m = mappings();
-    const std::lock_guard hold(m.lock);
-    void*& at = m.at[r.physical];
-    if (!at) at = map_low(size, r.physical);
-    if (at == MAP_FAILED) {
-        m.at.erase(r.physical);
-        return -ENOMEM;
-    }
-    r.address = uint32_t(reinterpret_cast<uintptr_t>(at));
+    const uint32_t at = views().map(r.physical, size);
+    if (!at) return -ENOMEM;
+    r.address = at;
     return 0;
 }
 
 int unmap_block(const Record& r)
 {
-    Mappings& m = mappings();
-    const std::lock_guard hold(m.lock);
-    const auto mapped = m.at.find(r.physical);
-    if (mapped == m.at.end()) return -EINVAL;
-    Locked page;
-    if (const MmzBlock* b = block_at(*page, r.physical)) ::munmap(mapped->second, b->size);
-    m.at.erase(mapped);
-    return 0;
+    uint32_t size = 0;
+    {
+        Locked page;
+        if (const MmzBlock* b = block_at(*page, r.physical)) size = b->size;
+    }
+    return views().unmap(r.physical, size) ? 0 : -EINVAL;
 }
 
 int free_block(const Record& r)
 {
-    {
-        Mappings& m = mappings();
-        const std::lock_guard hold(m.lock);
-        if (m.at.contains(r.physical)) return -EBUSY;
-    }
+    if (views().mapped(r.physical)) return -EBUSY;
     Locked page;
     MmzBlock* b = block_at(*page, r.physical);
     if (!b) return -EINVAL;

@@ -1,4 +1,5 @@
 // The system driver: start and stop, time stamps, bindings, identity.
+#include "sim/base/caller.hpp"
 #include "sim/clock/clock.hpp"
 #include "sim/models/audio.hpp"
 #include "sim/models/memory.hpp"
@@ -6,8 +7,6 @@
 #include "sim/models/table.hpp"
 #include "sim/board/registers.hpp"
 
-#include <map>
-#include <mutex>
 #include <sys/mman.h>
 
 namespace vcam::models {
@@ -103,20 +102,13 @@ void stop_all(Page& page, Ns now)
     page.sys.ready = 0;
 }
 
-// Register pages that this process has been given.
+// Where the asking process sees a register.
 uint32_t register_address(uint32_t physical)
 {
-    static std::mutex lock;
-    static std::map<uint32_t, uint32_t> pages;
-    const std::lock_guard hold(lock);
     const uint32_t base = physical & ~(kPageSize - 1);
-    uint32_t& at = pages[base];
-    if (!at) {
-        void* mapped = registers::settle(base, kPageSize) == 0 ? map_low(kPageSize, base) : MAP_FAILED;
-        if (mapped == MAP_FAILED) return 0;
-        at = uint32_t(reinterpret_cast<uintptr_t>(mapped));
-    }
-    return at + (physical - base);
+    if (base >= kRam || registers::settle(base, kPageSize) != 0) return 0;
+    const uint32_t at = views().map(base, kPageSize);
+    return at ? at + (physical - base) : 0;
 }
 
 class SysDriver final : public MediaModel {
@@ -189,14 +181,19 @@ private:
 
     static int binding(uint32_t request, const Pair& pair)
     {
-        Chn* to = request == kGetBindByDest ? pair.first : pair.second;
-        Chn* from = request == kGetBindByDest ? pair.second : pair.first;
-        if (!to || (!from && request != kUnbind)) return refused(kNull);
+        Chn* const to_at = request == kGetBindByDest ? pair.first : pair.second;
+        Chn* const from_at = request == kGetBindByDest ? pair.second : pair.first;
+        if (!to_at || (!from_at && request != kUnbind)) return refused(kNull);
+        Chn to = {}, from = {};
+        if (!caller::load(to_at, &to, sizeof to)) return -EFAULT;
+        if (from_at && request != kGetBindByDest && !caller::load(from_at, &from, sizeof from))
+            return -EFAULT;
         Current page;
-        if (request == kUnbind) return unbind(*page, from, *to);
-        if (request == kBind) return bind(*page, *from, *to, page.now);
-        const Binding* b = exists(*to) ? bound(*page, *to) : nullptr;
-        return b ? store(from, b->source) : refused(exists(*to) ? kMissing : kIllegal);
+        if (request == kUnbind) return unbind(*page, from_at ? &from : nullptr, to);
+        if (request == kBind) return bind(*page, from, to, page.now);
+        const Binding* b = exists(to) ? bound(*page, to) : nullptr;
+        if (!b) return refused(exists(to) ? kMissing : kIllegal);
+        return caller::store(from_at, &b->source, sizeof b->source) ? 0 : -EFAULT;
     }
 };
 

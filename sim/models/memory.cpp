@@ -4,8 +4,10 @@
 #include "sim/base/state.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <fcntl.h>
+#include <map>
 #include <mutex>
 #include <string>
 #include <sys/mman.h>
@@ -59,6 +61,10 @@ void* map_physical(void* address, size_t length, int protection, int flags, int6
         errno = ENXIO;
         return MAP_FAILED;
     }
+    if (const std::string memory = state::setting("memory"); !memory.empty()) {
+        const raw::Fd fd(raw::open(memory.c_str(), O_RDWR | O_SYNC | O_CLOEXEC));
+        return fd ? raw::map(address, length, protection, flags, fd.get(), physical) : MAP_FAILED;
+    }
     const int64_t offset = ram ? physical - kRam : physical;
     const std::string path = state::path(ram ? "memory" : "registers");
     const raw::Fd fd(raw::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
@@ -67,15 +73,58 @@ void* map_physical(void* address, size_t length, int protection, int flags, int6
     return raw::map(address, length, protection, flags, fd.get(), offset);
 }
 
-void* map_low(size_t length, uint32_t physical)
-{
+namespace {
+
+// Into this process, where a 32-bit word can name it.
+class OwnViews final : public Views {
+public:
+    uint32_t map(uint32_t physical, uint32_t size) override
+    {
 #ifdef MAP_32BIT
-    const int low = MAP_32BIT;
+        constexpr int kLow = MAP_32BIT;
 #else
-    const int low = 0;
+        constexpr int kLow = 0;
 #endif
-    return map_physical(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED | low, physical);
+        const std::lock_guard hold(lock_);
+        if (const auto known = at_.find(physical); known != at_.end()) return address_of(known->second);
+        void* at = map_physical(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | kLow, physical);
+        if (at == MAP_FAILED) return 0;
+        at_[physical] = at;
+        return address_of(at);
+    }
+    bool unmap(uint32_t physical, uint32_t size) override
+    {
+        const std::lock_guard hold(lock_);
+        const auto known = at_.find(physical);
+        if (known == at_.end()) return false;
+        if (size) ::munmap(known->second, size);
+        at_.erase(known);
+        return true;
+    }
+    bool mapped(uint32_t physical) override
+    {
+        const std::lock_guard hold(lock_);
+        return at_.contains(physical);
+    }
+
+private:
+    static uint32_t address_of(void* at) { return uint32_t(reinterpret_cast<uintptr_t>(at)); }
+    std::mutex lock_;
+    std::map<uint32_t, void*> at_; // by physical address
+};
+
+std::atomic<Views*> other_views{nullptr};
+
+} // namespace
+
+Views& views()
+{
+    static auto* own = new OwnViews; // late callers run during exit
+    Views* other = other_views;
+    return other ? *other : *own;
 }
+
+void use_views(Views& views) { other_views = &views; }
 
 uint8_t* zone_at(uint32_t physical)
 {

@@ -32,6 +32,8 @@ ALLOWED = {
     "sim/preload": ["sim/base/", "sim/clock/", "sim/board/", "sim/jffs2/", "sim/models/"],
     "sim/sandbox": ["sim/base/"],
     "sim/guest": ["sim/base/", "sim/clock/", "sim/board/", "sim/models/", "sim/sandbox/"],
+    "sim/cuse": ["common/base/fd.hpp", "sim/base/", "sim/clock/", "sim/models/", "sim/guest/power_on.hpp",
+                 "sim/guest/syslog_server.hpp", "sim/vcam/commands.hpp", "tools/cli/"],
     "sim/view": ["sim/base/", "sim/clock/", "sim/board/", "sim/models/", "sim/sandbox/mark.hpp", "tools/cli/"],
     "sim/explore": ["sim/base/", "sim/clock/", "sim/jffs2/jffs2_log.hpp", "sim/sandbox/pieces.hpp", "tools/cli/"],
     "sim/web": ["sim/base/", "sim/clock/power.hpp", "sim/jffs2/jffs2_log.hpp", "sim/models/table.hpp", "sim/view/",
