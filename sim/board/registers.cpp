@@ -167,23 +167,21 @@ template<class Action> void each_page(const File& file, Action action)
             raw::pread(file.fd(), page.data(), kPage, at);
             action(uint32_t(at), page);
         }
-        at = end;
     }
 }
 
-// Brings the machine's words into the file, and sets them to zero if they are no longer wanted.
-void fetch(bool clear)
+// Takes the machine's words out of it, into the file.
+void fetch()
 {
     const File file(O_RDWR);
     if (!file || file.memory().empty()) return;
     each_page(file, [&](uint32_t at, auto& page) {
         const MachinePage machine(file.memory(), at);
         if (!machine) return;
-        for (uint32_t i = 0; i < page.size(); ++i)
-            if (clear)
-                machine.word(at + 4 * i) = 0;
-            else
-                page[i] = machine.word(at + 4 * i);
+        for (uint32_t i = 0; i < page.size(); ++i) {
+            page[i] = machine.word(at + 4 * i);
+            machine.word(at + 4 * i) = 0;
+        }
         raw::pwrite_all(file.fd(), page.data(), kPage, at);
     });
 }
@@ -192,11 +190,11 @@ void fetch(bool clear)
 
 void power_on()
 {
-    fetch(true);
+    fetch(); // of a run that was broken off
     ::unlink(state::path("registers").c_str());
 }
 
-void power_off() { fetch(false); }
+void power_off() { fetch(); }
 
 std::vector<Word> all()
 {

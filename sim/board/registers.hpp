@@ -19,7 +19,7 @@ int clear_bits(uint32_t address, uint32_t bits);
 
 void power_on(); // all words are zero again
 // Where camera.conf has memory=/dev/mem, registers are memory of the machine at their own addresses, the ones that
-// programs map; the file then has the same words at the end of a run.
+// programs map; at the end of a run the file gets the words and the machine's are zero.
 void power_off();
 // Before a program maps a stretch, which is whole pages however few bytes it asks for: registers that always
 // read one word hold it in the file, too.

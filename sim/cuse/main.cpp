@@ -6,6 +6,7 @@
 #include "sim/base/camera.hpp"
 #include "sim/base/state.hpp"
 #include "sim/base/text.hpp"
+#include "sim/board/registers.hpp"
 #include "sim/cuse/device.hpp"
 #include "sim/guest/power_on.hpp"
 #include "sim/guest/syslog_server.hpp"
@@ -78,6 +79,11 @@ public:
         }
         device::flush_all();
         power_off();
+        std::string words;
+        for (const registers::Word& word : registers::all())
+            words += text("0x%08X 0x%08X\n", word.address, word.value);
+        write_file(state::path("registers.words"),
+                   words); // the file itself is as long as the chip's addresses
     }
 
 private:

@@ -16,6 +16,8 @@
 #               numbers count from the start of the chip, not of a partition
 #   -f FLASH    the board with NOR flash: the content of its chip of 8 MiB, made when it does not
 #               exist, lasts past resets, a killed emulator and the end of the run
+#   -d          memory and registers of the camera's chip at their addresses, for its device files over
+#               /dev/cuse; the PC's shell in /dash
 #   -l LOG      with -f, receives every erase and every programmed byte; flash_log.py describes it
 #   -i IMAGE    the boot image: used when it exists, else made there from EXE, ROOT_FOLDER and SCRIPT
 #   -e WORDS    variables for the script, as "again=1 port=80"
@@ -49,7 +51,7 @@ cache=${ZEP_CACHE:-${XDG_CACHE_HOME:-${HOME:-/root}/.cache}/zep}/machine
 chip="id_bytes=0x98,0x73 overridesize=8 parts=64,64,64,64"
 modules="mtdblock jffs2 softdog veth"
 nand="" limit=300 outdir="" verbose="" prepare="" shell="" script=""
-flash="" log="" image="" words=""
+flash="" log="" image="" words="" devices=""
 
 die() { echo "board: $*" >&2; exit 125; }
 
@@ -111,6 +113,7 @@ build_root() {
         install -m 755 "$here/send" "$root/board/send" &&
         install -m 644 "$here/guest.sh" "$root/board/guest.sh" &&
         install -m 755 "$here/reboot" "$root/sbin/reboot" || return 1
+    [ -z "$devices" ] || cp -a "$cache/sys/dash" "$root/dash" || return 1
     [ -z "$script" ] || install -m 755 "$script" "$root/board/script" || return 1
     printf '%s\n' "modules='$modules'" "nand='$nand'" "flash='$flash'" "shell='$shell'" \
         "export BOARD_EXE='/board/bin/${exe##*/}'" > "$root/board/settings"
@@ -125,6 +128,20 @@ nand_machine() {
     machine=(-M "virt,highmem=off" -cpu cortex-a15 -m 128 -serial chardev:console
         -device pci-serial,chardev=status -device pci-serial,chardev=files)
     append="console=ttyAMA0"
+    [ -z "$devices" ] || device_memory
+}
+
+# The kernel takes 256 MiB and leaves the camera's memory at 0x80000000 alone. Two stretches at 0x10000000 and
+# 0x20000000 stand for the chip's registers: the kernel lays devices of that size there, after the serial lines.
+device_memory() {
+    local n
+    for n in low high; do
+        truncate -s 256M "$work/$n" || return 1
+        machine+=(-object "memory-backend-file,id=$n,share=on,mem-path=$work/$n,size=256M"
+            -device "ivshmem-plain,memdev=$n,addr=$([ $n = low ] && echo 0x1d || echo 0x1e)")
+    done
+    machine+=(-m 2048)
+    append="$append mem=256M"
 }
 
 # Prints what the machine prints; the status is the emulator's. The kernel's crypto self-tests would
@@ -169,6 +186,7 @@ try_unpacked_kernel() {
 while [ $# -gt 0 ]; do
     case $1 in
     -n) nand=${2-} && shift ;;
+    -d) devices=1 ;;
     -f) flash=${2-} && shift ;;
     -l) log=${2-} && shift ;;
     -i) image=${2-} && shift ;;
@@ -203,7 +221,7 @@ trap 'rm -rf "$work"' EXIT
 mkdir -p "$cache" && cache=$(cd "$cache" && pwd) || die "cannot make $cache"
 exec 9> "$cache/lock"
 flock 9 || die "cannot lock $cache"
-[ -f "$cache/sys/ready" ] && [ -f "$cache/sys/board.dtb" ] || prepare_sys || die "no kernel to boot"
+[ -f "$cache/sys/ready" ] && [ -f "$cache/sys/board.dtb" ] && [ -d "$cache/sys/dash" ] || prepare_sys || die "no kernel to boot"
 kernel=$(echo "$cache"/sys/boot/vmlinuz-*)
 version=${kernel##*/vmlinuz-}
 moddir=$cache/sys/lib/modules/$version
@@ -216,6 +234,7 @@ exec 9>&-
 [ ! -f "$cache/sys/boot/unpacked" ] || kernel=$cache/sys/boot/unpacked${flash:+.nor}
 [ -z "$prepare" ] || exit 0
 if [ -n "$flash" ]; then modules=$nor_modules; else nand="$chip $nand"; fi
+[ -z "$devices" ] || modules="$modules fuse cuse"
 
 initrd=${image:-$work/initrd.gz}
 [ -f "$initrd" ] || build_root || die "cannot build the root file system"

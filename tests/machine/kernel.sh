@@ -1,8 +1,8 @@
-# Gets the emulated machine's kernel and its busybox, sourced by board.sh. Both are Debian armhf
-# packages, had through a private apt directory: the architectures, package lists and installed
+# Gets the emulated machine's kernel, its busybox and the PC's shell, sourced by board.sh. All are Debian
+# armhf packages, had through a private apt directory: the architectures, package lists and installed
 # packages of this machine stay as they are.
 #
-# $cache      where they are kept: ready, boot/, lib/modules/, bin/busybox, board.dtb
+# $cache      where they are kept: ready, boot/, lib/modules/, bin/busybox, board.dtb, dash/
 # shellcheck shell=bash
 
 # shellcheck source=SCRIPTDIR/../../cmake/private-apt.sh
@@ -16,7 +16,7 @@ fetch_debs() {
     image=$(apt-cache -c "$conf" depends linux-image-armmp 2> /dev/null |
         sed -n 's/^ *Depends: \(linux-image-[^ :]*\).*/\1/p' | head -n 1)
     [ -n "$image" ] || { echo "board: no armhf kernel in the package lists" >&2; return 1; }
-    (cd "$to" && apt-get -c "$conf" -qq download "$image" busybox-static >&2)
+    (cd "$to" && apt-get -c "$conf" -qq download "$image" busybox-static dash libc6 >&2)
 }
 
 # boot_image FILE ADDRESS TO: the kernel behind the 64-byte boot image header that tells the emulator
@@ -49,14 +49,19 @@ unpack_kernel() {
     rm -f "$2.raw"
 }
 
-# Unpacks both packages into a folder that takes its name only when it is whole.
+# Unpacks the packages into a folder that takes its name only when it is whole.
 unpack_debs() {
     local debs=$1 deb new=$cache/new
     rm -rf "$new" && mkdir -p "$new" || return 1
-    for deb in "$debs"/linux-image-*-armmp_*.deb "$debs"/busybox-static_*.deb; do
+    for deb in "$debs"/linux-image-*-armmp_*.deb "$debs"/{busybox-static,dash,libc6}_*.deb; do
         [ -f "$deb" ] || { echo "board: $deb is missing" >&2; return 1; }
         case $deb in
         */busybox*) dpkg-deb --fsys-tarfile "$deb" | tar -x -C "$new" ./bin/busybox || return 1 ;;
+        */dash* | */libc6*)
+            mkdir -p "$new/dash" && dpkg-deb --fsys-tarfile "$deb" |
+                tar -x -C "$new/dash" --wildcards "./bin/dash" "./lib/ld-linux-armhf.so.3" \
+                    "./lib/arm-linux-gnueabihf/ld-linux-armhf.so.3" "./lib/arm-linux-gnueabihf/libc.so.6" 2> /dev/null
+            ;;
         *)
             dpkg-deb --fsys-tarfile "$deb" | tar -x -C "$new" ./boot ./lib/modules &&
                 dpkg-deb --fsys-tarfile "$deb" |
@@ -64,10 +69,12 @@ unpack_debs() {
             ;;
         esac
     done
+    [ -f "$new/dash/lib/arm-linux-gnueabihf/libc.so.6" ] && [ -f "$new/dash/bin/dash" ] ||
+        { echo "board: no shell in its packages" >&2; return 1; }
     rm -rf "$cache/sys" && mv "$new" "$cache/sys"
 }
 
-# Leaves $cache/sys/{boot,lib,bin,board.dtb}.
+# Leaves $cache/sys/{boot,lib,bin,dash,board.dtb}.
 prepare_sys() {
     local debs=$cache/debs
     rm -rf "$debs" && mkdir -p "$debs" && fetch_debs "$debs" && unpack_debs "$debs" || return 1
