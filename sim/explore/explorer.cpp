@@ -180,7 +180,7 @@ private:
         recorded_.bench.make(folder, flash_at(recorded_.run, point));
         const Outcome outcome = recorded_.bench.run(folder);
         std::vector<Broken> broken;
-        const Judged run = {recorded_.run, recorded_.versions, outcome};
+        const Judged run = {recorded_.run, recorded_.versions, outcome, false, &state.description.settings};
         const Description left = judge_run(run, name_of(point) + ", run again", broken);
         judge_completion(left, name_of(point), broken);
         const StateName* name = name_for(left);

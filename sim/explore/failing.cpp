@@ -110,19 +110,20 @@ private:
         c_.bench.make(folder, c_.run.old, {.plan = failure.line + "\n"});
         const Outcome outcome = c_.bench.run(folder);
         std::vector<Broken> broken;
-        const StateName* left =
-            name_for(judge_run({c_.run, c_.versions, outcome, failure.kills}, failure.line, broken));
+        const Judged first = {c_.run, c_.versions, outcome, failure.kills};
+        const Description left = judge_run(first, failure.line, broken);
+        const StateName* name = name_for(left);
         unsigned runs = 1;
         if (failure.kills) {
             ++runs;
             c_.bench.make(folder, outcome.flash);
             const Outcome again = c_.bench.run(folder);
-            judge_completion(judge_run({c_.run, c_.versions, again}, failure.line + ", run again", broken),
-                             failure.line, broken);
+            const Judged second = {c_.run, c_.versions, again, false, &left.settings};
+            judge_completion(judge_run(second, failure.line + ", run again", broken), failure.line, broken);
         }
         const std::lock_guard hold(lock_);
         ++report_.failures[failure.kills ? failure.call + ", killed" : failure.call]
-                          [left ? left->name : "without a name"];
+                          [name ? name->name : "without a name"];
         report_.runs += runs;
         report_.longest_gap = std::max(report_.longest_gap, outcome.longest_gap);
         report_.broken.insert(report_.broken.end(), broken.begin(), broken.end());

@@ -42,6 +42,24 @@ bool complete(const Description& d)
     return is_whole(d.kernel) && is_whole(d.root) && are_whole(d.settings.summary);
 }
 
+bool was_users(const Judged& judged, const std::string& path)
+{
+    if (!judged.found) return judged.versions.before.contains(path);
+    const auto file = judged.found->files.find(path);
+    return file != judged.found->files.end() && file->second == Whose::users;
+}
+
+// The user's files that the run neither left alone nor made what they become in a run without a fault, and does not name.
+std::vector<std::string> lost_without_a_word(const Judged& judged, const Description& left)
+{
+    std::vector<std::string> lost;
+    for (const auto& [path, whose] : left.settings.files)
+        if (was_users(judged, path) && whose != Whose::users && whose != Whose::finished &&
+            judged.outcome.said.find("/etc/" + path) == std::string::npos)
+            lost.push_back("/etc/" + path + " " + name_of(whose));
+    return lost;
+}
+
 } // namespace
 
 void judge_points(const Run& run, const Cuts& cuts, std::vector<Broken>& broken)
@@ -73,6 +91,9 @@ Description judge_run(const Judged& judged, const std::string& point, std::vecto
         broken.push_back({Promise::ends, point, "the camera ended: " + outcome.ending});
     if (says(outcome, kSuccess) && !complete(left) && !says(outcome, kNamed))
         broken.push_back({Promise::success, point, words_of(left)});
+    if (!judged.was_killed)
+        for (const std::string& file : lost_without_a_word(judged, left))
+            broken.push_back({Promise::told, point, file});
     if (outcome.longest_gap > kLongestGap)
         broken.push_back({Promise::watchdog, point, text("%.2f s between two feeds", outcome.longest_gap)});
     return left;

@@ -14,6 +14,8 @@ struct Judged {
     const Versions& versions;
     const Outcome& outcome;  // of the run that is judged
     bool was_killed = false; // and therefore may end by a signal
+    // What it found, where another run came before; else the user's settings.
+    const SettingsState* found = nullptr;
 };
 // Of a run, whose name is `point`. Returns the state that it left.
 Description judge_run(const Judged& judged, const std::string& point, std::vector<Broken>& broken);

@@ -14,6 +14,7 @@ constexpr PromiseText kPromiseTexts[] = {
      "outside the writing of the whole partition, a settings file is old or new: never mixed, never empty"},
     {"ends", "the program ends by itself, without a crash"},
     {"success", "no word of success with a wrong image, unless the log names what is wrong"},
+    {"told", "a setting that the run loses is named in its output or in the log"},
     {"watchdog", "the watchdog is fed at least every 1.5 s"},
     {"completes", "the same command completes from each state"},
 };

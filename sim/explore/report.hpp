@@ -12,12 +12,12 @@
 namespace vcam::explore {
 
 // What holds at every point and after every run.
-enum class Promise : uint8_t { named, boot, settings, ends, success, watchdog, completes };
+enum class Promise : uint8_t { named, boot, settings, ends, success, told, watchdog, completes };
 struct PromiseText {
     const char *name, *text;
 };
 const PromiseText& text_of(Promise promise);
-inline constexpr unsigned kPromises = 7;
+inline constexpr unsigned kPromises = 8;
 
 struct Broken {
     Promise promise;

@@ -12,10 +12,13 @@ namespace {
 
 using Summary = SettingsState::Summary;
 
-constexpr const char* kWhose[] = {"user's",          "package's",          "finished", "default", "default",
-                                  "partly restored", "user's, kept aside", "missing",  "empty",   "damaged"};
+constexpr const char* kWhose[] = {"user's",  "package's",       "finished",
+                                  "default", "partly restored", "user's, kept aside",
+                                  "missing", "empty",           "damaged"};
+static_assert(std::size(kWhose) == size_t(Whose::damaged) + 1);
 constexpr const char* kSummaries[] = {"none",   "damaged",  "missing",   "kept aside",
                                       "user's", "restored", "package's", "partly restored"};
+static_assert(std::size(kSummaries) == size_t(SettingsState::Summary::between) + 1);
 constexpr const char* kLock = "temp.conf"; // of the configuration writers
 constexpr const char* kTwin = ".kept";
 
