@@ -48,7 +48,7 @@ uint32_t node_length(Record r)
     return length;
 }
 
-void take_dirent(Log& log, Record r)
+void take_dirent(Log& log, Record r, uint32_t position)
 {
     if (r.bytes.size() < kDirentSize || !r.crc_fits(32, 32)) return;
     const uint32_t size = r.bytes[28];
@@ -60,10 +60,12 @@ void take_dirent(Log& log, Record r)
     if (name.empty() || name == "." || name == ".." ||
         name.find_first_of(std::string_view("/\0", 2)) != name.npos)
         return;
-    const uint32_t parent = r.u32(12), version = r.u32(16), ino = r.u32(20);
-    auto [it, fresh] = log.folders[parent].try_emplace(name, Name{version, ino});
-    if (!fresh && version >= it->second.version) it->second = {version, ino};
-    log.highest_ino = std::max({log.highest_ino, parent, ino});
+    const uint32_t parent = r.u32(12);
+    const Name found = {r.u32(16), r.u32(20), r.u32(24), position, aligned(uint32_t(r.bytes.size()))};
+    auto [it, fresh] = log.folders[parent].try_emplace(name, found);
+    if (!fresh && found.version >= it->second.version) it->second = found;
+    log.names.push_back({parent, name, found});
+    log.highest_ino = std::max({log.highest_ino, parent, found.ino});
 }
 
 void take_inode(Log& log, Record r, uint32_t position)
@@ -75,8 +77,17 @@ void take_inode(Log& log, Record r, uint32_t position)
     if (crc32(packed) != r.u32(60)) return;
     const uint32_t offset = r.u32(44), dsize = r.u32(52), isize = r.u32(28);
     if (isize > kMaxFile || offset > kMaxFile || dsize > kMaxFile - offset) return;
-    log.inodes[r.u32(12)].nodes[r.u32(16)] = {r.u32(20), r.u16(24), r.u16(26),   r.u32(36), isize,
-                                              offset,    dsize,     r.bytes[56], packed,    position};
+    log.inodes[r.u32(12)].nodes[r.u32(16)] = {r.u32(20),
+                                              r.u16(24),
+                                              r.u16(26),
+                                              r.u32(36),
+                                              isize,
+                                              offset,
+                                              dsize,
+                                              r.bytes[56],
+                                              packed,
+                                              position,
+                                              aligned(uint32_t(r.bytes.size()))};
     log.highest_ino = std::max(log.highest_ino, r.u32(12));
 }
 
@@ -84,8 +95,6 @@ bool erased(std::span<const uint8_t> bytes)
 {
     return std::all_of(bytes.begin(), bytes.end(), [](uint8_t b) { return b == 0xFF; });
 }
-
-constexpr uint32_t aligned(uint32_t n) { return (n + 3) & ~3u; }
 
 bool unpack_node(const DataNode& node, std::span<uint8_t> out)
 {
@@ -140,7 +149,7 @@ Log scan(std::span<const uint8_t> image)
             continue;
         }
         const Record node{image.subspan(at, length)};
-        if (node.u16(2) == kDirentNode) take_dirent(log, node);
+        if (node.u16(2) == kDirentNode) take_dirent(log, node, uint32_t(at));
         if (node.u16(2) == kInodeNode) take_inode(log, node, uint32_t(at));
         at += aligned(length);
     }

@@ -31,7 +31,7 @@ struct DataNode {
     uint32_t offset, dsize;
     uint8_t compressor;
     std::span<const uint8_t> packed; // in the image
-    uint32_t position;               // of the node in the image, for messages
+    uint32_t position, size;         // of the node in the image, with what fills its last word
 };
 
 struct Inode {
@@ -41,12 +41,22 @@ struct Inode {
 };
 
 struct Name {
-    uint32_t version, ino; // ino 0: deleted
+    uint32_t version, ino;           // ino 0: deleted
+    uint32_t mtime = 0;              // of the folder
+    uint32_t position = 0, size = 0; // of the node in the image
+};
+
+// Each name that stands in the image, also those that newer ones replace.
+struct WrittenName {
+    uint32_t folder;
+    std::string name;
+    Name entry;
 };
 
 struct Log {
     std::map<uint32_t, Inode> inodes;
     std::map<uint32_t, std::map<std::string, Name>> folders; // by inode number, then name
+    std::vector<WrittenName> names;                          // in the image's order
     uint32_t highest_ino = kRoot;
 };
 
@@ -55,6 +65,7 @@ struct Room {
     uint32_t begin, end;
 };
 
+constexpr uint32_t aligned(uint32_t n) { return (n + 3) & ~3u; } // nodes begin at whole words
 [[nodiscard]] uint32_t crc32(std::span<const uint8_t> bytes);
 // Blocks that the list beside the image (its name and ".bad") calls bad hold nothing and take nothing,
 // whatever stands in them: fills them with zeros, neither node nor room. Returns where they begin.

@@ -1,7 +1,7 @@
 // Bringing a JFFS2 log up to date with a directory: what differs becomes new nodes, appended where
 // the flash is erased, each with a version above all earlier ones of its inode or name.
 #include "sim/jffs2/jffs2.hpp"
-#include "sim/jffs2/jffs2_log.hpp"
+#include "sim/jffs2/jffs2_nodes.hpp"
 #include "sim/base/raw.hpp"
 #include "sim/clock/flash.hpp"
 
@@ -20,25 +20,6 @@ namespace {
 
 constexpr char kFull[] = "no space left in the log";
 
-void put16(Bytes& b, uint32_t v) { b.insert(b.end(), {uint8_t(v), uint8_t(v >> 8)}); }
-
-void put32(Bytes& b, uint32_t v)
-{
-    put16(b, v & 0xFFFF);
-    put16(b, v >> 16);
-}
-
-// Header with its checksum; the node's own fields follow.
-Bytes begin_node(uint16_t type, uint32_t length)
-{
-    Bytes b;
-    put16(b, kMagic);
-    put16(b, type);
-    put32(b, length);
-    put32(b, crc32(b));
-    return b;
-}
-
 // Lays nodes into erased room; remembers the bytes instead of writing them, so that a log that
 // turns out too small leaves the flash untouched.
 class Appender {
@@ -54,7 +35,7 @@ public:
             const bool fresh = room.begin % erase_size_ == 0;
             const uint32_t marker = fresh && markers_ ? kHeaderSize : 0;
             if (room.end - room.begin < node.size() + marker) continue;
-            if (marker) place(room, begin_node(kCleanMarker, kHeaderSize));
+            if (marker) place(room, clean_marker());
             place(room, std::move(node));
             return true;
         }
@@ -174,7 +155,7 @@ private:
             if (n < 0) return failed(path);
             out.resize(size_t(n));
         }
-        if (S_ISCHR(st.st_mode) || S_ISBLK(st.st_mode)) put16(out, uint32_t(st.st_rdev & 0xFFFF));
+        if (S_ISCHR(st.st_mode) || S_ISBLK(st.st_mode)) out = {uint8_t(st.st_rdev), uint8_t(st.st_rdev >> 8)};
         return {};
     }
     static DataNode attributes(const struct stat& st, const DataNode* base, uint32_t size)
@@ -191,6 +172,7 @@ private:
                 0,
                 kNone,
                 {},
+                0,
                 0};
     }
     static bool differs(const DataNode& a, const DataNode& b)
@@ -208,33 +190,15 @@ private:
     bool add_node(uint32_t ino, uint32_t version, const DataNode& head, uint32_t offset,
                   std::span<const uint8_t> data)
     {
-        Bytes b = begin_node(kInodeNode, kInodeSize + uint32_t(data.size()));
-        for (uint32_t v : {ino, version, head.mode}) put32(b, v);
-        put16(b, head.uid);
-        put16(b, head.gid);
-        for (uint32_t v : {head.isize, head.mtime, head.mtime, head.mtime, offset}) put32(b, v);
-        put32(b, uint32_t(data.size()));
-        put32(b, uint32_t(data.size()));
-        put32(b, 0); // stored without compression, no flags
-        const uint32_t node_crc = crc32(b);
-        put32(b, crc32(data));
-        put32(b, node_crc);
-        b.insert(b.end(), data.begin(), data.end());
-        return out_.add(std::move(b));
+        DataNode node = head;
+        node.offset = offset;
+        return out_.add(inode_node(ino, version, node, data));
     }
     bool set_name(uint32_t parent, const std::string& name, uint32_t ino, uint32_t mode)
     {
         const uint32_t version = ++folder_version(parent);
-        log_.folders[parent][name] = {version, ino};
-        Bytes b = begin_node(kDirentNode, kDirentSize + uint32_t(name.size()));
-        for (uint32_t v : {parent, version, ino, 0u}) put32(b, v);
-        const uint8_t type = ino ? uint8_t((mode & S_IFMT) >> 12) : 0; // as readdir reports it
-        b.insert(b.end(), {uint8_t(name.size()), type, 0, 0});
-        const uint32_t node_crc = crc32(b);
-        put32(b, node_crc);
-        put32(b, crc32({reinterpret_cast<const uint8_t*>(name.data()), name.size()}));
-        b.insert(b.end(), name.begin(), name.end());
-        return out_.add(std::move(b));
+        log_.folders[parent][name] = {.version = version, .ino = ino};
+        return out_.add(name_node(parent, name, log_.folders[parent][name], mode));
     }
     // Names of one folder share one sequence of versions.
     uint32_t& folder_version(uint32_t parent)
