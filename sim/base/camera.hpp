@@ -56,6 +56,10 @@ private:
 
 // Lines `key=value` of camera.conf, in the order of their keys; comments and other lines are passed over.
 std::multimap<std::string, std::string> parse_settings(const std::string& conf);
+
+// What the camera's file `settings` says where changes of /etc reach the flash at once; else it says when, and why.
+inline constexpr const char* kWrittenThrough = "at once";
+
 Partition parse_partition(const std::string& name, const std::string& geometry); // throws
 std::string format_geometry(const Partition& p);
 // PATH[:ignore-term][:hold=FILE]; throws

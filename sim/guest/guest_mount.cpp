@@ -1,4 +1,5 @@
 // mount and umount: JFFS2 from the simulated flash, everything else by busybox.
+#include "sim/guest/flash_mounts.hpp"
 #include "sim/guest/guest.hpp"
 #include "sim/guest/simlog.hpp"
 #include "sim/base/text.hpp"
@@ -46,6 +47,12 @@ int mount_jffs2(const Camera& camera, const std::string& device, const std::stri
     if (!starts_with(device, kBlock) || !exists(device)) return ENOENT;
     const auto& p = camera.partition("mtd" + device.substr(kBlock.size()));
     if (is_mounted(try_read_file(camera.path("mounts")).value_or(""), target)) return EBUSY;
+    const int served = mount_served(p.name, [&](const char* type, const std::string& options) {
+        return mount(device.c_str(), target.c_str(), type, MS_NOSUID | MS_NODEV, options.c_str()) < 0 ? errno
+                                                                                                      : 0;
+    });
+    if (served == 0) append_file(camera.path("mounts"), text("%s %s\n", target.c_str(), p.name.c_str()));
+    if (served >= 0) return served;
     std::string size = text("mode=755,size=%llu", (unsigned long long)p.size);
     if (mount(device.c_str(), target.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, size.c_str()) < 0) return errno;
     try {

@@ -2,6 +2,7 @@
 // the command, and ends the camera when the command ends or something resets it.
 #include "sim/guest/init.hpp"
 #include "sim/base/camera.hpp"
+#include "sim/guest/flash_mounts.hpp"
 #include "sim/guest/guest.hpp"
 #include "sim/guest/power_on.hpp"
 #include "sim/sandbox/sandbox.hpp"
@@ -21,6 +22,7 @@
 #include <map>
 #include <optional>
 #include <poll.h>
+#include <sys/mount.h>
 #include <sys/signalfd.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -35,6 +37,7 @@ constexpr int kPowerCutStatus = 121, kWatchdogStatus = 122, kTimeoutStatus = 124
 struct Options {
     double timeout = 0; // host seconds, 0: none
     double linger = 0;  // camera seconds after the command's end
+    int fuse = -1;      // a descriptor of the host's /dev/fuse
     std::vector<Daemon> daemons;
     std::vector<char*> command;
 };
@@ -67,6 +70,8 @@ Options parse(int argc, char** argv)
             o.timeout = parse_seconds(value, "--timeout");
         else if (name == "--linger")
             o.linger = parse_seconds(value, "--linger");
+        else if (name == "--fuse")
+            o.fuse = atoi(value.c_str());
         else if (name == "--daemon")
             o.daemons.push_back(parse_daemon(value));
         else
@@ -80,7 +85,10 @@ Options parse(int argc, char** argv)
 
 class Init {
 public:
-    explicit Init(Options options) : options_(std::move(options)), camera_(kStateInside) {}
+    explicit Init(Options options)
+        : options_(std::move(options)), camera_(kStateInside), settings_(camera_, options_.fuse)
+    {
+    }
 
     int run()
     {
@@ -108,10 +116,22 @@ private:
         if (!signals_) fail("no signalfd: %s", strerror(errno));
     }
 
+    // Served from the flash where the host lets us; else a file system in memory, as large as the partition so that it can
+    // be full, which is written when it is unmounted or the camera ends.
     void mount_settings()
     {
-        const auto& p = camera_.partition("mtd3");
-        unpack_image(camera_.image(p), p, "/etc");
+        const std::string refused = settings_.start("mtd3", "/etc");
+        write_through_ = refused.empty();
+        write_file(camera_.path("settings"), refused.empty()
+                                                 ? std::string(kWrittenThrough) + "\n"
+                                                 : text("at unmount or end, as %s\n", refused.c_str()));
+        if (!write_through_) {
+            const auto& p = camera_.partition("mtd3");
+            const std::string size = text("mode=755,size=%llu", (unsigned long long)p.size);
+            if (mount("/dev/mtdblock3", "/etc", "tmpfs", MS_NOSUID | MS_NODEV, size.c_str()) < 0)
+                fail("cannot mount /etc: %s", strerror(errno));
+            unpack_image(camera_.image(p), p, "/etc");
+        }
         write_file(camera_.path("mounts"), "/etc mtd3\n");
     }
 
@@ -163,11 +183,12 @@ private:
 
     void serve()
     {
-        pollfd wait[2] = {{signals_.get(), POLLIN, 0}, {log_.fd(), POLLIN, 0}};
-        if (poll(wait, 2, kWatchdogLookMs) < 0 && errno != EINTR) fail("poll: %s", strerror(errno));
+        pollfd wait[3] = {{signals_.get(), POLLIN, 0}, {log_.fd(), POLLIN, 0}, {settings_.fd(), POLLIN, 0}};
+        if (poll(wait, 3, kWatchdogLookMs) < 0 && errno != EINTR) fail("poll: %s", strerror(errno));
         clock::check_watchdog();                  // nobody else may be there to see it fire
         media::catch_up(media::Locked::Wait::no); // nor to let sound flow; a program may be stopped in there
         log_.drain();
+        if (wait[2].revents) settings_.accept();
         signalfd_siginfo info;
         while (!ending_ && read(signals_.get(), &info, sizeof info) == ssize_t(sizeof info))
             on_signal(int(info.ssi_signo));
@@ -224,22 +245,39 @@ private:
     {
         write_file(camera_.path("ending"), ending_->words + "\n");
         kill(-1, SIGKILL);
+        if (lost_power()) settings_.cut();
         while (wait(nullptr) > 0 || errno == EINTR) {
         }
         log_.drain();
-        // What was written to the file system before the end is on the flash: JFFS2 has no write-back.
+        if (write_through_)
+            settings_.stop();
+        else
+            write_back();
+        write_file(camera_.path("mounts"), "");
+        power_off();
+    }
+
+    // What was written to the file system before the end is on the flash: JFFS2 has no write-back.
+    void write_back()
+    {
         for (const auto& line : split(read_file(camera_.path("mounts")), '\n')) {
             auto words = split(line, ' ');
             if (words.size() != 2) continue;
             const auto& p = camera_.partition(words[1]);
             sync_image(camera_.image(p), p, words[0]);
         }
-        write_file(camera_.path("mounts"), "");
-        power_off();
+    }
+
+    [[nodiscard]] bool lost_power() const
+    {
+        return !clock::has_power() || ending_->status == kPowerCutStatus ||
+               ending_->status == kWatchdogStatus;
     }
 
     const Options options_;
     const Camera camera_;
+    FlashMounts settings_;
+    bool write_through_ = false;
     SyslogServer log_;
     Fd signals_;
     sigset_t old_mask_ = {};

@@ -4,9 +4,15 @@
 #include "sim/base/raw.hpp"
 #include "sim/base/state.hpp"
 
+#include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <cstring>
+#include <linux/magic.h>
 #include <sstream>
+#include <sys/statfs.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace vcam::mounts {
 namespace {
@@ -15,6 +21,13 @@ std::string plain(std::string folder)
 {
     while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
     return folder;
+}
+
+// Served by the camera's first process, which has written all but what waits for its page to fill.
+bool is_served(const std::string& folder)
+{
+    struct statfs fs = {};
+    return ::statfs(folder.c_str(), &fs) == 0 && fs.f_type == FUSE_SUPER_MAGIC;
 }
 
 } // namespace
@@ -33,6 +46,10 @@ std::string sync(const std::string& folder)
 {
     const int number = partition_at(folder);
     if (number < 0) return folder + ": not mounted";
+    if (is_served(folder)) {
+        const raw::Fd top(raw::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        return top && ::syscall(SYS_fsync, top.get()) == 0 ? "" : folder + ": " + strerror(errno);
+    }
     const auto part = state::partition(unsigned(number));
     return jffs2::sync(part.image(), part.erase_size, plain(folder));
 }

@@ -106,22 +106,31 @@ std::vector<char*> pointers(const std::vector<std::string>& words)
 }
 
 // The way of the camera's first process from its namespaces to its program.
-void become_init(const Camera& camera, const SandboxPlan& plan, Gate& mapped, Gate& ready, Gate& built,
-                 Gate& known)
+void become_init(const SandboxPlan& plan, Gate& mapped, Gate& ready, Gate& built, Gate& known)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL); // a killed launcher leaves nothing behind
     if (!mapped.wait()) _exit(kSandboxFailure);
+    // Found while the host's devices are in sight, opened by the program for each file system that it serves: the kernel
+    // takes an opening only from the user namespace of the mount.
+    Fd fuse(open("/dev/fuse", O_PATH | O_CLOEXEC));
+    struct stat device = {};
+    if (fuse && (fstat(fuse.get(), &device) < 0 || !S_ISCHR(device.st_mode))) fuse = Fd();
     loopback_up();
     if (sethostname("camera", 6) < 0) fail("no host name: %s", strerror(errno));
     ready.give();
     if (!built.wait()) _exit(kSandboxFailure); // the builder has said why
     if (chdir("/") < 0 || unshare(CLONE_NEWNS) < 0) fail("no mounts of its own: %s", strerror(errno));
-    mount_own(camera, plan);
+    mount_media(plan);
     if (!plan.neighbour.empty()) make_link(plan.neighbour);
     give_up_rights();
     if (!known.wait()) _exit(kSandboxFailure);
     close_range(3, ~0u, CLOSE_RANGE_CLOEXEC);
-    execve("/sbin/vcam-guest", pointers(plan.arguments).data(), pointers(plan.environment).data());
+    auto arguments = plan.arguments;
+    if (fuse) {
+        fcntl(fuse.get(), F_SETFD, 0);
+        arguments.insert(arguments.begin() + 1, {"--fuse", text("%d", fuse.get())});
+    }
+    execve("/sbin/vcam-guest", pointers(arguments).data(), pointers(plan.environment).data());
     fail("cannot start /sbin/vcam-guest in the camera: %s", strerror(errno));
 }
 
@@ -146,7 +155,7 @@ void build_camera(const Camera& camera, const Pieces& pieces, const SandboxPlan&
     const pid_t init = fork_into(kInner | CLONE_PARENT);
     if (init < 0) fail("no namespaces within the first: %s", strerror(errno));
     if (init == 0) {
-        finish_process([&] { become_init(camera, plan, mapped, ready, built, known); });
+        finish_process([&] { become_init(plan, mapped, ready, built, known); });
     }
     launcher.give(init);
     write_maps(init);

@@ -207,13 +207,6 @@ private:
     const std::string root_;
 };
 
-// As large as its flash partition, so that it can be full.
-void mount_etc(const Partition& p)
-{
-    try_mount("/dev/mtdblock3", "/etc", "tmpfs", MS_NOSUID | MS_NODEV,
-              text("mode=755,size=%llu", (unsigned long long)p.size).c_str());
-}
-
 void mount_medium(const Medium& m)
 {
     try_mount("/dev/" + m.slot, "/mnt/" + m.slot, "tmpfs",
@@ -266,9 +259,8 @@ void build_root(const Camera& camera, const Pieces& pieces, const SandboxPlan& p
     Builder(camera, pieces, plan, init).build();
 }
 
-void mount_own(const Camera& camera, const SandboxPlan& plan)
+void mount_media(const SandboxPlan& plan)
 {
-    mount_etc(camera.partition("mtd3"));
     for (const auto& m : plan.media) mount_medium(m);
 }
 

@@ -15,8 +15,8 @@ struct AlreadySaid {};
 // process space, for /proc. Throws Error or AlreadySaid.
 void build_root(const Camera& camera, const Pieces& pieces, const SandboxPlan& plan, pid_t init);
 
-// Mounts what the camera itself may unmount: /etc, still empty, and the media. For the camera's first process
-// in its own mount namespace, the root entered. Throws.
-void mount_own(const Camera& camera, const SandboxPlan& plan);
+// Mounts the media, which the camera itself may unmount. For the camera's first process in its own mount namespace, the
+// root entered. Throws.
+void mount_media(const SandboxPlan& plan);
 
 } // namespace vcam

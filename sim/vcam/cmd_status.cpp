@@ -52,6 +52,7 @@ void print_text(const Camera& camera, const FullStatus& s)
         printf("%-9s %-4s %7s in blocks of %s, %8llu bytes used, CRC-32 0x%08x\n", f.partition.name.c_str(),
                f.partition.type.c_str(), human_size(f.partition.size).c_str(),
                human_size(f.partition.erase_size).c_str(), (unsigned long long)f.used, f.crc);
+    if (!s.settings.empty()) printf("settings  reach the flash %s\n", s.settings.c_str());
     if (s.has_watchdog)
         printf("watchdog  %s, time-out %d s, fed %d times, longest gap %.3f s\n",
                s.fired   ? "has reset the camera"
@@ -71,7 +72,7 @@ void print_text(const Camera& camera, const FullStatus& s)
 // Texts that a program of the camera may have written: no control character of theirs reaches the terminal.
 void make_printable(FullStatus& s)
 {
-    for (std::string* value : {&s.model, &s.ending, &s.wall, &s.board.rtc, &s.board.rtc_faults})
+    for (std::string* value : {&s.model, &s.ending, &s.settings, &s.wall, &s.board.rtc, &s.board.rtc_faults})
         *value = one_line(*value);
     for (auto* list : {&s.modules, &s.faults, &s.serial, &s.board.i2c, &s.board.pins})
         for (std::string& value : *list) value = one_line(value);

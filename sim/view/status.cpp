@@ -72,6 +72,7 @@ Status read_status(const Camera& camera)
     s.model = camera.setting("model");
     s.running = camera.running();
     s.ending = trim(try_read_file(camera.path("ending")).value_or(s.running ? "" : "never ran"));
+    s.settings = trim(try_read_file(camera.path("settings")).value_or(""));
     add_clock(s);
     s.modules = lines_of(camera.path("modules"));
     s.faults = lines_of(camera.path("faults"));
@@ -92,9 +93,9 @@ cli::Json watchdog_json(const Status& s)
 
 cli::Json status_json(const Camera& camera, const Status& s)
 {
-    cli::Json json = {{"folder", camera.folder()},  {"model", s.model},     {"running", s.running != 0},
-                      {"ending", s.ending},         {"seconds", s.seconds}, {"clock", s.wall},
-                      {"flash", cli::Json::array()}};
+    cli::Json json = {{"folder", camera.folder()}, {"model", s.model},           {"running", s.running != 0},
+                      {"ending", s.ending},        {"settings", s.settings},     {"seconds", s.seconds},
+                      {"clock", s.wall},           {"flash", cli::Json::array()}};
     json["watchdog"] = watchdog_json(s);
     add_board(json, s.board);
     if (s.sound) json["media"] = media_json(*s.sound);

@@ -14,6 +14,7 @@ namespace vcam {
 
 struct Status {
     std::string model, ending;
+    std::string settings; // when changes of /etc reach the flash; empty before the first run
     pid_t running = 0;
     double seconds = 0; // camera time
     std::string wall;

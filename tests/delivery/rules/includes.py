@@ -31,7 +31,7 @@ ALLOWED = {
     "sim/models": ["sim/base/", "sim/clock/", "sim/board/"],
     "sim/preload": ["sim/base/", "sim/clock/", "sim/board/", "sim/jffs2/", "sim/models/"],
     "sim/sandbox": ["sim/base/"],
-    "sim/guest": ["sim/base/", "sim/clock/", "sim/board/", "sim/models/", "sim/sandbox/"],
+    "sim/guest": ["sim/base/", "sim/clock/", "sim/board/", "sim/jffs2/", "sim/models/", "sim/sandbox/"],
     "sim/cuse": ["common/base/fd.hpp", "sim/base/", "sim/clock/", "sim/board/", "sim/models/", "sim/guest/power_on.hpp",
                  "sim/guest/syslog_server.hpp", "sim/vcam/commands.hpp", "tools/cli/"],
     "sim/view": ["sim/base/", "sim/clock/", "sim/board/", "sim/models/", "sim/sandbox/mark.hpp", "tools/cli/"],
