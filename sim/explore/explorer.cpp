@@ -24,8 +24,6 @@ std::string now_text()
     return out;
 }
 
-constexpr unsigned kSettingsPartition = 3;
-
 cli::Json settings_json(const SettingsState& settings)
 {
     cli::Json files = cli::Json::object();
@@ -87,6 +85,7 @@ public:
         report_.words = settings.command;
         report_.options = settings.run_options;
         report_.fingerprint = fingerprint(recorded_.old, recorded_.recording);
+        report_.settings = trim(read_file(recorded_.folder + "/settings"));
         report_.seed = settings.seed;
         report_.shard = settings.shard;
         report_.shards = settings.shards;

@@ -1,5 +1,6 @@
 // What an exploration has found: its promises, and the table for a terminal.
 #include "sim/explore/report.hpp"
+#include "sim/base/camera.hpp"
 #include "sim/base/text.hpp"
 
 #include <algorithm>
@@ -117,6 +118,13 @@ std::string name_of(const ReportPoint& point) { return text("%u/%s", point.step 
 
 bool tried_nothing(const Report& report) { return report.steps.empty() && report.failures.empty(); }
 
+bool settings_late(const Report& report)
+{
+    return report.settings != kWrittenThrough &&
+           std::any_of(report.steps.begin(), report.steps.end(),
+                       [](const Step& s) { return s.partition == kSettingsPartition; });
+}
+
 std::string table_of(const Report& report)
 {
     std::string out =
@@ -126,6 +134,9 @@ std::string table_of(const Report& report)
     out += rows_of(report) + "\n" + failure_rows(report);
     if (report.steps.empty()) out += "The run changed nothing in the flash, so there was nothing to cut.\n";
     if (report.longest_gap > 0) out += text("The watchdog's longest gap was %.2f s.\n", report.longest_gap);
+    if (settings_late(report))
+        out += text("Settings reach the flash %s: no cut lies between their changes.\n",
+                    report.settings.c_str());
     return out + broken_lines(report);
 }
 

@@ -11,6 +11,8 @@
 
 namespace vcam::explore {
 
+inline constexpr unsigned kSettingsPartition = 3;
+
 // What holds at every point and after every run.
 enum class Promise : uint8_t { named, boot, settings, ends, success, told, watchdog, completes };
 struct PromiseText {
@@ -53,6 +55,7 @@ struct Report {
     std::string command, date;
     std::vector<std::string> words, options; // of the command, and of its vcam run
     uint32_t fingerprint = 0;                // of the flash before the run and of its operations
+    std::string settings;                    // when they reach the flash
     uint64_t seed = 0;
     unsigned shard = 1, shards = 1;
     uint64_t states = 0;    // different ones
@@ -70,6 +73,9 @@ std::string name_of(const ReportPoint& point);
 
 // A run without an operation on the flash, and no call that failed: no promise was put to the test.
 bool tried_nothing(const Report& report);
+// The run wrote settings, but at unmount or at its end only, as the host lets nobody serve the camera's file system: the cuts
+// between their changes are missing.
+bool settings_late(const Report& report);
 // How it is shown.
 std::string table_of(const Report& report);
 std::string json_lines(const Report& report); // an object a line

@@ -1,4 +1,5 @@
 // An exploration as JSON, an object a line, and shares of one put together again.
+#include "sim/base/camera.hpp"
 #include "sim/base/files.hpp"
 #include "sim/base/text.hpp"
 #include "sim/explore/report.hpp"
@@ -106,6 +107,7 @@ private:
         report.words = json["words"];
         report.options = json["options"];
         report.fingerprint = json["fingerprint"];
+        if (report.settings.empty() || report.settings == kWrittenThrough) report.settings = json["settings"];
         report.shards = shards;
         promised_ = {json["points"], json["broken"]};
         has_run_ = true;
@@ -164,6 +166,7 @@ std::string json_lines(const Report& report)
                             {"words", report.words},
                             {"options", report.options},
                             {"fingerprint", report.fingerprint},
+                            {"settings", report.settings},
                             {"seed", report.seed},
                             {"shard", report.shard},
                             {"shards", report.shards},

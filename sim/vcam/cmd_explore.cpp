@@ -22,6 +22,7 @@ namespace {
 
 using explore::Report;
 
+constexpr int kSettingsLate = 3; // status: all promises kept, and no cut tried inside the writing of settings
 constexpr int kMostJobs = 256;
 constexpr const char* kTimeout = "300"; // of one run, host seconds
 
@@ -144,7 +145,8 @@ int show(const Report& report, const ExploreOptions& o, const Outputs& outputs)
     outputs.write(report);
     const std::string out = o.json ? json_lines(report) : table_of(report);
     fwrite(out.data(), 1, out.size(), stdout);
-    return report.broken.empty() && !tried_nothing(report) ? 0 : 1;
+    if (!report.broken.empty() || tried_nothing(report)) return 1;
+    return settings_late(report) ? kSettingsLate : 0;
 }
 
 // The program, the seed and the options of the exploration whose map the camera has.
