@@ -4,6 +4,7 @@
 #include "sim/base/text.hpp"
 #include "sim/clock/clock.hpp"
 #include "sim/sandbox/pieces.hpp"
+#include "sim/sandbox/tmp_memory.hpp"
 
 #include <cerrno>
 #include <csignal>
@@ -21,8 +22,8 @@ namespace {
 namespace fs = std::filesystem;
 
 // What belongs to earlier runs, or to a run that goes on.
-constexpr const char* kNotCopied[] = {"before",           "record", "lock",   "pid",         "console",
-                                      "exploration.json", "cause",  "ending", "faults.state"};
+constexpr const char* kNotCopied[] = {"before",           "record", "lock",   "pid",          "console",
+                                      "exploration.json", "cause",  "ending", "faults.state", "tmp.left"};
 constexpr const char* kBegunAnew[] = {"journal", "syslog"};
 constexpr const char* kOutside[] = {"rtc", "i2c"};
 constexpr int kNotExecuted = 126, kNotStarted = 127; // statuses of a program
@@ -85,6 +86,10 @@ Camera copy_of(const Camera& camera, const std::string& folder)
 {
     const Fd held = camera.lock();
     copy_folder(camera.folder(), folder);
+    // A start would find /tmp without it; what was put there since is there before each run.
+    const auto left = left_in_tmp(camera);
+    std::error_code error; // a folder that holds something new stays
+    for (auto path = left.rbegin(); path != left.rend(); ++path) fs::remove(folder + "/root" + *path, error);
     for (const char* name : kNotCopied) fs::remove_all(folder + "/" + name);
     for (const char* name : kBegunAnew) write_file(folder + "/" + name, "");
     return Camera(folder);

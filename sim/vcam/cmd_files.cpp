@@ -3,6 +3,7 @@
 #include "sim/vcam/commands.hpp"
 #include "sim/vcam/options.hpp"
 #include "sim/sandbox/sandbox.hpp"
+#include "sim/sandbox/tmp_memory.hpp"
 #include "sim/vcam/settings.hpp"
 #include "sim/base/text.hpp"
 #include "tools/cli/output_file.hpp"
@@ -204,6 +205,7 @@ int put_main(const Arguments& arguments)
         const std::string target = put_place(camera.root(""), place.path, source);
         if (fs::is_directory(source) && holds(fs::canonical(source), target))
             fail("put: %s holds its own copy %s; put it elsewhere", source.c_str(), inside.c_str());
+        note_tmp_late(camera);
         copy(source, target, put_one);
         return 0;
     }

@@ -7,6 +7,7 @@
 #include "sim/sandbox/pieces.hpp"
 #include "sim/sandbox/publish.hpp"
 #include "sim/sandbox/sandbox.hpp"
+#include "sim/sandbox/tmp_memory.hpp"
 #include "sim/base/state.hpp"
 #include "sim/base/text.hpp"
 #include "sim/clock/clock.hpp"
@@ -237,6 +238,7 @@ int run_camera(const Camera& camera, const RunOptions& o, const Arguments& comma
     Publisher ports(o.ports);
     const Pieces pieces = find_pieces();
     const Surroundings surroundings(camera, o, heard);
+    empty_tmp(camera);
     if (!o.no_mark) set_mark(camera);
     note_command(camera, command);
     for (const char* name : {"ending", "cause"}) unlink(camera.path(name).c_str());
@@ -248,6 +250,7 @@ int run_camera(const Camera& camera, const RunOptions& o, const Arguments& comma
     ignore_terminal_signals();
     int status = wait_for_end(pid_t(init_pid));
     unlink(camera.path("pid").c_str());
+    note_tmp(camera);
     refuse_other_than_files(camera);
     if (speaker) take_speaker(camera, o, *speaker);
     auto ending = try_read_file(camera.path("ending"));

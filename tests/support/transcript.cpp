@@ -14,10 +14,15 @@ std::string hex(unsigned char byte)
     return {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
 }
 
-void prepare(Camera& camera, std::string line)
+// A file that each step finds at its path: a start empties /tmp.
+struct Package {
+    std::string path, bytes;
+};
+
+void prepare(Camera& camera, Package& package, std::string line)
 {
     if (take(line, "package: ")) {
-        write_file(camera.root(line), make_firmware(camera.folder()).pack());
+        package = {line, make_firmware(camera.folder()).pack()};
     } else if (take(line, "faults:")) {
         std::replace(line.begin(), line.end(), ';', '\n');
         camera.faults(line.empty() ? "" : line.substr(1) + "\n");
@@ -75,8 +80,10 @@ Lines words_of(const std::string& text)
 void run(const Transcript& transcript)
 {
     Camera camera(transcript.camera_options);
+    Package package;
     for (const Step& step : transcript.steps) {
-        for (const std::string& line : step.before) prepare(camera, line);
+        for (const std::string& line : step.before) prepare(camera, package, line);
+        if (!package.path.empty()) write_file(camera.root(package.path), package.bytes);
         const Outcome outcome = camera.run({"sh", "-c", step.command}, transcript.run_options);
         std::map<std::string, Lines> expected = step.expected;
         for (const char* source : {"out", "err", "status"}) expected[source];
