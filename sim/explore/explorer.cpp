@@ -107,7 +107,7 @@ public:
         judge_points(recorded_.run, cuts_, report_.broken);
         keep_share();
         if (!settings_.replay_only) run_again();
-        if (settings_.fail)
+        if (settings_.fail || settings_.doubles)
             fail_calls({recorded_.bench, recorded_.run, recorded_.versions, settings_, progress_}, report_);
         sort_broken();
         return std::move(report_);

@@ -17,7 +17,8 @@ struct Settings {
     unsigned jobs = 1;  // runs at a time
     uint64_t again = 0; // drawn states, beside the first of each kind; UINT64_MAX: all
     bool replay_only = false;
-    bool fail = false; // library calls too
+    bool fail = false;    // library calls too
+    uint64_t doubles = 0; // drawn pairs of such failures
     unsigned shard = 1, shards = 1;
     std::optional<uint32_t> fingerprint; // of the run whose point is opened
 };

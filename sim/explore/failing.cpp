@@ -1,4 +1,4 @@
-// Library calls of the explored program that fail or at which it is killed.
+// Library calls of the explored program that fail, alone or in pairs, or at which it is killed.
 #include "sim/explore/failing.hpp"
 #include "sim/base/text.hpp"
 #include "sim/explore/parallel.hpp"
@@ -35,7 +35,7 @@ constexpr struct {
 };
 
 struct Failure {
-    std::string call, line; // of the fault plan
+    std::string call, name, plan; // of faults: a line, of a pair two
     bool kills = false;
 };
 
@@ -64,7 +64,11 @@ public:
 
     void go()
     {
-        const std::vector<Failure> failures = own(all());
+        std::vector<Failure> failures = all();
+        const std::vector<Failure> pairs = drawn_pairs(failures);
+        if (!c_.settings.fail) failures.clear();
+        failures.insert(failures.end(), pairs.begin(), pairs.end());
+        failures = own(failures);
         const Work work = {"failing calls", c_.bench.folder(), failures.size(), c_.settings.jobs};
         in_parallel(work, c_.progress, lock_,
                     [&](size_t i, const std::string& folder) { one(failures[i], folder); });
@@ -95,8 +99,23 @@ private:
             if (times < 0 && error.once_only) continue;
             const std::string line =
                 text("%s %s %lld %d %s", call, program_.c_str(), (long long)number, times, error.name);
-            failures.push_back({call, line, error.name == std::string(kKill)});
+            failures.push_back({call, line, line + "\n", error.name == std::string(kKill)});
         }
+    }
+    // Two failures in one run.
+    [[nodiscard]] std::vector<Failure> drawn_pairs(const std::vector<Failure>& single) const
+    {
+        std::vector<Failure> pairs;
+        uint64_t draw = mixed(c_.settings.seed + std::size(kErrors));
+        while (single.size() > 1 && pairs.size() < c_.settings.doubles) {
+            const Failure& first = single[draw % single.size()];
+            const Failure& second = single[(draw = mixed(draw)) % single.size()];
+            draw = mixed(draw);
+            if (first.plan == second.plan) continue;
+            pairs.push_back({"two failures", first.name + " and " + second.name, first.plan + second.plan,
+                             first.kills || second.kills});
+        }
+        return pairs;
     }
     [[nodiscard]] std::vector<Failure> own(const std::vector<Failure>& failures) const
     {
@@ -107,11 +126,11 @@ private:
     }
     void one(const Failure& failure, const std::string& folder)
     {
-        c_.bench.make(folder, c_.run.old, {.plan = failure.line + "\n"});
+        c_.bench.make(folder, c_.run.old, {.plan = failure.plan});
         const Outcome outcome = c_.bench.run(folder);
         std::vector<Broken> broken;
         const Judged first = {c_.run, c_.versions, outcome, failure.kills};
-        const Description left = judge_run(first, failure.line, broken);
+        const Description left = judge_run(first, failure.name, broken);
         const StateName* name = name_for(left);
         unsigned runs = 1;
         if (failure.kills) {
@@ -119,7 +138,7 @@ private:
             c_.bench.make(folder, outcome.flash);
             const Outcome again = c_.bench.run(folder);
             const Judged second = {c_.run, c_.versions, again, false, &left.settings};
-            judge_completion(judge_run(second, failure.line + ", run again", broken), failure.line, broken);
+            judge_completion(judge_run(second, failure.name + ", run again", broken), failure.name, broken);
         }
         const std::lock_guard hold(lock_);
         ++report_.failures[failure.kills ? failure.call + ", killed" : failure.call]

@@ -14,7 +14,7 @@ struct FailingContext {
     const Progress& progress;
 };
 // Each call with each error that it can give, once and from then on, and with the program killed at it. Of many calls of one
-// name the first, the second, the last and eight drawn ones.
+// name the first, the second, the last and eight drawn ones. And pairs of them, if the settings want some.
 void fail_calls(const FailingContext& context, Report& report);
 
 } // namespace vcam::explore

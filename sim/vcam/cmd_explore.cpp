@@ -78,6 +78,8 @@ std::vector<cli::Option> option_table(ExploreOptions& o)
          [&](auto&) { s.replay_only = true; }},
         {"--fail", nullptr, "also let each library call of the program fail, and kill it there",
          [&](auto&) { s.fail = true; }},
+        {"--doubles", "N", "also N runs with two drawn ones of these failures (0)",
+         [&](auto& v) { s.doubles = uint64_t(cli::whole_number(v, 0, INT32_MAX)); }},
         {"-j,--jobs", "N", "runs at a time (as many as processors)",
          [&](auto& v) { s.jobs = unsigned(cli::whole_number(v, 1, kMostJobs)); }},
         {"--seed", "N", "of the drawn bits and states (1)",
