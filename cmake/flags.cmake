@@ -9,7 +9,7 @@ add_library(zep_product INTERFACE)
 target_link_libraries(zep_product INTERFACE zep_warnings)
 target_compile_options(zep_product INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
-    $<$<BOOL:${ZEP_RELEASE}>:-fno-unwind-tables> -fno-asynchronous-unwind-tables -ffunction-sections -fdata-sections -fvisibility=default)
+    "$<$<BOOL:${ZEP_RELEASE}>:-fno-unwind-tables;-flto;-ffat-lto-objects>" -fno-asynchronous-unwind-tables -ffunction-sections -fdata-sections -fvisibility=default)
 target_compile_definitions(zep_product INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64)
 target_include_directories(zep_product INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/mpp/code)
 

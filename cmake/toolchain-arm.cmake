@@ -38,4 +38,4 @@ set(CMAKE_CXX_FLAGS_INIT "${flags}")
 # Paths in the objects are relative: the bytes do not tell where they were built. Not among the flags, which are
 # given to the linker too and are split at blanks.
 add_compile_options("-ffile-prefix-map=${ZEP_TOP}=.")
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-s -Wl,--gc-sections -Wl,-z,relro,-z,now,-z,noexecstack")
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-s -Wl,--gc-sections -Wl,-z,noexecstack")

@@ -48,7 +48,7 @@ cxx_include=/usr/$triplet/include/c++/$($triplet-gcc -dumpversion)
 # --- the cache ------------------------------------------------------------------
 
 key=$({
-    (cd "$recipe" && cat build.sh uclibc.config atomic.h relro.c check.cpp c++/bits/*)
+    (cd "$recipe" && cat build.sh uclibc.config atomic.h sync.c constants.ld check.cpp c++/bits/*)
     [ -z "$extra" ] || cat "$extra"
     [ -z "$changed" ] || tar -C "$changed" --sort=name --mtime=@0 -cf - .
     $triplet-gcc --version
@@ -113,12 +113,13 @@ tar -C "/usr/$triplet/include" -chf - -T headers.list | tar -C kernel -xf -
 
 # --- the C library --------------------------------------------------------------
 
-# The cross compiler makes position-independent programs by default. Nothing of this folder's
-# name may reach the library: its bytes depend on the sources alone.
+# The cross compiler makes position-independent programs by default. Each function has a section, so that a program
+# takes what it uses and not whole files. Nothing of this folder's name may reach the library: its bytes depend on
+# the sources alone.
 {
     cat "$recipe/uclibc.config"
     printf 'KERNEL_HEADERS="%s/kernel"\n' "$work"
-    printf 'UCLIBC_EXTRA_CFLAGS="-fno-pie %s %s -ffile-prefix-map=%s=."\n' "$cpu" "$code" "$work"
+    printf 'UCLIBC_EXTRA_CFLAGS="-fno-pie %s %s -ffunction-sections -fdata-sections -ffile-prefix-map=%s=."\n' "$cpu" "$code" "$work"
     [ -z "$extra" ] || cat "$extra"
 } > config
 cp config src/.config
@@ -164,16 +165,18 @@ cp -R "$recipe/c++/." "$include/c++/"
 for l in m pthread crypt rt dl util resolv nsl; do # all of them are parts of libc.a
     $triplet-ar rcD "$lib/lib$l.a"
 done
+cp "$recipe/constants.ld" "$lib/"
 cp src/COPYING.LIB source "$out/"
 
 # --- the compilers --------------------------------------------------------------
 
 # Our C headers follow the C++ ones, which reach them through include_next; start files and
-# libraries are ours and the compiler's own.
+# libraries are ours and the compiler's own. A static program needs no relocation read-only: see constants.ld.
 s=$prefix/sysroot/usr
 cat > "$out/specs" <<SPECS
 %rename cpp_unique_options gcc_cpp_unique_options
 %rename cc1plus gcc_cc1plus
+%rename link gcc_link
 
 *cpp_unique_options:
 -nostdinc -idirafter $s/include -idirafter include%s -idirafter include-fixed%s %(gcc_cpp_unique_options)
@@ -181,17 +184,20 @@ cat > "$out/specs" <<SPECS
 *cc1plus:
 -isystem $s/include/c++ -isystem $cxx_include -isystem $cxx_include/$triplet -isystem $cxx_include/backward %(gcc_cc1plus)
 
+*link:
+%(gcc_link) %{!r:-z norelro -T $s/lib/constants.ld}
+
 *link_libgcc:
 -L$s/lib -L .%s
 
 *startfile:
-$s/lib/crt1.o $s/lib/crti.o $s/lib/relro.o crtbeginT.o%s
+$s/lib/crt1.o $s/lib/crti.o crtbeginT.o%s
 
 *endfile:
 crtend.o%s $s/lib/crtn.o
 
 *libgcc:
-libgcc.a%s libgcc_eh.a%s
+$s/lib/libsync.a libgcc.a%s libgcc_eh.a%s
 
 *lib:
 -lc
@@ -208,8 +214,8 @@ for t in strip objcopy objdump readelf size addr2line; do
     ln -s "$(command -v $triplet-$t)" "$out/bin/arm-uclibc-$t"
 done
 mv "$out" "$prefix"
-"$prefix/bin/arm-uclibc-gcc" -std=gnu11 -Os -Wall -Werror -fstack-protector-strong -c "$recipe/relro.c" \
-    -o "$prefix/sysroot/usr/lib/relro.o"
+"$prefix/bin/arm-uclibc-gcc" -std=gnu11 $code -Os -Wall -Werror -ffunction-sections -c "$recipe/sync.c" -o sync.o
+$triplet-ar rcD "$prefix/sysroot/usr/lib/libsync.a" sync.o
 
 # --- check ----------------------------------------------------------------------
 

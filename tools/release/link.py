@@ -4,13 +4,13 @@ import shlex
 import subprocess
 
 
-def command(build):
-    """The words of the link command, to be run in the build folder."""
-    text = subprocess.run(["ninja", "-C", build, "-t", "commands", "app/zep"],
+def command(build, program="app/zep"):
+    """The words of the link command of a program, to be run in the build folder."""
+    text = subprocess.run(["ninja", "-C", build, "-t", "commands", program],
                           capture_output=True, text=True, check=True).stdout
     last = text.splitlines()[-1]
     # Ninja wraps what follows the link: ": && LINK && AFTERWARDS".
-    link = next(part for part in re.split(r" && ", last) if " -o app/zep" in part)
+    link = next(part for part in re.split(r" && ", last) if f" -o {program} " in part)
     words = shlex.split(link)
     while not words[0].endswith("-gcc"):  # a compiler launcher
         words = words[1:]
@@ -19,7 +19,8 @@ def command(build):
 
 def inputs(words):
     """The files of our own among them, as relative paths."""
-    return [w for w in words if re.fullmatch(r"[\w.+/-]+\.(o|a)", w) and not w.startswith(("/", "-"))]
+    named = [w.removeprefix("-Wl,-T,") for w in words]
+    return [w for w in named if re.fullmatch(r"[\w.+/-]+\.(o|a|ld)", w) and not w.startswith(("/", "-"))]
 
 
 def without_map(words):

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Packs what is needed to link the release executable again with a changed C library, which its licence asks for.
 
-The archive holds our objects, the link command as a script, what the C library is built with, and a note where it
-comes from.
+The archive holds our code as objects of machine code, the link command as a script, what the C library is built with,
+and a note where it comes from.
 Usage: relink.py BUILD_FOLDER ARCHIVE.tar.gz
 """
 import gzip

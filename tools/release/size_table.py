@@ -1,8 +1,10 @@
 #!/usr/bin/env python3
 """What the release executable is made of, by folder and by applet, as a table for people and for the docs.
 
-Folders come from the link map. What an applet costs is measured: the executable is linked again without it, and what
-went away is its own; the rest is shared. Usage: size_table.py BUILD_FOLDER [--record]
+The executable's own code is compiled as a whole, which leaves no borders between folders. So folders are counted in
+the map of app/zep_parts, the same program linked source by source. What an applet costs is measured there too: the
+program is linked again without it, and what went away is its own; the rest is shared.
+Usage: size_table.py BUILD_FOLDER [--record]
 --record writes the table into the benchmarks page, between its two marker lines; without it a page that holds another
 table is told.
 """
@@ -18,6 +20,7 @@ import link
 
 TOP = os.path.normpath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../.."))
 PAGE = os.path.join(TOP, "docs/benchmarks.md")
+PARTS = "app/zep_parts"
 BEGIN, END = "<!-- release sizes -->", "<!-- end of release sizes -->"
 NOT_IN_FILE = (".bss", ".tbss", ".comment", ".ARM.attributes", ".debug")
 
@@ -32,13 +35,18 @@ def folder(file):
     return os.path.dirname(library).split("/CMakeFiles")[0]
 
 
-def by_folder(map_file):
-    """Bytes of each folder in the file, from the linker's map."""
-    sizes = collections.Counter()
-    text = open(map_file).read().split("Linker script and memory map")[1]
+def contents(build):
+    """(bytes, file) of each section that is in the program, from the linker's map."""
+    text = open(os.path.join(build, PARTS + ".map")).read().split("Linker script and memory map")[1]
     for section, address, size, file in re.findall(r"^ (\.\S+)\s+0x(\w+)\s+0x(\w+) (\S+)$", text, re.M):
-        if int(address, 16) and not section.startswith(NOT_IN_FILE) and section != "COMMON":
-            sizes[folder(file)] += int(size, 16)
+        if int(address, 16) and int(size, 16) and not section.startswith(NOT_IN_FILE) and section != "COMMON":
+            yield int(size, 16), file
+
+
+def by_folder(build):
+    sizes = collections.Counter()
+    for size, file in contents(build):
+        sizes[folder(file)] += size
     return sizes
 
 
@@ -50,13 +58,13 @@ def loaded_bytes(size_tool, file):
 
 def by_applet(build, applets):
     """handler -> bytes that go away when the executable is linked without it."""
-    words = link.without_map(link.command(build))
+    words = link.without_map(link.command(build, PARTS))
     size_tool = words[0].removesuffix("gcc") + "size"
-    whole = loaded_bytes(size_tool, os.path.join(build, "app/zep"))
+    whole = loaded_bytes(size_tool, os.path.join(build, PARTS))
     with tempfile.TemporaryDirectory() as scratch:
         def cost(handler):
             out = os.path.join(scratch, handler)
-            cut = [out if w == "app/zep" else w for w in words] + [f"-Wl,--defsym={handler}=main"]
+            cut = [out if w == PARTS else w for w in words] + [f"-Wl,--defsym={handler}=main"]
             subprocess.run(cut, cwd=build, check=True)
             return whole - loaded_bytes(size_tool, out)
         with concurrent.futures.ThreadPoolExecutor(2) as pool:
@@ -71,13 +79,13 @@ def applet_rows(main):
 
 
 def table(build, main):
-    file = os.path.join(build, "app/zep")
-    total = os.path.getsize(file)
+    total, parts = (os.path.getsize(os.path.join(build, file)) for file in ("app/zep", PARTS))
     lines = ["| part | bytes |", "|---|---|"]
-    folders = by_folder(os.path.join(build, "app/zep.map"))
+    folders = by_folder(build)
     for name, size in folders.most_common():
         lines.append(f"| {name} | {size:,} |")
-    lines.append(f"| headers and padding to pages | {total - sum(folders.values()):,} |")
+    lines.append(f"| headers and alignment | {parts - sum(folders.values()):,} |")
+    lines.append(f"| gone by compiling our code as a whole | {total - parts:,} |")
     lines.append(f"| **the executable** | **{total:,}** |")
 
     applets = applet_rows(main)
@@ -88,7 +96,7 @@ def table(build, main):
     lines += ["", "| applet | bytes that no other needs |", "|---|---|"]
     for handler, size in sorted(costs.items(), key=lambda item: -item[1]):
         lines.append(f"| {', '.join(names[handler])} | {size:,} |")
-    lines.append(f"| shared by several | {total - sum(costs.values()):,} |")
+    lines.append(f"| shared by several | {parts - sum(costs.values()):,} |")
     return "\n".join(lines) + "\n"
 
 

@@ -6,8 +6,8 @@
 #include <stdio.h>
 #include <string.h>
 
-/* Where the compiler puts constants that hold addresses. */
-static const char* volatile constant __attribute__((section(".data.rel.ro"))) = "";
+/* Constants that hold addresses. */
+static const char* const constants[] = {"one", "two"};
 
 static int resolve(const char* name)
 {
@@ -36,6 +36,6 @@ int main(int argc, char** argv)
     if (argc == 4 && strcmp(what, "check") == 0) return !QRN_CheckSystemPassword(argv[2], argv[3]);
     if (argc == 4 && strcmp(what, "set") == 0) return QRN_SetSystemPassword(argv[2], argv[3]) != 0;
     if (argc == 3 && strcmp(what, "overrun") == 0) return overrun((int)strlen(argv[2])) != 'x';
-    if (argc == 3 && strcmp(what, "constant") == 0) constant = argv[2];
+    if (argc == 3 && strcmp(what, "constant") == 0) *(const char* volatile*)&constants[argc - 2] = argv[2];
     return 2;
 }
