@@ -43,6 +43,7 @@ struct Run {
     const Recording& recording;
     Flash old, finished;
     uint64_t seed;
+    std::string ending = {}; // as the camera tells it
 };
 
 Versions versions_of(const Run& run); // without the defaults

@@ -51,7 +51,8 @@ struct Recorded {
         : bench(camera, settings.command, settings.run_options), old(read_flash(bench.camera())),
           folder(bench.folder() + "/recorded"),
           outcome((bench.make(folder, old, {.record = true}), bench.run(folder))),
-          recording(folder + "/record"), run{bench.camera(), recording, old, outcome.flash, settings.seed},
+          recording(folder + "/record"), run{bench.camera(), recording,     old,
+                                             outcome.flash,  settings.seed, outcome.ending},
           versions(versions_of(run))
     {
         if (versions.package) versions.defaults = defaults();
@@ -181,7 +182,7 @@ private:
         std::vector<Broken> broken;
         const Judged run = {recorded_.run, recorded_.versions, outcome, false, &state.description.settings};
         const Description left = judge_run(run, name_of(point) + ", run again", broken);
-        judge_completion(left, name_of(point), broken);
+        judge_completion(run, left, name_of(point), broken);
         const StateName* name = name_for(left);
         const std::lock_guard hold(lock_);
         ++report_.classes[class_of_[number]].again[name ? name->name : "without a name"];

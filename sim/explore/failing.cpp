@@ -138,7 +138,8 @@ private:
             c_.bench.make(folder, outcome.flash);
             const Outcome again = c_.bench.run(folder);
             const Judged second = {c_.run, c_.versions, again, false, &left.settings};
-            judge_completion(judge_run(second, failure.name + ", run again", broken), failure.name, broken);
+            judge_completion(second, judge_run(second, failure.name + ", run again", broken), failure.name,
+                             broken);
         }
         const std::lock_guard hold(lock_);
         ++report_.failures[failure.kills ? failure.call + ", killed" : failure.call]

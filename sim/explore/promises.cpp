@@ -99,8 +99,11 @@ Description judge_run(const Judged& judged, const std::string& point, std::vecto
     return left;
 }
 
-void judge_completion(const Description& left, const std::string& point, std::vector<Broken>& broken)
+void judge_completion(const Judged& again, const Description& left, const std::string& point,
+                      std::vector<Broken>& broken)
 {
+    if (again.outcome.ending != again.run.ending)
+        broken.push_back({Promise::completes, point, "the camera ended: " + again.outcome.ending});
     if (!complete(left)) broken.push_back({Promise::completes, point, "left " + words_of(left)});
 }
 

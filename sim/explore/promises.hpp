@@ -19,7 +19,8 @@ struct Judged {
 };
 // Of a run, whose name is `point`. Returns the state that it left.
 Description judge_run(const Judged& judged, const std::string& point, std::vector<Broken>& broken);
-// Of the state that the same command leaves when it is given again.
-void judge_completion(const Description& left, const std::string& point, std::vector<Broken>& broken);
+// Of the same command given again, and the state that it leaves. It ends as the recorded run did.
+void judge_completion(const Judged& again, const Description& left, const std::string& point,
+                      std::vector<Broken>& broken);
 
 } // namespace vcam::explore
