@@ -356,12 +356,12 @@ bool handlers_wait()
 }
 
 // A handler must end the sleep, also one that runs while the skip is considered: signals come in only
-// where the kernel waits. Another thread's skip is noticed at the end of a pause.
+// where the kernel waits. Another thread's skip, which real time has none of, is noticed at the end of a pause.
 bool sleep_with_signals(Sleeper& sleeper, bool restart)
 {
     const SignalHold hold;
     while (!sleeper.over()) {
-        const int64_t pause = std::min(sleeper.try_skip(), kSignalPause);
+        const int64_t left = sleeper.try_skip(), pause = realtime() ? left : std::min(left, kSignalPause);
         if (raw::poll(nullptr, 0, pause, &hold.before()) < 0 && !restart) return false;
     }
     return true;

@@ -9,6 +9,7 @@
 //   vcam: COMMAND ...   a vcam command on this camera, whose folder is $CAMERA, quoted as for the shell
 //   faults: LINE;LINE   the fault plan from here on
 //   package: PATH       a firmware package that the camera takes
+//   machine: no REASON  the emulated machine, which runs some transcripts with its own devices, leaves the case out
 //   $ LINE              a command, given to the camera's shell in a boot of its own
 //   > LINE              its next line
 //   @SOURCE text        an entry of the journal's SOURCE, of log, err, ending or status; @SOURCE alone: none
@@ -17,6 +18,10 @@
 // line or as a line of its own. An empty line of output is \n, control characters are \e, \r and \xHH, a space at a
 // line's end is \s; \c is an output without an end of line. The tests' own programs are in /run/bin/camera, the
 // examples of the manual pages in /run/bin/examples.
+//
+// camera_transcripts FILE runs one; --to-machine FOLDER FILE... and --from-machine FOLDER OUT FILE... lay cameras and
+// commands into a folder for the machine and compare what it has sent back.
+#include "tests/camera/on_machine.hpp"
 #include "tests/support/transcript.hpp"
 
 #include <stdexcept>
@@ -41,6 +46,7 @@ struct Reader {
         if (cases.empty()) throw std::runtime_error(line);
         Transcript& current = cases.back();
         if (take(line, "new: ")) return append(current.camera_options, words_of(line));
+        if (take(line, "machine: no ")) return void(current.not_on_machine = line);
         if (take(line, "run: ")) return append(current.run_options, words_of(line));
         if (line.starts_with("vcam: ") || line.starts_with("faults:") || line.starts_with("package: "))
             return before.push_back(line);
@@ -69,18 +75,29 @@ private:
     void begin(const std::string& name)
     {
         own.clear();
-        cases.push_back({name, {}, {"--bind", TEST_PROGRAMS, "--bind", EXAMPLES}, {}});
+        cases.push_back({name, {}, {"--bind", TEST_PROGRAMS, "--bind", EXAMPLES}, {}, {}});
     }
 
     Lines before;
 };
 
-std::vector<Transcript> read_transcripts()
+std::vector<Transcript> read_transcripts(const std::string& path)
 {
     Reader reader;
-    std::ifstream in(file);
+    std::ifstream in(path);
     for (std::string line; std::getline(in, line);) reader.line(line);
     return reader.cases;
+}
+
+std::vector<Transcript> read_all(const Lines& paths)
+{
+    std::vector<Transcript> all;
+    for (const std::string& path : paths)
+        for (Transcript& one : read_transcripts(path)) {
+            one.name = fs::path(path).stem().string() + ": " + one.name;
+            all.push_back(std::move(one));
+        }
+    return all;
 }
 
 class Applet : public testing::TestWithParam<Transcript> {};
@@ -93,7 +110,7 @@ TEST_P(Applet, DoesWhatTheTranscriptShows)
     run(GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(Transcript, Applet, testing::ValuesIn(read_transcripts()),
+INSTANTIATE_TEST_SUITE_P(Transcript, Applet, testing::ValuesIn(read_transcripts(file)),
                          [](const auto& transcript) {
                              std::string name;
                              for (const char c : transcript.param.name) name += isalnum(c) ? c : '_';
@@ -102,6 +119,11 @@ INSTANTIATE_TEST_SUITE_P(Transcript, Applet, testing::ValuesIn(read_transcripts(
 
 int main(int argc, char** argv)
 {
+    const Lines words(argv + std::min(argc, 1), argv + argc);
+    if (words.size() > 2 && words[0] == "--to-machine")
+        return on_machine::prepare(read_all({words.begin() + 2, words.end()}), words[1]);
+    if (words.size() > 3 && words[0] == "--from-machine")
+        return on_machine::judge(read_all({words.begin() + 3, words.end()}), words[1], words[2]);
     if (argc > 1) file = argv[1];
     testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();

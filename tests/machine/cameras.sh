@@ -25,10 +25,10 @@ lay_programs() {
     cp /bin/busybox $programs/bin/
     for applet in $("$BOARD_EXE" | tail -n 1 | tr ',' ' '); do ln -sf /bin/zep $programs/bin/$applet; done
     cp "$BOARD_EXE" $programs/bin/zep
-    for tool in mount umount insmod rmmod lsmod ifconfig reg reboot poweroff halt fuser udpcat; do
+    for tool in mount umount insmod rmmod lsmod ifconfig date reg fuser udpcat; do
         rm -f $programs/bin/$tool
     done
-    for tool in bin/mount bin/umount sbin/insmod sbin/rmmod sbin/lsmod sbin/ifconfig bin/reg bin/fuser bin/udpcat; do
+    for tool in bin/mount bin/umount sbin/insmod sbin/rmmod sbin/lsmod sbin/ifconfig bin/date bin/reg bin/fuser bin/udpcat; do
         ln -s /sbin/vcam-guest $programs/$tool
     done
     cp /board/bin/vcam-guest $programs/sbin/
@@ -39,7 +39,8 @@ lay_programs() {
 
 enter() { # CAMERA: its root as the camera has it
     root=$1/root
-    mkdir -p $root/bin $root/sbin $root/lib $root/dev $root/proc $root/sys $root/run/vcam $root/usr/bin $root/tmp
+    mkdir -p $root/bin $root/sbin $root/lib $root/dev $root/proc $root/sys $root/run/vcam $root/usr/bin $root/tmp $root/run/bin/camera
+    cp /board/camera/* $root/run/bin/camera
     mount --bind $programs/bin $root/bin
     mount --bind $programs/bin $root/usr/bin
     mount --bind $programs/sbin $root/sbin

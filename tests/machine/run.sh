@@ -1,11 +1,12 @@
 #!/bin/bash
 # The tests on the emulated machine, one verdict line each: every file in cases/ is one test.
 #
-#   run.sh ZEP PROGRAMS HOST_BUILD [NAME...]
+#   run.sh ZEP PROGRAMS HOST_BUILD MACHINE_BUILD [NAME...]
 #
 #   ZEP         the camera's executable
 #   PROGRAMS    folder of the tests' own programs for the machine
-#   HOST_BUILD  build folder with fwpkg and vcam
+#   HOST_BUILD  build folder with fwpkg, vcam and camera_transcripts
+#   MACHINE_BUILD  build folder with vcam-cuse and the camera's tools for the machine
 #
 # A case is a title and the functions `prepare` (here, where needed: fills $root, the machine's extra files),
 # `board` (there) and `judge` (here: looks at $out, what came back). Each boots a machine of its own.
@@ -13,8 +14,8 @@ set -u -o pipefail
 export LC_ALL=C.UTF-8
 
 here=$(cd "${BASH_SOURCE[0]%/*}" && pwd)
-zep=$(realpath "$1") programs=$(realpath "$2") host=$(realpath "$3")
-shift 3
+zep=$(realpath "$1") programs=$(realpath "$2") host=$(realpath "$3") machine=$(realpath "$4")/bin
+shift 4
 fwpkg=$host/bin/fwpkg vcam=$host/bin/vcam
 export PATH=$PATH:/usr/sbin
 

@@ -77,7 +77,6 @@ public:
     [[nodiscard]] fs::path folder() const { return folder_.path(); } // for the test's own files
     void faults(const std::string& plan) { write_file(state("faults"), plan); }
 
-private:
     // Lines without their first words: time, and in the journal the process number. All of them when a program has
     // cut the file.
     static Lines events(const std::string& text, size_t from, int words)
@@ -92,6 +91,7 @@ private:
         return found;
     }
 
+private:
     [[nodiscard]] int spawn(Lines& command) const
     {
         std::vector<char*> words;

@@ -1,7 +1,6 @@
 #include "tests/support/transcript.hpp"
 
 #include "tests/support/firmware.hpp"
-#include "tests/support/patterns.hpp"
 
 #include <algorithm>
 #include <iterator>
@@ -87,13 +86,8 @@ void run(const Transcript& transcript)
         const Outcome outcome = camera.run({"sh", "-c", step.command}, transcript.run_options);
         std::map<std::string, Lines> expected = step.expected;
         for (const char* source : {"out", "err", "status"}) expected[source];
-        for (const auto& [source, lines] : expected) {
-            const Lines seen = seen_of(outcome, source);
-            if (matches(lines, seen)) continue;
-            std::string text;
-            for (const std::string& line : seen)
-                text += (source == "out" ? "" : "@" + source + " ") + line + "\n";
-            ADD_FAILURE() << "$ " << step.command << "\ngave as " << source << ":\n" << text;
-        }
+        const std::string wrong =
+            differences(step, expected, [&](const std::string& source) { return seen_of(outcome, source); });
+        if (!wrong.empty()) ADD_FAILURE() << wrong;
     }
 }

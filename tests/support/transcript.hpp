@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tests/support/camera.hpp"
+#include "tests/support/patterns.hpp"
 
 #include <map>
 
@@ -17,6 +18,7 @@ struct Transcript {
     std::string name;
     Lines camera_options, run_options;
     std::vector<Step> steps;
+    std::string not_on_machine = {}; // why the emulated machine does not run it
 
     friend void PrintTo(const Transcript& transcript, std::ostream* out) { *out << transcript.name; }
 };
@@ -39,3 +41,17 @@ Lines words_of(const std::string& text);
 
 // Runs the steps in a new camera, each as a boot of its own.
 void run(const Transcript& transcript);
+
+// What differs between expected and seen, as lines of a transcript; empty: nothing. `seen` gives a source's lines.
+std::string differences(const Step& step, const std::map<std::string, Lines>& expected, auto&& seen)
+{
+    std::string text;
+    for (const auto& [source, lines] : expected) {
+        const Lines found = seen(source);
+        if (matches(lines, found)) continue;
+        text += "$ " + step.command + "\ngave as " + source + ":\n";
+        for (const std::string& line : found)
+            text += (source == "out" ? "" : "@" + source + " ") + line + "\n";
+    }
+    return text;
+}
