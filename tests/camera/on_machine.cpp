@@ -101,7 +101,10 @@ struct Came {
     [[nodiscard]] Lines of(const std::string& source) const
     {
         if (source == "out" || source == "err") return lines_of(text(("." + source).c_str()));
-        if (source == "status") return text(".status") == "0\n" ? Lines{} : lines_of(text(".status"));
+        if (source == "status") {
+            const std::string status = text(".status");
+            return status == "0\n" ? Lines{} : status.empty() ? Lines{"not run"} : lines_of(status);
+        }
         size_t journal = 0, log = 0;
         std::istringstream(text(".from")) >> journal >> log;
         if (source == "log") return without_names(Camera::events(text(".syslog"), log, 1));
