@@ -42,9 +42,20 @@ bool complete(const Description& d)
     return is_whole(d.kernel) && is_whole(d.root) && are_whole(d.settings.summary);
 }
 
+// Whether a run without a fault keeps the user's file; one that is asked for the package's settings does not.
+bool is_kept(const Versions& v, const std::string& path)
+{
+    const auto before = v.before.find(path), finished = v.finished.find(path);
+    if (before == v.before.end() || finished == v.finished.end()) return false;
+    if (finished->second == before->second || !v.package) return true;
+    const auto package = v.package->find(path);
+    return package == v.package->end() || finished->second != package->second;
+}
+
 bool was_users(const Judged& judged, const std::string& path)
 {
-    if (!judged.found) return judged.versions.before.contains(path);
+    if (!is_kept(judged.versions, path)) return false;
+    if (!judged.found) return true;
     const auto file = judged.found->files.find(path);
     return file != judged.found->files.end() && file->second == Whose::users;
 }
