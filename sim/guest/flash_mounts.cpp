@@ -162,7 +162,7 @@ public:
             volume_ = std::make_unique<jffs2::Volume>(
                 *partition_, [] { return uint32_t(clock::wall_ns() / clock::kSecond); });
             const uint32_t page = p.type == "nand" ? uint32_t(p.write_size) : 1;
-            problem = volume_->load({uint32_t(p.size), uint32_t(p.erase_size), page}, image, bad);
+            volume_->load({uint32_t(p.size), uint32_t(p.erase_size), page}, image, bad);
         }
         if (!problem.empty()) fail("cannot mount %s: %s", name.c_str(), problem.c_str());
     }

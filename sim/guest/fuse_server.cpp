@@ -36,6 +36,7 @@ template<class T> jffs2::Bytes bytes_of(const T& record)
 
 } // namespace
 
+// FUSE_FLUSH, FUSE_OPENDIR and FUSE_RELEASEDIR are missing: after the first refusal the kernel spares them.
 const FuseServer::Row FuseServer::kRows[] = {
     {FUSE_LOOKUP, &FuseServer::lookup},
     {FUSE_GETATTR, &FuseServer::get_attributes},
@@ -43,7 +44,6 @@ const FuseServer::Row FuseServer::kRows[] = {
     {FUSE_WRITE, &FuseServer::write},
     {FUSE_OPEN, &FuseServer::open},
     {FUSE_RELEASE, &FuseServer::nothing},
-    {FUSE_FLUSH, &FuseServer::nothing},
     {FUSE_SETATTR, &FuseServer::set_attributes},
     {FUSE_CREATE, &FuseServer::make_file},
     {FUSE_MKDIR, &FuseServer::make_folder},
@@ -51,9 +51,7 @@ const FuseServer::Row FuseServer::kRows[] = {
     {FUSE_SYMLINK, &FuseServer::make_link},
     {FUSE_LINK, &FuseServer::hard_link},
     {FUSE_READLINK, &FuseServer::read_link},
-    {FUSE_OPENDIR, &FuseServer::open_folder},
     {FUSE_READDIR, &FuseServer::list},
-    {FUSE_RELEASEDIR, &FuseServer::nothing},
     {FUSE_UNLINK, &FuseServer::unlink},
     {FUSE_RMDIR, &FuseServer::remove_folder},
     {FUSE_RENAME, &FuseServer::rename},
@@ -104,7 +102,7 @@ FuseServer::Reply FuseServer::init(const Request& r)
     out.minor = std::min(in.minor, kProtocol);
     out.max_readahead = in.max_readahead;
     // No write-back cache: a write is here before the program goes on. Emptying comes with its open.
-    out.flags = FUSE_ATOMIC_O_TRUNC | FUSE_BIG_WRITES | FUSE_MAX_PAGES;
+    out.flags = FUSE_ATOMIC_O_TRUNC | FUSE_BIG_WRITES | FUSE_MAX_PAGES | FUSE_NO_OPENDIR_SUPPORT;
     out.max_background = 16;
     out.congestion_threshold = 12;
     out.max_write = kMostWritten;
@@ -242,8 +240,6 @@ FuseServer::Reply FuseServer::open(const Request& r)
     out.open_flags = FOPEN_DIRECT_IO;
     return {0, bytes_of(out)};
 }
-
-FuseServer::Reply FuseServer::open_folder(const Request&) { return {0, bytes_of(fuse_open_out{})}; }
 
 FuseServer::Reply FuseServer::read(const Request& r)
 {

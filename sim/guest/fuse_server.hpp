@@ -57,7 +57,6 @@ private:
     Reply make_file(const Request& r);
     Reply hard_link(const Request& r);
     Reply open(const Request& r);
-    Reply open_folder(const Request& r);
     Reply read(const Request& r);
     Reply write(const Request& r);
     Reply read_link(const Request& r);

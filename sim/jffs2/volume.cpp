@@ -27,6 +27,7 @@ int Volume::attributes(uint32_t ino, Attributes& out) const
 {
     const File* f = file(ino);
     if (!f) return -ESTALE;
+    if (f->damaged) return -EIO;
     uint32_t links = f->links;
     if (is_folder(f->mode)) {
         links = 2;
@@ -108,6 +109,7 @@ int Volume::change(uint32_t ino, const NewAttributes& c)
 {
     File* f = file(ino);
     if (!f) return -ESTALE;
+    if (f->damaged) return -EIO;
     if (c.fields & NewAttributes::size && (!is_plain(f->mode) || c.new_size > kMaxFile)) return -EFBIG;
     Attributes before;
     attributes(ino, before);
@@ -130,6 +132,7 @@ int64_t Volume::write(uint32_t ino, uint64_t at, std::span<const uint8_t> data)
 {
     File* f = file(ino);
     if (!f) return -ESTALE;
+    if (f->damaged) return -EIO;
     if (at > kMaxFile || data.size() > kMaxFile - at) return -EFBIG;
     const auto page = uint32_t(at - at % kPageSize);
     if (page > f->content.size())

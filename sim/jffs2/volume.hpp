@@ -39,8 +39,9 @@ class Volume : private NodeOwner {
 public:
     // `now` gives seconds since 1970.
     Volume(Medium& medium, std::function<uint32_t()> now) : medium_(medium), now_(std::move(now)) {}
-    // Reads the image, whose bad blocks are filled with zeros and listed. "" or what is wrong with it.
-    std::string load(Geometry geometry, std::span<const uint8_t> image, const std::set<uint32_t>& bad);
+    // Reads the image, whose bad blocks are filled with zeros and listed. What is damaged in it is left out; a file whose nodes
+    // cannot be read keeps its name, and every look at it fails with EIO.
+    void load(Geometry geometry, std::span<const uint8_t> image, const std::set<uint32_t>& bad);
 
     int find(uint32_t folder, const std::string& name, uint32_t& ino) const;
     int attributes(uint32_t ino, Attributes& out) const;
@@ -77,6 +78,7 @@ private:
         uint32_t mode = kFolderMode, uid = 0, gid = 0, mtime = 0, version = 0, links = 0, parent = 0;
         uint32_t newest = kNowhere; // the node that has the attributes
         uint64_t held = 0;
+        bool damaged = false;
         Bytes content;
         std::map<uint32_t, Piece> pieces; // by their begin
         std::map<std::string, Entry> names;
@@ -94,7 +96,7 @@ private:
     void moved(uint32_t from, uint32_t to) override;
     void erased(uint32_t begin, uint32_t end) override;
 
-    std::string load_file(uint32_t ino, const Inode& inode);
+    void load_file(uint32_t ino, const Inode& inode);
     void load_names(const Log& log);
     [[nodiscard]] File* file(uint32_t ino);
     [[nodiscard]] const File* file(uint32_t ino) const;

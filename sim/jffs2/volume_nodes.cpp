@@ -8,32 +8,38 @@
 
 namespace vcam::jffs2 {
 
-std::string Volume::load(Geometry geometry, std::span<const uint8_t> image, const std::set<uint32_t>& bad)
+void Volume::load(Geometry geometry, std::span<const uint8_t> image, const std::set<uint32_t>& bad)
 {
     const Log log = scan(image);
     highest_ino_ = log.highest_ino;
     log_ = std::make_unique<FlashLog>(medium_, static_cast<NodeOwner&>(*this), geometry, image, bad);
     files_[kRoot].links = 1;
-    for (const auto& [ino, inode] : log.inodes)
-        if (const std::string problem = load_file(ino, inode); !problem.empty()) return problem;
+    for (const auto& [ino, inode] : log.inodes) load_file(ino, inode);
     load_names(log);
     std::vector<uint32_t> nameless;
     for (const auto& [ino, f] : files_)
         if (f.links == 0) nameless.push_back(ino);
     for (const uint32_t ino : nameless) forget(ino);
-    return {};
 }
 
-std::string Volume::load_file(uint32_t ino, const Inode& inode)
+void Volume::load_file(uint32_t ino, const Inode& inode)
 {
     File& f = files_[ino];
+    f.damaged = inode.nodes.empty() || !contents(inode, f.content).empty();
+    if (f.damaged) { // its nodes stay as they are
+        for (const auto& [version, node] : inode.nodes) {
+            log_->keep(node.position, node.size);
+            use(node.position, ino);
+        }
+        f.mode = 0;
+        return;
+    }
     const DataNode& newest = inode.newest();
     f.mode = newest.mode;
     f.uid = newest.uid;
     f.gid = newest.gid;
     f.mtime = newest.mtime;
     f.version = inode.version();
-    if (const std::string problem = contents(inode, f.content); !problem.empty()) return problem;
     if (is_plain(f.mode)) f.content.resize(newest.isize);
     for (const auto& [version, node] : inode.nodes) {
         log_->keep(node.position, node.size);
@@ -46,7 +52,6 @@ std::string Volume::load_file(uint32_t ino, const Inode& inode)
         }
         unuse(node.position);
     }
-    return {};
 }
 
 // Folders and names that a damaged log has in a ring, or without their inode, are left out.

