@@ -132,7 +132,8 @@ void Volume::take_piece(File& f, std::map<uint32_t, Piece>::iterator piece, uint
 {
     const uint32_t first = piece->first;
     const Piece old = piece->second;
-    const bool before = first<begin, after = old.end> end;
+    const bool before = first < begin;
+    const bool after = end < old.end;
     if (before) {
         piece->second.end = begin;
     } else {
