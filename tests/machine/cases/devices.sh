@@ -1,10 +1,10 @@
 title="the camera's own devices, from the models: commands of the transcripts, with what they print, log and ask for"
 options=(-d)
-transcripts=${ZEP_TRANSCRIPTS-registers serial factory_lines factory_rtc factory_media bringup voices}
+transcripts=${ZEP_TRANSCRIPTS-registers serial factory_lines factory_rtc factory_media bringup voices memory}
 files() { for t in $transcripts; do echo "$here/../camera/$t.transcript"; done; }
 prepare() {
     mkdir -p "$root/board/bin" "$root/board/camera" "$root/cameras"
-    cp "$machine"/camera_station "$root/board/camera"
+    cp "$machine"/camera_{station,mappings} "$root/board/camera"
     cp "$machine"/{vcam,vcam-cuse,vcam-guest,vcam-sh} "$root/board/bin"
     cp "$here/cameras.sh" "$root/board"
     "$host/tests/camera/camera_transcripts" --to-machine "$root/cameras" $(files) > "$root/../laid" 2>&1 || wrong "$(cat "$root/../laid")"
