@@ -15,7 +15,7 @@ EXECUTABLE = 150000
 FOLDERS = {
     "C library": 52000,
     "compiler's library": 2100,
-    "app": 800,
+    "app": 900,  # with the objects of toolchain/ beside it
     "board": 7700,
     "common": 5600,
     "factory": 25500,

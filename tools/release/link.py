@@ -19,7 +19,7 @@ def command(build, program="app/zep"):
 
 def inputs(words):
     """The files of our own among them, as relative paths."""
-    named = [w.removeprefix("-Wl,-T,") for w in words]
+    named = [w.removeprefix("-Wl,-z,relro,-T,") for w in words]
     return [w for w in named if re.fullmatch(r"[\w.+/-]+\.(o|a|ld)", w) and not w.startswith(("/", "-"))]
 
 

@@ -23,6 +23,8 @@ def faults(tool, file):
     header, attributes = quietly(tool, "-hW", file), quietly(tool, "-AW", file)
     program = re.findall(r"^  ([A-Z_]+) +(?:0x\w+ ){5}([R ][W ][E ])", quietly(tool, "-lW", file), re.M)  # type, flags
     section = dict(re.findall(r"^  \[ *\d+\] (\.\S+) +\S+ +\w+ \w+ \w+ \w+ +([A-Z]*) ", quietly(tool, "-SW", file), re.M))
+    relro = [int(at, 16) + int(size, 16) for at, size in re.findall(
+        r"^  GNU_RELRO +0x\w+ 0x(\w+) 0x\w+ 0x\w+ 0x(\w+) ", quietly(tool, "-lW", file), re.M)]
     text = " ".join(re.findall(r"[\t\n -~]{3,}(?=\0)", read(file)))
     checks = {
         "an ARM executable": "EXEC (Executable file)" in header and re.search(r"Machine: +ARM\n", header),
@@ -33,6 +35,7 @@ def faults(tool, file):
         "a stack that is not executable": [f for t, f in program if t == "GNU_STACK" and "E" not in f],
         "no segment writable and executable": not [f for _, f in program if "W" in f and "E" in f],
         "constants where nothing can write": section.get(".constants") == "A" and not set(FINAL) & set(section),
+        "read-only data to the end of a page": len(relro) == 1 and relro[0] % 4096 == 0,
         "free of numbers that toolchain/unreached.c cannot print": not re.search(r"%[-+ #0-9.*]*[aefgAEFG]", text),
         "a stack protector": "stack smashing detected" in read(file),
     }
