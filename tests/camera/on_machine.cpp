@@ -157,7 +157,7 @@ int judge(const std::vector<Transcript>& cases, const fs::path& folder, const fs
         std::cout << "== " << cases[i].name << "\n" << wrong;
         ++failed;
     }
-    std::cout << run << " cases, " << failed << " failed\n";
+    std::cout << run << " cases, " << failed << " failed, " << cases.size() - run << " left out\n";
     for (const Transcript& one : cases)
         if (!one.not_on_machine.empty())
             std::cout << "left out: " << one.name << ": " << one.not_on_machine << "\n";

@@ -54,11 +54,16 @@ leave() {
     for at in bin usr/bin sbin lib dev sys proc run/vcam; do umount $root/$at || return 1; done
 }
 
+# What a program has set the clock to is gone with the power.
+calendar() { echo $(($(date +%s) - $(cut -d . -f 1 /proc/uptime))); }
+set_calendar() { date -s @$(($1 + $(cut -d . -f 1 /proc/uptime))) > /dev/null; }
+
 size() { stat -c %s "$1" 2> /dev/null || echo 0; }
 
 # step CAMERA OUT NUMBER: switches the camera on, runs the command, switches it off.
 step() {
     local camera=$1 to=$2/$3 command=$4 server slot
+    set_calendar $switched_on
     server=$(vcam-cuse $camera) || { echo 125 > $to.status; return; }
     if [ -s $camera/../medium ]; then
         slot=$(cut -d ' ' -f 1 $camera/../medium)
@@ -79,6 +84,7 @@ run_cameras() {
     local folder name number
     enable_registers
     lay_programs
+    switched_on=$(calendar)
     for name in $(ls /cameras); do
         folder=/cameras/$name
         mkdir -p /board/out/$name
