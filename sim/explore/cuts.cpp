@@ -88,6 +88,20 @@ private:
     Cuts cuts_;
 };
 
+// `tear` makes a Torn of the image in which the operation breaks off.
+template<class Tear> Flash torn_at(const Run& run, uint32_t operation, Tear tear)
+{
+    Flash flash = run.old;
+    const auto& operations = run.recording.operations();
+    if (operations.empty()) return flash;
+    for (size_t i = 0; i < operation; ++i) apply(flash, run.camera, operations[i]);
+    const Operation& op = operations[operation];
+    Bytes& image = flash.images[op.partition];
+    const Torn left = tear(image, run.camera.partitions()[op.partition].erase_size, op);
+    std::copy(left.bytes.begin(), left.bytes.end(), image.begin() + left.offset);
+    return flash;
+}
+
 } // namespace
 
 Files settings_in(const Run& run, const Flash& flash)
@@ -145,18 +159,22 @@ Cuts cut_everywhere(const Run& run, const Versions& versions, const std::functio
 
 Flash flash_at(const Run& run, const Point& point)
 {
-    Flash flash = run.old;
-    const auto& operations = run.recording.operations();
-    if (operations.empty()) return flash;
-    for (size_t i = 0; i < point.operation; ++i) apply(flash, run.camera, operations[i]);
-    const Operation& op = operations[point.operation];
-    if (point.form == Form::after) apply(flash, run.camera, op);
-    if (point.form == Form::before || point.form == Form::after) return flash;
-    Bytes& image = flash.images[op.partition];
-    const Torn left = torn(image, run.camera.partitions()[op.partition].erase_size, op, point.form,
-                           seed_of(run, point.operation));
-    std::copy(left.bytes.begin(), left.bytes.end(), image.begin() + left.offset);
+    const bool whole = point.form == Form::after;
+    Flash flash =
+        torn_at(run, point.operation, [&](const Bytes& image, uint64_t erase_size, const Operation& op) {
+            return torn(image, erase_size, op, whole ? Form::before : point.form,
+                        seed_of(run, point.operation));
+        });
+    if (whole && !run.recording.operations().empty())
+        apply(flash, run.camera, run.recording.operations()[point.operation]);
     return flash;
+}
+
+Flash flash_at(const Run& run, uint32_t operation, size_t bytes_done)
+{
+    return torn_at(run, operation, [&](const Bytes& image, uint64_t erase_size, const Operation& op) {
+        return torn(image, erase_size, op, bytes_done);
+    });
 }
 
 } // namespace vcam::explore

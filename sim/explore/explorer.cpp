@@ -5,6 +5,7 @@
 #include "sim/explore/failing.hpp"
 #include "sim/explore/parallel.hpp"
 #include "sim/explore/promises.hpp"
+#include "sim/explore/recorded.hpp"
 
 #include <algorithm>
 #include <cstdlib>
@@ -44,36 +45,6 @@ uint32_t fingerprint(const Flash& old, const Recording& recording)
     }
     return sum;
 }
-
-// The recorded run with all that the further steps read of it.
-struct Recorded {
-    Recorded(const Camera& camera, const Settings& settings)
-        : bench(camera, settings.command, settings.run_options), old(read_flash(bench.camera())),
-          folder(bench.folder() + "/recorded"),
-          outcome((bench.make(folder, old, {.record = true}), bench.run(folder))),
-          recording(folder + "/record"), run{bench.camera(), recording,     old,
-                                             outcome.flash,  settings.seed, outcome.ending},
-          versions(versions_of(run))
-    {
-        if (versions.package) versions.defaults = defaults();
-    }
-    // What the command makes of the settings where there were none.
-    [[nodiscard]] Files defaults() const
-    {
-        Flash empty = old;
-        std::fill(empty.images.back().begin(), empty.images.back().end(), 0xFF);
-        const std::string place = bench.folder() + "/defaults";
-        bench.make(place, empty);
-        return settings_in(run, bench.run(place).flash);
-    }
-    const Bench bench;
-    const Flash old;
-    const std::string folder;
-    const Outcome outcome;
-    const Recording recording;
-    const Run run;
-    Versions versions;
-};
 
 class Explorer {
 public:
@@ -220,9 +191,11 @@ void open_point(const Camera& camera, const Settings& settings, const std::strin
                 const std::string& folder)
 {
     const size_t slash = name.find('/');
-    const auto form = slash == name.npos ? std::nullopt : form_named(name.substr(slash + 1));
+    const std::string how = slash == name.npos ? "" : name.substr(slash + 1);
+    const auto form = form_named(how);
+    const bool in_bytes = !how.empty() && how.size() < 10 && how.find_first_not_of("0123456789") == how.npos;
     const unsigned long step = strtoul(name.c_str(), nullptr, 10);
-    if (!form || step == 0) fail("no point '%s'; write it as 12/half", name.c_str());
+    if ((!form && !in_bytes) || step == 0) fail("no point '%s'; write it as 12/half or 12/137", name.c_str());
     const Recorded recorded(camera, settings);
     if (settings.fingerprint && *settings.fingerprint != fingerprint(recorded.old, recorded.recording))
         fail("the program does something else now than in the run that was explored: flash or files of the "
@@ -230,10 +203,13 @@ void open_point(const Camera& camera, const Settings& settings, const std::strin
     const auto& operations = recorded.recording.operations();
     if (step > operations.size())
         fail("no point %s: the run has %zu flash operations", name.c_str(), operations.size());
-    const auto forms = forms_of(operations[step - 1].kind);
+    const auto number = uint32_t(step - 1);
+    if (in_bytes)
+        return recorded.bench.make(folder, flash_at(recorded.run, number, strtoul(how.c_str(), nullptr, 10)));
+    const auto forms = forms_of(operations[number].kind);
     if (std::find(forms.begin(), forms.end(), *form) == forms.end())
-        fail("no point %s: the operation is %s", name.c_str(), name_of(operations[step - 1].kind));
-    recorded.bench.make(folder, flash_at(recorded.run, {uint32_t(step - 1), *form, 0}));
+        fail("no point %s: the operation is %s", name.c_str(), name_of(operations[number].kind));
+    recorded.bench.make(folder, flash_at(recorded.run, {number, *form, 0}));
 }
 
 } // namespace vcam::explore

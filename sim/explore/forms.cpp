@@ -62,7 +62,14 @@ std::optional<Form> form_named(const std::string& name)
     return std::nullopt;
 }
 
-Torn torn(const Bytes& now, uint64_t erase_size, const Operation& op, Form form, uint64_t seed)
+namespace {
+
+struct Touched {
+    uint32_t begin;
+    Bytes before, broken, after; // broken: nothing is done yet, but what was there may be gone
+};
+
+Touched touched_by(const Bytes& now, uint64_t erase_size, const Operation& op)
 {
     uint32_t begin = op.offset, end = op.offset + op.size;
     if (op.kind == Kind::replace) { // the kernel erases whole blocks first, and the rest of them goes as well
@@ -70,17 +77,32 @@ Torn torn(const Bytes& now, uint64_t erase_size, const Operation& op, Form form,
         begin -= begin % block;
         end = std::min<uint32_t>(uint32_t(now.size()), (end + block - 1) / block * block);
     }
-    Bytes bytes(now.begin() + begin, now.begin() + end), done = bytes;
+    const Bytes before(now.begin() + begin, now.begin() + end);
+    Touched s = {begin, before, before, before};
     const Bytes target = complete(op);
-    std::copy(target.begin(), target.end(), done.begin() + (op.offset - begin));
-    if (form == Form::before) return {begin, bytes};
-    if (form == Form::after) return {begin, done};
-    if (op.kind == Kind::replace) std::fill(bytes.begin(), bytes.end(), 0xFF);
-    if (form == Form::bits_1 || form == Form::bits_2)
-        draw_bits(bytes, done, mixed(seed) + op.offset * 8 + uint64_t(form));
-    else
-        std::copy_n(done.begin(), bytes_done(form, done.size()), bytes.begin());
-    return {begin, bytes};
+    std::copy(target.begin(), target.end(), s.after.begin() + (op.offset - begin));
+    if (op.kind == Kind::replace) std::fill(s.broken.begin(), s.broken.end(), 0xFF);
+    return s;
+}
+
+} // namespace
+
+Torn torn(const Bytes& now, uint64_t erase_size, const Operation& op, size_t bytes_done)
+{
+    Touched s = touched_by(now, erase_size, op);
+    std::copy_n(s.after.begin(), std::min(bytes_done, s.after.size()), s.broken.begin());
+    return {s.begin, s.broken};
+}
+
+Torn torn(const Bytes& now, uint64_t erase_size, const Operation& op, Form form, uint64_t seed)
+{
+    Touched s = touched_by(now, erase_size, op);
+    if (form == Form::before) return {s.begin, s.before};
+    if (form == Form::after) return {s.begin, s.after};
+    if (form != Form::bits_1 && form != Form::bits_2)
+        return torn(now, erase_size, op, bytes_done(form, s.after.size()));
+    draw_bits(s.broken, s.after, mixed(seed) + op.offset * 8 + uint64_t(form));
+    return {s.begin, s.broken};
 }
 
 } // namespace vcam::explore

@@ -40,7 +40,7 @@ public:
 private:
     void item(uint32_t ino, const jffs2::Inode& inode, const std::string& path)
     {
-        if (S_ISDIR(inode.newest().mode)) return folder(ino, path + "/");
+        if (!inode.nodes.empty() && S_ISDIR(inode.newest().mode)) return folder(ino, path + "/");
         jffs2::Bytes bytes;
         if (jffs2::contents(inode, bytes).empty())
             files[path] = std::string(bytes.begin(), bytes.end());

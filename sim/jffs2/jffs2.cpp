@@ -43,7 +43,7 @@ private:
     std::string item(uint32_t ino, const std::string& path)
     {
         const auto it = log_.inodes.find(ino);
-        if (it == log_.inodes.end()) return {}; // the name outlived its inode
+        if (it == log_.inodes.end() || it->second.nodes.empty()) return {}; // the name outlived its inode
         const Inode& inode = it->second;
         const uint32_t mode = inode.newest().mode;
         if (const auto known = made_.find(ino); known != made_.end() && !S_ISDIR(mode))
@@ -107,7 +107,8 @@ std::string unpack(const std::string& image_path, uint32_t erase_size, const std
     const Log log = scan(image);
     Extractor extractor(log);
     error = extractor.folder(kRoot, dir);
-    if (const auto root = log.inodes.find(kRoot); error.empty() && root != log.inodes.end())
+    if (const auto root = log.inodes.find(kRoot);
+        error.empty() && root != log.inodes.end() && !root->second.nodes.empty())
         extractor.attributes(root->second.newest(), dir);
     return error;
 }

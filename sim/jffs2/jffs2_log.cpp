@@ -71,24 +71,25 @@ void take_dirent(Log& log, Record r, uint32_t position)
 void take_inode(Log& log, Record r, uint32_t position)
 {
     if (r.bytes.size() < kInodeSize || !r.crc_fits(60, 64)) return;
-    const uint32_t csize = r.u32(48);
+    const uint32_t csize = r.u32(48), ino = r.u32(12);
+    log.highest_ino = std::max(log.highest_ino, ino);
+    Inode& inode = log.inodes[ino]; // known by its header, whatever became of the data
     if (csize > r.bytes.size() - kInodeSize) return;
     const auto packed = r.bytes.subspan(kInodeSize, csize);
     if (crc32(packed) != r.u32(60)) return;
     const uint32_t offset = r.u32(44), dsize = r.u32(52), isize = r.u32(28);
     if (isize > kMaxFile || offset > kMaxFile || dsize > kMaxFile - offset) return;
-    log.inodes[r.u32(12)].nodes[r.u32(16)] = {r.u32(20),
-                                              r.u16(24),
-                                              r.u16(26),
-                                              r.u32(36),
-                                              isize,
-                                              offset,
-                                              dsize,
-                                              r.bytes[56],
-                                              packed,
-                                              position,
-                                              aligned(uint32_t(r.bytes.size()))};
-    log.highest_ino = std::max(log.highest_ino, r.u32(12));
+    inode.nodes[r.u32(16)] = {r.u32(20),
+                              r.u16(24),
+                              r.u16(26),
+                              r.u32(36),
+                              isize,
+                              offset,
+                              dsize,
+                              r.bytes[56],
+                              packed,
+                              position,
+                              aligned(uint32_t(r.bytes.size()))};
 }
 
 bool erased(std::span<const uint8_t> bytes)
@@ -111,6 +112,8 @@ bool unpack_node(const DataNode& node, std::span<uint8_t> out)
         return inflate_rtime(node.packed, out);
     case kZlib:
         return inflate_zlib(node.packed, out);
+    case kLzo:
+        return inflate_lzo(node.packed, out);
     default:
         return false;
     }
@@ -180,6 +183,7 @@ std::vector<Room> find_room(std::span<const uint8_t> image, uint32_t erase_size)
 std::string contents(const Inode& inode, Bytes& out)
 {
     out.clear();
+    if (inode.nodes.empty()) return "the data of its nodes are damaged";
     for (const auto& [version, node] : inode.nodes) {
         if (node.dsize == 0) continue;
         if (out.size() < node.offset + node.dsize) out.resize(node.offset + node.dsize);

@@ -21,7 +21,7 @@ inline constexpr uint32_t kPageSize = 4096; // a data node never crosses a page 
 inline constexpr uint32_t kRoot = 1;
 inline constexpr uint32_t kMaxFile = 256u << 20; // larger than any flash here: a damaged size
 
-enum Compressor : uint8_t { kNone = 0, kZero = 1, kRtime = 2, kCopy = 4, kZlib = 6 };
+enum Compressor : uint8_t { kNone = 0, kZero = 1, kRtime = 2, kCopy = 4, kZlib = 6, kLzo = 7 };
 
 using Bytes = std::vector<uint8_t>;
 
@@ -34,6 +34,7 @@ struct DataNode {
     uint32_t position, size;         // of the node in the image, with what fills its last word
 };
 
+// Without nodes: one was there, but its data are damaged. The file has a name and reads as an error.
 struct Inode {
     std::map<uint32_t, DataNode> nodes; // by version
     [[nodiscard]] const DataNode& newest() const { return nodes.rbegin()->second; }
@@ -76,8 +77,9 @@ std::set<uint32_t> hide_bad_blocks(const std::string& image_path, uint32_t erase
 // The file's bytes (or a link's target) after all its nodes. Returns "" or what cannot be unpacked.
 std::string contents(const Inode& inode, Bytes& out);
 
-// The two decompressors of the log; false when the input is damaged or gives another size.
+// The decompressors of the log; false when the input is damaged or gives another size.
 bool inflate_zlib(std::span<const uint8_t> in, std::span<uint8_t> out);
 bool inflate_rtime(std::span<const uint8_t> in, std::span<uint8_t> out);
+bool inflate_lzo(std::span<const uint8_t> in, std::span<uint8_t> out);
 
 } // namespace vcam::jffs2

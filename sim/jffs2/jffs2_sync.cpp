@@ -115,8 +115,8 @@ private:
         const auto& names = log_.folders[parent];
         if (const auto known = names.find(name); known != names.end()) ino = known->second.ino;
         const auto inode = log_.inodes.find(ino);
-        const bool same =
-            inode != log_.inodes.end() && ((inode->second.newest().mode ^ st.st_mode) & S_IFMT) == 0;
+        const bool same = inode != log_.inodes.end() && !inode->second.nodes.empty() &&
+                          ((inode->second.newest().mode ^ st.st_mode) & S_IFMT) == 0;
         if (!same || used_.contains(ino)) ino = ++log_.highest_ino;
         used_.insert(ino);
         return linked_[host] = ino;

@@ -1,6 +1,7 @@
 // vcam explore: every cut of the power in a run of a program, and the same command again.
 #include "sim/base/camera.hpp"
 #include "sim/base/text.hpp"
+#include "sim/explore/dump.hpp"
 #include "sim/explore/explorer.hpp"
 #include "sim/vcam/commands.hpp"
 #include "sim/vcam/options.hpp"
@@ -28,7 +29,7 @@ constexpr const char* kTimeout = "300"; // of one run, host seconds
 
 struct ExploreOptions {
     explore::Settings settings;
-    std::vector<std::string> merge;
+    std::vector<std::string> merge, dumps;
     std::string open, output, html, junit;
     bool json = false, force = false, map = true;
 };
@@ -98,6 +99,9 @@ std::vector<cli::Option> option_table(ExploreOptions& o)
          [&](auto& v) { o.open = cli::given(v); }},
         {"-o,--output", "NEW", "with --open, the new camera's folder",
          [&](auto& v) { o.output = cli::given(v); }},
+        {"--name-flash", "FOLDER",
+         "name the state of a dump of a flash, files mtd0 to mtd3, and the cut that leaves it",
+         [&](auto& v) { o.dumps.push_back(cli::given(v)); }},
         {"--shard", "K/N", "do the K-th of N shares", [&](auto& v) { take_shard(s, v); }},
         {"--merge", "FILE", "put shares together, one --merge each, as --json wrote them",
          [&](auto& v) { o.merge.push_back(cli::given(v)); }},
@@ -183,6 +187,23 @@ int open_camera(const Camera& camera, const ExploreOptions& o)
     return 0;
 }
 
+// Of dumps of a camera's flash.
+int show_names(const Camera& camera, const ExploreOptions& o)
+{
+    bool all_named = true;
+    for (const auto& dump : explore::name_dumps(camera, o.settings, o.dumps)) {
+        const std::string name = dump["name"], words = dump["words"], point = dump["point"];
+        all_named &= !name.empty();
+        if (o.json)
+            cli::print_json(dump);
+        else
+            printf("%s: %s (%s)%s%s\n", dump["folder"].get<std::string>().c_str(),
+                   name.empty() ? "no known state" : name.c_str(), words.c_str(),
+                   point.empty() ? "" : ", as the run at ", point.c_str());
+    }
+    return all_named ? 0 : 1;
+}
+
 // The camera that was explored, where it is named, gets the map.
 int merge(const std::vector<std::string>& cameras, const ExploreOptions& o)
 {
@@ -213,6 +234,7 @@ int explore_main(const Arguments& arguments)
         if (words.rest.empty()) take_explored(o.settings, camera);
         return open_camera(camera, o);
     }
+    if (!o.dumps.empty()) return show_names(camera, o);
     for (const auto& file : {o.html, o.junit})
         if (!file.empty()) camera.keep_out(file);
     const Outputs outputs(o);

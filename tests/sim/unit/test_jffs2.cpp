@@ -91,7 +91,7 @@ TEST_F(Jffs2, ReadsWhatTheMakerWroteInEveryLayoutAndWritesNothingBackOfAnUnchang
 {
     fill();
     for (const char* options :
-         {"-l", "-l -n", "-l -e 16KiB", "-l -e 128KiB -n -p", "-l -x zlib", "-l -x zlib -x rtime",
+         {"-l", "-l -n", "-l -e 16KiB", "-l -e 128KiB -n -p", "-l -x zlib", "-l -x zlib -x rtime", "-l -x zlib -X lzo",
           "-l -m none", "-l -m size", "-l -s 2048", "-l -c 20 -e 0x20000"}) {
         make(options);
         EXPECT_EQ(unpacked(), tree(source)) << options;
