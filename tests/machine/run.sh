@@ -37,6 +37,9 @@ if [ -t 1 ]; then green=$'\033[32m' red=$'\033[31m' plain=$'\033[0m'; else green
 
 . "$here/firmware.sh"
 
+# How many cuts the case of that name makes: as few as a run of all tests has time for.
+cuts="--compared 80 --boots 12"
+
 # --- what a case may use ----------------------------------------------------------
 
 prepare() { :; }

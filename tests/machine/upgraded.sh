@@ -13,13 +13,17 @@ expected_console() {
     echo "Upgrade complete."
 }
 
-# The settings that stood before, in the files of the new firmware.
-upgraded_settings() {
+# kept_settings OLD NEW FOUND: the settings that stood before, in the files of the new firmware.
+kept_settings() {
     local differ file
+    cp -a "$2" "$out/expected_etc"
+    for file in $kept_files $kept_values; do cp "$1/$file" "$out/expected_etc/$file"; done
+    differ=$(diff -r "$out/expected_etc" "$3") || wrong "settings:"$'\n'"$differ"
+}
+
+upgraded_settings() {
     grep -q '^/dev/mtdblock3 /etc jffs2 ' "$out/mounts" || wrong "/etc is not mounted"
-    cp -a "$work/firmware/etc" "$out/expected_etc"
-    for file in $kept_files $kept_values; do cp "$work/old/etc/$file" "$out/expected_etc/$file"; done
-    differ=$(diff -r "$out/expected_etc" "$out/etc") || wrong "settings:"$'\n'"$differ"
+    kept_settings "$work/old/etc" "$work/firmware/etc" "$out/etc"
 }
 
 upgraded_flash() {
