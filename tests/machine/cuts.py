@@ -338,8 +338,17 @@ class Boots:
             back |= now
 
 
+PAGE = """# Power cuts on the emulated machine
+
+One upgrade was recorded on the board with NOR flash; the power is cut in it at the events of its log. Compared cuts hold
+byte for byte what the virtual camera predicts; at booted ones the kernel mounts the settings and finds the files that the
+virtual camera reads, and from every fourth the same upgrade is run. Made by `./dev machine --cuts`.
+
+"""
+
+
 def table(results, images, wrong):
-    """The results as a table of the page."""
+    """The results as a page."""
     rows = ["| phase | cuts | state, as the model names it | the same upgrade again |", "|---|---|---|---|"]
     rows.append(f"| erasing and writing, bytes only | {images} | {images - len(wrong)} as predicted byte for byte | - |")
     groups = {}
@@ -349,7 +358,8 @@ def table(results, images, wrong):
         again = Counter(r["again"] for r in rows_of if r["again"])
         said = ", ".join(f"{text} {count}" for text, count in sorted(again.items())) or "-"
         rows.append(f"| {phase}, booted | {len(rows_of)} | {name} | {said} |")
-    return "\n".join(rows) + "\n"
+    bad = [f"- event {r['event']} ({r['name']}): {line}" for r in results for line in r["wrong"]]
+    return PAGE + "\n".join(rows + ["", "Cuts that were not as predicted:", "", *bad] if bad else rows) + "\n"
 
 
 def arguments():

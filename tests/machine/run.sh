@@ -37,8 +37,8 @@ if [ -t 1 ]; then green=$'\033[32m' red=$'\033[31m' plain=$'\033[0m'; else green
 
 . "$here/firmware.sh"
 
-# How many cuts the case of that name makes: as few as a run of all tests has time for.
-cuts="--compared 80 --boots 12"
+# How many cuts the case of that name makes: without more words as few as a run of all tests has time for.
+cuts=${ZEP_CUTS:---compared 80 --boots 12}
 
 # --- what a case may use ----------------------------------------------------------
 
