@@ -1,5 +1,5 @@
 // What a dump of a camera's flash is, seen from a run.
-#include "sim/explore/dump.hpp"
+#include "sim/explore/explorer.hpp"
 #include "sim/base/raw.hpp"
 #include "sim/base/text.hpp"
 #include "sim/explore/recorded.hpp"
@@ -51,8 +51,7 @@ cli::Json files_json(const Files& now, const SettingsState& settings)
     return files;
 }
 
-} // namespace
-
+// The cut at which the run leaves `flash`, byte for byte; the bytes of an operation are done in rising order.
 std::string cut_leaving(const Run& run, const Flash& flash)
 {
     FlashState walk(run.camera, run.old, run.finished);
@@ -74,6 +73,8 @@ std::string cut_leaving(const Run& run, const Flash& flash)
     }
     return "";
 }
+
+} // namespace
 
 cli::Json name_dumps(const Camera& camera, const Settings& settings, const std::vector<std::string>& folders)
 {

@@ -32,5 +32,11 @@ Report explore(const Camera& camera, const Settings& settings, const Progress& p
 // is not and for a run of another fingerprint.
 void open_point(const Camera& camera, const Settings& settings, const std::string& point,
                 const std::string& folder);
+// Names what the files mtd0 to mtd3 of each folder hold, an object a folder:
+//   folder, name ("" when none fits), words,
+//   point: "12/137" for the first cut of the run that leaves these bytes, "" when none does,
+//   files: path to {whose, crc32 (null for a damaged file)}
+// Throws for a file that is not there or has not the partition's size.
+cli::Json name_dumps(const Camera& camera, const Settings& settings, const std::vector<std::string>& folders);
 
 } // namespace vcam::explore

@@ -1,7 +1,6 @@
 // vcam explore: every cut of the power in a run of a program, and the same command again.
 #include "sim/base/camera.hpp"
 #include "sim/base/text.hpp"
-#include "sim/explore/dump.hpp"
 #include "sim/explore/explorer.hpp"
 #include "sim/vcam/commands.hpp"
 #include "sim/vcam/options.hpp"
