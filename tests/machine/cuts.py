@@ -332,7 +332,8 @@ class Boots:
             if not back <= now:
                 result["wrong"].append(f"no longer put back: {' '.join(sorted(back - now))}")
             between = [f"{path} {whose}" for path, whose in files.items()
-                       if whose in ("damaged", "empty", "missing", "partly restored", "left over")]
+                       if whose in ("damaged", "empty", "missing", "partly restored", "left over")
+                       and not path.endswith(".kept")]  # the user's own, whole, until all are put back
             if len(between) > 2:  # the file itself and its writer's temporary one
                 result["wrong"].append(f"more than one file is neither old nor new: {', '.join(between)}")
             back |= now

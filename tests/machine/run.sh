@@ -1,12 +1,13 @@
 #!/bin/bash
 # The tests on the emulated machine, one verdict line each: every file in cases/ is one test.
 #
-#   run.sh ZEP PROGRAMS HOST_BUILD MACHINE_BUILD [NAME...]
+#   run.sh ZEP PROGRAMS HOST_BUILD MACHINE_BUILD [--short | NAME...]
 #
 #   ZEP         the camera's executable
 #   PROGRAMS    folder of the tests' own programs for the machine
 #   HOST_BUILD  build folder with fwpkg, vcam and camera_transcripts
 #   MACHINE_BUILD  build folder with vcam-cuse and the camera's tools for the machine
+#   --short     without the cases that say in `slow` how long they take
 #
 # A case is a title and the functions `prepare` (here, where needed: fills $root, the machine's extra files),
 # `board` (there) and `judge` (here: looks at $out, what came back). Each boots a machine of its own.
@@ -119,9 +120,19 @@ run_case() {
 
 # --- all of them, two at a time ---------------------------------------------------------
 
+short=
+[ "${1-}" != --short ] || { short=1; shift; }
 names=("$@")
 if [ ${#names[@]} = 0 ]; then
-    for case in "$here"/cases/*.sh; do case=${case##*/}; names+=("${case%.sh}"); done
+    for case in "$here"/cases/*.sh; do
+        name=${case##*/} name=${name%.sh}
+        time=$(sed -n 's/^slow="\(.*\)"/\1/p' "$case")
+        if [ -n "$short" ] && [ -n "$time" ]; then
+            echo "left out, as it takes $time: $name; ./dev machine runs it"
+        else
+            names+=("$name")
+        fi
+    done
 fi
 for name in "${names[@]}"; do
     [ -f "$here/cases/$name.sh" ] || { echo "machine: no test '$name'; there are: $(ls "$here/cases" | sed 's/\.sh$//' | xargs)" >&2; exit 2; }
