@@ -54,7 +54,7 @@ Description describe(const Run& run, const Versions& versions, const Flash& flas
 Cuts cut_everywhere(const Run& run, const Versions& versions, const std::function<void(double)>& told);
 // The flash at one point.
 Flash flash_at(const Run& run, const Point& point);
-// The flash when so many bytes of the operation were done.
+// The flash after the first bytes_done bytes of the operation.
 Flash flash_at(const Run& run, uint32_t operation, size_t bytes_done);
 
 } // namespace vcam::explore

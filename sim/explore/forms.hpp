@@ -24,7 +24,7 @@ struct Torn {
     Bytes bytes;
 };
 Torn torn(const Bytes& now, uint64_t erase_size, const Operation& operation, Form form, uint64_t seed);
-// The same when so many bytes were done, in rising order; more than there are: all.
+// The same after the first bytes_done bytes, in rising order; a larger number than the operation has means all of them.
 Torn torn(const Bytes& now, uint64_t erase_size, const Operation& operation, size_t bytes_done);
 
 } // namespace vcam::explore

@@ -24,7 +24,7 @@ static_assert(std::size(kPromiseTexts) == kPromises);
 constexpr size_t kShownBroken = 10; // of one promise
 constexpr size_t kTextColumns = 60;
 
-// Lines of at most so many columns, broken at blanks.
+// Lines of at most kTextColumns columns, broken at blanks.
 std::vector<std::string> wrapped(const std::string& words)
 {
     std::vector<std::string> lines(1);
