@@ -166,10 +166,15 @@ void Hub::look_on()
     }
 }
 
-size_t Hub::viewers()
+std::shared_ptr<Hub::Viewer> Hub::admit(size_t most)
 {
+    auto viewer = std::make_shared<Viewer>(*this);
     const std::lock_guard hold(lock_);
-    return viewers_.size();
+    if (viewers_.size() >= most) return nullptr;
+    viewers_.push_back(viewer.get());
+    newcomer_ = true;
+    changed_.notify_all();
+    return viewer;
 }
 
 std::vector<std::string> Hub::folders()
@@ -182,14 +187,6 @@ void Hub::add(const std::string& folder)
 {
     const std::lock_guard hold(lock_);
     folders_.push_back(folder);
-}
-
-Hub::Viewer::Viewer(Hub& hub) : hub_(hub)
-{
-    const std::lock_guard hold(hub.lock_);
-    hub.viewers_.push_back(this);
-    hub.newcomer_ = true;
-    hub.changed_.notify_all();
 }
 
 Hub::Viewer::~Viewer()

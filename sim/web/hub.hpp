@@ -28,14 +28,16 @@ public:
     Hub(const Hub&) = delete;
     Hub& operator=(const Hub&) = delete;
 
-    [[nodiscard]] size_t viewers();
+    class Viewer;
+    // A viewer of what comes from now on; null when there are `most` already. Any thread.
+    [[nodiscard]] std::shared_ptr<Viewer> admit(size_t most);
     // The cameras, in the order of their numbers in events.
     [[nodiscard]] std::vector<std::string> folders();
     void add(const std::string& folder);
 
     class Viewer {
     public:
-        explicit Viewer(Hub& hub);
+        explicit Viewer(Hub& hub) : hub_(hub) {} // for admit()
         ~Viewer();
         Viewer(const Viewer&) = delete;
         Viewer& operator=(const Viewer&) = delete;

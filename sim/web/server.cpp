@@ -191,8 +191,8 @@ private:
 
     void events(Response& r)
     {
-        if (hub_.viewers() >= kMostPages) return answer(r, {503, "too many pages are open; close one"});
-        auto viewer = std::make_shared<Hub::Viewer>(hub_);
+        const auto viewer = hub_.admit(kMostPages);
+        if (!viewer) return answer(r, {503, "too many pages are open; close one"});
         r.set_chunked_content_provider("text/event-stream", [viewer](size_t, httplib::DataSink& sink) {
             const std::string events = viewer->wait();
             const std::string& bytes = events.empty() ? kSignOfLife : events;
