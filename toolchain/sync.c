@@ -12,29 +12,31 @@ static int kernel_swap(uint32_t is, uint32_t to, volatile uint32_t* at) /* 0: st
 void synchronize(void) __asm__("__sync_synchronize");
 void synchronize(void) { ((void (*)(void))0xffff0fa0)(); }
 
-/* A value of 1, 2 or 4 bytes is a field of its aligned word. */
+/* A value of 1, 2 or 4 bytes is a field of its aligned word. The compiler extends a small argument by its sign or by
+ * zeros, so it arrives as 32 bits, of which the lowest count. */
 #define FIELD(size)                                                                                          \
     volatile uint32_t* const word = (volatile uint32_t*)((uintptr_t)at & ~(uintptr_t)3);                     \
     const unsigned shift = 8 * ((uintptr_t)at & (4 - (size)));                                               \
     const uint32_t mask = (0xffffffff >> (32 - 8 * (size))) << shift
 
 #define SWAP(size, type)                                                                                     \
-    type val_compare_and_swap_##size(volatile void* at, type old,                                            \
-                                     type to) __asm__("__sync_val_compare_and_swap_" #size);                 \
-    type val_compare_and_swap_##size(volatile void* at, type old, type to)                                   \
+    type val_compare_and_swap_##size(volatile void* at, uint32_t old,                                        \
+                                     uint32_t to) __asm__("__sync_val_compare_and_swap_" #size);             \
+    type val_compare_and_swap_##size(volatile void* at, uint32_t old, uint32_t to)                           \
     {                                                                                                        \
         FIELD(size);                                                                                         \
         for (;;) {                                                                                           \
             const uint32_t is = *word;                                                                       \
             const type field = (type)((is & mask) >> shift);                                                 \
-            if (field != old || !kernel_swap(is, (is & ~mask) | (uint32_t)to << shift, word)) return field;  \
+            if (field != (type)old || !kernel_swap(is, (is & ~mask) | (uint32_t)(type)to << shift, word))    \
+                return field;                                                                                \
         }                                                                                                    \
     }                                                                                                        \
-    _Bool bool_compare_and_swap_##size(volatile void* at, type old,                                          \
-                                       type to) __asm__("__sync_bool_compare_and_swap_" #size);              \
-    _Bool bool_compare_and_swap_##size(volatile void* at, type old, type to)                                 \
+    _Bool bool_compare_and_swap_##size(volatile void* at, uint32_t old,                                      \
+                                       uint32_t to) __asm__("__sync_bool_compare_and_swap_" #size);          \
+    _Bool bool_compare_and_swap_##size(volatile void* at, uint32_t old, uint32_t to)                         \
     {                                                                                                        \
-        return val_compare_and_swap_##size(at, old, to) == old;                                              \
+        return val_compare_and_swap_##size(at, old, to) == (type)old;                                        \
     }                                                                                                        \
     void lock_release_##size(volatile type* at) __asm__("__sync_lock_release_" #size);                       \
     void lock_release_##size(volatile type* at)                                                              \
@@ -44,8 +46,8 @@ void synchronize(void) { ((void (*)(void))0xffff0fa0)(); }
     }
 
 #define CHANGE(name, size, type, result, value)                                                              \
-    type name##_##size(volatile void* at, type by) __asm__("__sync_" #name "_" #size);                       \
-    type name##_##size(volatile void* at, type by)                                                           \
+    type name##_##size(volatile void* at, uint32_t by) __asm__("__sync_" #name "_" #size);                   \
+    type name##_##size(volatile void* at, uint32_t by)                                                       \
     {                                                                                                        \
         FIELD(size);                                                                                         \
         for (;;) {                                                                                           \
