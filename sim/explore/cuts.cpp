@@ -110,13 +110,15 @@ Files settings_in(const Run& run, const Flash& flash)
                     flash.bad[kSettings]);
 }
 
+constexpr int kFirstProcess = 1; // serves the settings' file system, and collects its garbage
+
 // The process that erased most of the settings partition has written the package's there, up to its last write.
 Stretch package_stretch(const std::vector<Operation>& operations)
 {
     std::map<int, uint64_t> erased;
     int writer = 0;
     for (const auto& op : operations)
-        if (op.partition == kSettings && op.kind == flash::Kind::erase &&
+        if (op.partition == kSettings && op.kind == flash::Kind::erase && op.pid != kFirstProcess &&
             (erased[op.pid] += op.size) > erased[writer])
             writer = op.pid;
     Stretch found;

@@ -29,11 +29,11 @@ public:
     void folder(uint32_t ino, const std::string& path)
     {
         const auto names = log_.folders.find(ino);
-        if (names == log_.folders.end() || !open_.insert(ino).second) return; // a damaged log may hold a ring
+        if (names == log_.folders.end() || !seen_.insert(ino).second)
+            return; // a damaged log may hold a ring, or a folder with many names
         for (const auto& [name, entry] : names->second)
             if (const auto inode = log_.inodes.find(entry.ino); entry.ino && inode != log_.inodes.end())
                 item(entry.ino, inode->second, path + name);
-        open_.erase(ino);
     }
     Files files;
 
@@ -49,7 +49,7 @@ private:
     }
 
     const jffs2::Log& log_;
-    std::set<uint32_t> open_;
+    std::set<uint32_t> seen_;
 };
 
 const std::optional<std::string>* find(const Files& files, const std::string& path)
