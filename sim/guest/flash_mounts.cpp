@@ -155,6 +155,9 @@ public:
         const auto& p = camera.partition(name);
         jffs2::Bytes image;
         std::string problem = raw::read_file(camera.image(p), image);
+        if (image.size() > p.size)
+            problem = text("flash/%s has %zu bytes, the partition %llu", name.c_str(), image.size(),
+                           (unsigned long long)p.size);
         if (problem.empty()) {
             const auto bad = jffs2::hide_bad_blocks(camera.image(p), uint32_t(p.erase_size), image);
             const auto number = unsigned(name.back() - '0');

@@ -46,6 +46,7 @@ int Volume::make(uint32_t folder, const std::string& name, const NewFile& wanted
     const File* parent = file(folder);
     if (!parent || !is_folder(parent->mode)) return -ENOTDIR;
     if (parent->names.contains(name)) return -EEXIST;
+    if (highest_ino_ == UINT32_MAX) return -ENOSPC;
     ino = ++highest_ino_;
     File& f = files_[ino];
     f.mode = wanted.mode;
