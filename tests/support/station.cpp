@@ -1,5 +1,5 @@
 // A station of test_audio that takes and gives encoded frames as they are, so that what comes back can be compared.
-//   tone FILE                    writes a second of a saw tooth as the microphone's file
+//   tone FILE                    writes ten seconds of a saw tooth as the microphone's file
 //   hear PAYLOAD COUNT FILE      takes the first COUNT frames of the microphone, each behind its length
 //   play PAYLOAD FILE            gives them to the loudspeaker and waits until they have been played
 #include "factory/audio_wire.h"
