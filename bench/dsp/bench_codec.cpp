@@ -1,6 +1,6 @@
 // Speed of every speech codec, encoder and decoder, one thread.
 //
-//   bench_codec [--signals DIR] [--frame N] [--reps R] [--best] [--only KIND] [--impl LIB]...
+//   bench_codec [--signals DIR] [--frame N] [--reps ROUNDS] [--only KIND] [--impl LIB]...
 #include "bench/dsp/peers/peers.hpp"
 #include "bench/dsp/util.hpp"
 
@@ -13,11 +13,6 @@ struct Run {
     Octets codes;
     std::vector<int> lengths;
     Samples decoded;
-};
-
-struct Row {
-    double seconds;
-    int points;
 };
 
 Run prepare(const vd_codec& codec, int frame, int available)
@@ -67,31 +62,63 @@ int decode_all(const vd_codec& codec, Run& run)
     return points;
 }
 
-void print(const Row& row, double ghz)
+// One codec at work: its encoder, then its decoder on what the encoder made.
+struct Work {
+    const vd_codec* codec;
+    Run run;
+    int bytes = 0, points = 0;
+    double encoding = 0, decoding = 0; // seconds
+};
+
+using Works = std::vector<Work>;
+
+// Everybody's code for one kind, all in turn: first the encoders, then the decoders.
+void measure(Works& works, const Samples& signal, int rounds)
 {
-    const double ns = row.seconds / row.points * 1e9;
-    printf(" %11.1f %8.2f %8.1f", row.points / row.seconds * 1e-6, ns, ns * ghz);
+    std::vector<std::function<void()>> encoders, decoders;
+    for (Work& w : works) {
+        if (!w.codec->enc) w.bytes = noise_codes(*w.codec, w.run);
+        encoders.push_back([&] {
+            if (w.codec->enc) w.bytes = encode_all(*w.codec, signal, w.run);
+        });
+        decoders.push_back([&] { w.points = decode_all(*w.codec, w.run); });
+    }
+    const auto encoding = times_in_turn(encoders, rounds), decoding = times_in_turn(decoders, rounds);
+    for (size_t k = 0; k < works.size(); k++) {
+        works[k].encoding = encoding[k];
+        works[k].decoding = decoding[k];
+    }
 }
 
-void measure(const vd_codec& codec, const Samples& signal, const Options& options, double ghz)
+void print_speed(double seconds, int points, double ghz)
 {
-    const int repetitions = options.number("--reps", 11);
-    const bool best = options.flag("--best");
-    Run run = prepare(codec, options.number("--frame", 160), int(signal.size()));
-    printf("%-10s %-16s %6d", codec.kind, codec.name, run.frame);
-    int bytes = 0;
-    if (codec.enc) {
-        const double t = time_of([&] { bytes = encode_all(codec, signal, run); }, repetitions, best);
-        print({t, run.points}, ghz);
-    } else {
-        bytes = noise_codes(codec, run);
+    const double ns = seconds / points * 1e9;
+    printf(" %11.1f %8.2f %8.1f", points / seconds * 1e-6, ns, ns * ghz);
+}
+
+void print(const Work& w, double ghz)
+{
+    const int points = w.run.points;
+    printf("%-10s %-16s %6d", w.codec->kind, w.codec->name, w.run.frame);
+    if (w.codec->enc)
+        print_speed(w.encoding, points, ghz);
+    else
         printf(" %11s %8s %8s", "-", "-", "-");
-    }
-    int points = 0;
-    const double t = time_of([&] { points = decode_all(codec, run); }, repetitions, best);
-    print({t, points}, ghz);
-    printf(" %9.3f%s\n", bytes * 8.0 / run.points, points == run.points ? "" : "  (other length)");
+    print_speed(w.decoding, points, ghz);
+    printf(" %9.3f%s\n", w.bytes * 8.0 / points, w.points == points ? "" : "  (other length)");
     fflush(stdout);
+}
+
+std::vector<std::string> kinds_of(const std::vector<const vd_impl*>& impls, const std::string& only)
+{
+    std::vector<std::string> kinds;
+    for (const vd_impl* impl : impls)
+        for (int i = 0; i < impl->ncodecs; i++) {
+            const std::string kind = impl->codecs[i].kind;
+            if (kind.starts_with(only) && std::find(kinds.begin(), kinds.end(), kind) == kinds.end())
+                kinds.push_back(kind);
+        }
+    return kinds;
 }
 
 } // namespace
@@ -102,16 +129,21 @@ int main(int argc, char** argv)
     options.pin();
     const Samples signal =
         load_samples(std::string(options.text("--signals", "signals/data")) + "/c_speech.s16");
-    const std::string only = options.text("--only", "");
     const double ghz = core_ghz();
-    printf("# clock %.2f GHz, %zu samples a repetition, %s of %d\n", ghz, signal.size(),
-           options.flag("--best") ? "best" : "median", options.number("--reps", 11));
+    const int rounds = options.number("--reps", 9), frame = options.number("--frame", 160);
+    printf("# clock %.2f GHz, %zu samples a round, least of %d rounds, all of a kind in turn\n", ghz,
+           signal.size(), rounds);
     printf("%-10s %-16s %6s %11s %8s %8s %11s %8s %8s %9s\n", "kind", "who", "frame", "enc Msmp/s", "ns/smp",
            "cyc/smp", "dec Msmp/s", "ns/smp", "cyc/smp", "bits/smp");
     auto impls = options.impls();
     impls.insert(impls.begin(), peers_codec());
-    for (const vd_impl* impl : impls)
-        for (int i = 0; i < impl->ncodecs; i++)
-            if (std::string(impl->codecs[i].kind).starts_with(only))
-                measure(impl->codecs[i], signal, options, ghz);
+    for (const std::string& kind : kinds_of(impls, options.text("--only", ""))) {
+        Works works;
+        for (const vd_impl* impl : impls)
+            for (int i = 0; i < impl->ncodecs; i++)
+                if (impl->codecs[i].kind == kind)
+                    works.push_back({&impl->codecs[i], prepare(impl->codecs[i], frame, int(signal.size()))});
+        measure(works, signal, rounds);
+        for (const Work& w : works) print(w, ghz);
+    }
 }

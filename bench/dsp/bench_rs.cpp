@@ -1,6 +1,6 @@
 // The fixed-ratio resamplers: response, tone quality, delay and cost, all through 16-bit samples.
 //
-//   bench_rs [--points N] [--reps R] [--best] [--only NAME] [--cost-only] [--svg FILE] [--impl LIB]...
+//   bench_rs [--points N] [--reps ROUNDS] [--only NAME] [--cost-only] [--svg FILE] [--impl LIB]...
 //
 // Tones have whole numbers of cycles in kSpan periods of the lower rate ("low"), so that every component of
 // an output is found by correlation over kSpan periods. They last long enough for the slowest peer to settle.
@@ -8,6 +8,7 @@
 #include "bench/dsp/plot.hpp"
 #include "bench/dsp/util.hpp"
 #include <cmath>
+#include <deque>
 
 using namespace zep::bench;
 
@@ -144,24 +145,50 @@ Quality quality_of(const Rig& rig)
     return q;
 }
 
-// Nanoseconds an output point.
-double cost_of(const Rig& rig, const Options& options)
+// A resampler at work on a tone.
+class Load {
+public:
+    explicit Load(const Rig& rig)
+        : resampler_(rig.resampler()), points_(rig.points()), x_(size_t(kFrames * points_)),
+          y_(size_t(points_ * 8)),
+          state_(resampler_.open(rig.ratio().in_rate(), rig.ratio().out_rate(), points_))
+    {
+        for (size_t i = 0; i < x_.size(); ++i)
+            x_[i] = int16_t(lrint(12000 * sin(2 * M_PI * 1000.3 * double(i) / rig.ratio().in_rate())));
+    }
+    Load(const Load&) = delete;
+    ~Load() { resampler_.close(state_); }
+
+    void run()
+    {
+        for (int i = 0; i < kCalls; ++i)
+            resampler_.process(state_, &x_[size_t(i % kFrames * points_)], points_, y_.data());
+    }
+    static constexpr int kCalls = 400;
+
+private:
+    static constexpr int kFrames = 8;
+    const vd_resampler& resampler_;
+    int points_;
+    Samples x_, y_;
+    void* state_;
+};
+
+// Nanoseconds an output point of each, all in turn.
+std::vector<double> costs_of(const std::vector<Rig>& rigs, int rounds)
 {
-    constexpr int kCalls = 400;
-    const Ratio q = rig.ratio();
-    const auto& r = rig.resampler();
-    Samples x(size_t(8 * rig.points())), y(size_t(rig.points() * 8));
-    for (size_t i = 0; i < x.size(); ++i)
-        x[i] = int16_t(lrint(12000 * sin(2 * M_PI * 1000.3 * double(i) / q.in_rate())));
-    void* state = r.open(q.in_rate(), q.out_rate(), rig.points());
-    const double t = time_of(
-        [&] {
-            for (int i = 0; i < kCalls; ++i)
-                r.process(state, &x[size_t((i & 7) * rig.points())], rig.points(), y.data());
-        },
-        options.number("--reps", 9), options.flag("--best"));
-    r.close(state);
-    return t / (double(kCalls) * rig.points() * q.up / q.down) * 1e9;
+    std::deque<Load> loads;
+    std::vector<std::function<void()>> jobs;
+    for (const Rig& rig : rigs) {
+        Load& load = loads.emplace_back(rig);
+        jobs.push_back([&load] { load.run(); });
+    }
+    std::vector<double> ns = times_in_turn(jobs, rounds);
+    for (size_t k = 0; k < ns.size(); ++k) {
+        const Ratio q = rigs[k].ratio();
+        ns[k] *= 1e9 / (double(Load::kCalls) * rigs[k].points() * q.up / q.down);
+    }
+    return ns;
 }
 
 // |H| of the filter that stands at the higher rate: going up the images of the tones below low/2, going down
@@ -228,16 +255,18 @@ int main(int argc, char** argv)
         const int points = options.number("--points", q.up > 1 ? 160 : 240);
         print_heading(q, points);
         Panel panel{std::to_string(q.in_rate()) + " to " + std::to_string(q.out_rate()) + " Hz", {}};
+        std::vector<Rig> rigs;
         for (const vd_impl* impl : impls)
-            for (int i = 0; i < impl->nresamplers; ++i) {
-                const Rig rig(impl->resamplers[i], q, points);
-                if (!std::string(rig.resampler().name).starts_with(only)) continue;
-                Quality quality{};
-                const bool measured = !options.flag("--cost-only");
-                if (measured) quality = quality_of(rig);
-                print(rig, measured ? &quality : nullptr, cost_of(rig, options), ghz);
-                if (svg && plotted(rig.resampler().name)) panel.curves.push_back(response_of(rig));
-            }
+            for (int i = 0; i < impl->nresamplers; ++i)
+                if (std::string(impl->resamplers[i].name).starts_with(only))
+                    rigs.emplace_back(impl->resamplers[i], q, points);
+        const std::vector<double> ns = costs_of(rigs, options.number("--reps", 9));
+        for (size_t k = 0; k < rigs.size(); ++k) {
+            const bool measured = !options.flag("--cost-only");
+            const Quality quality = measured ? quality_of(rigs[k]) : Quality{};
+            print(rigs[k], measured ? &quality : nullptr, ns[k], ghz);
+            if (svg && plotted(rigs[k].resampler().name)) panel.curves.push_back(response_of(rigs[k]));
+        }
         panels.push_back(panel);
     }
     if (svg) write_svg(svg, panels, {"frequency, in units of the lower rate", "response, dB", -140, 10, 20});

@@ -1,11 +1,13 @@
 // Every noise reducer over every noisy file and the clean one: what comes out is written for
 // score/score_ns.py, and the cost of 10 ms of signal is printed.
 //
-//   run_ns [--signals DIR] [--out DIR] [--points8 N] [--points16 N] [--cost-only] [--reps R] [--best] [--impl
-//   LIB]...
+//   run_ns [--signals DIR] [--out DIR] [--points8 N] [--points16 N] [--cost-only | --no-cost] [--only NAME]
+//          [--reps ROUNDS] [--impl LIB]...
 #include "bench/dsp/peers/peers.hpp"
 #include "bench/dsp/util.hpp"
 
+#include <filesystem>
+#include <span>
 #include <sys/stat.h>
 
 using namespace zep::bench;
@@ -18,12 +20,16 @@ struct Condition {
     std::string tag;
 };
 
-std::vector<std::string> files(const std::string& tag)
+// The noisy files and the clean ones of a rate, by their names: ns_8k_..., speech_8k..., step_8k....
+std::vector<std::string> files(const std::string& folder, const std::string& tag)
 {
-    std::vector<std::string> names = {"speech_" + tag, "step_" + tag};
-    for (const char* noise : {"white", "fan", "babble"})
-        for (const char* snr : {"00", "05", "10", "15"})
-            names.push_back("ns_" + tag + "_" + noise + "_" + snr);
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        const std::string name = entry.path().stem();
+        for (const char* kind : {"speech_", "step_", "ns_"})
+            if (name.starts_with(kind + tag)) names.push_back(name);
+    }
+    std::sort(names.begin(), names.end());
     return names;
 }
 
@@ -42,29 +48,47 @@ bool reduce(const vd_ns& reducer, const Condition& c, Samples& x)
 
 void write_all(const vd_ns& reducer, const Condition& c, const std::string& from, const std::string& to)
 {
-    for (const std::string& name : files(c.tag)) {
+    for (const std::string& name : files(from, c.tag)) {
         Samples x = load_samples(from + "/" + name + ".s16");
         if (!reduce(reducer, c, x)) return;
         save_samples(to + "/" + reducer.name + "/" + name + ".s16", x);
     }
 }
 
-void print_cost(const vd_ns& reducer, const Condition& c, const Options& options, double ghz)
+// Seconds for 10 ms of signal, of each reducer in turn; 0 for one that does not take the frames.
+std::vector<double> costs(const std::vector<const vd_ns*>& all, const Condition& c, const Options& options)
 {
     const Samples signal =
         load_samples(std::string(options.text("--signals", "signals/data")) + "/ns_" + c.tag + "_fan_05.s16");
-    Samples x = signal;
-    if (!reduce(reducer, c, x)) {
-        printf("   %s %8s    %9s    ", c.tag.c_str(), "-", "-");
-        return;
+    std::vector<char> takes(all.size(), true);
+    std::vector<std::function<void()>> jobs;
+    for (size_t k = 0; k < all.size(); k++)
+        jobs.push_back([&, k] {
+            Samples x = signal;
+            takes[k] = takes[k] && reduce(*all[k], c, x);
+        });
+    std::vector<double> seconds = times_in_turn(jobs, options.number("--reps", 9));
+    for (size_t k = 0; k < all.size(); k++)
+        seconds[k] = takes[k] ? seconds[k] / (double(signal.size()) / (c.rate / 100)) : 0;
+    return seconds;
+}
+
+void print_costs(const std::vector<const vd_ns*>& all, const std::span<const Condition> conditions,
+                 const Options& options)
+{
+    const double ghz = core_ghz();
+    printf("# clock %.2f GHz; cost of 10 ms of signal, all in turn: 8 kHz in frames of %d, 16 kHz in frames "
+           "of %d\n",
+           ghz, conditions[0].points, conditions[1].points);
+    std::vector<std::vector<double>> of;
+    for (const Condition& c : conditions) of.push_back(costs(all, c, options));
+    for (size_t k = 0; k < all.size(); k++) {
+        printf("%-16s", all[k]->name);
+        for (size_t i = 0; i < of.size(); i++)
+            printf("   %s %8.2f us %9.0f cyc", conditions[i].tag.c_str(), of[i][k] * 1e6,
+                   of[i][k] * 1e9 * ghz);
+        printf("\n");
     }
-    const auto once = [&] {
-        x = signal;
-        reduce(reducer, c, x);
-    };
-    const double seconds = time_of(once, options.number("--reps", 7), options.flag("--best"));
-    const double us = seconds / (double(signal.size()) / (c.rate / 100)) * 1e6;
-    printf("   %s %8.2f us %9.0f cyc", c.tag.c_str(), us, us * 1e3 * ghz);
 }
 
 } // namespace
@@ -73,10 +97,10 @@ int main(int argc, char** argv)
 {
     const Options options(argc, argv);
     options.pin();
-    const std::string signals = options.text("--signals", "signals/data"), out = options.text("--out", "ns");
+    const std::string signals = options.text("--signals", "signals/data"), out = options.text("--out", "ns"),
+                      only = options.text("--only", "");
     const Condition conditions[] = {{8000, options.number("--points8", 80), "8k"},
                                     {16000, options.number("--points16", 160), "16k"}};
-    const double ghz = core_ghz();
     auto impls = options.impls();
     impls.insert(impls.begin(), peers_ns());
     mkdir(out.c_str(), 0755);
@@ -85,20 +109,17 @@ int main(int argc, char** argv)
         perror(out.c_str());
         return 1;
     }
-    printf("# clock %.2f GHz; cost of 10 ms of signal: 8 kHz in frames of %d, 16 kHz in frames of %d\n", ghz,
-           conditions[0].points, conditions[1].points);
+    std::vector<const vd_ns*> all;
     for (const vd_impl* impl : impls)
         for (int i = 0; i < impl->nns; i++) {
             const vd_ns& reducer = impl->ns[i];
+            if (!std::string(reducer.name).starts_with(only)) continue;
+            all.push_back(&reducer);
             fprintf(names, "%s\n", reducer.name);
             mkdir((out + "/" + reducer.name).c_str(), 0755);
-            printf("%-16s", reducer.name);
-            for (const Condition& c : conditions) {
-                if (!options.flag("--cost-only")) write_all(reducer, c, signals, out);
-                print_cost(reducer, c, options, ghz);
-            }
-            printf("\n");
-            fflush(stdout);
+            if (options.flag("--cost-only")) continue;
+            for (const Condition& c : conditions) write_all(reducer, c, signals, out);
         }
     fclose(names);
+    if (!options.flag("--no-cost")) print_costs(all, conditions, options);
 }

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 #include <dlfcn.h>
+#include <functional>
 #include <sched.h>
 #include <string>
 #include <vector>
@@ -92,18 +93,19 @@ private:
     char** argv_;
 };
 
-// Processor time of one call of f: the median of the repetitions, or the least of them (`best`), which is the
-// steadier figure on a shared machine.
-template<class F> double time_of(F f, int repetitions, bool best)
+// Processor time of one call of each job, the least of the rounds. In each round all jobs take their turn, so that a core
+// that slows down or is shared slows all of them and their ratios stay.
+inline std::vector<double> times_in_turn(const std::vector<std::function<void()>>& jobs, int rounds)
 {
-    f(); // fills caches and page tables
-    std::vector<double> v;
-    for (int i = 0; i < repetitions; i++) {
-        const double start = cpu_seconds();
-        f();
-        v.push_back(cpu_seconds() - start);
-    }
-    return best ? *std::min_element(v.begin(), v.end()) : median(v);
+    for (const auto& job : jobs) job(); // fills caches and page tables
+    std::vector<double> least(jobs.size(), 1e9);
+    for (int r = 0; r < rounds; r++)
+        for (size_t k = 0; k < jobs.size(); k++) {
+            const double start = cpu_seconds();
+            jobs[k]();
+            least[k] = std::min(least[k], cpu_seconds() - start);
+        }
+    return least;
 }
 
 #if defined(__x86_64__)
