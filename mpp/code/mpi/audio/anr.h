@@ -4,7 +4,7 @@
  * The signal is cut into blocks of 10 ms, each seen through a 32 ms window that ends with the block; a gain
  * between 0 and 1 is chosen for every spectral line and the last 20 ms are put together again by overlap-add.
  * The gains come from three noise trackers a line and a small recurrent network over 20 (8 kHz) or 26 (16
- * kHz) bands whose coefficients were trained on speech in noise; see bench/dsp/ns_train.py.
+ * kHz) bands whose coefficients were trained on speech in noise; see bench/dsp/train.
  *
  * Output is the input of 10 ms earlier; 16 kHz signals in frames of 80 points are 15 ms late, because such a
  * frame is half a block. All arithmetic is on integers: equal input gives equal output on every machine.

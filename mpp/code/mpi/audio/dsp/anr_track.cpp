@@ -8,7 +8,7 @@ namespace zep::anr {
 namespace {
 
 // Logarithms are base 2 of power, Q16: 1 << 16 is 3 dB. The trackers' outputs are the network's inputs, so the weights
-// were trained with these numbers: another value needs another training (bench/dsp/ns_train.py holds the same ones).
+// were trained with these numbers: another value needs another training (bench/dsp/train/network.py holds the same ones).
 constexpr int kStart = 24;               // blocks of the opening average, a quarter of a second
 constexpr int32_t kStartStep = 20 << 16; // 60 dB
 constexpr int32_t kStep = 2 << 16; // 6 dB: a louder line raises the floor no faster than one 6 dB above it

@@ -1,4 +1,4 @@
-// Written by bench/dsp/ns_train.py; do not edit.
+// Trained by the program before bench/dsp/train/run, which cannot make them again; do not edit.
 #include "mpi/audio/dsp/anr_net.hpp"
 
 // clang-format off
