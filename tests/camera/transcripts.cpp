@@ -3,7 +3,7 @@
 // NAME.transcript is the test camera_NAME. Its lines:
 //   # text              a comment
 //   == Sentence         a case, with a camera of its own
-//   new: OPTIONS        of vcam new
+//   new: OPTIONS        of vcam new; $EXAMPLES is the folder of the examples' programs
 //   run: OPTIONS        of vcam run
 //   sh: LINE            shell's text before each command of the case; before the first case, of all cases
 //   vcam: COMMAND ...   a vcam command on this camera, whose folder is $CAMERA, quoted as for the shell
@@ -24,6 +24,8 @@
 #include "tests/camera/on_machine.hpp"
 #include "tests/support/transcript.hpp"
 
+#include <cstdlib>
+#include <iostream>
 #include <stdexcept>
 
 namespace {
@@ -45,7 +47,11 @@ struct Reader {
         }
         if (cases.empty()) throw std::runtime_error(line);
         Transcript& current = cases.back();
-        if (take(line, "new: ")) return append(current.camera_options, words_of(line));
+        if (take(line, "new: ")) {
+            const size_t at = line.find("$EXAMPLES");
+            if (at != line.npos) line.replace(at, sizeof "$EXAMPLES" - 1, EXAMPLES);
+            return append(current.camera_options, words_of(line));
+        }
         if (take(line, "machine: no ")) return void(current.not_on_machine = line);
         if (take(line, "run: ")) return append(current.run_options, words_of(line));
         if (line.starts_with("vcam: ") || line.starts_with("faults:") || line.starts_with("package: "))
@@ -86,7 +92,9 @@ std::vector<Transcript> read_transcripts(const std::string& path)
     Reader reader;
     std::ifstream in(path);
     for (std::string line; std::getline(in, line);) reader.line(line);
-    return reader.cases;
+    if (!reader.cases.empty()) return reader.cases;
+    std::cerr << path << ": no case\n";
+    exit(2);
 }
 
 std::vector<Transcript> read_all(const Lines& paths)

@@ -13,6 +13,8 @@
 #include "tests/support/run.hpp"
 #include "tests/support/temp_folder.hpp"
 
+#include <cstdlib>
+#include <iostream>
 #include <sstream>
 #include <vector>
 
@@ -60,6 +62,10 @@ std::vector<Case> cases()
             now.steps.back().expected.push_back(line);
     }
     all.erase(all.begin());
+    if (all.empty()) {
+        std::cerr << file << ": no case\n";
+        exit(2);
+    }
     for (Case& one : all)
         for (Step& step : one.steps) strip(step.expected);
     return all;

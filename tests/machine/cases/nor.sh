@@ -1,7 +1,7 @@
 title="NOR flash lasts: upgrade, reset, and the new release runs with the settings put back"
 . "$here/upgraded.sh"
 . "$here/nor_camera.sh"
-options=(-f "$dir/nor/flash" -l "$dir/log")
+options=(-f "$dir/nor/flash")
 prepare() { nor_upgrade "$dir/nor"; }
 board() {
     settle_in
