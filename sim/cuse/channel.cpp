@@ -1,6 +1,7 @@
 // One device file made over /dev/cuse.
 #include "sim/cuse/channel.hpp"
 #include "sim/base/text.hpp"
+#include "sim/clock/journal.hpp"
 
 #include <array>
 #include <cerrno>
@@ -12,6 +13,7 @@
 namespace vcam::cuse {
 namespace {
 
+constexpr int kFirstOwn = -512;              // ERESTARTSYS and what follows
 constexpr size_t kBuffer = kMostData + 8192; // a request's head comes before its data
 
 void begin(const Channel& channel, const std::string& name)
@@ -60,6 +62,10 @@ bool Channel::next(Request& request) const
 
 void Channel::answer(uint64_t unique, int error, std::initializer_list<Bytes> parts) const
 {
+    if (error <= kFirstOwn) {
+        journal::add("cuse", text("the answer %d is the kernel's own and becomes EIO", error));
+        error = -EIO;
+    }
     fuse_out_header head = {sizeof head, error, unique};
     std::array<iovec, 4> pieces = {{{&head, sizeof head}}};
     int count = 1;

@@ -17,6 +17,9 @@ inline constexpr size_t kMostData = 64 * 1024; // of one read or write
 
 class Channel {
 public:
+    Channel() = default;
+    explicit Channel(zep::Fd kernel) : fd_(std::move(kernel)) {} // its other end speaks as the kernel does
+
     // The device file is there when this returns. Throws.
     void open(const std::string& name);
 
@@ -37,7 +40,8 @@ public:
     bool next(Request& request) const;
 
     using Bytes = std::span<const char>;
-    // error: 0 or a negative errno number. Somebody who is gone needs no answer.
+    // error: 0 or a negative errno number. The kernel drops an answer from -512 down, which are its own, and its caller
+    // would wait for ever: that is EIO, with a line in the journal. Somebody who is gone needs no answer.
     void answer(uint64_t unique, int error, std::initializer_list<Bytes> parts = {}) const;
     template<class Record> static Bytes bytes(const Record& record)
     {

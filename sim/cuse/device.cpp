@@ -14,7 +14,7 @@
 namespace vcam::cuse {
 namespace {
 
-constexpr int kThreads = 3;
+constexpr size_t kMostThreads = 256; // programs that wait at once; a further one is answered when they are
 constexpr short kInOut = POLLIN | POLLOUT | POLLRDNORM | POLLWRNORM;
 
 int64_t or_errno(int64_t result) { return result == -1 ? -errno : result; }
@@ -31,7 +31,33 @@ void set_waiting(int fd, uint32_t flags)
 void Device::start()
 {
     channel_.open(model_.path + strlen("/dev/"));
-    for (int i = 0; i < kThreads; ++i) std::thread([this] { serve(); }).detach();
+    answer();
+}
+
+void Device::answer()
+{
+    const std::lock_guard hold(lock_);
+    add_thread();
+}
+
+void Device::add_thread()
+{
+    ++threads_;
+    std::thread([this] { serve(); }).detach();
+}
+
+// Somebody is left to read what comes next, an interrupt of this request among it.
+void Device::busy(uint64_t request)
+{
+    const std::lock_guard hold(lock_);
+    work_.push_back({request, pthread_self()});
+    if (work_.size() == threads_ && threads_ < kMostThreads) add_thread();
+}
+
+void Device::free(uint64_t request)
+{
+    const std::lock_guard hold(lock_);
+    std::erase_if(work_, [request](const Work& work) { return work.unique == request; });
 }
 
 void Device::serve()
@@ -48,13 +74,9 @@ void Device::serve()
             interrupt(request);
             continue;
         }
-        {
-            const std::lock_guard hold(lock_);
-            work_.push_back({unique, pthread_self()});
-        }
+        busy(unique);
         handle(request, data);
-        const std::lock_guard hold(lock_);
-        std::erase_if(work_, [unique](const Work& work) { return work.unique == unique; });
+        free(unique);
     }
 }
 
@@ -146,7 +168,7 @@ void Device::ioctl(const Request& request, std::vector<char>& data)
         out.result = int(or_errno(device::ioctl(model_, int(in.fh), in.cmd, argument)));
     }
     if (out.result == 0) out.result = view.hold();
-    const bool stored = record.out > in.out_size && there && out.result == 0;
+    const bool stored = record.out > in.out_size && there && out.result >= 0;
     if (stored && !caller::store(there, data.data(), record.out)) out.result = -EFAULT;
     channel_.answer(request.head().unique, 0, {Channel::bytes(out), {data.data(), in.out_size}});
     view.settle({data.data(), size}, uint32_t(in.arg));

@@ -1,4 +1,4 @@
-// One model behind one device file. Several threads serve it, because a request may wait.
+// One model behind one device file. A thread more than there are requests serves it, because each may wait.
 #pragma once
 
 #include "sim/cuse/channel.hpp"
@@ -18,15 +18,23 @@ inline constexpr int kInterrupt = SIGUSR1;
 class Device {
 public:
     Device(Model& model, GuestViews& views) : model_(model), views_(views) {}
+    Device(Model& model, GuestViews& views, Channel channel)
+        : model_(model), views_(views), channel_(std::move(channel))
+    {
+    }
 
-    void start(); // the device file is there when this returns. Throws.
-    bool look();  // wakes polls that have waited for what is there now; true while any waits
-    void nudge(); // repeats interrupts that came before their request began to wait
+    void start();  // the device file is there when this returns. Throws.
+    void answer(); // from now on, what its channel asks
+    bool look();   // wakes polls that have waited for what is there now; true while any waits
+    void nudge();  // repeats interrupts that came before their request began to wait
 
 private:
     using Request = Channel::Request;
 
     void serve();
+    void add_thread();
+    void busy(uint64_t request);
+    void free(uint64_t request);
     void handle(const Request& request, std::vector<char>& data);
     void open(const Request& request);
     void release(const Request& request);
@@ -52,7 +60,8 @@ private:
     GuestViews& views_;
     Channel channel_;
     std::mutex lock_;
-    std::vector<Work> work_;
+    std::vector<Work> work_; // of threads that answer
+    size_t threads_ = 0;
     std::vector<Waiting> waiting_;
 };
 

@@ -22,15 +22,19 @@ constexpr const char* kMemory = "/dev/mem";
 
 #ifdef __arm__
 
-// A held thread. Signals that came meanwhile are given to it when it is let go.
+// A held thread. Signals wait in the kernel, each with what belongs to it, until it is let go; one that was on its way
+// already is given to it then.
 class Held {
 public:
     explicit Held(int thread) : thread_(thread)
     {
         good_ = stopped(false) && ptrace(PTRACE_GETREGS, thread_, nullptr, &before_) == 0;
+        constexpr uint64_t kAll = ~uint64_t(0);
+        blocked_ = good_ && set_mask(PTRACE_GETSIGMASK, mask_) && set_mask(PTRACE_SETSIGMASK, kAll);
     }
     ~Held()
     {
+        if (blocked_) set_mask(PTRACE_SETSIGMASK, mask_);
         if (good_) ptrace(PTRACE_SETREGS, thread_, nullptr, &before_);
         ptrace(PTRACE_DETACH, thread_, nullptr, reinterpret_cast<void*>(intptr_t(signal_)));
     }
@@ -57,6 +61,11 @@ public:
     }
 
 private:
+    // Gets or sets it.
+    bool set_mask(__ptrace_request how, const uint64_t& mask) const
+    {
+        return ptrace(how, thread_, reinterpret_cast<void*>(sizeof mask), &mask) == 0;
+    }
     bool stopped(bool at_call)
     {
         for (int status;;) {
@@ -74,15 +83,15 @@ private:
 
     const int thread_;
     user_regs before_ = {};
+    uint64_t mask_ = 0; // of the kernel's signals
     int signal_ = 0;
-    bool good_ = false;
+    bool good_ = false, blocked_ = false;
 };
 
 enum Number : uint32_t { kOpen = 5, kClose = 6, kUnmap = 91, kMap = 192 };
 
-uint32_t map_there(int thread, uint32_t physical, uint32_t size)
+uint32_t map_there(Held& held, uint32_t physical, uint32_t size)
 {
-    Held held(thread);
     if (!held) return 0;
     std::array<char, 16> kept = {};
     auto* const scratch = reinterpret_cast<void*>(uintptr_t(held.scratch()));
@@ -98,16 +107,18 @@ uint32_t map_there(int thread, uint32_t physical, uint32_t size)
     return at < 0 && at > -4096 ? 0 : uint32_t(at);
 }
 
-void unmap_there(int thread, uint32_t address, uint32_t size)
+void unmap_there(Held& held, uint32_t address, uint32_t size)
 {
-    Held held(thread);
     if (held) held.call(kUnmap, {address, size});
 }
 
 #else // the calls are spelled for the machine's processor
 
-uint32_t map_there(int, uint32_t, uint32_t) { return 0; }
-void unmap_there(int, uint32_t, uint32_t) {}
+struct Held {
+    explicit Held(int) {}
+};
+uint32_t map_there(Held&, uint32_t, uint32_t) { return 0; }
+void unmap_there(Held&, uint32_t, uint32_t) {}
 
 #endif
 
@@ -171,13 +182,13 @@ int GuestViews::Request::hold()
 void GuestViews::Request::settle(std::span<const char> record, uint32_t address)
 {
     if (!held_) return;
-    if (wanted_ == Wanted::unmap) return unmap_there(thread_, at_, size_);
-    settle_map(record, address);
+    Held held(thread_); // until the address is where the thread will look for it
+    if (wanted_ == Wanted::unmap) return unmap_there(held, at_, size_);
+    settle_map(map_there(held, physical_, size_), record, address);
 }
 
-void GuestViews::Request::settle_map(std::span<const char> record, uint32_t address)
+void GuestViews::Request::settle_map(uint32_t at, std::span<const char> record, uint32_t address)
 {
-    const uint32_t at = map_there(thread_, physical_, size_);
     for (size_t i = 0; i + sizeof at <= record.size(); i += sizeof at) {
         uint32_t word = 0;
         memcpy(&word, record.data() + i, sizeof word);

@@ -35,7 +35,7 @@ public:
 
     private:
         friend class GuestViews;
-        void settle_map(std::span<const char> record, uint32_t address);
+        void settle_map(uint32_t at, std::span<const char> record, uint32_t address);
         GuestViews& views_;
         const int thread_;
         enum class Wanted : uint8_t { nothing, map, unmap } wanted_ = Wanted::nothing;
