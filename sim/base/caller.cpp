@@ -31,6 +31,7 @@ bool whole(ssize_t moved, size_t size, bool& copy)
 
 } // namespace
 
+bool is_other() { return asking != 0; }
 int pid() { return asking ? process_of(asking) : raw::pid(); }
 
 bool load(const void* from, void* to, size_t size)

@@ -5,6 +5,7 @@
 
 namespace vcam::caller {
 
+bool is_other(); // a server answers
 // Its number, as the journal has it.
 int pid();
 

@@ -136,8 +136,7 @@ public:
         : fd_(raw::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666))
     {
         if (!fd_) return;
-        while (raw::flock(fd_.get(), LOCK_EX) != 0 && errno == EINTR) {
-        }
+        raw::flock(fd_.get(), LOCK_EX);
         std::string text;
         char piece[4096];
         for (ssize_t n; (n = raw::read(fd_.get(), piece, sizeof piece)) > 0;) text.append(piece, size_t(n));

@@ -26,10 +26,12 @@ Timespec64 split(int64_t ns) { return {ns / 1'000'000'000, ns % 1'000'000'000}; 
 #ifdef __LP64__
 constexpr long kClockGettime = SYS_clock_gettime, kPpoll = SYS_ppoll, kFutex = SYS_futex,
                kNanosleep = SYS_clock_nanosleep;
+constexpr long kFcntl = SYS_fcntl;
 constexpr int kLargeFile = 0;
 #else
 constexpr long kClockGettime = SYS_clock_gettime64, kPpoll = SYS_ppoll_time64, kFutex = SYS_futex_time64,
                kNanosleep = SYS_clock_nanosleep_time64;
+constexpr long kFcntl = SYS_fcntl64;
 constexpr int kLargeFile = O_LARGEFILE;
 #endif
 
@@ -92,7 +94,41 @@ void* map(void* address, size_t length, int protection, int flags, int fd, int64
     return reinterpret_cast<void*>(at);
 }
 
-int flock(int fd, int operation) { return int(::syscall(SYS_flock, fd, operation)); }
+int flock(int fd, int operation)
+{
+    for (;;) {
+        const int result = int(::syscall(SYS_flock, fd, operation));
+        if (result == 0 || errno != EINTR) return result;
+    }
+}
+
+int flags(int fd) { return int(::syscall(kFcntl, fd, F_GETFL)); }
+
+namespace {
+
+struct flock64 one_byte(int64_t at, bool shared)
+{
+    struct flock64 lock = {};
+    lock.l_type = shared ? F_RDLCK : F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = at;
+    lock.l_len = 1;
+    return lock;
+}
+
+} // namespace
+
+bool lock_byte(int fd, int64_t at)
+{
+    struct flock64 lock = one_byte(at, (flags(fd) & O_ACCMODE) == O_RDONLY);
+    return ::syscall(kFcntl, fd, F_OFD_SETLK, &lock) == 0;
+}
+
+bool byte_locked(int fd, int64_t at)
+{
+    struct flock64 lock = one_byte(at, false);
+    return ::syscall(kFcntl, fd, F_OFD_GETLK, &lock) != 0 || lock.l_type != F_UNLCK;
+}
 
 int poll(pollfd* fds, size_t count, int64_t timeout_ns, const sigset_t* mask)
 {
@@ -115,12 +151,14 @@ void sleep_ns(int64_t ns)
     errno = e;
 }
 
-void futex_wait(const void* word, uint32_t expected, int64_t timeout_ns)
+bool futex_wait(const void* word, uint32_t expected, int64_t timeout_ns)
 {
     const int e = errno;
     const Timespec64 limit = split(timeout_ns);
-    ::syscall(kFutex, word, FUTEX_WAIT, expected, &limit, nullptr, 0);
+    const bool whole =
+        ::syscall(kFutex, word, FUTEX_WAIT, expected, &limit, nullptr, 0) == 0 || errno != EINTR;
     errno = e;
+    return whole;
 }
 
 void futex_wake(const void* word)

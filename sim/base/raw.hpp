@@ -22,14 +22,18 @@ ssize_t write(int fd, const void* data, size_t size);
 ssize_t pread(int fd, void* data, size_t size, int64_t offset);
 ssize_t pwrite(int fd, const void* data, size_t size, int64_t offset);
 int64_t seek(int fd, int64_t offset, int whence);
-int flock(int fd, int operation);
+int flock(int fd, int operation); // repeated when a signal interrupts it
+int flags(int fd);                // of the opening
+// A lock of the opening on one byte of its file, released with its last descriptor; asked for by another opening.
+bool lock_byte(int fd, int64_t at);
+bool byte_locked(int fd, int64_t at);
 void* map(void* address, size_t length, int protection, int flags, int fd, int64_t offset);
 // timeout below 0: no limit. The mask, if any, holds while it waits.
 int poll(pollfd* fds, size_t count, int64_t timeout_ns, const sigset_t* mask = nullptr);
 int64_t clock_ns(int clock_id); // of the host
 void sleep_ns(int64_t ns);      // on the host
-// Waits until *word differs from expected, is woken, or the time is over.
-void futex_wait(const void* word, uint32_t expected, int64_t timeout_ns);
+// Waits until *word differs from expected, is woken, or the time is over. False when a signal's handler has run.
+bool futex_wait(const void* word, uint32_t expected, int64_t timeout_ns);
 void futex_wake(const void* word);
 int pid();
 int tid();

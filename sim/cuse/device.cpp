@@ -155,7 +155,7 @@ void Device::ioctl(const Request& request, std::vector<char>& data)
     const auto& in = request.body<fuse_ioctl_in>();
     auto* const there = reinterpret_cast<void*>(uintptr_t(in.arg));
     const Record record =
-        in.in_size || in.out_size ? Record{in.in_size, in.out_size} : record_of(model_.name, in.cmd);
+        in.in_size || in.out_size ? Record{in.in_size, in.out_size} : record_of(model_, in.cmd);
     const size_t size = std::min(std::max(record.in, record.out), data.size());
     fuse_ioctl_out out = {};
     if (in.in_size)

@@ -8,9 +8,11 @@
 #include "sim/base/text.hpp"
 #include "sim/board/registers.hpp"
 #include "sim/cuse/device.hpp"
+#include "sim/cuse/own_models.hpp"
 #include "sim/guest/power_on.hpp"
 #include "sim/guest/syslog_server.hpp"
 #include "sim/models/audio.hpp"
+#include "sim/models/own_device.hpp"
 #include "sim/models/table.hpp"
 
 #include <cerrno>
@@ -35,7 +37,7 @@ constexpr const char* kSystemLog = "/dev/log";
 bool served(const Model& model)
 {
     const std::string path = model.path;
-    return path.find("mtd") == std::string::npos && path != "/dev/watchdog" && path != "/dev/mem" &&
+    return !path.starts_with("/dev/mtd") && path != "/dev/watchdog" && path != "/dev/mem" &&
            path != kSystemLog;
 }
 
@@ -45,6 +47,9 @@ public:
     {
         const Camera camera(folder); // refuses what is none
         state::set_dir(folder);
+        models::use_code(cuse::linked_code);
+        for (const auto& device : device_file::of(folder))
+            if (std::string reason; !cuse::linked_code(device, reason)) fail("%s", reason.c_str());
         sigset_t all;
         sigfillset(&all);
         pthread_sigmask(SIG_BLOCK, &all, nullptr);
@@ -58,7 +63,7 @@ public:
         media::use_views(views_);
         power_on(true, false);
         log_.open(kSystemLog, camera.path("syslog"));
-        for (Model* model : models::all())
+        for (Model* model : models::all(folder))
             if (served(*model)) devices_.emplace_back(*model, views_).start();
     }
 

@@ -37,11 +37,12 @@ constexpr struct {
 
 } // namespace
 
-Record record_of(const char* device, uint32_t request)
+Record record_of(const Model& model, uint32_t request)
 {
     for (const auto& row : kRecords)
-        if (row.request == request && strncmp(device, row.device, strlen(row.device)) == 0) return row.record;
-    return {};
+        if (row.request == request && strncmp(model.name, row.device, strlen(row.device)) == 0)
+            return row.record;
+    return model.record(request);
 }
 
 } // namespace vcam::cuse

@@ -9,6 +9,7 @@
 #include "sim/board/serial_line.hpp"
 #include "sim/clock/clock.hpp"
 #include "sim/models/audio.hpp"
+#include "sim/models/own_device.hpp"
 #include "sim/models/table.hpp"
 
 namespace vcam {
@@ -18,8 +19,9 @@ void power_on(bool realtime, bool owns_pids)
     write_file(state::path("modules"), "");
     registers::power_on();
     media::power_on();
-    if (auto wrong =
-            faults::check_plan(try_read_file(state::path("faults")).value_or(""), models::fault_targets());
+    models::power_on_own_devices();
+    if (auto wrong = faults::check_plan(try_read_file(state::path("faults")).value_or(""),
+                                        models::fault_targets(state::dir()));
         !wrong.empty())
         fail("the fault plan: %s", wrong.c_str());
     auto problem = clock::power_on({.realtime = realtime, .owns_pids = owns_pids});

@@ -75,6 +75,7 @@ const char* Model::request_name(uint32_t request) const
 }
 int64_t Model::request_block(uint32_t, const void*) const { return -1; }
 size_t Model::record_size(uint32_t request) const { return request >> 16 & 0x3FFF; }
+Record Model::record(uint32_t) const { return {}; }
 int64_t Model::offset_block(int64_t) const { return -1; }
 void Model::half_ioctl(int, uint32_t, void*) {}
 void Model::closed() {}
@@ -245,10 +246,7 @@ ssize_t transfer(Model& model, const char* name, int64_t block, size_t size, Tra
 
 Model* find(const char* path)
 {
-    if (!path || strncmp(path, "/dev/", 5) != 0) return nullptr;
-    for (Model* model : models::all())
-        if (strcmp(model->path, path) == 0) return model;
-    return nullptr;
+    return path && strncmp(path, "/dev/", 5) == 0 ? models::find(path) : nullptr;
 }
 
 Model* of(int fd)
@@ -265,10 +263,11 @@ Model* of(int fd)
 
 void adopt_inherited()
 {
+    const auto devices = models::all(state::dir());
     for (int fd = 0; fd < 64; ++fd) {
         const Identity file = identity(fd, "");
         if (file == Identity{}) continue;
-        for (Model* model : models::all())
+        for (Model* model : devices)
             if (identity(AT_FDCWD, model->backing().c_str()) == file) {
                 note(fd, *model);
                 break;
@@ -381,7 +380,7 @@ void forget_counts()
 
 void flush_all()
 {
-    for (Model* model : models::all()) model->flush();
+    for (Model* model : models::built_in()) model->flush();
 }
 
 int count(const char* name, const char* operation)

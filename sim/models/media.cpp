@@ -22,8 +22,7 @@ uint32_t slot_of(int fd)
 bool wait_for(media::Ns time, uint32_t generation)
 {
     if (time != media::kNever) return clock::sleep_until(time, false);
-    media::wait_for_change(generation);
-    return true;
+    return media::wait_for_change(generation);
 }
 
 void note(const char* driver, const char* format, ...)

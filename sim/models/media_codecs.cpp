@@ -46,9 +46,9 @@ public:
             {
                 Locked page;
                 if (!page->log.wait) return 0;
-                generation = page->generation;
+                generation = page->head.generation;
             }
-            wait_for_change(generation);
+            if (!wait_for_change(generation)) return -EINTR;
         }
     }
 

@@ -69,7 +69,7 @@ protected:
                 Current page;
                 const int result = attempt(*page, page.now, &next);
                 if (result <= 0) return result;
-                generation = page->generation;
+                generation = page->head.generation;
             }
             if (!wait_for(next, generation)) return -EINTR;
         }

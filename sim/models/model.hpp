@@ -26,6 +26,11 @@ struct RequestName {
     bool has_block = false; // Model::request_block() knows the erase block that it is about
 };
 
+// Bytes of a request's record that the program gives and gets.
+struct Record {
+    size_t in = 0, out = 0;
+};
+
 // Results below zero are negative errno numbers.
 class Model {
 public:
@@ -62,6 +67,8 @@ public:
     virtual int64_t request_block(uint32_t request, const void* argument) const;
     // Bytes of the record that a request's argument points to, for a plan that changes what comes back.
     virtual size_t record_size(uint32_t request) const;
+    // Of a request whose number does not say it; nothing where the model has no row for it.
+    virtual Record record(uint32_t request) const;
     virtual int64_t offset_block(int64_t offset) const;
     // Power fails in the middle of the request: what has happened by then.
     virtual void half_ioctl(int fd, uint32_t request, void* argument);

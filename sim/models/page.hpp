@@ -5,6 +5,8 @@
 // 32-bit processes.
 #pragma once
 
+#include "sim/models/shared_page.hpp"
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -147,10 +149,9 @@ struct Log {
 };
 
 struct Page {
-    std::atomic<uint32_t> version, owner, waiters; // of the lock
-    std::atomic<uint32_t> generation;              // changes with every change that a waiter may wait for
-    uint32_t touched;                              // some media driver has been used
-    uint32_t speaker_slot;                         // 1 + slot that the speaker's file belongs to
+    PageHead head;         // its generation: changes with every change that a waiter may wait for
+    uint32_t touched;      // some media driver has been used
+    uint32_t speaker_slot; // 1 + slot that the speaker's file belongs to
     Acodec acodec;
     Log log;
     alignas(8) Sys sys;
@@ -163,10 +164,10 @@ struct Page {
 };
 static_assert(sizeof(Page) == 324296);
 
-// The page of the state folder's camera under its lock. A holder that dies loses it.
+// The page of the state folder's camera under its lock.
 class Locked {
 public:
-    enum class Wait : uint8_t { no, yes };
+    using Wait = SharedPage::Wait;
     explicit Locked(Wait wait = Wait::yes);
     ~Locked();
     Locked(const Locked&) = delete;
@@ -189,8 +190,9 @@ std::string further_speaker_file(uint32_t slot);
 // The codec chip's module was loaded: its settings are what they are after a reset.
 void reset_acodec();
 
-// Waits until something has changed since `generation`, or a moment is over. Camera time may stand still.
-void wait_for_change(uint32_t generation);
+// Waits until something has changed since `generation`, or a moment is over. Camera time may stand still. False when a
+// signal's handler has run.
+bool wait_for_change(uint32_t generation);
 void changed(Page& page);
 
 } // namespace vcam::media

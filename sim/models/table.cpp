@@ -1,8 +1,11 @@
 // The simulated devices, each once.
 #include "sim/models/table.hpp"
+#include "sim/models/own_device.hpp"
+#include "sim/base/state.hpp"
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <iterator>
 
 namespace vcam::models {
@@ -28,7 +31,7 @@ static_assert(each_once(), "the first match wins, so a second row would be dead"
 
 } // namespace
 
-std::span<Model* const> all()
+std::span<Model* const> built_in()
 {
     static const auto devices = [] {
         std::array<Model*, std::size(kModels)> out{};
@@ -37,6 +40,22 @@ std::span<Model* const> all()
         return out;
     }();
     return devices;
+}
+
+std::vector<Model*> all(const std::string& folder)
+{
+    std::vector<Model*> devices(built_in().begin(), built_in().end());
+    const auto own = own_devices(folder);
+    devices.insert(devices.end(), own.begin(), own.end());
+    return devices;
+}
+
+Model* find(const char* path)
+{
+    for (const auto& devices : {built_in(), own_devices(state::dir())})
+        for (Model* model : devices)
+            if (strcmp(model->path, path) == 0) return model;
+    return nullptr;
 }
 
 namespace {
@@ -64,7 +83,7 @@ faults::Target target_of(const Model& model)
     for (const char* name : {"read", "write"})
         if (model.has_bytes()) add_operation(target.operations, {name, true, blocks});
     for (const RequestName& row : model.requests) {
-        const bool gives_back = row.request & kGivesBack;
+        const bool gives_back = row.request & kGivesBack || model.record(row.request).out;
         add_operation(target.operations, {row.name, false, row.has_block,
                                           gives_back ? uint32_t(model.record_size(row.request)) : 0});
     }
@@ -75,10 +94,10 @@ faults::Target target_of(const Model& model)
 
 } // namespace
 
-std::vector<faults::Target> fault_targets()
+std::vector<faults::Target> fault_targets(const std::string& folder)
 {
     std::vector<faults::Target> out;
-    for (const Model* model : all()) out.push_back(target_of(*model));
+    for (const Model* model : all(folder)) out.push_back(target_of(*model));
     for (const char* name : faults::kCommands) out.push_back({name, faults::Target::Kind::command});
     for (const char* name : faults::kLibraryCalls) out.push_back({name, faults::Target::Kind::library_call});
     return out;

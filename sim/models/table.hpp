@@ -28,8 +28,12 @@ Model& media_adec(); // media_codecs.cpp
 Model& media_log();  // media_codecs.cpp
 Model& acodec();     // media_codecs.cpp
 
-std::span<Model* const> all();
-// What a fault plan may name: the devices with their operations, commands and library calls.
-std::vector<faults::Target> fault_targets();
+// The camera's own, then those of one's own that the folder has (sim/models/own_device.hpp).
+std::vector<Model*> all(const std::string& folder);
+std::span<Model* const> built_in();
+// Of the state folder in use.
+Model* find(const char* path);
+// What a fault plan of that camera may name: the devices with their operations, commands and library calls.
+std::vector<faults::Target> fault_targets(const std::string& folder);
 
 } // namespace vcam::models

@@ -3,8 +3,10 @@
 #include "sim/base/faults.hpp"
 #include "sim/models/page.hpp"
 #include "sim/models/model.hpp"
+#include "sim/models/own_device.hpp"
 #include "sim/models/table.hpp"
 #include "sim/clock/power.hpp"
+#include "sim/preload/own_code.hpp"
 #include "sim/preload/real.hpp"
 #include "sim/base/raw.hpp"
 #include "sim/base/state.hpp"
@@ -15,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <exception>
 #include <fcntl.h>
 #include <pthread.h>
 #include <string>
@@ -32,6 +35,7 @@ void after_fork() { clock::joined_by_fork(); }
 
 __attribute__((constructor)) void begin()
 {
+    models::use_code(load_code);
     if (!active()) return;
     device::adopt_inherited();
     ::pthread_atfork(nullptr, nullptr, after_fork);
@@ -75,8 +79,13 @@ VCAM_EXPORT int vcamsim_start(const char* state_folder, int realtime)
     state::set_dir(state_folder);
     faults::forget_calls();
     media::power_on();
-    if (const std::string error = clock::power_on({.realtime = realtime != 0, .owns_pids = false});
-        !error.empty()) {
+    std::string error = clock::power_on({.realtime = realtime != 0, .owns_pids = false});
+    try {
+        models::power_on_own_devices();
+    } catch (const std::exception& problem) {
+        error = problem.what();
+    }
+    if (!error.empty()) {
         fprintf(stderr, "vcamsim_start: %s\n", error.c_str());
         state::set_dir("");
         return -1;
@@ -99,7 +108,7 @@ VCAM_EXPORT void vcamsim_stop(void)
 VCAM_EXPORT int vcamsim_fault(const char* line)
 {
     faults::forget_calls();
-    const std::string error = faults::check(line, models::fault_targets());
+    const std::string error = faults::check(line, models::fault_targets(state::dir()));
     if (error.empty()) return raw::append(state::path("faults"), std::string(line) + "\n") ? 0 : -1;
     fprintf(stderr, "vcamsim_fault: %s\n", error.c_str());
     return -1;

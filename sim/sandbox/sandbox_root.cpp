@@ -1,5 +1,6 @@
 // The camera's root: what its owner mounts, and what the camera may unmount.
 #include "sim/sandbox/sandbox_root.hpp"
+#include "sim/base/device_file.hpp"
 #include "sim/base/text.hpp"
 
 #include <cctype>
@@ -129,6 +130,8 @@ private:
         try_mount("dev", root_ + "/dev", "tmpfs", MS_NOSUID | MS_NOEXEC, "mode=755,size=1m");
         for (const char* name : kHostDevices) place(text("/dev/%s", name), text("/dev/%s", name), true);
         for (const char* name : kSimulated) place("/dev/null", text("/dev/%s", name), true);
+        for (const auto& device : device_file::of(camera_.folder()))
+            place("/dev/null", device.record.path, true);
         for (const auto& p : camera_.partitions()) {
             place(camera_.image(p), "/dev/" + p.name);
             place(camera_.image(p), "/dev/mtdblock" + p.name.substr(3));

@@ -1,5 +1,6 @@
 // vcam journal, log, fault: what happened, and what shall go wrong.
 #include "sim/base/camera.hpp"
+#include "sim/base/device_file.hpp"
 #include "sim/vcam/commands.hpp"
 #include "sim/sandbox/mark.hpp"
 #include "sim/vcam/options.hpp"
@@ -189,7 +190,7 @@ void show_plan()
 std::vector<std::string> line_heads()
 {
     std::vector<std::string> heads;
-    for (const auto& target : models::fault_targets()) {
+    for (const auto& target : models::fault_targets("")) {
         heads.push_back(target.name);
         for (const auto& operation : target.operations) heads.push_back(target.name + " " + operation.name);
     }
@@ -202,11 +203,17 @@ int journal_main(const Arguments& arguments)
 {
     LogOptions o;
     auto options = log_options(o);
-    const std::vector<std::string> sources(std::begin(journal::kSources), std::end(journal::kSources));
+    std::vector<std::string> sources(std::begin(journal::kSources), std::end(journal::kSources));
     options.push_back({"--source", "NAME", "one source only, such as system or mtd",
-                       [&](auto& v) { o.source = cli::one_of(v, sources); }, join(sources, " ")});
+                       [&](auto& v) { o.source = cli::given(v); }, join(sources, " ")});
     const auto words = cli::parse(arguments, {options, {kCamera}});
     const Camera camera(words.plain[0]);
+    for (const auto& device : device_file::of(camera.folder())) sources.emplace_back(device.record.name);
+    try {
+        if (!o.source.empty()) cli::one_of(o.source, sources);
+    } catch (const cli::WrongUse& e) {
+        wrong_use("--source " + o.source + ": " + e.what());
+    }
     return show(camera, "journal", o.last_run ? read_mark(camera).journal_bytes : 0,
                 {journal_line, journal_object}, o);
 }
@@ -236,7 +243,8 @@ int fault_main(const Arguments& arguments)
             wrong_use("'" + line + "' has no fault: write it as \"mtd1 write 3 1 EIO\"");
         if (line.find('\n') != std::string::npos)
             wrong_use("give each line of the plan as a word of its own");
-        if (auto problem = faults::check(line, models::fault_targets()); !problem.empty()) wrong_use(problem);
+        if (auto problem = faults::check(line, models::fault_targets(camera.folder())); !problem.empty())
+            wrong_use(problem);
     }
     if (clear) {
         write_file(camera.path("faults"), "");

@@ -2,6 +2,7 @@
 #include "sim/base/camera.hpp"
 #include "sim/vcam/commands.hpp"
 #include "sim/vcam/factory_state.hpp"
+#include "sim/vcam/new_devices.hpp"
 #include "sim/vcam/new_values.hpp"
 #include "sim/guest/guest.hpp"
 #include "sim/vcam/options.hpp"
@@ -50,6 +51,7 @@ struct NewOptions {
     std::vector<std::pair<std::string, std::string>> sizes; // mtdN, size
     std::vector<std::string> bad;                           // mtdN:BLOCK
     std::vector<std::string> daemons;
+    NewDevices devices;
     std::vector<std::string> drivers; // DEVICE=MODULE
     std::vector<unsigned> i2c;        // addresses
     bool all_daemons = false, realtime = false, force = false;
@@ -103,6 +105,8 @@ std::vector<cli::Option> board_options(NewOptions& o)
          [&](auto& v) { parse_daemon(v), o.daemons.push_back(v); }},
         {"--daemons", nullptr, "every run starts all of the firmware's daemons",
          [&](auto&) { o.all_daemons = true; }},
+        {"--device", "FILE", "a shared object that is the model of a device of your own",
+         [&](auto& v) { o.devices.add(v); }},
         {"--driver", "DEVICE=MODULE",
          "a device that opens only while the module, in /dvs/extdrv, is loaded; as ds1339=ds_1339",
          [&](auto& v) { o.drivers.push_back(check_driver(v)); }},
@@ -202,6 +206,7 @@ std::string configuration(const NewOptions& o, const std::vector<Partition>& par
         text("model=%s\nflash=%s\nrealtime=%d\n", o.factory.model.c_str(), o.flash.c_str(), o.realtime);
     for (const auto& p : parts) out += text("%s=%s\n", p.name.c_str(), format_geometry(p).c_str());
     for (const auto& d : o.daemons) out += text("daemon=%s\n", d.c_str());
+    for (const auto& name : o.devices.names()) out += text("device=%s\n", name.c_str());
     for (const auto& d : o.drivers) out += text("driver.%s\n", d.c_str());
     if (o.all_daemons)
         for (const auto& name : factory_daemons(o.factory)) out += text("daemon=/bin/%s\n", name.c_str());
@@ -337,6 +342,7 @@ int new_main(const Arguments& arguments)
     NewOptions o;
     const auto words = cli::parse(arguments, {option_table(o), {kCamera}});
     const auto& folder = words.plain[0];
+    for (const auto& driver : o.drivers) check_driver_device(driver, o.devices.names());
     auto parts = partitions(o);
     auto bad = bad_blocks(o, parts);
     const Pieces pieces = find_pieces();
@@ -346,6 +352,7 @@ int new_main(const Arguments& arguments)
     write_flash(camera, o, bad);
     write_root(camera, o, pieces);
     write_board(camera, o);
+    o.devices.lay(camera);
     for (const char* name : {"journal", "syslog", "faults", "mounts", "modules"})
         write_file(camera.path(name), "");
     return 0;

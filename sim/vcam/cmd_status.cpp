@@ -62,6 +62,7 @@ void print_text(const Camera& camera, const FullStatus& s)
     else
         puts("watchdog  not used");
     printf("drivers   %s\n", s.modules.empty() ? "none loaded" : join(s.modules, " ").c_str());
+    for (const auto& line : s.devices) printf("device    %s\n", line.c_str());
     print_board(s.board);
     if (s.sound) print_media(*s.sound);
     for (const auto& line : s.serial) printf("serial    %s\n", line.c_str());

@@ -2,6 +2,7 @@
 #include "sim/vcam/new_values.hpp"
 #include "sim/base/text.hpp"
 #include "sim/models/table.hpp"
+#include "tools/cli/command_line.hpp"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -85,12 +86,18 @@ const std::string& check_driver(const std::string& words)
         parts[1].find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-") !=
             std::string::npos)
         fail("write it as ds1339=ds_1339");
+    return words;
+}
+
+void check_driver_device(const std::string& words, const std::vector<std::string>& own)
+{
+    const std::string device = split(words, '=')[0];
     std::vector<std::string> names;
-    for (const Model* model : models::all()) {
-        if (parts[0] == model->name) return words;
-        names.emplace_back(model->name);
-    }
-    fail("there is no device %s; there are %s", parts[0].c_str(), join(names, ", ").c_str());
+    for (const Model* model : models::built_in()) names.emplace_back(model->name);
+    names.insert(names.end(), own.begin(), own.end());
+    if (std::find(names.begin(), names.end(), device) == names.end())
+        throw cli::WrongUse(text("--driver %s: there is no device %s; there are %s", words.c_str(),
+                                 device.c_str(), join(names, ", ").c_str()));
 }
 
 const std::string& check_erase_block(const std::string& size)

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vcam {
 
@@ -18,6 +19,8 @@ const std::string& check_marker(const std::string& text); // four characters, as
 const std::string&
 check_variable(const std::string& text); // value of a boot variable that the firmware can read
 const std::string& check_driver(const std::string& words); // DEVICE=MODULE
+// The device is one of the camera's or of those of one's own. Throws a wrong use.
+void check_driver_device(const std::string& words, const std::vector<std::string>& own);
 // A power of two within what chips have.
 const std::string& check_erase_block(const std::string& size);
 const std::string& check_page(const std::string& size);

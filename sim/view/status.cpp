@@ -1,6 +1,7 @@
 // How a camera stands, read from outside.
 #include "sim/view/status.hpp"
 #include "sim/view/status_media.hpp"
+#include "sim/base/device_file.hpp"
 #include "sim/base/text.hpp"
 #include "sim/clock/clock.hpp"
 #include "sim/board/serial_line.hpp"
@@ -50,6 +51,18 @@ std::vector<std::string> serial_ports(const Camera& camera)
     return out;
 }
 
+std::vector<std::string> own_devices(const Camera& camera)
+{
+    std::vector<std::string> out;
+    for (const auto& device : device_file::of(camera.folder())) {
+        std::string line = text("%s at %s", device.record.name, device.record.path);
+        for (const auto& request : device.requests())
+            line += std::string(&request == device.record.requests ? ", requests " : ", ") + request.name;
+        out.push_back(line);
+    }
+    return out;
+}
+
 } // namespace
 
 std::vector<std::string> lines_of(const std::string& path)
@@ -75,6 +88,7 @@ Status read_status(const Camera& camera)
     s.settings = trim(try_read_file(camera.path("settings")).value_or(""));
     add_clock(s);
     s.modules = lines_of(camera.path("modules"));
+    s.devices = own_devices(camera);
     s.faults = lines_of(camera.path("faults"));
     s.board = read_board(camera);
     s.sound = read_media();
@@ -100,6 +114,7 @@ cli::Json status_json(const Camera& camera, const Status& s)
     add_board(json, s.board);
     if (s.sound) json["media"] = media_json(*s.sound);
     json["drivers"] = s.modules;
+    if (!s.devices.empty()) json["devices"] = s.devices;
     json["serial"] = s.serial;
     json["faults"] = s.faults;
     return json;

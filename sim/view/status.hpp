@@ -22,6 +22,7 @@ struct Status {
     int timeout_s = 0, feeds = 0;
     double longest_gap = 0, since_feed = 0;
     std::vector<std::string> modules, faults, serial;
+    std::vector<std::string> devices; // of one's own
     BoardStatus board;
     std::unique_ptr<media::Page> sound;
 };

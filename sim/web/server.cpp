@@ -18,6 +18,7 @@
 #include <cstdlib>
 #include <httplib.h>
 #include <memory>
+#include <set>
 
 namespace vcam::web {
 namespace {
@@ -200,16 +201,24 @@ private:
         });
     }
 
+    static cli::Json target_json(const faults::Target& target)
+    {
+        cli::Json row = {{"name", target.name}, {"operations", cli::Json::array()}};
+        for (const auto& operation : target.operations) row["operations"].push_back(operation.name);
+        return row;
+    }
+
     // What does not change: the cameras, what a fault may name, what stands at the lines.
     void known(Response& r)
     {
         cli::Json json = {
             {"cameras", hub_.folders()}, {"targets", cli::Json::array()}, {"lines", line_names_json()}};
-        for (const auto& target : models::fault_targets()) {
-            cli::Json row = {{"name", target.name}, {"operations", cli::Json::array()}};
-            for (const auto& operation : target.operations) row["operations"].push_back(operation.name);
-            json["targets"].push_back(std::move(row));
-        }
+        std::set<std::string> named;
+        auto folders = hub_.folders();
+        folders.emplace_back(); // the targets of every camera, where there is none
+        for (const auto& folder : folders)
+            for (const auto& target : models::fault_targets(folder))
+                if (named.insert(target.name).second) json["targets"].push_back(target_json(target));
         answer_json(r, json);
     }
 

@@ -9,7 +9,7 @@ transcript_files() {
 prepare() {
     mkdir -p "$root/board/bin" "$root/board/camera" "$root/cameras"
     cp "$machine"/{vcam,vcam-cuse,vcam-guest,vcam-sh} "$root/board/bin"
-    cp "$machine"/camera_{station,mappings} "$root/board/camera"
+    cp "$machine"/camera_{station,mappings,lightd} "$root/board/camera"
     cp "$here/cameras.sh" "$root/board"
     # shellcheck disable=SC2046
     "$host/tests/camera/camera_transcripts" --to-machine "$root/cameras" $(transcript_files) > "$root/../laid" 2>&1 ||

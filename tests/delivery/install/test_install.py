@@ -120,13 +120,21 @@ class Installed(InFolder):
             quietly(COMPILER["c"], standard, os.path.join(CONSUMER, "main." + language), *flags, "-o", out)
         self.run_all(["by_pkg_config_c", "by_pkg_config_cpp"])
 
+    def test_page_of_a_device_of_ones_own_shows_what_its_commands_print(self):
+        if LAUNCHER:
+            self.skipTest("a virtual camera is the PC's")
+        self.page_shows_what_its_commands_print("own-device", "## What a model may", 0)
+
     def test_page_of_the_first_daemon_shows_what_its_commands_print(self):
+        self.page_shows_what_its_commands_print("first-daemon", "## For the camera", bool(LAUNCHER))
+
+    def page_shows_what_its_commands_print(self, name, parts_at, part):
         os.mkdir(self.work + "/build")
         os.symlink(BUILD, self.work + ("/build/release" if LAUNCHER else "/build/host"))
         for folder in ("docs", "toolchain"):
             os.symlink(os.path.join(TOP, folder), os.path.join(self.work, folder))
-        with open(TOP + "/docs/first-daemon.md") as file:
-            page = file.read().split("## For the camera")[bool(LAUNCHER)]
+        with open(TOP + "/docs/" + name + ".md") as file:
+            page = file.read().split(parts_at)[part]
         blocks = re.findall(r"^```sh\n(.*?)^```$(?:\n\n^```\n(.*?)^```$)?", page, re.S | re.M)
         said = quietly("bash", "-euc", "echo ===\n".join(commands for commands, _ in blocks), cwd=self.work)
         for (commands, shown), output in zip(blocks, said.split("===\n"), strict=True):

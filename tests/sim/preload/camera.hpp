@@ -17,9 +17,14 @@ inline constexpr char kFlash[] = "mtd1=nor,256K,64K,1\nmtd2=nand,128K,16K,2K\nmt
 
 class CameraTest : public testing::Test {
 protected:
-    explicit CameraTest(std::string_view flash = kFlash)
+    explicit CameraTest(std::string_view configuration = kFlash, const char* device = nullptr)
     {
-        write_file(folder / "camera.conf", flash);
+        write_file(folder / "camera.conf", configuration);
+        if (device) {
+            std::filesystem::create_directories(folder / "devices");
+            std::filesystem::copy(
+                device, folder / (sizeof(void*) == 8 ? "devices/light-64.so" : "devices/light-32.so"));
+        }
         std::filesystem::create_directories(folder / "flash");
         if (vcamsim_start(folder.path().c_str(), 0) != 0) std::abort();
     }

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <sys/mount.h>
+#include <sys/time.h>
 
 using namespace vcam;
 
@@ -100,6 +101,25 @@ TEST_F(Process, UnmountingWritesTheSettingsBack)
     EXPECT_EQ(read_file(out + "/network/network.conf"), "ip=192.168.10.100\n");
     EXPECT_EQ(read_file(folder / "mounts"), settings + " mtd3\n"); // still mounted
     EXPECT_EQ(events(), "umount " + settings + "\numount " + settings + "/\n");
+    ::close(fd);
+}
+
+// The media log's driver waits for a line that does not come.
+TEST_F(Process, ASignalEndsAWaitForAChangeInTheMediaDrivers)
+{
+    struct sigaction wake = {}, before = {};
+    wake.sa_handler = [](int) {};
+    ::sigaction(SIGALRM, &wake, &before);
+    const int fd = ::open("/dev/log", O_RDWR);
+    uint32_t wait = 1;
+    ASSERT_EQ(::ioctl(fd, 0x40044C03, &wait), 0);
+    const itimerval often = {{0, 30'000}, {0, 30'000}}, never = {};
+    ::setitimer(ITIMER_REAL, &often, nullptr);
+    char byte;
+    EXPECT_EQ(::read(fd, &byte, 1), -1);
+    EXPECT_EQ(errno, EINTR);
+    ::setitimer(ITIMER_REAL, &never, nullptr);
+    ::sigaction(SIGALRM, &before, nullptr);
     ::close(fd);
 }
 

@@ -46,9 +46,9 @@ TEST_F(MediaPage, IsTakenFromTheDeadAloneByOneWhoMustNotWait)
     const pid_t dead = ::fork();
     if (dead == 0) ::_exit(0);
     ::waitpid(dead, nullptr, 0);
-    page->owner = uint32_t(dead);
+    page->head.owner = uint32_t(dead);
     EXPECT_TRUE(Locked(Wait::no));
-    EXPECT_EQ(page->owner, 0u);
+    EXPECT_EQ(page->head.owner, 0u);
 }
 
 // An hour's sound takes seconds to write.
