@@ -226,8 +226,9 @@ std::vector<Device> of(const std::string& folder)
         const std::string name = line.substr(kKey.size());
         if (name.find_first_not_of(kNameLetters) != std::string::npos)
             fail("camera.conf: %s is no device's name", one_line(name).c_str());
-        const raw::Fd wide(raw::open(place(folder, name, 64).c_str(), O_RDONLY | O_CLOEXEC));
-        const std::string file = place(folder, name, wide ? 64 : 32);
+        constexpr int kBits = 8 * sizeof(void*); // the other one where there is none
+        const raw::Fd mine(raw::open(place(folder, name, kBits).c_str(), O_RDONLY | O_CLOEXEC));
+        const std::string file = place(folder, name, mine ? kBits : 96 - kBits);
         Device device;
         if (const std::string problem = inspect(file, device); !problem.empty())
             fail("%s: %s", file.c_str(), problem.c_str());

@@ -53,15 +53,21 @@ struct vcam_request {
 
 /** One call of a program; valid until the function returns. */
 struct vcam_call {
-    void* state; /* state_size bytes, one block for all programs; all zero when the camera is switched on */
+    /**
+     * state_size bytes, all zero when the camera is switched on. One block for all programs, of whatever word size:
+     * its layout is that of fixed-width types, without addresses.
+     */
+    void* state;
     uint32_t opening; /* 0..VCAM_DEVICE_OPENINGS-1: the same from open to close, through dup, fork and exec */
     int32_t flags;    /* O_RDONLY, O_NONBLOCK and so on, as they are now */
     int32_t process;  /* the program's number */
     int32_t reserved; /* 0 */
     int64_t now_ns;   /* camera time */
-    int64_t
-        changes_ns; /* set by `ready`, and with VCAM_DEVICE_WAIT: camera time at which the answer may change by
-                            itself; INT64_MAX, as it comes: not by time */
+    /**
+     * Set by `ready`, and with VCAM_DEVICE_WAIT: the camera time at which the answer may change by itself. It comes
+     * as INT64_MAX: not by time.
+     */
+    int64_t changes_ns;
     uint64_t value; /* argument of a request without a record */
     /** A line of the journal, whose source is the device's name. */
     void (*journal)(const struct vcam_call* call, const char* text);

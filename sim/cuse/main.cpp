@@ -47,7 +47,7 @@ public:
     {
         const Camera camera(folder); // refuses what is none
         state::set_dir(folder);
-        models::use_code(cuse::linked_code);
+        models::use_code(cuse::linked_code, models::Requests::of_code);
         for (const auto& device : device_file::of(folder))
             if (std::string reason; !cuse::linked_code(device, reason)) fail("%s", reason.c_str());
         sigset_t all;

@@ -9,6 +9,7 @@
 #include "sim/base/caller.hpp"
 #include "sim/base/raw.hpp"
 #include "sim/base/state.hpp"
+#include "sim/base/text.hpp"
 #include "sim/clock/clock.hpp"
 #include "sim/clock/journal.hpp"
 
@@ -36,6 +37,7 @@ constexpr int kLastServed = -511;         // of errno numbers that a server may 
 constexpr uint32_t kAlwaysReady = POLLIN | POLLRDNORM | POLLOUT | POLLWRNORM;
 
 std::atomic<FindCode> find_code{nullptr};
+std::atomic<Requests> requests_wanted{Requests::of_file};
 
 struct OwnPage {
     PageHead head;
@@ -326,11 +328,23 @@ struct Camera {
     std::vector<Model*> models;
 };
 
+void take_code_requests(device_file::Device& device)
+{
+    std::string reason;
+    const FindCode find = find_code;
+    const vcam_device* code = find && requests_wanted == Requests::of_code ? find(device, reason) : nullptr;
+    if (!code) return;
+    if (const std::string problem = device_file::inspect(*code); !problem.empty())
+        fail("the model of %s: %s", device.record.name, problem.c_str());
+    memcpy(static_cast<void*>(&device.record), code, device_file::kReadable);
+}
+
 // Throws where one cannot be read.
 std::unique_ptr<Camera> make(const std::string& folder)
 {
     auto out = std::make_unique<Camera>();
-    for (const device_file::Device& device : device_file::of(folder)) {
+    for (device_file::Device& device : device_file::of(folder)) {
+        take_code_requests(device);
         out->devices.push_back(std::make_unique<OwnDevice>(device));
         out->models.push_back(out->devices.back().get());
     }
@@ -355,11 +369,15 @@ std::span<Model* const> own_devices(const std::string& folder)
     return camera->models;
 }
 
-void use_code(FindCode find) { find_code = find; }
+void use_code(FindCode find, Requests requests)
+{
+    find_code = find;
+    requests_wanted = requests;
+}
 
 void power_on_own_devices()
 {
-    for (const device_file::Device& device : device_file::of(state::dir())) OwnDevice(device).retire();
+    for (const auto& device : make(state::dir())->devices) device->retire();
 }
 
 } // namespace vcam::models

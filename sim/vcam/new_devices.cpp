@@ -22,6 +22,15 @@ void refuse_taken(const vcam_device& record)
     if (taken) fail("its device's name %s is the camera's own", record.name);
 }
 
+// The same device, for programs of the other word size: sizes in its requests' numbers may differ.
+bool twins(const device_file::Device& a, const device_file::Device& b)
+{
+    vcam_device records[] = {a.record, b.record};
+    for (vcam_device& record : records)
+        for (vcam_request& request : record.requests) request.number = request.in = request.out = 0;
+    return a.bits != b.bits && memcmp(&records[0], &records[1], device_file::kReadable) == 0;
+}
+
 } // namespace
 
 void NewDevices::add(const std::string& file)
@@ -34,10 +43,8 @@ void NewDevices::add(const std::string& file)
     const vcam_device& record = added.device.record;
     refuse_taken(record);
     for (const Given& other : given_) {
-        const bool twin = added.device.bits != other.device.bits &&
-                          memcmp(&record, &other.device.record, device_file::kReadable) == 0;
-        if (!twin && (strcmp(record.name, other.device.record.name) == 0 ||
-                      strcmp(record.path, other.device.record.path) == 0))
+        if (!twins(added.device, other.device) && (strcmp(record.name, other.device.record.name) == 0 ||
+                                                   strcmp(record.path, other.device.record.path) == 0))
             fail("is the device %s at %s, which %s is already", record.name, record.path, other.file.c_str());
     }
     given_.push_back(added);

@@ -17,9 +17,8 @@ enum { DAYLIGHT_LUX = 300, UNKNOWN = 0, DARK = 1, BRIGHT = 2 };
 /* One block for all programs of the camera; all zero when it is switched on. */
 struct light_state {
     struct light_limit limit;
-    uint32_t percent; /* 0: not calibrated, as 100 */
-    uint8_t
-        told[VCAM_DEVICE_OPENINGS]; /* what each opening has read last */
+    uint32_t percent;                   /* 0: not calibrated, as 100 */
+    uint8_t told[VCAM_DEVICE_OPENINGS]; /* what each opening has read */
 };
 
 /* The sensor's brightness, and in changes_ns when it will be another. */
