@@ -3,10 +3,13 @@
 #include "sim/base/raw.hpp"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <sys/syscall.h>
 #include <sys/uio.h>
+#include <unistd.h>
 
 namespace vcam::caller {
 namespace {
@@ -52,6 +55,20 @@ bool store(void* to, const void* from, size_t size)
         return true;
     if (copy) memcpy(to, from, size);
     return copy;
+}
+
+void interrupt(int number)
+{
+    const int process = pid();
+    if (process == 1) return;
+    const int e = errno;
+    sigset_t held;
+    ::pthread_sigmask(SIG_SETMASK, nullptr, &held);
+    if (asking || ::sigismember(&held, number)) // perhaps another thread takes it
+        ::syscall(SYS_kill, process, number);
+    else
+        ::syscall(SYS_tgkill, process, ::syscall(SYS_gettid), number);
+    errno = e;
 }
 
 Answering::Answering(int thread) : before_(asking) { asking = thread; }

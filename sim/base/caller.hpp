@@ -13,6 +13,10 @@ int pid();
 bool load(const void* from, void* to, size_t size);
 bool store(void* to, const void* from, size_t size);
 
+// Sends it the signal, which its calling thread takes at once unless it holds the signal back. The camera's first process,
+// which serves calls of others, gets none.
+void interrupt(int number);
+
 // While this lives, its thread answers for the process of another thread, given by its number.
 class Answering {
 public:

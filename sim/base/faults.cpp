@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <map>
@@ -23,6 +24,7 @@ struct PlannedFault {
     std::string device, operation;
     int64_t block = -1;
     int64_t skip = 0, times = 0;
+    int64_t from_ns = 0; // camera time, for at=; earlier operations do not count
     Effect effect;
     [[nodiscard]] bool matches(std::string_view d, std::string_view o, int64_t b) const
     {
@@ -43,8 +45,9 @@ constexpr struct {
                 {"kill", Kind::kill}};
 constexpr const char* kEffectNames =
     "an errno name or number, a driver's code 0x..., wordN=VALUE, short, flip, "
-    "slow=MS, drop, kill, powercut, powercut-before, powercut-after";
+    "slow=MS, drop, kill, signal=NAME, powercut, powercut-before, powercut-after";
 constexpr int64_t kLongestMs = 3'600'000;
+constexpr double kLatest = 1e9; // camera seconds
 
 bool parse_number(const std::string& text, int64_t& value)
 {
@@ -81,6 +84,29 @@ std::optional<Effect> simple_effect(const std::string& text)
     return {};
 }
 
+// "TERM"; those that no program can take are left to kill.
+bool parse_signal(const std::string& name, Effect& effect)
+{
+    for (int number = 1; number < SIGSYS; ++number)
+        if (const char* known = ::sigabbrev_np(number); known && name == known) {
+            effect = {.kind = Kind::signal, .value = uint32_t(number)};
+            return number != SIGKILL && number != SIGSTOP;
+        }
+    return false;
+}
+
+// "1.5s"
+bool parse_time(const std::string& text, int64_t& ns)
+{
+    double seconds = 0;
+    const auto [end, e] =
+        std::from_chars(text.data(), text.data() + text.size(), seconds, std::chars_format::fixed);
+    if (e != std::errc() || std::string_view(end) != "s" || !(seconds >= 0 && seconds <= kLatest))
+        return false;
+    ns = int64_t(seconds * 1e9);
+    return true;
+}
+
 bool parse_effect(const std::string& text, Effect& effect)
 {
     if (const auto simple = simple_effect(text)) {
@@ -88,6 +114,7 @@ bool parse_effect(const std::string& text, Effect& effect)
         return true;
     }
     if (text.starts_with("word")) return parse_word(text.substr(4), effect);
+    if (text.starts_with("signal=")) return parse_signal(text.substr(7), effect);
     int64_t number = 0;
     if (text.starts_with("slow=")) {
         if (!parse_number(text.substr(5), number) || number < 1 || number > kLongestMs) return false;
@@ -119,7 +146,11 @@ std::string parse(const std::string& text, std::optional<PlannedFault>& out)
         line.operation.resize(at);
     }
     const size_t rest = words.size() - 3;
-    if (!parse_number(words[rest], line.skip) || line.skip < 0) return "skip is not a count: " + words[rest];
+    if (words[rest].starts_with("at=")) {
+        if (!parse_time(words[rest].substr(3), line.from_ns))
+            return words[rest] + " is no camera time; write it as at=1.5s";
+    } else if (!parse_number(words[rest], line.skip) || line.skip < 0)
+        return "skip is not a count: " + words[rest];
     if (!parse_number(words[rest + 1], line.times) || line.times < -1)
         return "times is not a count: " + words[rest + 1];
     if (line.times == 0) return "times 0 is never; give 1 or more, or -1 for ever";
@@ -201,14 +232,15 @@ bool can_have(const Operation& operation, const Effect& effect)
     }
 }
 
-// A call moves bytes or has a number as its result; a command has neither.
+// A call moves bytes, or has a number or memory as its result; a command has neither.
 bool call_can_have(const Target& target, Kind effect)
 {
     const bool bytes = target.name == "read" || target.name == "write";
-    const bool opens = target.name == "open" || target.name == "fork";
+    const bool numbered = target.name == "open" || target.name == "fork",
+               allocates = is_allocation(target.name);
     if (effect == Kind::kill) return target.kind == Target::Kind::library_call;
     if (effect == Kind::short_count) return target.kind == Target::Kind::library_call && bytes;
-    return effect != Kind::flip && effect != Kind::word && (effect != Kind::drop || !opens);
+    return effect != Kind::flip && effect != Kind::word && (effect != Kind::drop || !(numbered || allocates));
 }
 
 std::string check_call(const PlannedFault& line, const Target& target)
@@ -256,7 +288,8 @@ std::string check_names(const PlannedFault& line, std::span<const Target> target
     return target->kind == Target::Kind::device ? check_operation(line, *target) : check_call(line, *target);
 }
 
-Effect walk(const std::string& plan, std::string_view device, std::string_view operation, int64_t block)
+Effect walk(const std::string& plan, int64_t (*now_ns)(), std::string_view device, std::string_view operation,
+            int64_t block)
 {
     Effect effect;
     std::optional<Counters> counters; // opened for the first line that matches
@@ -265,6 +298,7 @@ Effect walk(const std::string& plan, std::string_view device, std::string_view o
     std::optional<PlannedFault> line;
     for (std::string text; std::getline(in, text);) {
         if (!parse(text, line).empty() || !line || !line->matches(device, operation, block)) continue;
+        if (line->from_ns && now_ns() < line->from_ns) continue;
         if (!counters) counters.emplace(state::path("faults.state"));
         const int64_t count = counters->take(counted_as(text, seen));
         const bool due = count >= line->skip && (line->times < 0 || count - line->skip < line->times);
@@ -277,14 +311,19 @@ Effect walk(const std::string& plan, std::string_view device, std::string_view o
 
 } // namespace
 
-Effect next(std::string_view device, std::string_view operation, int64_t block)
+Effect next(int64_t (*now_ns)(), std::string_view device, std::string_view operation, int64_t block)
 {
     if (state::dir().empty()) return {};
     const int e = errno;
     const std::string plan = raw::read_text(state::path("faults"));
-    const Effect effect = plan.empty() ? Effect{} : walk(plan, device, operation, block);
+    const Effect effect = plan.empty() ? Effect{} : walk(plan, now_ns, device, operation, block);
     errno = e;
     return effect;
+}
+
+bool is_allocation(std::string_view call)
+{
+    return call == "calloc" || call == "malloc" || call == "realloc" || call == "strdup";
 }
 
 bool is_blank(std::string_view line)

@@ -1,4 +1,5 @@
 // The way from a call to its model: descriptors, operation counts, the fault plan.
+#include "sim/base/caller.hpp"
 #include "sim/base/faults.hpp"
 #include "sim/models/table.hpp"
 #include "sim/clock/clock.hpp"
@@ -144,7 +145,8 @@ struct Operation {
             error = EIO;
             return;
         }
-        effect = faults::next(model.name, name, block);
+        effect = faults::next(clock::now_ns, model.name, name, block);
+        if (effect.kind == faults::Kind::signal) caller::interrupt(int(effect.value));
         if (effect.kind == faults::Kind::error) error = effect.error;
         if (effect.kind == faults::Kind::cut_before) {
             cut(model);

@@ -6,6 +6,7 @@
 #include "sim/models/own_device.hpp"
 #include "sim/models/table.hpp"
 #include "sim/clock/power.hpp"
+#include "sim/preload/allocations.hpp"
 #include "sim/preload/own_code.hpp"
 #include "sim/preload/real.hpp"
 #include "sim/base/raw.hpp"
@@ -38,6 +39,7 @@ __attribute__((constructor)) void begin()
     models::use_code(load_code);
     if (!active()) return;
     device::adopt_inherited();
+    allocations::replace();
     ::pthread_atfork(nullptr, nullptr, after_fork);
 }
 
@@ -109,7 +111,11 @@ VCAM_EXPORT int vcamsim_fault(const char* line)
 {
     faults::forget_calls();
     const std::string error = faults::check(line, models::fault_targets(state::dir()));
-    if (error.empty()) return raw::append(state::path("faults"), std::string(line) + "\n") ? 0 : -1;
+    if (error.empty()) {
+        if (!raw::append(state::path("faults"), std::string(line) + "\n")) return -1;
+        allocations::replace();
+        return 0;
+    }
     fprintf(stderr, "vcamsim_fault: %s\n", error.c_str());
     return -1;
 }

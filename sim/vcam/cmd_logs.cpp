@@ -7,6 +7,7 @@
 #include "sim/base/text.hpp"
 #include "sim/base/faults.hpp"
 #include "sim/base/state.hpp"
+#include "sim/clock/clock.hpp"
 #include "sim/clock/journal.hpp"
 #include "sim/models/table.hpp"
 #include "tools/cli/json.hpp"
@@ -186,6 +187,21 @@ void show_plan()
                p.left < 0 ? "for ever" : text("%lld left", (long long)p.left).c_str());
 }
 
+// "mtd1 write at=+0.5s 1 EIO" counts from now on: the file holds camera seconds.
+std::string absolute(const std::string& line, const Camera& camera)
+{
+    constexpr std::string_view kFromNow = " at=+";
+    const size_t at = line.find(kFromNow), begin = at + kFromNow.size(),
+                 end = line.find_first_of("s ", begin);
+    if (at == line.npos || end == line.npos || line[end] != 's') return line;
+    state::set_dir(camera.folder());
+    clock::attach();
+    const double seconds =
+        double(clock::now_ns()) / 1e9 + parse_seconds(line.substr(begin, end - begin), "fault");
+    clock::detach();
+    return line.substr(0, at) + text(" at=%.3f", seconds) + line.substr(end);
+}
+
 // How a line of the plan may begin.
 std::vector<std::string> line_heads()
 {
@@ -238,7 +254,9 @@ int fault_main(const Arguments& arguments)
                     false,
                     line_heads()});
     const Camera camera(words.plain[0]);
-    for (const auto& line : words.rest) {
+    std::vector<std::string> lines;
+    for (const auto& given : words.rest) {
+        const std::string& line = lines.emplace_back(absolute(given, camera));
         if (faults::is_blank(line))
             wrong_use("'" + line + "' has no fault: write it as \"mtd1 write 3 1 EIO\"");
         if (line.find('\n') != std::string::npos)
@@ -250,7 +268,7 @@ int fault_main(const Arguments& arguments)
         write_file(camera.path("faults"), "");
         write_file(camera.path("faults.state"), "");
     }
-    for (const auto& line : words.rest) append_file(camera.path("faults"), line + "\n");
+    for (const auto& line : lines) append_file(camera.path("faults"), line + "\n");
     if (!json && (!words.rest.empty() || clear)) return 0;
     state::set_dir(camera.folder());
     json ? show_plan_json() : show_plan();

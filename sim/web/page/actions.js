@@ -1,6 +1,6 @@
 // What can be done with the camera.
 
-const effects = ['EIO', 'powercut', 'powercut-before', 'powercut-after', 'drop', 'flip', 'short', 'slow=100', 'EBUSY', 'ENOSPC', 'EINTR'];
+const effects = ['EIO', 'powercut', 'powercut-before', 'powercut-after', 'drop', 'flip', 'short', 'slow=100', 'signal=TERM', 'EBUSY', 'ENOSPC', 'EINTR'];
 
 class ActionView {
   constructor(camera) {

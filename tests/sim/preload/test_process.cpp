@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
+#include <mtd/mtd-user.h>
 #include <sys/mount.h>
 #include <sys/time.h>
 
@@ -47,7 +49,8 @@ TEST_F(Process, CallsOfTheCLibraryFailAsPlanned)
     auto fails = [](int result, int error) { return result == -1 && errno == error; };
     for (const char* line :
          {"rename sim_preload 1 1 EIO", "rename other 0 -1 EPERM", "fsync 0 1 EROFS", "open 2 1 ENOSPC",
-          "fork 0 1 EAGAIN", "unlink 0 1 drop", "read 0 1 short", "link 0 1 EMLINK"})
+          "fork 0 1 EAGAIN", "unlink 0 1 drop", "read 0 1 short", "link 0 1 EMLINK",
+          "malloc sim_preload 1 1 ENOMEM", "strdup 0 1 ENOMEM", "realloc 0 1 ENOMEM", "calloc 0 1 ENOMEM"})
         ASSERT_EQ(vcamsim_fault(line), 0) << line;
     EXPECT_EQ(::rename(from.c_str(), to.c_str()), 0);
     EXPECT_TRUE(fails(::rename(to.c_str(), from.c_str()), EIO));
@@ -63,6 +66,36 @@ TEST_F(Process, CallsOfTheCLibraryFailAsPlanned)
     ::close(::open(to.c_str(), O_RDONLY));
     EXPECT_TRUE(fails(::open(to.c_str(), O_RDONLY), ENOSPC));
     EXPECT_TRUE(fails(::fork(), EAGAIN));
+    // This program's own allocations; the C library and the others in the process go on.
+    void* const kept = malloc(100);
+    EXPECT_TRUE(kept);
+    errno = 0;
+    EXPECT_TRUE(!malloc(100) && errno == ENOMEM);
+    EXPECT_TRUE(!realloc(kept, 200) && !calloc(3, 3) && !strdup("words"));
+    free(realloc(kept, 300));
+}
+
+// Before the operation, which a handler lets go on.
+TEST_F(Process, ASignalOfThePlanComesAtItsCall)
+{
+    static volatile sig_atomic_t came = 0;
+    struct sigaction action = {}, before = {};
+    action.sa_handler = [](int number) { came = came * 100 + number; };
+    for (const int number : {SIGHUP, SIGTERM}) sigaction(number, &action, &before);
+    for (const char* line : {"mtd1 info 1 1 signal=TERM", "rename 0 1 signal=HUP", "system 0 1 signal=TERM"})
+        ASSERT_EQ(vcamsim_fault(line), 0) << line;
+    const int fd = ::open("/dev/mtd1", O_RDONLY);
+    mtd_info_user info = {};
+    EXPECT_EQ(::ioctl(fd, MEMGETINFO, &info), 0);
+    EXPECT_EQ(came, 0);
+    EXPECT_EQ(::ioctl(fd, MEMGETINFO, &info), 0);
+    EXPECT_EQ(came, SIGTERM);
+    EXPECT_EQ(::rename("/nowhere/a", "/nowhere/b"), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(std::system("exit 3"), 3 << 8);
+    EXPECT_EQ(came, (SIGTERM * 100 + SIGHUP) * 100 + SIGTERM);
+    ::close(fd);
+    for (const int number : {SIGHUP, SIGTERM}) sigaction(number, &before, nullptr);
 }
 
 TEST_F(Process, SignalsAreToldWithTheNameOfWhoGetsThem)
