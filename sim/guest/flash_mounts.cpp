@@ -170,12 +170,14 @@ public:
         if (!problem.empty()) fail("cannot mount %s: %s", name.c_str(), problem.c_str());
     }
     [[nodiscard]] int device() const { return device_.get(); }
+    [[nodiscard]] bool has_ended() const { return ended_; }
     void start()
     {
         thread_ = std::thread([this] {
             prctl(PR_SET_NAME, "jffs2");
             if (!asker_ || hand_over()) serve();
             device_ = Fd(); // whoever still waits for an answer is let go
+            ended_ = true;
         });
     }
     // Ends the thread; unanswered requests fail.
@@ -255,6 +257,7 @@ private:
     std::unique_ptr<MtdMedium> partition_;
     std::unique_ptr<jffs2::Volume> volume_;
     int64_t buffered_since_ns_ = -1;
+    std::atomic<bool> ended_ = false;
     std::thread thread_;
 };
 
@@ -289,6 +292,7 @@ void FlashMounts::accept()
 {
     Fd asker(accept4(asked_.get(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!asker) return;
+    std::erase_if(mounts_, [](const auto& mount) { return mount->has_ended(); });
     try {
         auto mount = std::make_unique<Mount>(*this, std::move(asker));
         mount->start();

@@ -79,7 +79,12 @@ FuseServer::Result FuseServer::serve(bool (*alive)())
     if (head.opcode == FUSE_INTERRUPT) return Result::served; // no request waits for anything
     const auto row = std::find_if(std::begin(kRows), std::end(kRows),
                                   [&](const Row& known) { return known.opcode == head.opcode; });
-    const Reply reply = row == std::end(kRows) ? Reply{-ENOSYS} : (this->*row->answer)(r);
+    Reply reply = {-ENOSYS};
+    try {
+        if (row != std::end(kRows)) reply = (this->*row->answer)(r);
+    } catch (const std::bad_alloc&) { // the camera's first process goes on
+        reply = {-ENOMEM};
+    }
     if (alive()) answer(head.unique, reply);
     return Result::served;
 }

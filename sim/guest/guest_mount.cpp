@@ -2,8 +2,10 @@
 #include "sim/guest/flash_mounts.hpp"
 #include "sim/guest/guest.hpp"
 #include "sim/guest/simlog.hpp"
+#include "sim/base/raw.hpp"
 #include "sim/base/text.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -33,11 +35,19 @@ std::string without_slash(std::string path)
     return path;
 }
 
-bool is_mounted(const std::string& mounts, const std::string& target)
+// Where the flash's block device is mounted, the newest last.
+std::vector<std::string> mounts_of(const std::string& device)
 {
-    for (const auto& line : split(mounts, '\n'))
-        if (split(line, ' ')[0] == target) return true;
-    return false;
+    std::vector<std::string> folders;
+    for (const auto& line : split(raw::read_text("/proc/mounts"), '\n'))
+        if (const auto words = split(line, ' '); words.size() > 1 && words[0] == device)
+            folders.push_back(words[1]);
+    return folders;
+}
+
+void note_mount(const Camera& camera, const std::string& target, const Partition& p)
+{
+    append_file(camera.path("mounts"), text("%s %s\n", target.c_str(), p.name.c_str()));
 }
 
 // 0 or an errno, as the kernel's mount would answer.
@@ -46,12 +56,17 @@ int mount_jffs2(const Camera& camera, const std::string& device, const std::stri
     constexpr std::string_view kBlock = "/dev/mtdblock";
     if (!starts_with(device, kBlock) || !exists(device)) return ENOENT;
     const auto& p = camera.partition("mtd" + device.substr(kBlock.size()));
-    if (is_mounted(try_read_file(camera.path("mounts")).value_or(""), target)) return EBUSY;
+    if (const auto there = mounts_of(device); !there.empty()) { // the kernel has one file system a partition
+        if (std::find(there.begin(), there.end(), target) != there.end()) return EBUSY;
+        if (mount(there.back().c_str(), target.c_str(), nullptr, MS_BIND, nullptr) < 0) return errno;
+        note_mount(camera, target, p);
+        return 0;
+    }
     const int served = mount_served(p.name, [&](const char* type, const std::string& options) {
         return mount(device.c_str(), target.c_str(), type, MS_NOSUID | MS_NODEV, options.c_str()) < 0 ? errno
                                                                                                       : 0;
     });
-    if (served == 0) append_file(camera.path("mounts"), text("%s %s\n", target.c_str(), p.name.c_str()));
+    if (served == 0) note_mount(camera, target, p);
     if (served >= 0) return served;
     std::string size = text("mode=755,size=%llu", (unsigned long long)p.size);
     if (mount(device.c_str(), target.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, size.c_str()) < 0) return errno;
@@ -62,7 +77,7 @@ int mount_jffs2(const Camera& camera, const std::string& device, const std::stri
         umount2(target.c_str(), MNT_DETACH);
         return EIO;
     }
-    append_file(camera.path("mounts"), text("%s %s\n", target.c_str(), p.name.c_str()));
+    note_mount(camera, target, p);
     return 0;
 }
 
@@ -82,9 +97,14 @@ int mount_main(int argc, char** argv)
 // The preloaded umount2 writes a JFFS2 mount back and tells the journal.
 int umount_main(int argc, char** argv)
 {
-    if (argc != 2 || argv[1][0] == '-') return by_busybox(argc, argv);
-    if (umount2(argv[1], 0) == 0) return 0;
-    fprintf(stderr, "umount: can't unmount %s: %s\n", argv[1], strerror(errno));
+    const std::string option = argc == 3 ? argv[1] : "";
+    const bool known = argc == 2 ? argv[1][0] != '-' : option == "-l" || option == "-f";
+    if (!known) return by_busybox(argc, argv);
+    const char* target = argv[argc - 1];
+    const int flags =
+        option == "-l" ? MNT_DETACH : 0; // -f would cut off the served file system; JFFS2 takes no notice
+    if (umount2(target, flags) == 0) return 0;
+    fprintf(stderr, "umount: can't unmount %s: %s\n", target, strerror(errno));
     return 1;
 }
 

@@ -7,6 +7,7 @@
 #include "sim/guest/power_on.hpp"
 #include "sim/sandbox/sandbox.hpp"
 #include "sim/guest/simlog.hpp"
+#include "sim/base/raw.hpp"
 #include "sim/guest/syslog_server.hpp"
 #include "sim/base/text.hpp"
 #include "sim/clock/clock.hpp"
@@ -244,6 +245,9 @@ private:
     void finish()
     {
         write_file(camera_.path("ending"), ending_->words + "\n");
+        if (exists(camera_.path("record")))
+            write_file(camera_.path("record.end"), std::to_string(clock::now_ns()) + "\n");
+        write_file(camera_.path("mounts.left"), raw::read_text("/proc/mounts"));
         kill(-1, SIGKILL);
         if (lost_power()) settings_.cut();
         while (wait(nullptr) > 0 || errno == EINTR) {
@@ -257,12 +261,17 @@ private:
         power_off();
     }
 
-    // What was written to the file system before the end is on the flash: JFFS2 has no write-back.
+    // What was written to the file system before the end is on the flash: JFFS2 has no write-back. A folder from which it was
+    // unmounted past us holds other files.
     void write_back()
     {
+        const std::string mounted = raw::read_text("/proc/mounts");
         for (const auto& line : split(read_file(camera_.path("mounts")), '\n')) {
             auto words = split(line, ' ');
             if (words.size() != 2) continue;
+            if (mounted.find("/dev/mtdblock" + words[1].substr(3) + " " + words[0] + " ") ==
+                std::string::npos)
+                continue;
             const auto& p = camera_.partition(words[1]);
             sync_image(camera_.image(p), p, words[0]);
         }

@@ -189,8 +189,17 @@ int Volume::put_attributes(uint32_t ino, File& f)
     return put_inode(ino, f, head_of(f), data, Use::write);
 }
 
+bool Volume::has_memory(const File& f, size_t size) const
+{
+    size_t others = 0;
+    for (const auto& [ino, file] : files_) others += &file == &f ? 0 : file.content.size();
+    return size <= kMostMemory - std::min(others, kMostMemory);
+}
+
 int Volume::put_hole(uint32_t ino, File& f, uint32_t end)
 {
+    if (!has_memory(f, end)) return ENOSPC;
+    f.content.reserve(end); // before the node: it may throw
     DataNode head = head_of(f);
     head.compressor = kZero;
     head.offset = uint32_t(f.content.size());
@@ -204,6 +213,9 @@ int Volume::put_hole(uint32_t ino, File& f, uint32_t end)
 int Volume::put_page(uint32_t ino, File& f, uint32_t at, std::span<const uint8_t> data)
 {
     const auto size = uint32_t(f.content.size()), end = uint32_t(at + data.size());
+    if (end > size && !has_memory(f, end)) return ENOSPC;
+    if (end > f.content.capacity()) // before the node: it may throw
+        f.content.reserve(std::max<size_t>(end, 2 * f.content.capacity()));
     // A page that is written to its end is one node; what lies between the file's end and the new bytes is written too,
     // as older nodes may have other bytes there.
     uint32_t begin = std::min(at, size) & ~3u;

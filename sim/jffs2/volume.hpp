@@ -66,6 +66,7 @@ public:
 
 private:
     static constexpr uint32_t kNowhere = UINT32_MAX;
+    static constexpr size_t kMostMemory = 64u << 20; // of all files: holes take no flash
     static constexpr uint32_t kFolderMode = 0040755; // of a root without a node
     struct Piece {                                   // bytes of a file and the node that they are in
         uint32_t end, at;
@@ -106,6 +107,7 @@ private:
     int put_hole(uint32_t ino, File& f, uint32_t end);
     int put_page(uint32_t ino, File& f, uint32_t at, std::span<const uint8_t> data);
     int resize(uint32_t ino, File& f, uint32_t size);
+    [[nodiscard]] bool has_memory(const File& f, size_t size) const;
     void cover(uint32_t ino, File& f, uint32_t begin, uint32_t end, uint32_t at);
     void take_piece(File& f, std::map<uint32_t, Piece>::iterator piece, uint32_t begin, uint32_t end);
     void use(uint32_t at, uint32_t ino);

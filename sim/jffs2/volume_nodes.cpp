@@ -25,7 +25,8 @@ void Volume::load(Geometry geometry, std::span<const uint8_t> image, const std::
 void Volume::load_file(uint32_t ino, const Inode& inode)
 {
     File& f = files_[ino];
-    f.damaged = inode.nodes.empty() || !contents(inode, f.content).empty();
+    f.damaged =
+        inode.nodes.empty() || !has_memory(f, inode.newest().isize) || !contents(inode, f.content).empty();
     if (f.damaged) { // its nodes stay as they are
         for (const auto& [version, node] : inode.nodes) {
             log_->keep(node.position, node.size);

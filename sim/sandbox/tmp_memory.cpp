@@ -76,6 +76,8 @@ void note_tmp(const Camera& camera)
     replace_file(camera.path(kList), list);
 }
 
+void keep_tmp(const Camera& camera) { replace_file(camera.path(kList), ""); }
+
 void note_tmp_late(const Camera& camera)
 {
     if (!camera.running() && trim(list_of(camera)) == kNotNoted) note_tmp(camera);

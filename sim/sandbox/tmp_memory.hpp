@@ -17,6 +17,8 @@ void empty_tmp(const Camera& camera);
 
 // At a run's end: what is there now is that run's.
 void note_tmp(const Camera& camera);
+// At the end of a start that failed: what was put there is for the next one.
+void keep_tmp(const Camera& camera);
 // Before something is put there: what is there is the last run's, where its end was not noted and the camera is off.
 void note_tmp_late(const Camera& camera);
 

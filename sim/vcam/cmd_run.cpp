@@ -243,14 +243,21 @@ int run_camera(const Camera& camera, const RunOptions& o, const Arguments& comma
     note_command(camera, command);
     for (const char* name : {"ending", "cause"}) unlink(camera.path(name).c_str());
     catch_signals();
-    init_pid = start_sandbox(camera, pieces, plan(camera, o, command),
-                             [&](pid_t init) { replace_file(camera.path("pid"), text("%d\n", int(init))); });
+    try {
+        init_pid = start_sandbox(camera, pieces, plan(camera, o, command), [&](pid_t init) {
+            replace_file(camera.path("pid"), text("%d\n", int(init)));
+        });
+    } catch (...) {
+        keep_tmp(camera);
+        throw;
+    }
     if (early_signal) kill(init_pid, early_signal);
     ports.start(pid_t(init_pid));
     ignore_terminal_signals();
     int status = wait_for_end(pid_t(init_pid));
     unlink(camera.path("pid").c_str());
-    note_tmp(camera);
+    // A camera that did not start leaves /tmp to the next run.
+    status == kSandboxFailure && !exists(camera.path("ending")) ? keep_tmp(camera) : note_tmp(camera);
     refuse_other_than_files(camera);
     if (speaker) take_speaker(camera, o, *speaker);
     auto ending = try_read_file(camera.path("ending"));

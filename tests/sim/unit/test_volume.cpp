@@ -215,6 +215,14 @@ TEST(Volume, ARefusedWriteGoesElsewhereAndAFullLogSaysSo)
         }
         EXPECT_EQ(n, -ENOSPC);
         EXPECT_EQ(v->remove(kRoot, "large", false), 0);
+        // Holes take memory and no flash.
+        ASSERT_EQ(v->make(kRoot, "hole", {S_IFREG | 0644, 0, 0, {}}, ino), 0);
+        EXPECT_EQ(v->change(ino, {.fields = NewAttributes::size, .new_size = 60 << 20}), 0);
+        uint32_t second = 0;
+        ASSERT_EQ(v->make(kRoot, "second", {S_IFREG | 0644, 0, 0, {}}, second), 0);
+        EXPECT_EQ(v->write(second, 5 << 20, page), -ENOSPC);
+        EXPECT_EQ(v->write(second, 1 << 20, page), 4096);
+        for (const char* name : {"hole", "second"}) EXPECT_EQ(v->remove(kRoot, name, false), 0);
         ASSERT_EQ(v->make(kRoot, "after", {S_IFREG | 0644, 0, 0, {}}, ino), 0);
         EXPECT_EQ(v->write(ino, 0, page), 4096);
         ASSERT_EQ(v->flush(), 0);
