@@ -34,7 +34,7 @@ function(layer name)
         get_filename_component(sub "${folder}/${h}" DIRECTORY)
         install(FILES ${h} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zep/${sub} COMPONENT development)
     endforeach()
-    if(checks AND ZEP_TESTS)
+    if(checks AND ZEP_TESTS AND NOT ZEP_SANITIZE) # whose compiler is that of the plain build
         add_library(headers_${name} OBJECT ${checks})
         target_compile_options(headers_${name} PRIVATE -Wall -Wextra -Wpedantic $<$<BOOL:${ZEP_WERROR}>:-Werror>)
         target_include_directories(headers_${name} PRIVATE ${L_ROOT})
