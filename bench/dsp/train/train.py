@@ -110,7 +110,7 @@ def main():
     options = argparse.ArgumentParser()
     options.add_argument("corpus")
     options.add_argument("weights")
-    options.add_argument("--iterations", type=int, default=7000)
+    options.add_argument("--iterations", type=int, default=6000)
     options.add_argument("--seed", type=int, default=11)
     options.add_argument("--state")
     options = options.parse_args()
