@@ -377,7 +377,8 @@ void use_code(FindCode find, Requests requests)
 
 void power_on_own_devices()
 {
-    for (const auto& device : make(state::dir())->devices) device->retire();
+    const auto camera = make(state::dir());
+    for (const auto& device : camera->devices) device->retire();
 }
 
 } // namespace vcam::models
