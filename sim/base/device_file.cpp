@@ -46,9 +46,9 @@ public:
             if (!row(header, i, section) || section.sh_type != SHT_DYNSYM ||
                 !row(header, section.sh_link, names))
                 continue;
-            for (uint64_t at = 0; at + sizeof symbol <= section.sh_size; at += sizeof symbol)
-                if (load(section.sh_offset + at, symbol) && symbol.st_shndx != SHN_UNDEF &&
-                    is_name(names, symbol.st_name))
+            // The section's size is the file's own word: the file's end ends the search too.
+            for (uint64_t at = 0; at < section.sh_size && load(section.sh_offset + at, symbol); at += sizeof symbol)
+                if (symbol.st_shndx != SHN_UNDEF && is_name(names, symbol.st_name))
                     return symbol.st_size >= kReadable && copy(header, symbol.st_value, out);
         }
         return false;
@@ -192,7 +192,7 @@ std::span<const vcam_request> Device::requests() const
     return {record.requests, count};
 }
 
-std::string inspect(const std::string& file, Device& out)
+std::string inspect(const std::string& file, Device& out, std::string* content)
 {
     std::vector<uint8_t> bytes;
     if (const std::string problem = raw::read_file(file, bytes); !problem.empty())
@@ -202,6 +202,7 @@ std::string inspect(const std::string& file, Device& out)
     if (!machine) return "is for a processor that no camera has";
     out.bits = machine->bits;
     out.here = machine->here;
+    if (content) content->assign(bytes.begin(), bytes.end());
     if (out.bits == 64 ? !Image64(bytes).find(out.record) : !Image32(bytes).find(out.record))
         return text("has no symbol %s, the record of vcam_device.h", kSymbol);
     return inspect(out.record);

@@ -20,7 +20,7 @@ struct Device {
 inline constexpr size_t kReadable = offsetof(vcam_device, open);
 
 // "" or what is wrong with the file.
-std::string inspect(const std::string& file, Device& out);
+std::string inspect(const std::string& file, Device& out, std::string* content = nullptr);
 // The same for a record that is in memory already.
 std::string inspect(const vcam_device& record);
 

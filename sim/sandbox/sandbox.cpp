@@ -207,7 +207,11 @@ void enter_namespaces(const Camera& camera, pid_t pid)
     }
     pid_t child = fork(); // the first process inside: setns moves only children
     if (child > 0) _exit(wait_for(child));
-    if (child == 0) execvpe(arguments[0].c_str(), pointers(arguments).data(), pointers(environment).data());
+    if (child == 0) {
+        auto variables = pointers(environment);
+        environ = variables.data(); // the camera's PATH is searched
+        execvp(arguments[0].c_str(), pointers(arguments).data());
+    }
     fprintf(stderr, "vcam: exec: cannot start %s in the camera: %s\n", arguments[0].c_str(), strerror(errno));
     _exit(errno == ENOENT ? 127 : 126);
 }

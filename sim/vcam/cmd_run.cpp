@@ -239,11 +239,11 @@ int run_camera(const Camera& camera, const RunOptions& o, const Arguments& comma
     const Pieces pieces = find_pieces();
     const Surroundings surroundings(camera, o, heard);
     empty_tmp(camera);
-    if (!o.no_mark) set_mark(camera);
-    note_command(camera, command);
-    for (const char* name : {"ending", "cause"}) unlink(camera.path(name).c_str());
-    catch_signals();
     try {
+        if (!o.no_mark) set_mark(camera);
+        note_command(camera, command);
+        for (const char* name : {"ending", "cause"}) unlink(camera.path(name).c_str());
+        catch_signals();
         init_pid = start_sandbox(camera, pieces, plan(camera, o, command), [&](pid_t init) {
             replace_file(camera.path("pid"), text("%d\n", int(init)));
         });

@@ -21,6 +21,7 @@ private:
     struct Given {
         std::string file;
         device_file::Device device;
+        std::string content; // as it was judged; the camera that is replaced may hold the file
     };
     std::vector<Given> given_;
 };

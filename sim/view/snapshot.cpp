@@ -175,10 +175,13 @@ void Snapshot::add_lines(cli::Json& out, bool full)
         if (auto lines = tail->lines(kMostLines); !lines.empty()) out[name] = lines;
 }
 
-// Megabytes: read only when it is a new file.
+// Megabytes: read only when it is a new file. A file system's times have steps of milliseconds, within which a file that is
+// being written may be looked at twice: its size counts too.
 void Snapshot::add_exploration(cli::Json& out, bool full)
 {
-    const int64_t explored = changed_at(camera_.path(kExploration));
+    struct stat st = {};
+    const std::string path = camera_.path(kExploration);
+    const int64_t explored = stat(path.c_str(), &st) < 0 ? 0 : changed_at(path) + st.st_size;
     if (!full && explored == explored_) return;
     explored_ = explored;
     out["exploration"] = read_exploration(camera_);

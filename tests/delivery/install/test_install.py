@@ -131,7 +131,7 @@ class Installed(InFolder):
     def page_shows_what_its_commands_print(self, name, parts_at, part):
         os.mkdir(self.work + "/build")
         os.symlink(BUILD, self.work + ("/build/release" if LAUNCHER else "/build/host"))
-        for folder in ("docs", "toolchain"):
+        for folder in ("docs", "sim", "toolchain"):
             os.symlink(os.path.join(TOP, folder), os.path.join(self.work, folder))
         with open(TOP + "/docs/" + name + ".md") as file:
             page = file.read().split(parts_at)[part]
