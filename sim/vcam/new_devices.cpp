@@ -36,7 +36,8 @@ bool twins(const device_file::Device& a, const device_file::Device& b)
 void NewDevices::add(const std::string& file)
 {
     Given added{file, {}, {}};
-    if (const std::string problem = device_file::inspect(file, added.device, &added.content); !problem.empty())
+    if (const std::string problem = device_file::inspect(file, added.device, &added.content);
+        !problem.empty())
         fail("%s", problem.c_str());
     if (!added.device.here)
         fail("is for another processor than this PC's; give what the PC's compiler makes of the model");
@@ -63,8 +64,7 @@ void NewDevices::lay(const Camera& camera) const
 {
     if (!given_.empty()) make_folders(camera.path("devices"));
     for (const Given& one : given_)
-        write_file(device_file::place(camera.folder(), one.device.record.name, one.device.bits),
-                   one.content);
+        write_file(device_file::place(camera.folder(), one.device.record.name, one.device.bits), one.content);
 }
 
 } // namespace vcam
